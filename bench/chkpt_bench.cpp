@@ -1,10 +1,10 @@
 // Checkpoint saves against bare SQLite, and start-up.
 //
 // Saves: 10,000 records, each mapped and saved as the daemon does, committed in transactions of several
-// sizes; the floor is one prepared UPDATE a row in the same transactions on a database with the same rows and
-// settings. The two run alternately; the result is the median ratio. All records at once is also the longest
-// time that a request can wait for a commit. Start-up: opening, checking and reading all records, against
-// selecting them with SQLite.
+// sizes; the floor is one prepared UPDATE a row in the same transactions on a database with the same columns
+// but the checksum, and the same settings. The two run alternately; the result is the median ratio. All
+// records at once is also the longest time that a request can wait for a commit. Start-up: opening, checking
+// and reading all records, against selecting them with SQLite.
 //
 //   chkpt_bench [--brief]
 #include <algorithm>
@@ -51,6 +51,7 @@ class StoreUnderTest {
     for (std::uint32_t vrf = 0; vrf < kRecords; ++vrf) {
       std::uint64_t object_id = 0;
       check(chkpt_create(table_, &vrf, sizeof vrf, &object_id), "chkpt_create");
+      save(vrf, 0);
     }
     check(chkpt_flush(), "chkpt_flush");
   }
@@ -108,9 +109,10 @@ class BareSqlite {
  public:
   explicit BareSqlite(const std::string& path) : path_(path) {
     open();
-    run("CREATE TABLE record(object_id INTEGER PRIMARY KEY, table_row INTEGER, key BLOB, data BLOB)");
+    run("CREATE TABLE record(object_id INTEGER PRIMARY KEY AUTOINCREMENT, application INTEGER NOT NULL,"
+        " table_id INTEGER NOT NULL, key BLOB NOT NULL, data BLOB NOT NULL)");
     run("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 10000)"
-        " INSERT INTO record SELECT i, 1, x'00000000', x'0000000000000000' FROM n");
+        " INSERT INTO record SELECT i, 1235, 100, x'00000000', x'0000000000000000' FROM n");
     prepare();
   }
 
@@ -128,11 +130,12 @@ class BareSqlite {
     connection_.reset();
     const auto start = Clock::now();
     open();
-    sqlite::Statement select(connection_.get(),
-                             "SELECT object_id, table_row, key, data FROM record ORDER BY object_id");
+    sqlite::Statement select(
+        connection_.get(),
+        "SELECT object_id, application, table_id, key, data FROM record ORDER BY object_id");
     std::uint32_t records = 0;
     while (select.step() == SQLITE_ROW) {
-      if (select.blob(3).size() == kRecordSize) ++records;
+      if (select.blob(4).size() == kRecordSize) ++records;
     }
     const double seconds = seconds_since(start);
     if (records != kRecords) throw std::runtime_error("rows are missing");
@@ -190,8 +193,8 @@ void compare(StoreUnderTest* store, BareSqlite* bare, std::uint32_t batch, int t
     ratios.push_back(floors.back() / ours.back());
   }
   std::printf(
-      "  %5u a transaction: %9.0f saves/s, bare SQLite %9.0f rows/s, ratio %.2f   (aim: at least 0.7)\n",
-      batch, kRecords / median(ours), kRecords / median(floors), median(ratios));
+      "  %5u a transaction: %9.0f saves/s, bare SQLite %9.0f rows/s, ratio %.2f   (aim: at least %.2f)\n",
+      batch, kRecords / median(ours), kRecords / median(floors), median(ratios), batch >= 100 ? 0.85 : 0.7);
   if (batch == kRecords) {
     std::printf("  all at once: median %.1f ms, longest %.1f ms   (aim: at most %.0f ms)\n",
                 median(ours) * 1e3, *std::max_element(ours.begin(), ours.end()) * 1e3, kWaitBound * 1e3);

@@ -11,11 +11,7 @@ Status write_changes(Database* database, const Commit& commit) {
   for (const std::uint64_t object_id : commit.deleted) {
     if (const Status status = database->delete_record(object_id)) return status;
   }
-  for (const Commit::Write& each : commit.writes) {
-    const RecordView record{each.ref.object_id, each.key, each.data};
-    if (const Status status = database->put_record(each.table, record, each.exists)) return status;
-  }
-  return kStatusOk;
+  return database->put_records(commit.writes);
 }
 
 }  // namespace

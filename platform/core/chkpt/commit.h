@@ -12,24 +12,11 @@
 
 namespace chkpt {
 
-struct RecordRef {
-  ChkptTable* table;
-  std::uint64_t object_id;
-};
-
 struct Commit {
-  struct Write {
-    RecordRef ref;  // of the main thread
-    TableName table;
-    std::string key;
-    std::string data;
-    bool exists;  // in the database
-  };
-
   std::uint64_t number = 0;
   std::vector<std::function<void()>> before;  // to be run before the transaction
   std::vector<std::uint64_t> deleted;
-  std::vector<Write> writes;
+  std::vector<RecordRow> writes;
   Status status = kStatusOk;
 };
 

@@ -15,8 +15,6 @@ namespace chkpt {
 
 namespace {
 
-using Record = ChkptTable::Record;
-
 constexpr std::uint64_t kSlowCommit = kNanosecondsPerSecond;
 
 // Of the process: the commits of a later store have higher numbers.
@@ -37,8 +35,14 @@ bool has_changes(const Store* store) {
 }
 
 Record* find_record(const RecordRef& ref) {
-  const auto found = ref.table->records.find(ref.object_id);
-  return found == ref.table->records.end() ? nullptr : &found->second;
+  const auto found = ref.table->records.by_id.find(ref.object_id);
+  return found == ref.table->records.by_id.end() ? nullptr : &found->second;
+}
+
+// REQUIRES: the table is registered; it is until the store ends.
+ChkptTable* find_table(const Store* store, const TableName& name) {
+  return std::ranges::find_if(store->tables, [&name](const auto& table) { return table->name == name; })
+      ->get();
 }
 
 void take_preparations(Store* store, Commit* commit) {
@@ -50,11 +54,11 @@ void take_preparations(Store* store, Commit* commit) {
 // Sorted, so that neighbors in the file are written together.
 void take_unwritten(Store* store, Commit* commit) {
   std::ranges::sort(store->unwritten, {}, &RecordRef::object_id);
+  commit->writes.reserve(store->unwritten.size());
   for (const RecordRef& ref : std::exchange(store->unwritten, {})) {
     Record* record = find_record(ref);
     if (record == nullptr) continue;  // deleted since
-    commit->writes.push_back({ref, ref.table->name, record->key, record->data, record->stored});
-    record->stored = true;
+    commit->writes.push_back({ref.object_id, ref.table->name, record->key, record->data});
     record->unwritten = false;
   }
 }
@@ -68,14 +72,13 @@ std::shared_ptr<Commit> take_changes(Store* store) {
   return commit;
 }
 
-// A record that was deleted meanwhile is in `deleted`, whether or not the database had it.
 void return_changes(Store* store, const Commit& commit) {
   store->deleted.insert(store->deleted.end(), commit.deleted.begin(), commit.deleted.end());
-  for (const Commit::Write& each : commit.writes) {
-    Record* record = find_record(each.ref);
-    if (record == nullptr) continue;
-    record->stored = each.exists;
-    if (!std::exchange(record->unwritten, true)) store->unwritten.push_back(each.ref);
+  for (const RecordRow& each : commit.writes) {
+    const RecordRef ref{find_table(store, each.table), each.object_id};
+    Record* record = find_record(ref);
+    if (record == nullptr) continue;  // deleted since
+    if (!std::exchange(record->unwritten, true)) store->unwritten.push_back(ref);
   }
 }
 

@@ -7,6 +7,27 @@
 
 namespace chkpt {
 
+const char Database::kSynchronous[] = "PRAGMA synchronous=FULL";
+
+Record* add(Records* records, std::uint64_t object_id, std::string_view key) {
+  auto& by_id = records->by_id;
+  const auto at = by_id.emplace_hint(by_id.end(), object_id, Record{std::string(key), {}});
+  if (records->ids.emplace(at->second.key, object_id).second) return &at->second;
+  by_id.erase(at);
+  return nullptr;
+}
+
+std::int64_t checksum_of(std::uint64_t object_id, const TableName& table, std::string_view key,
+                         std::string_view data) {
+  return sqlite::RowChecksum()
+      .integer(object_id)
+      .integer(table.application)
+      .integer(table.table_id)
+      .blob(key)
+      .blob(data)
+      .result();
+}
+
 void Database::checkpoint_log_on_close() {
   sqlite3_db_config(connection_.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 0, nullptr);
 }
@@ -32,35 +53,44 @@ void Database::roll_back() {
   }
 }
 
-Status Database::put_application(std::uint32_t number, std::string_view name) {
-  sqlite::Statement put;
-  const int code = put.prepare(connection_.get(),
-                               "INSERT INTO application(number, name, starts) VALUES(?1, ?2, 1)"
-                               " ON CONFLICT(number) DO UPDATE SET name = ?2, starts = starts + 1");
-  if (code != SQLITE_OK) return result(code);
+int Database::write_application(std::uint32_t number, std::string_view name) {
+  sqlite::Statement put(connection_.get(),
+                        "INSERT INTO application(number, name, starts) VALUES(?1, ?2, 1)"
+                        " ON CONFLICT(number) DO UPDATE SET name = ?2, starts = starts + 1");
   put.bind(1, number);
   put.bind_text(2, name);
-  return result(put.finish());
+  return put.finish();
 }
 
-// The checksum of an update is that of the record in memory: it differs if the rest of the row is damaged.
-Status Database::put_record(const TableName& table, const RecordView& record, bool exists) {
-  sqlite::Statement& put = exists ? update_ : insert_;
-  put.bind(1, record.object_id);
-  put.bind_octets(2, record.data);
-  put.bind(3, sqlite::RowChecksum()
-                  .integer(record.object_id)
-                  .integer(table.application)
-                  .integer(table.table_id)
-                  .blob(record.key)
-                  .blob(record.data)
-                  .result());
-  if (!exists) {
-    put.bind(4, table.application);
-    put.bind(5, table.table_id);
-    put.bind_octets(6, record.key);
+Status Database::put_application(std::uint32_t number, std::string_view name) {
+  const Status prepared = result(sqlite::run(connection_.get(), "PRAGMA synchronous=OFF"));
+  if (prepared != kStatusOk) return prepared;
+  const Status written = result(write_application(number, name));
+  const Status restored = result(sqlite::run(connection_.get(), kSynchronous));
+  return written != kStatusOk ? written : restored;
+}
+
+Status Database::put(sqlite::Statement* statement, std::span<const RecordRow> records) {
+  int place = 0;
+  for (const RecordRow& record : records) {
+    statement->bind(++place, record.object_id);
+    statement->bind(++place, record.table.application);
+    statement->bind(++place, record.table.table_id);
+    statement->bind_octets(++place, record.key);
+    statement->bind_octets(++place, record.data);
+    statement->bind(++place, checksum_of(record.object_id, record.table, record.key, record.data));
   }
-  return result(put.finish());
+  return result(statement->finish());
+}
+
+Status Database::put_records(std::span<const RecordRow> records) {
+  while (!records.empty()) {
+    const bool are_many = records.size() >= kRowsOfStatement;
+    const std::size_t count = are_many ? kRowsOfStatement : 1;
+    if (const Status status = put(are_many ? &put_many_ : &put_one_, records.first(count))) return status;
+    records = records.subspan(count);
+  }
+  return kStatusOk;
 }
 
 Status Database::delete_record(std::uint64_t object_id) {

@@ -5,9 +5,10 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
-#include <vector>
+#include <unordered_map>
 
 #include "platform/core/chkpt/chkpt.h"
 #include "platform/core/sqlite/sqlite.h"
@@ -20,24 +21,42 @@ struct TableName {
   auto operator<=>(const TableName&) const = default;
 };
 
-struct StoredRecord {
-  std::uint64_t object_id = 0;
+struct Record {
+  std::string key;
+  std::string data;
+  bool unwritten = false;  // the next commit has to write it
+};
+
+// The records of a table by object id, and the object ids by key. Keys are those of the records.
+struct Records {
+  std::map<std::uint64_t, Record> by_id;
+  std::unordered_map<std::string_view, std::uint64_t> ids;
+};
+
+// Null for a key that a record has.
+Record* add(Records* records, std::uint64_t object_id, std::string_view key);
+
+// A record as the database has it.
+struct RecordRow {
+  std::uint64_t object_id;
+  TableName table;
   std::string key;
   std::string data;
 };
 
-struct RecordView {
-  std::uint64_t object_id;
-  std::string_view key;
-  std::string_view data;
-};
+// What the row stores of its other columns.
+std::int64_t checksum_of(std::uint64_t object_id, const TableName& table, std::string_view key,
+                         std::string_view data);
 
 // The contents of a database when it was opened.
 struct Contents {
-  std::map<std::uint32_t, std::string> applications;       // names by number
-  std::map<TableName, std::vector<StoredRecord>> records;  // in object-id order
-  std::uint64_t last_object_id = 0;                        // the highest ever assigned
+  std::map<std::uint32_t, std::string> applications;  // names by number
+  std::map<TableName, Records> records;
+  std::uint64_t last_object_id = 0;  // the highest ever assigned
 };
+
+// A statement with several rows costs less than half of as many statements.
+inline constexpr std::size_t kRowsOfStatement = 32;
 
 class Database {
  public:
@@ -55,21 +74,27 @@ class Database {
   [[nodiscard]] Status begin();
   [[nodiscard]] Status commit();
   void roll_back();
-  // Corrects the name and counts the start, so that every start writes a row.
+  // Corrects the name and counts the start, so that every start writes a row. Does not wait for the disk: the
+  // next commit does.
   [[nodiscard]] Status put_application(std::uint32_t number, std::string_view name);
-  // Inserts the record, or updates the data of one that exists.
-  [[nodiscard]] Status put_record(const TableName& table, const RecordView& record, bool exists);
+  // Inserts the records, or replaces those that exist.
+  [[nodiscard]] Status put_records(std::span<const RecordRow> records);
   [[nodiscard]] Status delete_record(std::uint64_t object_id);
 
  private:
   friend class Opening;
+  static const char kSynchronous[];  // how commits are written
+
   Status result(int code);
+  int write_application(std::uint32_t number, std::string_view name);
+  // Puts as many records as the statement has rows.
+  Status put(sqlite::Statement* statement, std::span<const RecordRow> records);
 
   sqlite::Connection connection_;
   sqlite::Statement begin_;
   sqlite::Statement commit_;
-  sqlite::Statement insert_;
-  sqlite::Statement update_;
+  sqlite::Statement put_one_;
+  sqlite::Statement put_many_;
   sqlite::Statement delete_;
 };
 

@@ -10,7 +10,7 @@
 //
 // Errors of the system (no permission, read-only, full, locked by another process) fail the open and leave
 // the file alone. Every open writes one row, so that a full or read-only disk fails the start and not the
-// first change.
+// first change. The start does not wait until that row is on the disk: the first commit includes it.
 //
 // WAL with synchronous=FULL: a commit is one write to the log and one synchronization. Exclusive locking
 // admits one process at a time and needs no shared-memory file.
@@ -23,7 +23,7 @@
 #include <cerrno>
 #include <cstring>
 #include <limits>
-#include <set>
+#include <span>
 #include <utility>
 
 #include "platform/core/base/log.h"
@@ -35,8 +35,7 @@ namespace chkpt {
 
 namespace {
 
-constexpr char kSettings[] =
-    "PRAGMA locking_mode=EXCLUSIVE; PRAGMA trusted_schema=OFF; PRAGMA synchronous=FULL";
+constexpr char kSettings[] = "PRAGMA locking_mode=EXCLUSIVE; PRAGMA trusted_schema=OFF";
 
 // SQLite does not distinguish an unwritable directory from a missing one, so this does.
 Status make_directory(const std::string& directory) {
@@ -54,14 +53,65 @@ constexpr char kCopyToQuarantine[] =
     "WHERE "
     "object_id = ?1";
 constexpr char kDeleteRecord[] = "DELETE FROM record WHERE object_id = ?1";
-constexpr char kInsertRecord[] = "INSERT INTO record VALUES(?1, ?4, ?5, ?6, ?2, ?3)";
-constexpr char kUpdateRecord[] = "UPDATE record SET data = ?2, checksum = ?3 WHERE object_id = ?1";
-constexpr char kRecords[] =
-    "SELECT object_id, application, table_id, key, data, checksum = row_checksum(object_id, application, "
-    "table_id, "
-    "key, data) FROM record ORDER BY object_id";
+// take_record() takes the valid records.
+constexpr char kInvalidRecords[] =
+    "SELECT object_id FROM record WHERE NOT take_record(object_id, application, table_id, key, data, "
+    "checksum) "
+    "ORDER BY object_id";
 constexpr sqlite::Sequence kObjectIds = {"record", kMaxObjectId,
                                          "SELECT coalesce(max(object_id), 0) FROM record"};
+
+std::string put_statement(std::size_t rows) {
+  constexpr char kRow[] = "(?,?,?,?,?,?)";
+  std::string statement = std::string("REPLACE INTO record VALUES") + kRow;
+  for (std::size_t row = 1; row < rows; ++row) statement.append(",").append(kRow);
+  return statement;
+}
+
+bool is_number(sqlite3_value* value) {
+  const std::int64_t number = sqlite3_value_int64(value);
+  return number >= 0 && number <= std::numeric_limits<std::uint32_t>::max();
+}
+
+bool is_blob(sqlite3_value* value) {
+  return sqlite3_value_type(value) == SQLITE_BLOB;
+}
+
+std::uint32_t number_of(sqlite3_value* value) {
+  return static_cast<std::uint32_t>(sqlite3_value_int64(value));
+}
+
+std::string_view octets_of(sqlite3_value* value) {
+  const auto* const octets = static_cast<const char*>(sqlite3_value_blob(value));
+  return {octets, static_cast<std::size_t>(sqlite3_value_bytes(value))};
+}
+
+// The values of a row. False for an invalid record.
+bool take_record(std::span<sqlite3_value*> row, Contents* contents) {
+  const std::int64_t id = sqlite3_value_int64(row[0]);
+  if (id <= 0 || id > kMaxObjectId || !is_number(row[1]) || !is_number(row[2]) || !is_blob(row[3]) ||
+      !is_blob(row[4]))
+    return false;
+  const auto object_id = static_cast<std::uint64_t>(id);
+  const TableName table{number_of(row[1]), number_of(row[2])};
+  const std::string_view key = octets_of(row[3]);
+  const std::string_view data = octets_of(row[4]);
+  if (sqlite3_value_int64(row[5]) != checksum_of(object_id, table, key, data)) return false;
+  Record* const record = add(&contents->records[table], object_id, key);
+  if (record == nullptr) return false;
+  record->data = data;
+  contents->last_object_id = object_id;
+  return true;
+}
+
+int define_take_record(sqlite3* connection, Contents* contents) {
+  const auto take = [](sqlite3_context* context, int count, sqlite3_value** values) {
+    auto* const to = static_cast<Contents*>(sqlite3_user_data(context));
+    sqlite3_result_int(context, take_record({values, static_cast<std::size_t>(count)}, to) ? 1 : 0);
+  };
+  return sqlite3_create_function_v2(connection, "take_record", 6, SQLITE_UTF8, contents, take, nullptr,
+                                    nullptr, nullptr);
+}
 
 // Whether the code reports damaged contents of the file, rather than an error of the system.
 bool is_damage(int code) {
@@ -119,7 +169,7 @@ class Opening {
       return false;
     }
     return passed(sqlite3_db_config(made, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr)) &&
-           passed(sqlite::run(made, kSettings));
+           passed(sqlite::run(made, kSettings)) && passed(sqlite::run(made, Database::kSynchronous));
   }
 
   bool identify() {
@@ -207,24 +257,8 @@ class Opening {
   }
 
   bool load_records(Contents* contents) {
-    std::map<TableName, std::set<std::string>> keys;
-    return for_each_row(kRecords, [&](sqlite::Statement& row) {
-      if (!is_sound(row)) return false;
-      const TableName table{static_cast<std::uint32_t>(row.integer(1)),
-                            static_cast<std::uint32_t>(row.integer(2))};
-      StoredRecord record{static_cast<std::uint64_t>(row.integer(0)), row.octets(3), row.octets(4)};
-      if (!keys[table].insert(record.key).second) return false;
-      contents->last_object_id = record.object_id;
-      contents->records[table].push_back(std::move(record));
-      return true;
-    });
-  }
-  static bool is_sound(sqlite::Statement& row) {
-    const auto is_number = [&row](int column) {
-      return row.integer(column) >= 0 && row.integer(column) <= std::numeric_limits<std::uint32_t>::max();
-    };
-    return row.integer(0) > 0 && row.integer(0) <= kMaxObjectId && is_number(1) && is_number(2) &&
-           row.is_blob(3) && row.is_blob(4) && row.integer(5) == 1;
+    return passed(define_take_record(connection(), contents)) &&
+           for_each_row(kInvalidRecords, [](sqlite::Statement&) { return false; });
   }
 
   // Deleted records count too: an object id is never reused.
@@ -247,8 +281,8 @@ class Opening {
     sqlite3* const to = connection();
     return passed(database_->begin_.prepare(to, "BEGIN IMMEDIATE")) &&
            passed(database_->commit_.prepare(to, "COMMIT")) &&
-           passed(database_->insert_.prepare(to, kInsertRecord)) &&
-           passed(database_->update_.prepare(to, kUpdateRecord)) &&
+           passed(database_->put_one_.prepare(to, put_statement(1).c_str())) &&
+           passed(database_->put_many_.prepare(to, put_statement(kRowsOfStatement).c_str())) &&
            passed(database_->delete_.prepare(to, kDeleteRecord));
   }
 

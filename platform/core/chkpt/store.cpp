@@ -30,7 +30,6 @@ namespace {
 
 using chkpt::Store;
 using chkpt::the_store;
-using Record = ChkptTable::Record;
 
 bool is_valid(const ChkptTableDescriptor& descriptor) {
   return descriptor.key_kind == 1 && descriptor.versioned <= 1 && descriptor.persistent == 1 &&
@@ -39,18 +38,15 @@ bool is_valid(const ChkptTableDescriptor& descriptor) {
 
 bool takes_key(const ChkptTable* table, const void* key, std::size_t size) {
   if (key == nullptr || size == 0 || size > kChkptKeyMax) return false;
-  return table->records.empty() || table->records.begin()->second.key.size() == size;
+  const auto& records = table->records.by_id;
+  return records.empty() || records.begin()->second.key.size() == size;
 }
 
 // Adds the records of the database. Returns whether there are any.
 bool restore_records(Store* store, ChkptTable* table) {
-  for (chkpt::StoredRecord& record : store->contents.records[table->name]) {
-    table->object_ids.emplace(record.key, record.object_id);
-    table->records.emplace(record.object_id,
-                           Record{std::move(record.key), std::move(record.data), true, false});
-  }
+  table->records = std::move(store->contents.records[table->name]);
   store->contents.records.erase(table->name);
-  return !table->records.empty();
+  return !table->records.by_id.empty();
 }
 
 void report_corrected_name(const std::string& directory, const ChkptApplication& application,
@@ -90,10 +86,7 @@ Status chkpt_init(const ChkptApplication* application, EventManager* manager) {
     return status;
   store->application = application->number;
   store->next_object_id = store->contents.last_object_id + 1;
-  const Status status = chkpt::transact(store->database.get(), [&] {
-    return store->database->put_application(application->number, application->name);
-  });
-  if (status != kStatusOk) {
+  if (const Status status = store->database->put_application(application->number, application->name)) {
     log_error("chkpt", "%s cannot be written: %s", store->database->name(), err_text(status));
     return status;
   }
@@ -127,8 +120,8 @@ Status chkpt_mapkey(ChkptTable* table, const void* key, std::size_t key_size, st
   if (registered_store(table) == nullptr || object_id == nullptr || !takes_key(table, key, key_size)) {
     return kStatusChkptMapping;
   }
-  const auto found = table->object_ids.find(std::string(static_cast<const char*>(key), key_size));
-  *object_id = found == table->object_ids.end() ? 0 : found->second;
+  const auto found = table->records.ids.find({static_cast<const char*>(key), key_size});
+  *object_id = found == table->records.ids.end() ? 0 : found->second;
   return *object_id == 0 ? kStatusChkptKeyNotFound : kStatusOk;
 }
 
@@ -137,12 +130,11 @@ Status chkpt_create(ChkptTable* table, const void* key, std::size_t key_size, st
   Store* const store = registered_store(table);
   if (store == nullptr || object_id == nullptr || !takes_key(table, key, key_size)) return kStatusInvalid;
   if (store->failure != kStatusOk) return store->failure;
-  std::string octets(static_cast<const char*>(key), key_size);
-  if (!table->object_ids.try_emplace(octets, store->next_object_id).second) return kStatusExists;
+  chkpt::Record* const record =
+      chkpt::add(&table->records, store->next_object_id, {static_cast<const char*>(key), key_size});
+  if (record == nullptr) return kStatusExists;
   *object_id = store->next_object_id++;
-  Record& record = table->records[*object_id];
-  record.key = std::move(octets);
-  chkpt::mark_unwritten(store, {table, *object_id}, &record);
+  chkpt::mark_unwritten(store, {table, *object_id}, record);
   return kStatusOk;
 }
 
@@ -151,8 +143,8 @@ Status chkpt_save(ChkptTable* table, std::uint64_t object_id, const void* data, 
   Store* const store = registered_store(table);
   if (store == nullptr || data == nullptr || size > kChkptDataMax) return kStatusInvalid;
   if (table->descriptor.record_size != 0 && size != table->descriptor.record_size) return kStatusInvalid;
-  const auto found = table->records.find(object_id);
-  if (found == table->records.end()) return kStatusNoSuchRow;
+  const auto found = table->records.by_id.find(object_id);
+  if (found == table->records.by_id.end()) return kStatusNoSuchRow;
   found->second.data.assign(static_cast<const char*>(data), size);
   chkpt::mark_unwritten(store, {table, object_id}, &found->second);
   return store->failure;
@@ -162,11 +154,11 @@ Status chkpt_delete(ChkptTable* table, std::uint64_t object_id) {
   if (const Status status = fault_check("chkpt_delete")) return status;
   Store* const store = registered_store(table);
   if (store == nullptr) return kStatusInvalid;
-  const auto found = table->records.find(object_id);
-  if (found == table->records.end()) return kStatusNoSuchRow;
-  if (found->second.stored) chkpt::mark_deleted(store, object_id);
-  table->object_ids.erase(found->second.key);
-  table->records.erase(found);
+  const auto found = table->records.by_id.find(object_id);
+  if (found == table->records.by_id.end()) return kStatusNoSuchRow;
+  chkpt::mark_deleted(store, object_id);
+  table->records.ids.erase(found->second.key);
+  table->records.by_id.erase(found);
   return store->failure;
 }
 
@@ -184,9 +176,9 @@ Status chkpt_iterate_next(ChkptIterator* iterator, void* key, std::size_t* key_s
       object_id == nullptr) {
     return kStatusInvalid;
   }
-  const auto next = iterator->table->records.upper_bound(iterator->last);
+  const auto next = iterator->table->records.by_id.upper_bound(iterator->last);
   *object_id = 0;
-  if (next == iterator->table->records.end()) return kStatusOk;
+  if (next == iterator->table->records.by_id.end()) return kStatusOk;
   const auto copy = [](const std::string& from, void* to, std::size_t* room) {
     std::memcpy(to, from.data(), std::min(*room, from.size()));
     *room = from.size();
