@@ -4,15 +4,18 @@
 // other value is a message type and the rest its payload, so that the payload readers are reached without a
 // guessed header. Every answer must be well-formed: a status and, for success, what the protocol says and
 // nothing more.
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <span>
 #include <string>
 
 #include "fuzz/support.h"
 #include "platform/store/configuration/value_codec.h"
 #include "platform/store/server/protocol.h"
 #include "platform/store/server/store.h"
+#include "platform/store/tree/columns.h"
 
 namespace {
 
@@ -65,6 +68,24 @@ const KvPathRow kPaths[] = {
 const KvPathTable kTable{kPaths, 2};
 const KvWalkRule kRules[] = {{"rows", following}};
 
+// Columns with even numbers are numbers, the others octets.
+constexpr std::uint8_t kKnownColumns = 8;
+
+Status pack(const KvReply& row, KvColumnBatch* batch) {
+  if (std::ranges::any_of(batch->columns, [](std::uint8_t each) { return each >= kKnownColumns; }))
+    return kStatusInvalid;
+  batch->packer.begin_row(&batch->octets);
+  for (const std::uint8_t column : batch->columns) {
+    if (column % 2 == 0) {
+      batch->packer.number(row.data[0] * column);
+    } else {
+      batch->packer.octets({row.data, row.length});
+    }
+  }
+  return kStatusOk;
+}
+constexpr KvColumnRule kColumnRules[] = {{"rows", pack}, {"text", pack}};
+
 Status get(const KvRequest* request, KvReply* reply) {
   return kvtree_match_get(request, &kTable, reply);
 }
@@ -84,7 +105,7 @@ Status echo(const KvActionContext& context, const std::vector<std::string>& word
 bool set_up() {
   KvConnection* connection = nullptr;
   require(kvtree_bind(&connection, "/oper/", kKvBindProvider) == kStatusOk);
-  const KvProviderFunctions functions{get, list, datalist, kRules, 1};
+  const KvProviderFunctions functions{get, list, datalist, kRules, 1, kColumnRules, 2};
   // The manager is only stored: nothing is posted here.
   auto* manager = reinterpret_cast<EventManager*>(&connection);
   require(kvtree_register_prov2(connection, "", manager, &functions, 0, 1) == kStatusOk);
@@ -118,15 +139,30 @@ void check_nodes(wire::Reader* answer) {
   }
 }
 
-void check_success(std::uint16_t type, wire::Reader* answer) {
-  switch (type) {
+// As many rows as the answer says, of the columns of the request.
+void check_columns(wire::Reader request, wire::Reader* answer) {
+  request.u32();
+  request.text();
+  bool is_octets[kvtree::kMaxColumns] = {};
+  const wire::OctetSpan columns = request.octets();
+  for (std::size_t i = 0; i < columns.size(); ++i) is_octets[i] = columns[i] % 2 != 0;
+  require(answer->u8() <= 1);
+  const std::uint32_t rows = answer->u32();
+  require(rows <= kKvMaxListItems);
+  kvtree::ColumnUnpacker unpacker(answer->octets(), std::span(is_octets).first(columns.size()));
+  for (std::uint32_t row = 0; row < rows && !columns.empty(); ++row) require(unpacker.next_row());
+  require(unpacker.finished());
+}
+
+void check_success(const wire::Message& message, wire::Reader* answer) {
+  switch (message.type) {
     case kvtree::kGet:
       answer->u32();
       answer->octets();
       break;
     case kvtree::kList:
     case kvtree::kDatalist:
-      check_items(answer, type == kvtree::kDatalist);
+      check_items(answer, message.type == kvtree::kDatalist);
       break;
     case kvtree::kWalk: {
       require(answer->u8() <= 1);
@@ -134,6 +170,9 @@ void check_success(std::uint16_t type, wire::Reader* answer) {
       for (std::uint32_t i = 0; i < rows; ++i) answer->octets();
       break;
     }
+    case kvtree::kColumns:
+      check_columns(wire::Reader(message.payload), answer);
+      break;
     case kvtree::kNodes:
       check_nodes(answer);
       break;
@@ -158,7 +197,7 @@ void handle(const wire::Message& message) {
     answer.text();
     answer.text();
   } else if (status == kStatusOk) {
-    check_success(message.type, &answer);
+    check_success(message, &answer);
   }
   require(answer.finished());
 }

@@ -70,7 +70,8 @@ Status ClientSocket::connect(const std::string& path, std::chrono::milliseconds 
   address.sun_family = AF_UNIX;
   if (path.size() >= sizeof address.sun_path) return ENAMETOOLONG;
   std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
-  fd_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const int nonblocking = timeout.count() == 0 ? SOCK_NONBLOCK : 0;
+  fd_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | nonblocking, 0);
   if (fd_ < 0) return static_cast<Status>(errno);
   const timeval bound = socket_timeout(timeout);
   if (setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &bound, sizeof bound) != 0 ||

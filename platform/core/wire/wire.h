@@ -300,7 +300,8 @@ class ClientSocket {
   ClientSocket(const ClientSocket&) = delete;
   ClientSocket& operator=(const ClientSocket&) = delete;
 
-  // Connects; the timeout is also the default limit of every later send and receive. kStatusNotConnected if
+  // Connects; the timeout is also the default limit of every later send and receive. With a timeout of 0
+  // nothing ever waits: a server or a peer that is not ready is kStatusTimedOut. kStatusNotConnected if
   // no process serves the socket, kStatusTimedOut, kStatusAccess, kStatusUntrustedServer if another user than
   // root, this one and the owner of the socket's directory serves it, or the system's errno.
   [[nodiscard]] Status connect(const std::string& path, std::chrono::milliseconds timeout);

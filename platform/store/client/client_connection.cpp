@@ -24,6 +24,8 @@ milliseconds time_left(SteadyClock::time_point deadline) {
   return std::max(milliseconds(0), std::chrono::ceil<milliseconds>(deadline - SteadyClock::now()));
 }
 
+}  // namespace
+
 bool read_notification(const wire::Message& message, NotificationResult* notification) {
   wire::Reader reader(message.payload);
   notification->subscription = reader.u32();
@@ -37,8 +39,6 @@ bool read_notification(const wire::Message& message, NotificationResult* notific
   notification->status = kStatusOk;
   return reader.finished();
 }
-
-}  // namespace
 
 Status Client::Connection::fail(Status status) {
   socket.close();

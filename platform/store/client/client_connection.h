@@ -17,6 +17,9 @@ inline Octets to_octets(wire::OctetSpan span) {
   return {span.begin(), span.end()};
 }
 
+// False for a malformed one.
+bool read_notification(const wire::Message& message, NotificationResult* notification);
+
 struct Client::Connection {
   std::string path;
   std::chrono::milliseconds timeout;

@@ -6,6 +6,8 @@
 //   kDatalist       flags u8, maximum u32, path text      count u32, count x {kind u32, key text, record
 //                                                         octets}
 //   kWalk           flags u8, maximum u32, path text      end u8, count u32, count x {record octets}
+//   kColumns        maximum u32, path text, columns       end u8, count u32, rows octets (columns.h)
+//                   octets
 //   kAction         count u16, count x {word text}        text
 //   kSubscribe      path text, name text (may be empty)   subscription u32, instance u64
 //   kNodes          maximum u32, path text, after text,   count u32, count x {path text, owner text, value}
@@ -45,6 +47,7 @@ inline constexpr std::uint16_t kDatalist = 3;
 inline constexpr std::uint16_t kWalk = 4;
 inline constexpr std::uint16_t kAction = 5;
 inline constexpr std::uint16_t kSubscribe = 6;
+inline constexpr std::uint16_t kColumns = 7;
 inline constexpr std::uint16_t kNodes = 9;
 inline constexpr std::uint16_t kAcknowledge = 0xa;
 inline constexpr std::uint16_t kStage = 0xb;

@@ -103,6 +103,19 @@ bool add_row(void* argument, const KvReply& row) {
   return true;
 }
 
+// --- Columns
+
+struct ColumnRead : AnswerInSteps {
+  ColumnReading reading;
+};
+
+bool read_column_request(Reader* request, KvColumnBatch* batch, std::string_view* path) {
+  batch->max_rows = std::min(request->u32(), kKvMaxListItems);
+  *path = request->text();
+  batch->columns = request->octets();
+  return request->finished() && batch->columns.size() <= kMaxColumns;
+}
+
 }  // namespace
 
 bool answer_get(wire::Connection* from, Reader* request, wire::Octets* answer) {
@@ -149,6 +162,23 @@ bool answer_walk(wire::Connection* from, Reader* request, wire::Octets* answer) 
   writer.u8(end ? 1 : 0);
   writer.u32(read->walk.rows);
   answer->insert(answer->end(), read->octets.begin(), read->octets.end());
+  return true;
+}
+
+bool answer_columns(wire::Connection* from, Reader* request, wire::Octets* answer) {
+  auto read = begin_step<ColumnRead>(from);
+  KvColumnBatch* const batch = &read->reading.batch;
+  std::string_view path;
+  if (!read_column_request(request, batch, &path)) return false;
+  batch->steps = read->reading.walk.steps = steps_for(from, read.get());
+  const Status status = read_columns(&read->reading, path);
+  if (is_postponed(status, from, &read)) return true;
+  answer_status(answer, status);
+  if (status != kStatusOk) return true;
+  Writer writer(answer);
+  writer.u8(batch->end ? 1 : 0);
+  writer.u32(batch->rows);
+  writer.octets(batch->octets);
   return true;
 }
 

@@ -1,10 +1,13 @@
 // Requests from within the process, and actions. The server answers its clients through the same functions.
 #include <algorithm>
 #include <cstdlib>
+#include <ranges>
+#include <span>
 #include <utility>
 
 #include "platform/core/base/clock.h"
 #include "platform/core/base/fault.h"
+#include "platform/store/server/protocol.h"
 #include "platform/store/server/store.h"
 
 namespace kvtree {
@@ -102,6 +105,44 @@ bool must_pause(const RowWalk& walk, std::uint64_t step_end) {
   return (walk.rows >= kKvFewestRows || walk.steps != nullptr) && clock_monotonic() >= step_end;
 }
 
+const KvColumnRule* find_column_rule(const KvProviderFunctions& functions, std::string_view relative) {
+  const std::string_view first = relative.substr(0, relative.find('/'));
+  const std::span rules(functions.column_rules, functions.column_rule_count);
+  const auto rule =
+      std::ranges::find_if(rules, [&](const KvColumnRule& each) { return first == each.first_component; });
+  return rule == rules.end() ? nullptr : &*rule;
+}
+
+struct ColumnSink {
+  const KvColumnRule& rule;
+  KvColumnBatch* batch;
+  Status status = kStatusOk;
+};
+
+bool pack_row(void* argument, const KvReply& row) {
+  auto* const sink = static_cast<ColumnSink*>(argument);
+  if (sink->batch->is_full()) return false;
+  sink->status = sink->rule.pack(row, sink->batch);
+  if (sink->status == kStatusOk) ++sink->batch->rows;
+  return sink->status == kStatusOk;
+}
+
+Status pack_walk(ColumnReading* reading, const KvColumnRule& rule, std::string_view path) {
+  ColumnSink sink{rule, &reading->batch};
+  const Status status =
+      walk_rows(&reading->walk, path, false, reading->batch.max_rows, pack_row, &sink, &reading->batch.end);
+  return sink.status != kStatusOk ? sink.status : status;
+}
+
+Status pack_single(ColumnReading* reading, const KvColumnRule& rule, std::string_view path) {
+  OwnedReply reply;
+  reply.steps = reading->batch.steps;
+  if (const Status status = kvtree_get(path, false, &reply)) return status;
+  reading->batch.end = true;
+  reading->batch.rows = 1;
+  return rule.pack(reply, &reading->batch);
+}
+
 bool keep_row(void* argument, const KvReply& row) {
   static_cast<std::vector<std::vector<std::uint8_t>>*>(argument)->emplace_back(row.data,
                                                                                row.data + row.length);
@@ -137,7 +178,36 @@ Status walk_rows(RowWalk* walk, std::string_view path, bool structured, std::uin
   return walk->rows < most && walk->rows < kKvFewestRows ? kStatusUnfinished : kStatusOk;
 }
 
+Status read_columns(ColumnReading* reading, std::string_view path) {
+  KvColumnBatch* const batch = &reading->batch;
+  if (batch->max_rows == 0) return kStatusInvalid;
+  const Provider* provider = nullptr;
+  std::string_view relative;
+  if (const Status status = resolve(path, &provider, &relative)) return status;
+  const KvColumnRule* const rule = find_column_rule(provider->functions, relative);
+  if (rule == nullptr) return kStatusNoHandler;
+  if (batch->octets.empty() && batch->rows == 0) batch->packer = ColumnPacker(batch->columns.size());
+  if (rule->read == nullptr) {
+    const bool walks = find_rule(provider->functions, relative) != nullptr;
+    return walks ? pack_walk(reading, *rule, path) : pack_single(reading, *rule, path);
+  }
+  const KvRequest request{relative, false};
+  const Status status = rule->read(&request, batch);
+  return status == kStatusUnfinished && batch->rows > 0 ? kStatusOk : status;
+}
+
 }  // namespace kvtree
+
+std::string_view kvtree_request_path(const KvRequest* request) {
+  return request->path;
+}
+
+Status kvtree_columns(std::string_view path, KvColumnBatch* batch) {
+  kvtree::ColumnReading reading{{}, std::move(*batch)};
+  const Status status = kvtree::read_columns(&reading, path);
+  *batch = std::move(reading.batch);
+  return status;
+}
 
 Status kvtree_get(std::string_view path, bool structured, KvReply* reply) {
   return kvtree::ask_provider("kvtree_get", path, structured, reply, &KvProviderFunctions::get);

@@ -72,6 +72,7 @@ constexpr MessageHandler kHandlers[] = {
     {kList, answer_list},
     {kDatalist, answer_datalist},
     {kWalk, answer_walk},
+    {kColumns, answer_columns},
     {kAction, answer_action},
     {kSubscribe, answer_subscribe},
     {kNodes, answer_not_agents<answer_nodes>},

@@ -68,6 +68,7 @@ bool answer_get(wire::Connection* from, wire::Reader* request, wire::Octets* ans
 bool answer_list(wire::Connection* from, wire::Reader* request, wire::Octets* answer);
 bool answer_datalist(wire::Connection* from, wire::Reader* request, wire::Octets* answer);
 bool answer_walk(wire::Connection* from, wire::Reader* request, wire::Octets* answer);
+bool answer_columns(wire::Connection* from, wire::Reader* request, wire::Octets* answer);
 
 // Requests to run an action (action_answers.cpp).
 bool answer_action(wire::Connection* from, wire::Reader* request, wire::Octets* answer);

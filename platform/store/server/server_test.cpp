@@ -281,6 +281,11 @@ std::vector<MalformedRequest> malformed_requests() {
   writer = wire::Writer(&too_many_words);
   writer.u16(kvtree::kMaxActionWords + 1);
   for (std::size_t i = 0; i <= kvtree::kMaxActionWords; ++i) writer.text("");
+  wire::Octets too_many_columns;
+  writer = wire::Writer(&too_many_columns);
+  writer.u32(1);
+  writer.text("/a");
+  writer.octets(wire::Octets(kvtree::kMaxColumns + 1));
   return {
       {"unknown type", 99, {}},
       {"empty get", kvtree::kGet, {}},
@@ -290,6 +295,8 @@ std::vector<MalformedRequest> malformed_requests() {
       {"empty list", kvtree::kList, {}},
       {"empty datalist", kvtree::kDatalist, {0}},
       {"walk without a path", kvtree::kWalk, {0, 1, 0, 0, 0}},
+      {"columns without their numbers", kvtree::kColumns, {1, 0, 0, 0, 0, 0, 0, 0}},
+      {"too many columns", kvtree::kColumns, too_many_columns},
       {"action with fewer words than it says", kvtree::kAction, {2, 0, 1, 0, 0, 0, 'a'}},
       {"action with too many words", kvtree::kAction, too_many_words},
       {"empty subscription", kvtree::kSubscribe, {}},

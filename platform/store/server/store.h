@@ -142,6 +142,13 @@ using RowSink = bool (*)(void* argument, const KvReply& row);
 Status walk_rows(RowWalk* walk, std::string_view path, bool structured, std::uint32_t max_rows, RowSink sink,
                  void* argument, bool* end);
 
+// A batch of columns, in the same way. The columns may be elsewhere in every step.
+struct ColumnReading {
+  RowWalk walk;  // for rows that are read one after the other
+  KvColumnBatch batch;
+};
+Status read_columns(ColumnReading* reading, std::string_view path);
+
 void forget_compiled_tables();
 
 bool is_bound(const KvConnection* connection);

@@ -23,6 +23,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -30,6 +31,7 @@
 #include "platform/core/base/clock.h"
 #include "platform/core/base/status.h"
 #include "platform/core/evm/evm.h"
+#include "platform/store/tree/columns.h"
 
 // --- What handlers receive -----------------------------------------------------------------------
 
@@ -221,12 +223,44 @@ struct KvWalkRule {
 };
 inline constexpr unsigned kKvMaxRedirects = 4;  // for one row
 
+// A batch of rows with some of their columns (platform/store/tree/columns.h): what a client that needs few
+// columns of many rows asks for in the place of records. The client names columns by numbers, which mean what
+// provider and client agree on.
+struct KvColumnBatch {
+  std::span<const std::uint8_t> columns;
+  std::uint32_t max_rows = 0;
+  KvSteps* steps = nullptr;  // null: the answer has to be complete
+  kvtree::ColumnPacker packer;
+  std::vector<std::uint8_t> octets;  // the packed rows
+  std::uint32_t rows = 0;            // their number
+  bool end = false;                  // no row follows the last one
+
+  bool is_full() const { return rows >= max_rows || octets.size() >= kvtree::kEnoughColumns; }
+};
+
+// How the rows at paths of this first component become columns. The rows are those of a walk, or, where the
+// path has no walk rule, the single one that a get answers.
+struct KvColumnRule {
+  const char* first_component;
+  // Appends one row. kStatusInvalid for an unknown column.
+  Status (*pack)(const KvReply& row, KvColumnBatch* batch);
+  // Where reading one row after the other is too slow: appends rows as the walk would, until the batch
+  // is full, no row follows, or the step is over. kStatusNoSuchRow without any row; kStatusUnfinished as in
+  // KvSteps (with rows, the batch may be answered instead).
+  Status (*read)(const KvRequest* request, KvColumnBatch* batch) = nullptr;
+};
+
+// A request's path below the provider's bind point, during the call.
+std::string_view kvtree_request_path(const KvRequest* request);
+
 struct KvProviderFunctions {
   KvProviderGet get;
   KvProviderList list;
   KvProviderList datalist;
   const KvWalkRule* walk_rules;
   std::size_t walk_rule_count;
+  const KvColumnRule* column_rules = nullptr;
+  std::size_t column_rule_count = 0;
 };
 
 [[nodiscard]] Status kvtree_init_prov_functions(KvProviderFunctions* functions);  // clears the block
@@ -300,6 +334,10 @@ std::string kvtree_encode_text(std::string_view text);
 // kStatusInvalid for a maximum of 0. At most kKvMaxListItems rows, and fewer when kKvStepTime has passed.
 [[nodiscard]] Status kvtree_walk(std::string_view path, bool structured, std::uint32_t max_rows,
                                  std::vector<std::vector<std::uint8_t>>* rows, bool* end);
+
+// The columns of the rows from `path` on, into the batch, whose columns and max_rows the caller has set (and
+// whose packer has as many columns). Statuses as for kvtree_walk; kStatusNoHandler without a rule.
+[[nodiscard]] Status kvtree_columns(std::string_view path, KvColumnBatch* batch);
 
 // From now on the check runs before every request for a path with this beginning; a status other than
 // kStatusOk is the answer. For providers that have no other way to report that they cannot answer. The check
