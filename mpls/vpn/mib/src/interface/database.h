@@ -70,6 +70,9 @@ const char* mpls_vpn_mib_get_first_invalid_vrf();
 const char* mpls_vpn_mib_get_next_invalid_vrf(const char* vrf_name);
 // The first node whose key is not smaller than (vrf_name, if_index) and whose VRF has a complete VRF record.
 IfNode* mpls_vpn_mib_get_next_valid_intf(const char* vrf_name, std::uint32_t if_index);
+// The one after this node, which such a search has found; without a repair, so that the node stays valid.
+// REQUIRES: the database and the VRF records have not changed since.
+IfNode* mpls_vpn_mib_get_following_valid_intf(const IfNode* node);
 
 // All nodes of the VRF ordering, valid or not. REQUIRES: node is in the VRF ordering.
 IfNode* mpls_vpn_mib_if_dbase_first();

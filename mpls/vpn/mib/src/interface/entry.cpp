@@ -60,6 +60,13 @@ const IfNode* find_exact(const char* vrf_name, std::uint32_t if_index) {
   return nullptr;
 }
 
+void fill_numbers(mpls_vpn_mib_interface* row, const IfNode* node) {
+  row->ifConfIndex = static_cast<std::int32_t>(node->if_index);
+  row->vpnClassification = kVpnClassificationEnterprise;
+  row->storageType = kStorageTypeReadOnly;
+  row->rowStatus = kRowStatusActive;
+}
+
 Status refuse_unfilled(mpls_vpn_mib_interface* row) {
   std::free(row->name);
   std::free(row->vrfName);
@@ -74,11 +81,8 @@ Status fill_interface_parcel(mpls_vpn_mib_interface* row, const IfNode* node) {
   *row = {};
   if (node->if_name == nullptr) mpls_vpn_debug(ERR, "IF DBase node has empty IF name");
   if (!prov_copy_text(&row->name, node->if_name, kInterfaceFill)) return refuse_unfilled(row);
-  row->ifConfIndex = static_cast<std::int32_t>(node->if_index);
-  row->vpnClassification = kVpnClassificationEnterprise;
+  fill_numbers(row, node);
   row->protocol = protocols_of(node);
-  row->storageType = kStorageTypeReadOnly;
-  row->rowStatus = kRowStatusActive;
   if (node->vrf_name == nullptr) mpls_vpn_debug(ERR, "Node has empty VRF name");
   return prov_copy_text(&row->vrfName, node->vrf_name, kInterfaceFill) ? kStatusOk : refuse_unfilled(row);
 }
@@ -95,4 +99,13 @@ Status mpls_vpn_mib_prov_get_interface(KvReply* reply, const RequestArgs* args) 
   mpls_vpn_mib_interface row;
   if (const Status rc = fill_interface_parcel(&row, node)) return rc;
   return prov_encode_parcel(reply, &row, &kMibInterfaceParcel);
+}
+
+mpls_vpn_mib_interface mpls_vpn_mib_interface_row(const IfNode* node, bool with_protocols) {
+  mpls_vpn_mib_interface row{};
+  row.name = node->if_name;
+  row.vrfName = node->vrf_name;
+  fill_numbers(&row, node);
+  if (with_protocols) row.protocol = protocols_of(node);
+  return row;
 }

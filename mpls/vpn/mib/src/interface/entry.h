@@ -19,3 +19,6 @@ Status mpls_vpn_mib_prov_get_interface(KvReply* reply, const RequestArgs* args);
 // text cannot be copied: kStatusNoMemory, reported, and an empty row. A row without its VRF name would send a
 // reader that continues from it to the beginning of the table.
 [[nodiscard]] Status fill_interface_parcel(mpls_vpn_mib_interface* row, const IfNode* node);
+
+// The same without copies: the texts are the node's. Without protocols the record of the VRF is not needed.
+mpls_vpn_mib_interface mpls_vpn_mib_interface_row(const IfNode* node, bool with_protocols);

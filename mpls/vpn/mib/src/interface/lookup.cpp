@@ -106,6 +106,15 @@ IfNode* skip_invalid_vrf(const IfNode* node) {
   return valid == nullptr ? nullptr : search_by_vrf(false, valid, 0);
 }
 
+// The first node from this one on whose VRF has a complete record.
+IfNode* valid_from(IfNode* node, const char* function) {
+  for (; node != nullptr; node = skip_invalid_vrf(node)) {
+    if (ends_walk(node, function)) return nullptr;
+    if (vrf_exists(node->vrf_name)) return node;
+  }
+  return nullptr;
+}
+
 // `find` has the node without a walk.
 template <typename Matches, typename Find>
 IfNode* find_in_vrf(const char* function, const char* vrf_name, Matches matches, Find find) {
@@ -186,12 +195,14 @@ const char* mpls_vpn_mib_get_next_invalid_vrf(const char* vrf_name) {
 
 IfNode* mpls_vpn_mib_get_next_valid_intf(const char* vrf_name, std::uint32_t if_index) {
   mpls_vpn_mib_clean_if_dbase();
-  for (IfNode* node = get_if_unrepaired(false, vrf_name, if_index); node != nullptr;
-       node = skip_invalid_vrf(node)) {
-    if (ends_walk(node, __func__)) return nullptr;
-    if (vrf_exists(node->vrf_name)) return node;
-  }
-  return nullptr;
+  return valid_from(get_if_unrepaired(false, vrf_name, if_index), __func__);
+}
+
+IfNode* mpls_vpn_mib_get_following_valid_intf(const IfNode* node) {
+  IfNode* const following = successor(node);
+  const bool is_of_same_vrf = following != nullptr && is_of_vrf(following, node->vrf_name);
+  if (is_of_same_vrf && !ends_walk(following, __func__)) return following;
+  return is_of_same_vrf ? nullptr : valid_from(following, __func__);
 }
 
 IfNode* mpls_vpn_mib_if_dbase_first() {

@@ -22,6 +22,7 @@
 #include "mpls/vpn/mib/src/records/mib_constants.h"
 #include "mpls/vpn/mib/src/support/trace.h"
 #include "mpls/vpn/mib/src/traps/switches.h"
+#include "mpls/vpn/mib/src/walk/columns.h"
 #include "mpls/vpn/mib/src/walk/walk.h"
 #include "platform/config/vrf_config.h"
 #include "platform/router/bgp_vpn/bgp_vpn.h"
@@ -53,6 +54,8 @@ Status register_functions(EventManager* evm) {
   functions.datalist = provide_datalist;
   functions.walk_rules = mpls_vpn_mib_walk_rules;
   functions.walk_rule_count = mpls_vpn_mib_walk_rule_count;
+  functions.column_rules = mpls_vpn_mib_column_rules;
+  functions.column_rule_count = mpls_vpn_mib_column_rule_count;
   rc = kvtree_register_prov2(prov_kvtree_conn_h, "", evm, &functions, 0, 1);
   return mpls_vpn_checked("register_prov_server", "Failed in kvtree_register_prov2", rc);
 }

@@ -5,7 +5,6 @@
 // optional: if the label database fails, only the row's pointer is missing.
 #include <cerrno>
 #include <cstring>
-#include <memory>
 #include <string>
 
 #include "mpls/vpn/mib/src/records/mib_constants.h"
@@ -21,14 +20,6 @@ namespace {
 
 constexpr char kIpv4Route[] = "mpls_vpn_mib_rib_ipv4_route";
 constexpr std::size_t kSize = 4;  // octets of an address
-
-struct ReleaseRoute {
-  void operator()(ForwardmibIpv4Route* route) const {
-    forwardmib_release_oid(route->route_info);
-    forwardmib_release_route(route);
-  }
-};
-using OwnedRoute = std::unique_ptr<ForwardmibIpv4Route, ReleaseRoute>;
 
 using Search = RouteSearch<kSize>;
 
@@ -76,17 +67,17 @@ bool make_search(const RouteKeyText& key, bool exact, Search* search) {
   return true;
 }
 
-OwnedRoute ask_module(std::uint32_t table_id, bool exact, const Search& search) {
+Ipv4RoutePointer ask_module(std::uint32_t table_id, bool exact, const Search& search) {
   const inet::Octets mask = inet::mask_of(search.prefix_length);
   errno = 0;
-  return OwnedRoute(mpls_vpn_mib_rib_ipv4_find_route()(
+  return Ipv4RoutePointer(mpls_vpn_mib_rib_ipv4_find_route()(
       0, exact ? kForwardmibExact : kForwardmibNext, table_id, 0, number_of(search.destination),
       number_of(mask.data()), 0, number_of(search.next_hop)));
 }
 
 // Null, with *rc set, without a route.
-OwnedRoute find_route(std::uint32_t table_id, bool exact, const Search& search, Status* rc) {
-  OwnedRoute route = ask_module(table_id, exact, search);
+Ipv4RoutePointer find_route(std::uint32_t table_id, bool exact, const Search& search, Status* rc) {
+  Ipv4RoutePointer route = ask_module(table_id, exact, search);
   if (route == nullptr) {
     *rc = route_refuse_unanswered(errno, kIpv4Route, "No ipv4 route found");
     return route;
@@ -103,7 +94,7 @@ OwnedRoute find_route(std::uint32_t table_id, bool exact, const Search& search, 
 Status fill_row(mpls_vpn_mib_route* row, const ForwardmibIpv4Route& route) {
   *row = {};
   route_fill_numbers(row, route, kInetAddressIpv4);
-  row->mask = static_cast<std::uint32_t>(__builtin_popcount(route.mask));
+  row->mask = route_prefix_length(route);
   row->metric5 = route.metric4;  // deliberate: readers have always been shown metric 4 twice
   std::uint8_t octets[kSize];
   std::memcpy(octets, &route.destination, kSize);
@@ -118,10 +109,11 @@ Status fill_row(mpls_vpn_mib_route* row, const ForwardmibIpv4Route& route) {
   return kStatusOk;
 }
 
-// The length of the index, 0 for none.
-std::size_t find_cross_connect(const ForwardmibIpv4Route& route, std::uint32_t table_id,
-                               std::uint8_t (&index)[kLfxIndexMax]) {
-  const auto prefix_length = static_cast<std::uint32_t>(__builtin_popcount(route.mask));
+}  // namespace
+
+std::size_t route_find_cross_connect(const ForwardmibIpv4Route& route, std::uint32_t table_id,
+                                     std::uint8_t (&index)[kLfxIndexMax]) {
+  const auto prefix_length = route_prefix_length(route);
   mpls_vpn_report(RIB, kTraceRib, "Invoking LFX with dest = %s, mask = %d, table id = 0x%x",
                   shown(route.destination).c_str(), static_cast<std::int32_t>(prefix_length), table_id);
   const LfxRequest request = {kLfxIpv4Route, table_id, route.destination, prefix_length};
@@ -136,8 +128,6 @@ std::size_t find_cross_connect(const ForwardmibIpv4Route& route, std::uint32_t t
   }
   return 0;
 }
-
-}  // namespace
 
 Status mpls_vpn_mib_rib_ipv4_route(mpls_vpn_mib_route* row, std::uint32_t table_id, bool exact,
                                    const RouteKeyText& key) {
@@ -154,11 +144,11 @@ Status mpls_vpn_mib_rib_ipv4_route(mpls_vpn_mib_route* row, std::uint32_t table_
   Search search;
   if (!make_search(key, exact, &search)) return kStatusNoSuchRow;
   Status none = kStatusNoSuchRow;
-  const OwnedRoute route = find_route(table_id, exact, search, &none);
+  const Ipv4RoutePointer route = find_route(table_id, exact, search, &none);
   if (route == nullptr) return none;
   if (const Status rc = fill_row(row, *route)) return rc;
   std::uint8_t index[kLfxIndexMax] = {};
-  const std::size_t length = find_cross_connect(*route, table_id, index);
+  const std::size_t length = route_find_cross_connect(*route, table_id, index);
   route_set_xc_pointer(row, index, length, kIpv4Route);
   return kStatusOk;
 }

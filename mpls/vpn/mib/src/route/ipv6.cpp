@@ -2,7 +2,6 @@
 // own, and the label database is not asked: its requests cover IPv4 routes only.
 #include <cerrno>
 #include <cstring>
-#include <memory>
 
 #include "mpls/vpn/mib/src/records/mib_constants.h"
 #include "mpls/vpn/mib/src/route/entry.h"
@@ -16,15 +15,6 @@ namespace {
 
 constexpr char kIpv6Route[] = "mpls_vpn_mib_rib_ipv6_route";
 constexpr std::size_t kSize = 16;  // octets of an address
-
-struct ReleaseRoute {
-  void operator()(ForwardmibIpv6Route* route) const {
-    forwardmib_release_octets(route->destination);
-    forwardmib_release_octets(route->next_hop);
-    forwardmib_release_route(route);
-  }
-};
-using OwnedRoute = std::unique_ptr<ForwardmibIpv6Route, ReleaseRoute>;
 
 using Search = RouteSearch<kSize>;
 
@@ -61,17 +51,17 @@ bool make_search(const RouteKeyText& key, bool exact, Search* search) {
   return route_fit_length(exact, kSize, &search->prefix_length, search->next_hop);
 }
 
-OwnedRoute ask_module(std::uint32_t table_id, bool exact, const Search& search) {
+Ipv6RoutePointer ask_module(std::uint32_t table_id, bool exact, const Search& search) {
   const inet::Octets mask = inet::mask_of(search.prefix_length);
   errno = 0;
-  return OwnedRoute(mpls_vpn_mib_rib_ipv6_find_route()(0, exact ? kForwardmibExact : kForwardmibNext,
-                                                       table_id, 0, search.destination, mask.data(), 0,
-                                                       search.next_hop));
+  return Ipv6RoutePointer(mpls_vpn_mib_rib_ipv6_find_route()(0, exact ? kForwardmibExact : kForwardmibNext,
+                                                             table_id, 0, search.destination, mask.data(), 0,
+                                                             search.next_hop));
 }
 
 // Null, with *rc set, without a route.
-OwnedRoute find_route(std::uint32_t table_id, bool exact, const Search& search, Status* rc) {
-  OwnedRoute route = ask_module(table_id, exact, search);
+Ipv6RoutePointer find_route(std::uint32_t table_id, bool exact, const Search& search, Status* rc) {
+  Ipv6RoutePointer route = ask_module(table_id, exact, search);
   if (route == nullptr) *rc = route_refuse_unanswered(errno, kIpv6Route, "No ipv6 route found");
   return route;
 }
@@ -106,7 +96,7 @@ Status mpls_vpn_mib_rib_ipv6_route(mpls_vpn_mib_route* row, std::uint32_t table_
   Search search;
   if (!make_search(key, exact, &search)) return kStatusNoSuchRow;
   Status none = kStatusNoSuchRow;
-  const OwnedRoute route = find_route(table_id, exact, search, &none);
+  const Ipv6RoutePointer route = find_route(table_id, exact, search, &none);
   if (route == nullptr) return none;
   if (const Status rc = fill_row(row, *route)) return rc;
   route_set_xc_pointer(row, nullptr, 0, kIpv6Route);

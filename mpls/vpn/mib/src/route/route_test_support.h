@@ -8,6 +8,7 @@
 #include "mpls/vpn/mib/src/provider/path_table.h"
 #include "mpls/vpn/mib/src/provider/provider_test_support.h"
 #include "mpls/vpn/mib/src/route/modules.h"
+#include "mpls/vpn/mib/src/walk/columns.h"
 #include "mpls/vpn/mib/src/walk/walk.h"
 #include "platform/router/lfx/lfx.h"
 #include "platform/router/model/route_test_support.h"
@@ -117,6 +118,8 @@ class RouteTablesTest : public DaemonTest {
     };
     functions.walk_rules = mpls_vpn_mib_walk_rules;
     functions.walk_rule_count = mpls_vpn_mib_walk_rule_count;
+    functions.column_rules = mpls_vpn_mib_column_rules;
+    functions.column_rule_count = mpls_vpn_mib_column_rule_count;
     ASSERT_EQ(kvtree_register_prov2(connection, "", manager_, &functions, 0, 1), kStatusOk);
   }
   // One walk from `path` on, encoded rows.

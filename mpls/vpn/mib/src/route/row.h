@@ -3,10 +3,13 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 
 #include "mpls/vpn/mib/src/records/layouts.h"
 #include "mpls/vpn/mib/src/records/mib_constants.h"
 #include "platform/core/base/status.h"
+#include "platform/router/lfx/lfx.h"
+#include "route_modules/forwardmib.h"
 
 inline constexpr char kNoAddressText[] = "0";
 
@@ -55,6 +58,29 @@ void route_fill_numbers(mpls_vpn_mib_route* row, const Route& route, std::int32_
   row->metric4 = route.metric4;
   row->rowStatus = static_cast<std::int32_t>(route.row_status);
 }
+// A module's route, which is released with its members.
+struct ReleaseForwardmibRoute {
+  void operator()(ForwardmibIpv4Route* route) const {
+    forwardmib_release_oid(route->route_info);
+    forwardmib_release_route(route);
+  }
+  void operator()(ForwardmibIpv6Route* route) const {
+    forwardmib_release_octets(route->destination);
+    forwardmib_release_octets(route->next_hop);
+    forwardmib_release_route(route);
+  }
+};
+using Ipv4RoutePointer = std::unique_ptr<ForwardmibIpv4Route, ReleaseForwardmibRoute>;
+using Ipv6RoutePointer = std::unique_ptr<ForwardmibIpv6Route, ReleaseForwardmibRoute>;
+
+inline std::uint32_t route_prefix_length(const ForwardmibIpv4Route& route) {
+  return static_cast<std::uint32_t>(__builtin_popcount(route.mask));
+}
+
+// The length of the index of the cross-connect that forwards the route, 0 for none.
+std::size_t route_find_cross_connect(const ForwardmibIpv4Route& route, std::uint32_t table_id,
+                                     std::uint8_t (&index)[kLfxIndexMax]);
+
 // Frees what the look-up put into the row and clears it; reported under the function's name. kStatusNoMemory.
 Status route_refuse_unfilled(mpls_vpn_mib_route* row, const char* function);
 

@@ -1,4 +1,4 @@
-// Shared by the walk rules. Not for other files.
+// Shared by what continues a walk: the walk rules, and the readers of batches of columns.
 #pragma once
 
 #include <cstddef>

@@ -2,9 +2,11 @@
 // whatever the size of the pieces and wherever a walk begins.
 #include <algorithm>
 #include <cstddef>
+#include <numeric>
 #include <random>
 #include <set>
 
+#include "mpls/vpn/mib/src/records/pack.h"
 #include "mpls/vpn/mib/src/route/route_test_support.h"
 
 namespace {
@@ -57,7 +59,34 @@ class Walks : public RouteTablesTest {
                   const std::vector<std::string>& rows) {
     for (const std::uint32_t piece : {1U, 2U, 3U, 100U}) {
       EXPECT_THAT(WalkAll(table, path, piece), ElementsAreArray(rows)) << path << " in pieces of " << piece;
+      ExpectBatch(path, piece);
     }
+  }
+  // A batch of columns has the columns of the records that a walk shows.
+  void ExpectBatch(const std::string& path, std::uint32_t max_rows) {
+    const KvColumnRule& rule = *std::find_if(
+        mpls_vpn_mib_column_rules, mpls_vpn_mib_column_rules + mpls_vpn_mib_column_rule_count,
+        [&](const KvColumnRule& each) { return path.starts_with(std::string(each.first_component) + "/"); });
+    KvColumnBatch expected = NewBatch(max_rows);
+    const std::vector<std::vector<std::uint8_t>> rows = WalkOnce(path, max_rows, &expected.end);
+    for (std::vector<std::uint8_t> row : rows) {
+      ASSERT_EQ(rule.pack({kKvKindRecord, row.data(), row.size()}, &expected), kStatusOk);
+    }
+    KvColumnBatch batch = NewBatch(max_rows);
+    const Status rc = kvtree_columns("/oper/mpls_vpn/gl/" + path, &batch);
+    EXPECT_EQ(rc, rows.empty() ? kStatusNoSuchRow : kStatusOk) << path << ": " << err_text(rc);
+    EXPECT_EQ(batch.octets, expected.octets) << path << ", at most " << max_rows;
+    EXPECT_EQ(batch.rows, rows.size());
+    EXPECT_EQ(batch.end || rows.empty(), expected.end) << path << ", at most " << max_rows;
+  }
+  static KvColumnBatch NewBatch(std::uint32_t max_rows) {
+    static constexpr std::uint8_t kSome[] = {0, 1, 2, 3,
+                                             4, 5, 6};  // the index of every kind of row, and more
+    KvColumnBatch batch;
+    batch.columns = kSome;
+    batch.max_rows = max_rows;
+    batch.packer = kvtree::ColumnPacker(std::size(kSome));
+    return batch;
   }
 };
 
@@ -88,6 +117,31 @@ TEST_F(Walks, VrfsThatRemainAreShownOnceWhileOthersAreAddedAndRemoved) {
   std::string path;
   ASSERT_EQ(vrf_following_path(&last, &path), kStatusOk);
   ExpectWalk(kVrfs, path, {"d", "e", "g"});
+}
+
+// --- Interfaces
+
+TEST_F(Walks, BatchesOfInterfacesShowWhatAWalkShows) {
+  for (const char* vrf : {"blue", "red", "a", "later", "empty"}) AddVrf(vrf);
+  int number = 0;
+  for (const char* vrf : {"red", "blue", "red", "a", "red", "later"}) {
+    AddActiveInterface("ge" + std::to_string(number++), vrf);
+  }
+  Run();
+  bool end = false;
+  ASSERT_EQ(WalkOnce("interface-next//0", 100, &end).size(), 6U);
+  const auto expect_batches = [this] {
+    for (const char* path :
+         {"interface-next//0", "interface-next/red/0", "interface-next/red/2", "interface-next/zz/0",
+          "interface-next/blue/2147483647", "interface-next/longer-than-all-others/9"}) {
+      for (const std::uint32_t piece : {1U, 2U, 3U, 100U}) ExpectBatch(path, piece);
+    }
+  };
+  expect_batches();
+  DeleteVrf("red");
+  NameVrf("later");
+  Run();
+  expect_batches();
 }
 
 // --- Route targets
@@ -375,6 +429,63 @@ TEST_F(RouteWalks, WalkThatRunsOutOfMemoryFailsInsteadOfLosingRows) {
       EXPECT_THAT(rows, IsEmpty());
     }
   }
+}
+
+TEST_F(RouteWalks, BatchThatRunsOutOfMemoryFailsInsteadOfLosingRows) {
+  AddVrf("red");
+  AddRoute("red", "10.0.0.0/8", "192.0.2.1");
+  AddRoute("red", "2001:db8::/32", "fe80::1");
+  Run();
+  const ScopedFault fault("calloc_tagged:forwardmib", kStatusNoMemory);
+  KvColumnBatch batch = NewBatch(9);
+  EXPECT_EQ(kvtree_columns("/oper/mpls_vpn/gl/route-next//1/0/1/0/0", &batch), kStatusNoMemory);
+}
+
+TEST_F(RouteWalks, BatchOfUnknownColumnsOrAnInvalidKeyIsRefused) {
+  AddVrf("red");
+  Run();
+  static constexpr std::uint8_t kUnknown[] = {200};
+  for (const char* path : {"route-next//1/0/1/0/0", "interface-next//0", "vrf-next/"}) {
+    KvColumnBatch batch;
+    batch.columns = kUnknown;
+    batch.max_rows = 1;
+    const Status rc = kvtree_columns(std::string("/oper/mpls_vpn/gl/") + path, &batch);
+    EXPECT_TRUE(rc == kStatusInvalid || rc == kStatusNoSuchRow) << path << ": " << err_text(rc);
+  }
+  for (const char* path :
+       {"route-next/red/3/0/1/0/0", "route-next/red/1/33/1/0a000000/00000000", "route-next/red/1/8/1/0a/00",
+        "route-next/red/1/x/1/0a000000/00000000", "route-next/red", "interface-next/red/x",
+        "interface-next/red/-1", "interface-next/red/1/1"}) {
+    KvColumnBatch batch = NewBatch(1);
+    EXPECT_EQ(kvtree_columns(std::string("/oper/mpls_vpn/gl/") + path, &batch), kStatusBadKey) << path;
+  }
+}
+
+TEST_F(RouteWalks, BatchHasTheCrossConnectOfALabelledRouteAndEveryOtherColumn) {
+  AddVrf("red");
+  Route route = MakeRoute("10.1.0.0/16", "192.0.2.1");
+  route.interface_index = 7;
+  route.metrics = {11, 12, 13, 14, 15};
+  AddRoute("red", route);
+  AddRoute("red", "2001:db8::/32", "fe80::1");
+  Run();
+  std::vector<std::uint8_t> every(std::size(mib::kRouteColumns));
+  std::iota(every.begin(), every.end(), std::uint8_t{0});
+  bool end = false;
+  KvColumnBatch expected;
+  expected.columns = every;
+  expected.packer = kvtree::ColumnPacker(every.size());
+  for (std::vector<std::uint8_t> row : WalkOnce("route-next//1/0/1/0/0", 9, &end)) {
+    const KvReply reply = {kKvKindRecord, row.data(), row.size()};
+    ASSERT_EQ((mib::pack_reply<mib::Route, kMibRouteParcel, mib::kRouteColumns>(reply, &expected)),
+              kStatusOk);
+  }
+  KvColumnBatch batch;
+  batch.columns = every;
+  batch.max_rows = 9;
+  ASSERT_EQ(kvtree_columns("/oper/mpls_vpn/gl/route-next//1/0/1/0/0", &batch), kStatusOk);
+  EXPECT_EQ(batch.octets, expected.octets);
+  EXPECT_EQ(batch.rows, 2U);
 }
 
 TEST_F(RouteWalks, LaterTablesOfAFamilyShowOnlyRowsAfterTheEarlierOnes) {
