@@ -1,21 +1,22 @@
-// The daemon as a row source: one client connection that never blocks a request for long.
+// The daemon as a row source: one client connection that never waits.
 //
-// Bounds: no call takes longer than call_timeout. One request PDU may spend request_budget on the daemon
-// before its next call is refused, so that a PDU takes at most the sum of the two. While the daemon is away
-// calls fail at once; one attempt to connect is made every retry_interval. After a call has timed out all
-// calls do at once, until the daemon answers a request on a new connection, for which this process does not
-// wait. So a daemon that hangs delays one request, and one that was busy is asked again as soon as it
-// answers.
+// Bounds: a batch that is older than call_timeout fails, with all that are under way, and the connection is
+// closed. While the daemon is away batches fail at once; one attempt to connect is made every retry interval.
+// After a time-out all batches time out at once, until the daemon answers a request on a new connection. So a
+// daemon that hangs delays one request, and one that was busy is asked again as soon as it answers.
+//
+// A program whose event loop cannot answer later calls wait(). One request PDU may spend request_budget on
+// waiting.
 #pragma once
 
 #include <chrono>
 #include <cstdint>
+#include <deque>
 #include <string>
-#include <string_view>
 
 #include "agent/rows/row_source.h"
 #include "platform/core/base/clock.h"
-#include "platform/store/client/client.h"
+#include "platform/store/client/async_client.h"
 
 namespace agent {
 
@@ -30,35 +31,49 @@ class DaemonSource : public tables::RowSource {
  public:
   DaemonSource(std::string socket_path, DaemonLimits limits);
 
-  kvtree::GetResult get(std::string_view path) override;
-  kvtree::WalkResult walk(std::string_view path, std::uint32_t max_rows) override;
+  void read(const tables::BatchRequest& request, Done done) override;
 
   // Starts a new request PDU and its budget.
   void begin_request();
+  // Waits until a batch that is under way has arrived or failed. False, without waiting, when none is under
+  // way or the budget is spent.
+  bool wait();
+  // True while a batch is under way.
+  bool is_asked() const { return !calls_.empty() && !is_silent_; }
   // True once the daemon has answered with data; stays true.
   bool had_data() const { return had_data_; }
   // Until the daemon has answered with data: reads the path when an attempt is due.
-  void probe(std::string_view path);
+  void probe(const std::string& path);
 
-  int fd() const { return client_.fd(); }  // -1: none; readable: the daemon closed it, or answers again
+  int fd() const { return client_.fd(); }                     // -1: none
+  std::uint32_t connections() const { return connections_; }  // up to now
+  // Takes the batches that have arrived, or notices that the daemon has closed the connection.
   void handle_readable();
-  // Connects when that is due.
+  // Connects, and fails what is too old, when that is due.
   void step();
   // When step() is next needed, by clock_monotonic().
   std::uint64_t deadline() const;
 
  private:
-  // kStatusOk if the daemon can be asked.
-  Status prepare();
+  struct Call {
+    std::uint64_t overdue_at;
+    Done done;
+  };
+
+  void take(const kvtree::ColumnsResult& result);
   void note(Status status);
+  Status await_answer();
   void lose(Status status);
 
   std::string socket_path_;
   DaemonLimits limits_;
-  kvtree::Client client_;
+  kvtree::AsyncClient client_;
+  std::deque<Call> calls_;  // under way, in the order of their answers
+  std::uint32_t connections_ = 0;
+  bool probing_ = false;
   std::uint64_t retry_at_ = 0;
   std::uint64_t budget_ends_ = 0;
-  bool is_silent_ = false;  // a call has timed out, and the daemon has not answered since
+  bool is_silent_ = false;  // a batch has timed out, and the daemon has not answered since
   bool had_data_ = false;
   bool announced_away_ = false;
 };

@@ -5,6 +5,9 @@
 #include <poll.h>
 
 #include <chrono>
+#include <optional>
+#include <string>
+#include <vector>
 
 #include "agent/daemon_test_support.h"
 #include "platform/core/base/clock.h"
@@ -30,42 +33,72 @@ class DaemonSourceTest : public testing::Test {
     clock_.advance(milliseconds * kNanosecondsPerMillisecond);
     source_.begin_request();
   }
+  // Reads and waits.
+  Status Read(const std::string& path, std::uint32_t max_rows = 1) {
+    source_.begin_request();
+    std::optional<Status> status;
+    Ask(path, max_rows, &status);
+    while (!status && source_.wait()) {
+    }
+    return status.value_or(kStatusUnfinished);
+  }
+  void Ask(const std::string& path, std::uint32_t max_rows, std::optional<Status>* status) {
+    source_.read({path, max_rows, kKeys}, [this, status](const tables::Batch& batch) {
+      *status = batch.status;
+      rows_ = batch.rows;
+      end_ = batch.end;
+    });
+  }
 
   void WaitUntilReadable() const {
     pollfd watched{source_.fd(), POLLIN, 0};
     ASSERT_EQ(poll(&watched, 1, 10'000), 1);
   }
 
+  static constexpr std::uint8_t kKeys[] = {0, 1};
   ManualClock clock_{1000 * kNanosecondsPerSecond};
   DaemonProcess daemon_;
   DaemonSource source_{daemon_.socket(), Limits()};
+  std::uint32_t rows_ = 0;
+  bool end_ = false;
 };
 
-TEST_F(DaemonSourceTest, ReadsRecordsAndRows) {
+TEST_F(DaemonSourceTest, ReadsBatchesOfRows) {
   daemon_.Start(300);
-  EXPECT_EQ(source_.get(kScalars).status, kStatusOk);
-  const kvtree::WalkResult rows = source_.walk(kFirstRow, 128);
-  EXPECT_EQ(rows.status, kStatusOk);
-  EXPECT_EQ(rows.rows.size(), 128U);
-  EXPECT_FALSE(rows.end);
-  const kvtree::WalkResult last = source_.walk("/oper/mpls_vpn/gl/interface-next/RED/250", 128);
-  EXPECT_EQ(last.rows.size(), 51U);
-  EXPECT_TRUE(last.end);
-  EXPECT_EQ(source_.walk("/oper/mpls_vpn/gl/interface-next/RED/301", 128).status, kStatusNoSuchRow);
-  EXPECT_TRUE(source_.fd() >= 0);
+  EXPECT_EQ(Read(kScalars), kStatusOk);
+  EXPECT_EQ(rows_, 1U);
+  EXPECT_TRUE(end_);
+  EXPECT_EQ(Read(kFirstRow, 128), kStatusOk);
+  EXPECT_EQ(rows_, 128U);
+  EXPECT_FALSE(end_);
+  EXPECT_EQ(Read("/oper/mpls_vpn/gl/interface-next/RED/250", 128), kStatusOk);
+  EXPECT_EQ(rows_, 51U);
+  EXPECT_TRUE(end_);
+  EXPECT_EQ(Read("/oper/mpls_vpn/gl/interface-next/RED/301", 128), kStatusNoSuchRow);
+  EXPECT_GE(source_.fd(), 0);
+}
+
+TEST_F(DaemonSourceTest, SeveralBatchesAreUnderWayAndAnsweredInOrder) {
+  daemon_.Start(300);
+  std::vector<int> order;
+  for (int i = 0; i < 5; ++i)
+    source_.read({kScalars, 1, kKeys}, [&, i](const tables::Batch&) { order.push_back(i); });
+  while (source_.wait()) {
+  }
+  EXPECT_EQ(order, (std::vector<int>{0, 1, 2, 3, 4}));
 }
 
 TEST_F(DaemonSourceTest, AwayDaemonFailsAtOnceAndIsTriedAtTheInterval) {
   testing::internal::CaptureStderr();
   for (int i = 0; i < 3; ++i) {
     Pass(200);
-    EXPECT_EQ(source_.get(kScalars).status, kStatusNotConnected);
+    EXPECT_EQ(Read(kScalars), kStatusNotConnected);
   }
   daemon_.Start(1);
-  EXPECT_EQ(source_.get(kScalars).status, kStatusNotConnected) << "not before the interval has passed";
+  EXPECT_EQ(Read(kScalars), kStatusNotConnected) << "not before the interval has passed";
   EXPECT_EQ(source_.deadline(), clock_monotonic() + 200 * kNanosecondsPerMillisecond);
   Pass(200);
-  EXPECT_EQ(source_.get(kScalars).status, kStatusOk);
+  EXPECT_EQ(Read(kScalars), kStatusOk);
   const std::string log = testing::internal::GetCapturedStderr();
   EXPECT_EQ(log, "daemon at " + daemon_.socket() + ": away (" + err_text(kStatusNotConnected) +
                      "); answering with errors until it is back\n" + "daemon at " + daemon_.socket() +
@@ -74,15 +107,29 @@ TEST_F(DaemonSourceTest, AwayDaemonFailsAtOnceAndIsTriedAtTheInterval) {
 
 TEST_F(DaemonSourceTest, ReconnectsAfterTheDaemonWasKilled) {
   daemon_.Start(1);
-  EXPECT_EQ(source_.get(kScalars).status, kStatusOk);
+  EXPECT_EQ(Read(kScalars), kStatusOk);
   for (int i = 0; i < 2; ++i) {
     daemon_.Kill();
-    EXPECT_NE(source_.get(kScalars).status, kStatusOk);
+    EXPECT_NE(Read(kScalars), kStatusOk);
     EXPECT_EQ(source_.fd(), -1);
     daemon_.Start(1);
     Pass(200);
-    EXPECT_EQ(source_.get(kScalars).status, kStatusOk);
+    EXPECT_EQ(Read(kScalars), kStatusOk);
   }
+}
+
+TEST_F(DaemonSourceTest, BatchesUnderWayFailWhenTheDaemonIsKilled) {
+  daemon_.Start(1);
+  ASSERT_EQ(Read(kScalars), kStatusOk);
+  daemon_.Hang();
+  std::optional<Status> first;
+  std::optional<Status> second;
+  Ask(kScalars, 1, &first);
+  Ask(kFirstRow, 1, &second);
+  daemon_.Kill();
+  source_.handle_readable();
+  EXPECT_EQ(first, std::optional(kStatusNotConnected));
+  EXPECT_EQ(second, std::optional(kStatusNotConnected));
 }
 
 TEST_F(DaemonSourceTest, HangUpIsNoticedWithoutARequest) {
@@ -97,19 +144,19 @@ TEST_F(DaemonSourceTest, HangUpIsNoticedWithoutARequest) {
 
 TEST_F(DaemonSourceTest, HangingDaemonCostsOneTimeOutAndIsAskedAgainAsSoonAsItAnswers) {
   daemon_.Start(1);
-  ASSERT_EQ(source_.get(kScalars).status, kStatusOk);
+  ASSERT_EQ(Read(kScalars), kStatusOk);
   daemon_.Hang();
   testing::internal::CaptureStderr();
   const auto begin = SteadyClock::now();
   for (int i = 0; i < 1000; ++i) {
-    EXPECT_EQ(source_.get(kScalars).status, kStatusTimedOut);
+    EXPECT_EQ(Read(kScalars), kStatusTimedOut);
     Pass(100);
   }
   EXPECT_LT(SteadyClock::now() - begin, std::chrono::seconds(5)) << "a thousand time-outs would take 100 s";
   daemon_.GoOn();
   WaitUntilReadable();
   source_.handle_readable();
-  EXPECT_EQ(source_.get(kScalars).status, kStatusOk) << "although no time has passed";
+  EXPECT_EQ(Read(kScalars), kStatusOk) << "although no time has passed";
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
             "daemon at " + daemon_.socket() + ": away (" + err_text(kStatusTimedOut) +
                 "); answering with errors until it is back\n" + "daemon at " + daemon_.socket() +
@@ -118,44 +165,53 @@ TEST_F(DaemonSourceTest, HangingDaemonCostsOneTimeOutAndIsAskedAgainAsSoonAsItAn
 
 TEST_F(DaemonSourceTest, DaemonThatIsKilledWhileItHangsIsAway) {
   daemon_.Start(1);
-  ASSERT_EQ(source_.get(kScalars).status, kStatusOk);
+  ASSERT_EQ(Read(kScalars), kStatusOk);
   daemon_.Hang();
-  EXPECT_EQ(source_.get(kScalars).status, kStatusTimedOut);
-  EXPECT_EQ(source_.get(kScalars).status, kStatusTimedOut);
+  EXPECT_EQ(Read(kScalars), kStatusTimedOut);
+  EXPECT_EQ(Read(kScalars), kStatusTimedOut);
   daemon_.Kill();
   WaitUntilReadable();
   source_.handle_readable();
-  EXPECT_EQ(source_.get(kScalars).status, kStatusNotConnected);
+  EXPECT_EQ(Read(kScalars), kStatusNotConnected);
   EXPECT_EQ(source_.fd(), -1);
 }
 
-TEST_F(DaemonSourceTest, DaemonThatEndsAfterTheBudgetIsSpentIsAway) {
+TEST_F(DaemonSourceTest, ReadingFromAHangingDaemonDoesNotWait) {
   daemon_.Start(1);
-  source_.begin_request();
-  EXPECT_EQ(source_.get(kScalars).status, kStatusOk);
-  clock_.advance(500 * kNanosecondsPerMillisecond);
-  EXPECT_EQ(source_.get(kScalars).status, kStatusTimedOut);
-  daemon_.Kill();
-  WaitUntilReadable();
-  source_.handle_readable();
-  EXPECT_EQ(source_.get(kScalars).status, kStatusNotConnected) << "rows that were read before may be served";
+  ASSERT_EQ(Read(kScalars), kStatusOk);
+  daemon_.Hang();
+  std::optional<Status> status;
+  Ask(kScalars, 1, &status);
+  EXPECT_FALSE(status);
+  clock_.advance(100 * kNanosecondsPerMillisecond - 1);
+  source_.step();
+  EXPECT_FALSE(status);
+  EXPECT_EQ(source_.deadline(), clock_monotonic() + 1);
+  clock_.advance(1);
+  source_.step();
+  EXPECT_EQ(status, std::optional(kStatusTimedOut));
 }
 
-TEST_F(DaemonSourceTest, RequestThatHasSpentItsBudgetGetsNoFurtherCall) {
+TEST_F(DaemonSourceTest, RequestThatHasSpentItsBudgetDoesNotWait) {
   daemon_.Start(1);
+  EXPECT_EQ(Read(kScalars), kStatusOk);
+  std::optional<Status> status;
   source_.begin_request();
-  EXPECT_EQ(source_.get(kScalars).status, kStatusOk);
+  Ask(kScalars, 1, &status);
   clock_.advance(500 * kNanosecondsPerMillisecond);
-  EXPECT_NE(source_.get(kScalars).status, kStatusOk);
-  EXPECT_NE(source_.walk(kFirstRow, 1).status, kStatusOk);
+  EXPECT_FALSE(source_.wait());
   EXPECT_GE(source_.fd(), 0) << "the connection is as good as before";
-  source_.begin_request();
-  EXPECT_EQ(source_.get(kScalars).status, kStatusOk);
 }
 
 TEST_F(DaemonSourceTest, ProbeHasDataOnlyWhenThePathIsServed) {
+  const auto probe = [this] {
+    source_.begin_request();
+    source_.probe(kScalars);
+    while (source_.wait()) {
+    }
+  };
   daemon_.Start(1, false);
-  source_.probe(kScalars);
+  probe();
   EXPECT_FALSE(source_.had_data());
   EXPECT_GE(source_.fd(), 0);
   EXPECT_EQ(source_.deadline(), clock_monotonic() + 200 * kNanosecondsPerMillisecond);
@@ -163,14 +219,14 @@ TEST_F(DaemonSourceTest, ProbeHasDataOnlyWhenThePathIsServed) {
   daemon_.Start(1);
   source_.handle_readable();
   Pass(200);
-  source_.probe(kScalars);
+  probe();
   EXPECT_TRUE(source_.had_data());
   EXPECT_EQ(source_.deadline(), UINT64_MAX);
 }
 
 TEST_F(DaemonSourceTest, RefusalLeavesTheConnection) {
   daemon_.Start(1);
-  EXPECT_EQ(source_.get("/oper/mpls_vpn/gl/nothing").status, kStatusUnknownPath);
+  EXPECT_EQ(Read("/oper/mpls_vpn/gl/nothing"), kStatusNoHandler);
   EXPECT_GE(source_.fd(), 0);
   EXPECT_FALSE(source_.had_data());
 }

@@ -12,6 +12,7 @@
 #include <cstdlib>
 
 #include "mpls/vpn/mib/src/records/layouts.h"
+#include "mpls/vpn/mib/src/records/pack.h"
 #include "platform/core/evm/evm.h"
 #include "platform/core/files/directories.h"
 #include "platform/store/client/client.h"
@@ -61,6 +62,10 @@ const std::array<KvPathRow, 2> kPaths = {
     KvPathRow{"interface-next/<s>/<n>", {kKvModeNext, nullptr, get_interface, nullptr, nullptr}}};
 const KvPathTable kTable = {kPaths.data(), kPaths.size()};
 const KvWalkRule kWalkRule = {"interface-next", following_interface};
+const std::array<KvColumnRule, 2> kColumnRules = {
+    KvColumnRule{"scalars", mib::pack_reply<mib::Scalars, kMibScalarsParcel, mib::kScalarColumns>},
+    KvColumnRule{"interface-next",
+                 mib::pack_reply<mib::Interface, kMibInterfaceParcel, mib::kInterfaceColumns>}};
 
 Status match(const KvRequest* request, KvReply* reply) {
   return kvtree_match_get(request, &kTable, reply);
@@ -72,6 +77,8 @@ bool register_provider(EventManager* manager) {
   functions.get = match;
   functions.walk_rules = &kWalkRule;
   functions.walk_rule_count = 1;
+  functions.column_rules = kColumnRules.data();
+  functions.column_rule_count = kColumnRules.size();
   return kvtree_bind(&provider_connection, "/oper/mpls_vpn/gl/", kKvBindProvider) == kStatusOk &&
          kvtree_register_prov2(provider_connection, "", manager, &functions, 0, 1) == kStatusOk;
 }

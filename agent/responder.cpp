@@ -67,10 +67,12 @@ Responder::Outcome Responder::answer_body(const Header& request, Reader* reader,
   bool default_context = true;
   if (!read_context(request, reader, &default_context)) return {Error::kParseError, 0};
   if (!default_context) return {Error::kUnsupportedContext, 0};
+  mib_->begin_requests();
   switch (request.type) {
     case PduType::kGet:
       return answer_get(reader, writer);
     case PduType::kGetNext:
+      want(*reader);
       return answer_next(SIZE_MAX, reader, writer);
     case PduType::kGetBulk:
       return answer_bulk(reader, writer);
@@ -85,12 +87,25 @@ Responder::Outcome Responder::answer_body(const Header& request, Reader* reader,
   }
 }
 
+// What all ranges need is read together.
+void Responder::want(Reader ranges) {
+  Reader after_first = ranges;
+  if (!after_first.skip_search_range() || after_first.at_end()) return;
+  SearchRange range;
+  while (!ranges.at_end() && ranges.search_range(&range)) mib_->want(range.start.view());
+}
+
 Responder::Outcome Responder::answer_get(Reader* reader, Writer* writer) {
+  want(*reader);
   for (std::size_t count = 1; !reader->at_end(); ++count) {
     SearchRange range;
     if (!reader->search_range(&range)) return {Error::kParseError, 0};
     Variable variable;
-    switch (mib_->get(range.start.view(), &variable)) {
+    Answer answer = Answer::kPending;
+    do {
+      answer = mib_->get(range.start.view(), &variable);
+    } while (answer == Answer::kPending && waits());
+    switch (answer) {
       case Answer::kValue:
         write_variable(variable, writer);
         break;
@@ -102,6 +117,7 @@ Responder::Outcome Responder::answer_get(Reader* reader, Writer* writer) {
         break;
       case Answer::kEnd:
       case Answer::kFailed:
+      case Answer::kPending:
         return {Error::kGenErr, variable_number(count)};
     }
   }
@@ -111,8 +127,11 @@ Responder::Outcome Responder::answer_get(Reader* reader, Writer* writer) {
 // Writes the variable that follows, or endOfMibView with the name that the range begins with.
 Error Responder::write_next(const SearchRange& range, Writer* writer, bool* end) {
   Variable variable;
-  const Answer answer = mib_->next(range.start.view(), range.include, range.end.view(), &variable);
-  if (answer == Answer::kFailed) return Error::kGenErr;
+  Answer answer = Answer::kPending;
+  do {
+    answer = mib_->next(range.start.view(), range.include, range.end.view(), &variable);
+  } while (answer == Answer::kPending && waits());
+  if (answer == Answer::kFailed || answer == Answer::kPending) return Error::kGenErr;
   *end = answer != Answer::kValue;
   if (*end) {
     writer->var_bind(ValueType::kEndOfMibView, range.start.view());
@@ -140,6 +159,7 @@ Responder::Outcome Responder::answer_bulk(Reader* reader, Writer* writer) {
   std::uint16_t max_repetitions = 0;
   if (!reader->number16(&non_repeaters) || !reader->number16(&max_repetitions))
     return {Error::kParseError, 0};
+  want(*reader);
   const std::size_t begin = writer->position();
   const Outcome once = answer_next(non_repeaters, reader, writer);
   if (once.error != Error::kNone) return once;

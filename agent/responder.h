@@ -2,6 +2,8 @@
 // the answers become one response PDU, written straight into the session's output (RFC 2741 section 7.2).
 #pragma once
 
+#include <functional>
+
 #include "agent/agentx/pdu.h"
 #include "agent/tables/mib.h"
 
@@ -9,8 +11,11 @@ namespace agent {
 
 class Responder {
  public:
+  // Waits for an answer of the daemon that is under way; false when there will be none in time.
+  using Wait = std::function<bool()>;
+
   // The MIB must outlive it.
-  explicit Responder(tables::Mib& mib) : mib_(&mib) {}
+  explicit Responder(tables::Mib& mib, Wait wait = nullptr) : mib_(&mib), wait_(std::move(wait)) {}
 
   // Appends the response. The payload is untrusted: it answers parseError for one that cannot be decoded, and
   // genErr for a variable for which the daemon has no answer. A CleanupSet has no response.
@@ -29,7 +34,11 @@ class Responder {
   bool repeat(agentx::Reader ranges, std::size_t* previous, agentx::Writer* writer, Outcome* outcome);
   agentx::Error write_next(const agentx::SearchRange& range, agentx::Writer* writer, bool* end);
 
+  void want(agentx::Reader ranges);
+  bool waits() const { return wait_ && wait_(); }
+
   tables::Mib* mib_;
+  Wait wait_;
 };
 
 }  // namespace agent

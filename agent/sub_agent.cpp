@@ -7,15 +7,18 @@
 #include <poll.h>
 
 #include <algorithm>
-#include <array>
-#include <cerrno>
-#include <cstring>
+#include <utility>
 
+#include "agent/notify.h"
 #include "agent/tables/l3vpn_tables.h"
 #include "platform/core/base/log.h"
 
 namespace agent {
 namespace {
+
+static_assert(EPOLLIN == POLLIN && EPOLLOUT == POLLOUT && EPOLLHUP == POLLHUP && EPOLLERR == POLLERR);
+
+enum Key : std::size_t { kSession, kRows, kWake, kTraps };
 
 constexpr const char* kFirstRecord = "/oper/mpls_vpn/gl/scalars";
 
@@ -36,14 +39,22 @@ SubAgent::SubAgent(const SubAgentOptions& options)
     : verbose_(options.verbose),
       daemon_(options.daemon_socket, options.daemon_limits),
       mib_(tables::l3vpn_tables(), daemon_, options.row_age_ns),
-      responder_(mib_),
+      responder_(mib_, [this] { return daemon_.wait(); }),
       session_(
           session_options(options),
           [this](const agentx::Header& request, agentx::Bytes payload, agentx::Writer* writer) {
             answer(request, payload, writer);
           },
-          [this](std::uint32_t packet, std::uint16_t error) { traps_.take_answer(packet, error); }),
-      traps_(options.daemon_socket, options.daemon_limits, session_) {}
+          [this](std::uint32_t packet, std::uint16_t error) {
+            traps_.take_answer(packet, error == 0 ? nullptr : agentx::error_text(error).c_str());
+          }),
+      sink_(session_),
+      traps_(options.daemon_socket, options.daemon_limits, sink_) {}
+
+TrapSink::Sent MasterSink::send(const TrapNotification& notification, std::uint32_t* packet) {
+  *packet = session_->notify([&](agentx::Writer* writer) { write_notification(notification, writer); });
+  return *packet == 0 ? Sent::kNotNow : Sent::kAwaitsAnswer;
+}
 
 void SubAgent::answer(const agentx::Header& request, agentx::Bytes payload, agentx::Writer* writer) {
   daemon_.begin_request();
@@ -56,41 +67,35 @@ void SubAgent::answer(const agentx::Header& request, agentx::Bytes payload, agen
 }
 
 void SubAgent::step() {
+  daemon_.step();
   daemon_.probe(kFirstRecord);
   if (daemon_.had_data()) session_.allow_registration();
-  daemon_.step();
   session_.step();
   traps_.step();
   flood_end_ = log_report_floods();
 }
 
-int SubAgent::wait_ms(int max_wait_ms) const {
-  const std::uint64_t now = clock_monotonic();
-  const std::uint64_t due =
-      std::min({daemon_.deadline(), session_.deadline(), traps_.deadline(), flood_end_});
-  const std::uint64_t ns = due > now ? due - now : 0;
-  constexpr std::uint64_t kLongest = 60'000;
-  const std::uint64_t ms =
-      std::min((ns + kNanosecondsPerMillisecond - 1) / kNanosecondsPerMillisecond, kLongest);
-  const int wait = static_cast<int>(ms);
-  return max_wait_ms < 0 ? wait : std::min(wait, max_wait_ms);
+std::uint64_t SubAgent::deadline() const {
+  return std::min({daemon_.deadline(), session_.deadline(), traps_.deadline(), flood_end_});
 }
 
 bool SubAgent::run_once(int wake_fd, int max_wait_ms) {
-  step();
-  std::array<pollfd, 4> watched = {pollfd{session_.fd(), session_.events(), 0},
-                                   pollfd{daemon_.fd(), POLLIN, 0}, pollfd{wake_fd, POLLIN, 0},
-                                   pollfd{traps_.fd(), POLLIN, 0}};
-  if (poll(watched.data(), watched.size(), wait_ms(max_wait_ms)) < 0) {
-    if (errno != EINTR) log_error("mpls_vpn_snmp", "poll: %s", std::strerror(errno));
-    return false;
-  }
+  if (!std::exchange(started_, true)) step();  // later ones follow the events
+  watched_.watch(kSession, session_.fd(), static_cast<std::uint32_t>(session_.events()), session_.losses());
+  watched_.watch(kRows, daemon_.fd(), EPOLLIN, daemon_.connections());
+  watched_.watch(kWake, wake_fd, EPOLLIN, 0);
+  watched_.watch(kTraps, traps_.fd(), EPOLLIN, traps_.connections());
+  const auto events = watched_.wait(deadline(), max_wait_ms);
   // The daemon first: a request that arrives at the same time must not be sent into a closed connection.
-  if (watched[1].revents != 0) daemon_.handle_readable();
-  if (watched[3].revents != 0) traps_.handle_readable();
-  if (watched[0].revents != 0) session_.handle(watched[0].revents);
-  step();
-  return watched[2].revents != 0;
+  if (events[kRows] != 0) daemon_.handle_readable();
+  if (events[kTraps] != 0) traps_.handle_readable();
+  // The events of epoll have the numbers of poll().
+  if (events[kSession] != 0) session_.handle(static_cast<short>(events[kSession]));
+  // A request changes nothing that a step would have to continue; what becomes due ends the next wait.
+  const bool only_requests = events[kSession] != 0 && events[kRows] == 0 && events[kTraps] == 0 &&
+                             events[WatchedDescriptors::kTimer] == 0;
+  if (!only_requests || !session_.registered() || traps_.has_traps()) step();
+  return events[kWake] != 0;
 }
 
 }  // namespace agent

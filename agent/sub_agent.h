@@ -11,6 +11,7 @@
 #include "agent/responder.h"
 #include "agent/tables/mib.h"
 #include "agent/trap_feed.h"
+#include "agent/watched_descriptors.h"
 #include "platform/core/base/clock.h"
 
 namespace agent {
@@ -25,6 +26,19 @@ struct SubAgentOptions {
   std::function<int()> connect_master;
 };
 
+// Sends notifications to the master agent in Notify PDUs.
+class MasterSink : public TrapSink {
+ public:
+  explicit MasterSink(agentx::Session& session) : session_(&session) {}
+  bool ready() const override { return session_->registered(); }
+  Sent send(const TrapNotification& notification, std::uint32_t* packet) override;
+  void flush() override { session_->flush_notifies(); }
+  std::uint32_t losses() const override { return session_->losses(); }
+
+ private:
+  agentx::Session* session_;
+};
+
 class SubAgent {
  public:
   explicit SubAgent(const SubAgentOptions& options);
@@ -33,19 +47,24 @@ class SubAgent {
   // it. True when wake_fd (-1: none) became readable.
   bool run_once(int wake_fd, int max_wait_ms);
   bool registered() const { return session_.registered(); }
+  // True while an answer of the daemon is under way.
+  bool awaits_daemon() const { return daemon_.is_asked() || traps_.subscribes(); }
   void shut_down() { session_.shut_down(); }
 
  private:
   void answer(const agentx::Header& request, agentx::Bytes payload, agentx::Writer* writer);
   void step();
-  int wait_ms(int max_wait_ms) const;
+  std::uint64_t deadline() const;
 
   bool verbose_;
+  bool started_ = false;
   DaemonSource daemon_;
   tables::Mib mib_;
   Responder responder_;
   agentx::Session session_;
+  MasterSink sink_;
   TrapFeed traps_;
+  WatchedDescriptors watched_;
   std::uint64_t flood_end_ = UINT64_MAX;  // when the log has to be asked for the count of a flood
 };
 

@@ -1,6 +1,7 @@
 // The sub-agent as a whole, between a simulated master agent and a data store in its own process.
 #include "agent/sub_agent.h"
 
+#include <gmock/gmock.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -105,12 +106,15 @@ TEST_F(SubAgentTest, MasterThatReturnsWhileTheDaemonIsAwayGetsErrorsAndNoGap) {
   daemon_.Start(5);
   Run();
   ASSERT_TRUE(sub_agent_.registered());
+  testing::internal::CaptureStderr();
   daemon_.Kill();
   HangUp();
   Pass(1000);
   Run();
   Pass(300);
   Run();
+  EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::Not(testing::HasSubstr("epoll_ctl")))
+      << "descriptors that were closed together must not be watched again";
   EXPECT_TRUE(sub_agent_.registered());
   EXPECT_EQ(Ask(PduType::kGet, {scalar(1)}).head.error, 5);
 }

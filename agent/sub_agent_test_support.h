@@ -35,8 +35,10 @@ class SubAgentTest : public testing::Test {
   // Runs the sub-agent until it has nothing more to do; replies to Open, Register and Ping as a master does.
   void Run() {
     for (int idle = 0; idle < 3; ++idle) {
-      sub_agent_.run_once(-1, 0);
-      if (TakePdus()) idle = 0;
+      const bool awaited = sub_agent_.awaits_daemon();
+      sub_agent_.run_once(-1, awaited ? 100 : 0);
+      const bool progressed = awaited && !sub_agent_.awaits_daemon();
+      if (TakePdus() || progressed) idle = 0;
     }
   }
 

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "agent/trap_notification.h"
 #include "mpls/vpn/mib/src/records/mib_constants.h"
 #include "platform/core/base/log.h"
 
@@ -18,60 +17,65 @@ constexpr std::uint64_t kAcknowledgeAfter = 16;  // a fraction of the window tha
 
 }  // namespace
 
-TrapFeed::TrapFeed(std::string socket_path, DaemonLimits limits, agentx::Session& session)
-    : socket_path_(std::move(socket_path)),
-      limits_(limits),
-      session_(&session),
-      client_(socket_path_, limits.call_timeout) {}
+TrapFeed::TrapFeed(std::string socket_path, DaemonLimits limits, TrapSink& sink)
+    : socket_path_(std::move(socket_path)), limits_(limits), sink_(&sink), client_(socket_path_) {}
 
 std::uint64_t TrapFeed::deadline() const {
-  return client_.connected() || !session_->registered() ? UINT64_MAX : retry_at_;
+  if (client_.connected()) return subscribed_ ? UINT64_MAX : subscribed_until_;
+  return sink_->ready() ? retry_at_ : UINT64_MAX;
 }
 
 void TrapFeed::step() {
-  if (session_losses_ != session_->losses()) {
-    session_losses_ = session_->losses();
+  if (sink_losses_ != sink_->losses()) {
+    sink_losses_ = sink_->losses();
     for (Trap& trap : traps_) trap.packet = 0;
   }
-  if (!client_.connected() && session_->registered() && clock_monotonic() >= retry_at_) subscribe();
+  const std::uint64_t now = clock_monotonic();
+  if (client_.connected() && !subscribed_ && now >= subscribed_until_) lose_connection(kStatusTimedOut);
+  if (!client_.connected() && sink_->ready() && now >= retry_at_) subscribe();
   send();
-  acknowledge();
+  acknowledge(false);
+}
+
+void TrapFeed::finish() {
+  acknowledge(true);
 }
 
 void TrapFeed::subscribe() {
+  subscribed_ = false;
+  subscribed_until_ = clock_monotonic() +
+                      static_cast<std::uint64_t>(limits_.call_timeout.count()) * kNanosecondsPerMillisecond;
+  ++connections_;
   Status status = client_.connect();
-  kvtree::SubscribeResult result;
-  if (status == kStatusOk) {
-    result = client_.subscribe(kMplsVpnPath, kName);
-    status = result.status;
-  }
-  if (status != kStatusOk) {
-    lose_connection(status);
-    return;
-  }
+  if (status == kStatusOk) status = client_.ask_subscription(kMplsVpnPath, kName);
+  if (status != kStatusOk) lose_connection(status);
+}
+
+void TrapFeed::take_subscription(const kvtree::SubscribeResult& result) {
+  if (result.status != kStatusOk) return lose_connection(result.status);
+  subscribed_ = true;
   announced_ = kStatusOk;
   subscription_ = result.subscription;
   acknowledged_ = 0;
-  if (result.instance != instance_) {
-    instance_ = result.instance;
-    received_ = 0;
-    done_ = 0;
-  }
-  take_all();
+  if (result.instance == instance_) return;
+  instance_ = result.instance;
+  received_ = 0;
+  done_ = 0;
 }
 
 void TrapFeed::handle_readable() {
-  take_all();
-}
-
-void TrapFeed::take_all() {
+  using Arrived = kvtree::AsyncClient::Arrived;
   while (client_.connected()) {
-    kvtree::NotificationResult notification = client_.next_notification(std::chrono::milliseconds(0));
-    if (notification.status == kStatusTimedOut) return;
-    if (notification.status != kStatusOk) {
-      lose_connection(notification.status);
+    kvtree::AsyncClient::Arrival arrival;
+    const Status status = client_.receive(&arrival);
+    if (status != kStatusOk) return lose_connection(status);
+    if (arrival.what == Arrived::kNothing) return;
+    if (arrival.what == Arrived::kSubscribed && !subscribed_) {
+      take_subscription(arrival.subscription);
+    } else if (arrival.what == Arrived::kNotified && subscribed_) {
+      take(std::move(arrival.notification));
     } else {
-      take(std::move(notification));
+      lose_connection(kStatusBadMessage);
     }
   }
 }
@@ -102,6 +106,7 @@ void TrapFeed::note_lost(std::uint64_t count, const char* where) {
 
 void TrapFeed::lose_connection(Status status) {
   client_.close();
+  subscribed_ = false;
   retry_at_ = clock_monotonic() + (status == kStatusTimedOut ? limits_.silence_ns : limits_.retry_ns);
   const bool refused = status == kStatusAccess || status == kStatusNoSuchRow;
   if (!refused || status == announced_) return;
@@ -112,33 +117,33 @@ void TrapFeed::lose_connection(Status status) {
 }
 
 void TrapFeed::send() {
-  if (!session_->registered()) return;
+  if (!sink_->ready()) return;
   for (Trap& trap : traps_) {
     if (trap.done || trap.packet != 0) continue;
     if (!send_one(&trap)) break;
   }
-  session_->flush_notifies();
+  sink_->flush();
   drop_done();
 }
 
-// False when the session accepts no more.
+// False when the sink accepts no more.
 bool TrapFeed::send_one(Trap* trap) {
-  std::vector<std::uint8_t> variables;
-  agentx::Writer trial(&variables);
-  if (const Status status = write_trap(trap->record, &trial)) {
+  TrapNotification notification;
+  if (const Status status = read_trap(trap->record, &notification)) {
     log_error("traps", "cannot send one: %s", err_text(status));
     trap->done = true;
     return true;
   }
-  trap->packet = session_->notify([&](agentx::Writer* writer) { writer->raw(variables); });
-  return trap->packet != 0;
+  const TrapSink::Sent sent = sink_->send(notification, &trap->packet);
+  trap->done = sent == TrapSink::Sent::kDone;
+  return sent != TrapSink::Sent::kNotNow;
 }
 
-void TrapFeed::take_answer(std::uint32_t packet, std::uint16_t error) {
+void TrapFeed::take_answer(std::uint32_t packet, const char* refusal) {
   const auto trap =
       std::find_if(traps_.begin(), traps_.end(), [&](const Trap& each) { return each.packet == packet; });
   if (trap == traps_.end()) return;
-  if (error != 0) log_warning("traps", "the master agent refused one: %s", agentx::error_text(error).c_str());
+  if (refusal != nullptr) log_warning("traps", "the master agent refused one: %s", refusal);
   trap->done = true;
   drop_done();
 }
@@ -150,10 +155,10 @@ void TrapFeed::drop_done() {
   }
 }
 
-void TrapFeed::acknowledge() {
-  if (!client_.connected() || done_ == acknowledged_) return;
+void TrapFeed::acknowledge(bool at_once) {
+  if (!subscribed_ || done_ == acknowledged_) return;
   // An acknowledgement wakes the daemon: send one for several traps.
-  if (!traps_.empty() && done_ - acknowledged_ < kAcknowledgeAfter) return;
+  if (!at_once && !traps_.empty() && done_ - acknowledged_ < kAcknowledgeAfter) return;
   if (const Status status = client_.acknowledge(subscription_, done_)) {
     lose_connection(status);
     return;

@@ -1,4 +1,3 @@
-// sysUpTime.0 is left to the master agent, which puts its own first.
 #include "agent/trap_notification.h"
 
 #include <span>
@@ -6,16 +5,12 @@
 #include <type_traits>
 
 #include "agent/tables/mib.h"
-#include "agent/value_type.h"
 #include "mpls/vpn/mib/src/records/decoded.h"
 #include "mpls/vpn/mib/src/records/layouts.h"
 
 namespace agent {
 namespace {
 
-using agentx::ValueType;
-
-const oid::Oid kSnmpTrapOid{1, 3, 6, 1, 6, 3, 1, 1, 4, 1, 0};
 // mplsL3VpnMIB
 const oid::Oid kL3vpn(oid::View(tables::kL3vpnObjects).first(9));
 
@@ -25,14 +20,14 @@ using Trap = mpls_vpn_mib_trap;
 struct Object {
   std::span<const std::uint32_t> entry;
   std::uint32_t number;
-  ValueType type;
+  mib::Type type;
   bool of_interface;  // the index has the ifIndex after the VRF's name
   std::uint32_t (*value)(const Trap&);
 };
 
 template <auto kMember, typename Record>
 consteval Object object(const mib::Column<Record>& column) {
-  return {column.entry, column.number, value_type(column.syntax.type), std::is_same_v<Record, mib::Interface>,
+  return {column.entry, column.number, column.syntax.type, std::is_same_v<Record, mib::Interface>,
           [](const Trap& trap) { return static_cast<std::uint32_t>(trap.*kMember); }};
 }
 
@@ -55,39 +50,32 @@ constexpr Object kIllegalLabelObjects[] = {kIllegalLblVltns};
 constexpr std::span<const Object> kNotifications[] = {kStatusObjects, kStatusObjects,       kMidObjects,
                                                       kHighObjects,   kIllegalLabelObjects, kHighObjects};
 
-void write_trap_oid(std::uint32_t type, agentx::Writer* writer) {
-  oid::Oid notification = kL3vpn;
-  notification.append(0);
-  notification.append(type + 1);
-  writer->var_bind(ValueType::kObjectIdentifier, kSnmpTrapOid.view());
-  writer->name(notification.view());
-}
-
-void write_object(const Object& object, const Trap& trap, std::string_view vrf, agentx::Writer* writer) {
-  oid::Oid name{oid::View(tables::kL3vpnObjects)};
-  name.append(object.entry);
-  name.append(object.number);
-  name.append(static_cast<std::uint32_t>(vrf.size()));
-  for (const char octet : vrf) name.append(static_cast<std::uint8_t>(octet));
-  if (object.of_interface) name.append(static_cast<std::uint32_t>(trap.ifConfIndex));
-  writer->var_bind(object.type, name.view());
-  writer->number32(object.value(trap));
-}
-
-Status write_variables(const Trap& trap, agentx::Writer* writer) {
-  const std::string_view vrf = trap.vrfName == nullptr ? "" : trap.vrfName;
-  if (trap.trapType >= std::size(kNotifications) || vrf.size() > tables::kMaxNameLength)
-    return kStatusInvalid;
-  write_trap_oid(trap.trapType, writer);
-  for (const Object& object : kNotifications[trap.trapType]) write_object(object, trap, vrf, writer);
-  return kStatusOk;
+TrapVariable make_variable(const Object& object, const Trap& trap, std::string_view vrf) {
+  TrapVariable variable{oid::Oid(oid::View(tables::kL3vpnObjects)), object.type, object.value(trap)};
+  variable.name.append(object.entry);
+  variable.name.append(object.number);
+  variable.name.append(static_cast<std::uint32_t>(vrf.size()));
+  for (const char octet : vrf) variable.name.append(static_cast<std::uint8_t>(octet));
+  if (object.of_interface) variable.name.append(static_cast<std::uint32_t>(trap.ifConfIndex));
+  return variable;
 }
 
 }  // namespace
 
-Status write_trap(const kvtree::Octets& record, agentx::Writer* writer) {
+Status read_trap(const kvtree::Octets& record, TrapNotification* notification) {
   const Decoded<Trap> trap(kMibTrapParcel, record.data(), record.size());
-  return trap.status() == kStatusOk ? write_variables(*trap, writer) : kStatusBadEncoding;
+  if (trap.status() != kStatusOk) return kStatusBadEncoding;
+  const std::string_view vrf = trap->vrfName == nullptr ? "" : trap->vrfName;
+  if (trap->trapType >= std::size(kNotifications) || vrf.size() > tables::kMaxNameLength)
+    return kStatusInvalid;
+  notification->identifier = kL3vpn;
+  notification->identifier.append(0);
+  notification->identifier.append(trap->trapType + 1);
+  notification->variables.clear();
+  for (const Object& object : kNotifications[trap->trapType]) {
+    notification->variables.push_back(make_variable(object, *trap, vrf));
+  }
+  return kStatusOk;
 }
 
 }  // namespace agent

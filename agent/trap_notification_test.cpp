@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 
 #include "agent/agentx/master_test_support.h"
+#include "agent/notify.h"
 #include "agent/tables/tables_test_support.h"
 
 namespace {
@@ -16,11 +17,18 @@ kvtree::Octets encoded(std::uint32_t type, std::string vrf = "RED") {
   return agent_test::encode(kMibTrapParcel, &trap);
 }
 
+Status write_trap(const kvtree::Octets& record, agentx::Writer* writer) {
+  agent::TrapNotification notification;
+  if (const Status status = agent::read_trap(record, &notification)) return status;
+  agent::write_notification(notification, writer);
+  return kStatusOk;
+}
+
 // "name type value" of each variable; names without what all share.
 std::vector<std::string> variables(const kvtree::Octets& record) {
   std::vector<std::uint8_t> octets;
   agentx::Writer writer(&octets);
-  EXPECT_EQ(agent::write_trap(record, &writer), kStatusOk);
+  EXPECT_EQ(write_trap(record, &writer), kStatusOk);
   std::vector<std::string> all;
   agentx::Reader reader(octets, true);
   for (Bound& variable : agent_test::read_variables(&reader)) {
@@ -69,11 +77,11 @@ TEST(TrapNotification, NamesOfAnyOctetsAreIndexes) {
 TEST(TrapNotification, RecordThatIsNotATrapIsRefusedAndNothingIsWritten) {
   std::vector<std::uint8_t> octets;
   agentx::Writer writer(&octets);
-  EXPECT_EQ(agent::write_trap({1, 2, 3}, &writer), kStatusBadEncoding);
-  EXPECT_EQ(agent::write_trap(encoded(6), &writer), kStatusInvalid);
-  EXPECT_EQ(agent::write_trap(encoded(0, std::string(32, 'x')), &writer), kStatusInvalid);
+  EXPECT_EQ(write_trap({1, 2, 3}, &writer), kStatusBadEncoding);
+  EXPECT_EQ(write_trap(encoded(6), &writer), kStatusInvalid);
+  EXPECT_EQ(write_trap(encoded(0, std::string(32, 'x')), &writer), kStatusInvalid);
   EXPECT_TRUE(octets.empty());
-  EXPECT_EQ(agent::write_trap(encoded(0, std::string(31, 'x')), &writer), kStatusOk);
+  EXPECT_EQ(write_trap(encoded(0, std::string(31, 'x')), &writer), kStatusOk);
 }
 
 }  // namespace

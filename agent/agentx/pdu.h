@@ -124,11 +124,13 @@ class Reader {
   [[nodiscard]] bool name(oid::Oid* value, bool* include);
   [[nodiscard]] bool octets(Bytes* value);
   [[nodiscard]] bool search_range(SearchRange* range);
+  [[nodiscard]] bool skip_search_range();
   [[nodiscard]] bool response(Response* value);
   [[nodiscard]] bool var_bind(oid::Oid* name, Value* value);
 
  private:
   bool take(std::size_t count, Bytes* taken);
+  bool skip_name();
 
   Bytes rest_;
   bool network_order_;

@@ -236,7 +236,11 @@ void Session::take_reply(std::uint16_t error) {
     const char* const what = state_ == State::kOpening       ? "opening a session"
                              : state_ == State::kRegistering ? "registering"
                                                              : "a ping";
-    lose(std::string("it refused ") + what + ": " + error_text(error));
+    const bool is_taken = error == static_cast<std::uint16_t>(Error::kDuplicateRegistration);
+    const std::string why = is_taken ? ", because another agent serves " +
+                                           oid::to_text(options_.subtree.view()) + ": stop one of them"
+                                     : "";
+    lose(std::string("it refused ") + what + ": " + error_text(error) + why);
     return;
   }
   if (state_ == State::kOpening) {

@@ -172,8 +172,8 @@ TEST_F(SessionTest, RefusedRegistrationIsTriedAgainAndLoggedOnce) {
   }
   EXPECT_EQ(
       testing::internal::GetCapturedStderr(),
-      "master agent at test: away (it refused registering: duplicateRegistration); trying again until it is "
-      "back\n");
+      "master agent at test: away (it refused registering: duplicateRegistration, because another agent "
+      "serves 1.3.6.1.2.1.10.166.11.1: stop one of them); trying again until it is back\n");
 }
 
 TEST_F(SessionTest, RefusedOpenIsTriedAgain) {

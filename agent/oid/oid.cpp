@@ -3,6 +3,7 @@
 #include "agent/oid/oid.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace oid {
 
@@ -11,12 +12,6 @@ Oid::Oid(std::initializer_list<std::uint32_t> values) : Oid(View(values.begin(),
 Oid::Oid(View values) {
   if (values.size() > kMaxSubIdentifiers) values = values.first(kMaxSubIdentifiers);
   append(values);
-}
-
-bool Oid::append(std::uint32_t value) {
-  if (count_ == kMaxSubIdentifiers) return false;
-  values_[count_++] = value;
-  return true;
 }
 
 bool Oid::append(View values) {
@@ -43,8 +38,12 @@ std::strong_ordering compare(View head, View tail, View right) {
   return order == std::strong_ordering::equal ? compare(tail, right.subspan(head.size())) : order;
 }
 
+bool equal(View left, View right) {
+  return left.size() == right.size() && std::memcmp(left.data(), right.data(), left.size_bytes()) == 0;
+}
+
 bool starts_with(View whole, View prefix) {
-  return whole.size() >= prefix.size() && std::equal(prefix.begin(), prefix.end(), whole.begin());
+  return whole.size() >= prefix.size() && equal(whole.first(prefix.size()), prefix);
 }
 
 std::string to_text(View value) {

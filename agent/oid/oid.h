@@ -38,8 +38,17 @@ class Oid {
   // REQUIRES: length <= size().
   void truncate(std::size_t length) { count_ = length; }
   // False, and nothing appended, when it would exceed kMaxSubIdentifiers.
-  bool append(std::uint32_t value);
+  bool append(std::uint32_t value) {
+    if (count_ == kMaxSubIdentifiers) return false;
+    values_[count_++] = value;
+    return true;
+  }
   bool append(View values);
+  // Appends so many unset ones. REQUIRES: at most kMaxSubIdentifiers - size().
+  std::span<std::uint32_t> grow(std::size_t count) {
+    count_ += count;
+    return std::span(values_).subspan(count_ - count, count);
+  }
 
  private:
   std::size_t count_ = 0;
@@ -50,6 +59,7 @@ class Oid {
 std::strong_ordering compare(View left, View right);
 // The same for the concatenation of head and tail, without building it.
 std::strong_ordering compare(View head, View tail, View right);
+bool equal(View left, View right);
 bool starts_with(View whole, View prefix);
 // "1.3.6.1"; "" for none.
 std::string to_text(View value);

@@ -15,6 +15,11 @@ using agent_test::parse_oid;
 using tables::Lookup;
 using tables::RowCache;
 using tables::RowRef;
+using tables::Slots;
+
+constexpr Slots kFirstSlot = 1;
+constexpr Slots kSecondSlot = 2;
+constexpr Slots kThirdSlot = 4;
 
 const tables::RowSet& interfaces() {
   return *tables::l3vpn_tables()[1].rows;
@@ -27,13 +32,22 @@ class RowCacheTest : public testing::Test {
   }
 
   // The first index at or after this one; "end" or "failed".
-  std::string Find(const std::string& index, std::uint32_t rows = tables::kWalkRows) {
+  std::string Find(const std::string& index, Slots slots = kFirstSlot,
+                   std::uint32_t rows = tables::kWalkRows) {
     RowRef row;
-    switch (cache_.first_at_or_after(parse_oid(index).view(), rows, &row)) {
+    cache_.begin_requests();
+    return Found(index, slots, rows, &row);
+  }
+  // The same within the request at hand.
+  std::string Found(const std::string& index, Slots slots, std::uint32_t rows, RowRef* found) {
+    RowRef& row = *found;
+    switch (cache_.first_at_or_after(parse_oid(index).view(), slots, rows, &row)) {
       case Lookup::kRow:
         return oid::to_text(row.index());
       case Lookup::kEnd:
         return "end";
+      case Lookup::kPending:
+        return "pending";
       case Lookup::kFailed:
         break;
     }
@@ -45,15 +59,16 @@ class RowCacheTest : public testing::Test {
   RowCache cache_{interfaces(), daemon_, kNanosecondsPerSecond};
 };
 
-TEST_F(RowCacheTest, OneReadServesAWindowOfRows) {
+TEST_F(RowCacheTest, OneReadServesAWindowOfRowsAndHalfOfItStartsTheNext) {
   AddInterfaces("a", 1, 1000);
-  for (int i = 1; i <= 128; ++i) EXPECT_EQ(Find("1.97." + std::to_string(i)), "1.97." + std::to_string(i));
+  for (int i = 1; i <= 64; ++i) EXPECT_EQ(Find("1.97." + std::to_string(i)), "1.97." + std::to_string(i));
   EXPECT_EQ(daemon_.reads, 1);
-  EXPECT_EQ(Find("1.97.129"), "1.97.129");
-  EXPECT_EQ(daemon_.reads, 2);
+  for (int i = 65; i <= 256; ++i) EXPECT_EQ(Find("1.97." + std::to_string(i)), "1.97." + std::to_string(i));
+  EXPECT_EQ(daemon_.rows_asked, (std::vector<std::uint32_t>{128, 256, 512}))
+      << "the second one starts the third at once";
 }
 
-TEST_F(RowCacheTest, WalkOverTenThousandRowsReadsOncePerWindow) {
+TEST_F(RowCacheTest, WalkOverTenThousandRowsReadsEachWindowOnceAndTheyGrow) {
   AddInterfaces("a", 1, 10'000);
   int rows = 0;
   for (std::string at = "0.0"; (at = Find(at)) != "end"; ++rows) {
@@ -63,7 +78,7 @@ TEST_F(RowCacheTest, WalkOverTenThousandRowsReadsOncePerWindow) {
     at = oid::to_text(next.view());
   }
   EXPECT_EQ(rows, 10'000);
-  EXPECT_EQ(daemon_.reads, (10'000 + 127) / 128);
+  EXPECT_EQ(daemon_.reads, 2 + (10'000 - 128 - 256 + 511) / 512);
 }
 
 TEST_F(RowCacheTest, RowsAreServedUntilTheirAge) {
@@ -104,19 +119,21 @@ TEST_F(RowCacheTest, FourWalksAtDifferentPlacesKeepTheirWindows) {
   for (int step = 0; step < 100; ++step) {
     for (const int start : {1, 1001, 2001, 3001}) Find("1.97." + std::to_string(start + step));
   }
-  EXPECT_EQ(daemon_.reads, 4);
+  EXPECT_EQ(daemon_.reads, 4 + 4);
 }
 
 TEST_F(RowCacheTest, WindowThatWasLongestUnusedMakesRoom) {
-  AddInterfaces("a", 1, 5000);
-  for (const char* index : {"1.97.1", "1.97.1001", "1.97.2001", "1.97.3001"}) Find(index);
-  Find("1.97.1");
-  Find("1.97.4001");
-  EXPECT_EQ(daemon_.reads, 5);
-  Find("1.97.1");
-  EXPECT_EQ(daemon_.reads, 5);
-  Find("1.97.1001");
-  EXPECT_EQ(daemon_.reads, 6);
+  AddInterfaces("a", 1, 9000);
+  const auto place = [](std::size_t number) { return "1.97." + std::to_string(1 + 1000 * number); };
+  for (std::size_t i = 0; i < tables::kWindows; ++i) Find(place(i));
+  Find(place(0));
+  EXPECT_EQ(daemon_.reads, 8);
+  Find(place(8));
+  EXPECT_EQ(daemon_.reads, 9);
+  Find(place(0));
+  EXPECT_EQ(daemon_.reads, 9);
+  Find(place(1));
+  EXPECT_EQ(daemon_.reads, 10);
 }
 
 TEST_F(RowCacheTest, OlderWindowDoesNotDenyARowThatANewerOneShowed) {
@@ -141,15 +158,17 @@ TEST_F(RowCacheTest, FailedReadIsNotAnEndAndIsNotCached) {
   EXPECT_EQ(Find("1.97.129"), "failed");
 }
 
-TEST_F(RowCacheTest, RecordOfAnotherTypeFailsTheWindowAndIsLoggedOnce) {
+TEST_F(RowCacheTest, MalformedBatchFailsTheWindowAndIsLoggedOnce) {
   testing::internal::CaptureStderr();
-  kvtree::Octets broken = FakeDaemon::InterfaceRecord("a", 2, 0);
-  broken.pop_back();
-  daemon_.AnswerWalksWith({FakeDaemon::InterfaceRecord("a", 1, 0), broken}, true);
+  AddInterfaces("a", 1, 2);
+  daemon_.Spoil({}, 1);
   EXPECT_EQ(Find("0.0"), "failed");
+  daemon_.Spoil({0}, 0);
   EXPECT_EQ(Find("0.0"), "failed");
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
             "mplsL3VpnIfConfTable: the daemon's answer is malformed or out of order\n");
+  daemon_.Spoil({}, 0);
+  EXPECT_EQ(Find("0.0"), "1.97.1");
 }
 
 TEST_F(RowCacheTest, RowsThatDecreaseRepeatOrPrecedeTheIndexFailTheWindow) {
@@ -162,6 +181,15 @@ TEST_F(RowCacheTest, RowsThatDecreaseRepeatOrPrecedeTheIndexFailTheWindow) {
   EXPECT_EQ(Find("1.97.7"), "failed");
   daemon_.AnswerWalksWith({row(6), row(7)}, true);
   EXPECT_EQ(Find("1.97.1"), "1.97.6");
+}
+
+TEST_F(RowCacheTest, MoreRowsThanRequestedFailTheWindow) {
+  std::vector<kvtree::Octets> rows;
+  for (std::uint32_t index = 1; index <= 17; ++index)
+    rows.push_back(FakeDaemon::InterfaceRecord("a", index, 0));
+  daemon_.AnswerWalksWith(rows, true);
+  EXPECT_EQ(Find("0.0", kFirstSlot, 16), "failed");
+  EXPECT_EQ(Find("0.0", kFirstSlot, 17), "1.97.1");
 }
 
 TEST_F(RowCacheTest, AnswerWithoutRowsAndWithoutEndIsAFailure) {
@@ -193,14 +221,124 @@ TEST_F(RowCacheTest, AbsentVrfNameIsTheZeroLengthName) {
   EXPECT_EQ(Find("0.4"), "1.97.1");
 }
 
-TEST_F(RowCacheTest, AgeZeroReadsEveryTime) {
+TEST_F(RowCacheTest, AgeZeroReadsForEveryRequest) {
   RowCache cache(interfaces(), daemon_, 0);
   AddInterfaces("a", 1, 2);
   RowRef row;
   for (int i = 0; i < 3; ++i) {
-    EXPECT_EQ(cache.first_at_or_after(parse_oid("1.97.1").view(), 16, &row), Lookup::kRow);
+    cache.begin_requests();
+    EXPECT_EQ(cache.first_at_or_after(parse_oid("1.97.1").view(), kFirstSlot, 16, &row), Lookup::kRow);
+    EXPECT_EQ(cache.first_at_or_after(parse_oid("1.97.2").view(), kFirstSlot, 16, &row), Lookup::kRow);
   }
   EXPECT_EQ(daemon_.reads, 3);
+}
+
+// --- Columns
+
+class RowCacheColumnsTest : public RowCacheTest {
+ protected:
+  RowCacheColumnsTest() { AddInterfaces("a", 1, 1000); }
+  // The slots of each read: the columns after the two of the index.
+  std::vector<std::size_t> SlotsRead() const {
+    std::vector<std::size_t> counts;
+    for (const auto& columns : daemon_.columns) counts.push_back(columns.size() - 2);
+    return counts;
+  }
+};
+
+TEST_F(RowCacheColumnsTest, WalkOfOneColumnReadsNoOther) {
+  for (int i = 1; i <= 1000; ++i) Find("1.97." + std::to_string(i), kSecondSlot);
+  EXPECT_GT(daemon_.reads, 2);
+  EXPECT_EQ(SlotsRead(), std::vector<std::size_t>(static_cast<std::size_t>(daemon_.reads), 1));
+}
+
+TEST_F(RowCacheColumnsTest, ColumnsOfOneRequestAreReadTogether) {
+  RowRef row;
+  cache_.begin_requests();
+  cache_.want(kFirstSlot | kThirdSlot);
+  EXPECT_EQ(Found("1.97.1", kFirstSlot, tables::kWalkRows, &row), "1.97.1");
+  EXPECT_EQ(Found("1.97.1", kThirdSlot, tables::kWalkRows, &row), "1.97.1");
+  EXPECT_EQ(daemon_.reads, 1);
+  EXPECT_EQ(SlotsRead(), std::vector<std::size_t>{2});
+}
+
+TEST_F(RowCacheColumnsTest, ColumnsThatAreWalkedSideBySideShareTheirWindows) {
+  for (int i = 1; i <= 1000; ++i) {
+    for (const Slots slots : {kFirstSlot, kSecondSlot, kThirdSlot}) {
+      EXPECT_EQ(Find("1.97." + std::to_string(i), slots), "1.97." + std::to_string(i));
+    }
+  }
+  // Three at the first row, until it is known what is read together; 128, 256, 512 and 104 rows.
+  EXPECT_EQ(SlotsRead(), (std::vector<std::size_t>{1, 2, 3, 3, 3, 3}));
+}
+
+TEST_F(RowCacheColumnsTest, WalkersOfTwoColumnsAtOnePlaceDoNotDriveEachOtherOut) {
+  for (int i = 1; i <= 60; ++i) {
+    Find("1.97." + std::to_string(i), kFirstSlot);
+    Find("1.97." + std::to_string(i + 30), kSecondSlot);
+  }
+  EXPECT_LE(daemon_.reads, 4);
+}
+
+TEST_F(RowCacheColumnsTest, SmallTableIsReadWholeForItsSecondColumn) {
+  for (std::uint32_t i = 101; i <= 1000; ++i) daemon_.RemoveInterface("a", i);
+  for (const Slots slots : {kFirstSlot, kSecondSlot, kThirdSlot}) {
+    for (int i = 1; i <= 100; ++i) Find("1.97." + std::to_string(i), slots);
+  }
+  EXPECT_EQ(SlotsRead(), (std::vector<std::size_t>{1, 4}));
+}
+
+// --- A source that answers later
+
+class RowCachePendingTest : public RowCacheTest {
+ protected:
+  RowCachePendingTest() {
+    AddInterfaces("a", 1, 1000);
+    daemon_.Delay();
+  }
+};
+
+TEST_F(RowCachePendingTest, LookUpIsPendingUntilItsBatchArrives) {
+  RowRef row;
+  EXPECT_EQ(Find("1.97.1"), "pending");
+  EXPECT_EQ(Find("1.97.1"), "pending");
+  EXPECT_EQ(daemon_.UnderWay(), 1U) << "the same batch serves both";
+  daemon_.Deliver();
+  EXPECT_EQ(Found("1.97.1", kFirstSlot, tables::kWalkRows, &row), "1.97.1");
+}
+
+TEST_F(RowCachePendingTest, FailureIsTheAnswerOfTheRequestAndTheNextOneTriesAgain) {
+  RowRef row;
+  EXPECT_EQ(Find("1.97.1"), "pending");
+  daemon_.status = kStatusIo;
+  daemon_.Deliver();
+  EXPECT_EQ(Found("1.97.1", kFirstSlot, tables::kWalkRows, &row), "failed");
+  EXPECT_EQ(Found("1.97.1", kFirstSlot, tables::kWalkRows, &row), "failed");
+  EXPECT_EQ(daemon_.UnderWay(), 0U);
+  daemon_.status = kStatusOk;
+  EXPECT_EQ(Find("1.97.1"), "pending");
+  daemon_.Deliver();
+  EXPECT_EQ(Find("1.97.1"), "1.97.1");
+}
+
+TEST_F(RowCachePendingTest, BatchesUnderWayAreBounded) {
+  for (int i = 0; i < 100; ++i) EXPECT_EQ(Find("1.97." + std::to_string(1 + 10 * i)), "pending");
+  EXPECT_EQ(daemon_.UnderWay(), tables::kFetches);
+  daemon_.Deliver(tables::kFetches);
+  EXPECT_EQ(Find("1.97.991"), "pending") << "and it has its turn";
+  daemon_.Deliver();
+  EXPECT_EQ(Find("1.97.991"), "1.97.991");
+}
+
+TEST_F(RowCachePendingTest, WalkContinuesWhileTheNextWindowIsUnderWay) {
+  Find("1.97.1");
+  daemon_.Deliver();
+  for (int i = 1; i <= 128; ++i) EXPECT_EQ(Find("1.97." + std::to_string(i)), "1.97." + std::to_string(i));
+  EXPECT_EQ(daemon_.UnderWay(), 1U);
+  EXPECT_EQ(Find("1.97.129"), "pending");
+  EXPECT_EQ(daemon_.UnderWay(), 1U) << "it waits for the batch that is under way";
+  daemon_.Deliver();
+  EXPECT_EQ(Find("1.97.129"), "1.97.129");
 }
 
 }  // namespace

@@ -23,12 +23,14 @@ std::uint32_t time_stamp(std::uint32_t seconds, const std::optional<std::int64_t
   return ns < 0 ? 0 : static_cast<std::uint32_t>(ns / kNanosecondsPerTick);
 }
 
-Answer look_up(RowCache& rows, oid::View index, std::uint32_t rows_wanted, RowRef* row) {
-  switch (rows.first_at_or_after(index, rows_wanted, row)) {
+Answer look_up(RowCache& rows, oid::View index, std::size_t slot, std::uint32_t rows_wanted, RowRef* row) {
+  switch (rows.first_at_or_after(index, slot_bit(slot), rows_wanted, row)) {
     case Lookup::kRow:
       return Answer::kValue;
     case Lookup::kEnd:
       return Answer::kNoSuchInstance;
+    case Lookup::kPending:
+      return Answer::kPending;
     case Lookup::kFailed:
       break;
   }
@@ -42,8 +44,8 @@ Mib::Mib(std::span<const Table> tables, RowSource& source, std::uint64_t row_age
   for (const Table& table : tables) {
     caches_.push_back(std::make_unique<RowCache>(*table.rows, source, row_age_ns));
     for (const Column& column : table.columns) {
-      Object object{oid::Oid(kL3vpnObjects), column.type, column.slot, caches_.back().get(),
-                    column.is_counted};
+      Object object{oid::Oid(kL3vpnObjects), column.type,       column.slot,
+                    caches_.back().get(),    column.is_counted, {}};
       object.name.append(column.entry);
       object.name.append(column.number);
       objects_.push_back(object);
@@ -54,26 +56,53 @@ Mib::Mib(std::span<const Table> tables, RowSource& source, std::uint64_t row_age
   });
 }
 
+void Mib::begin_requests() {
+  asked_for_this_request_ = false;
+  for (const auto& cache : caches_) cache->begin_requests();
+}
+
+void Mib::forget_wanted() {
+  for (const auto& cache : caches_) cache->forget_wanted();
+}
+
+void Mib::want(oid::View start) {
+  const std::size_t position = first_object_from(start);
+  if (position < objects_.size()) objects_[position].rows->want(slot_bit(objects_[position].slot));
+}
+
 // The answer is stored as long as rows are.
-bool Mib::are_routes_readable() {
+std::optional<bool> Mib::are_routes_readable() {
+  if (asks_for_routes_) return std::nullopt;
   const std::uint64_t now = clock_monotonic();
-  if (routes_asked_at_ && now - *routes_asked_at_ < row_age_ns_) return are_routes_readable_;
-  const Status status = source_->get(kAnyRoute).status;
-  const bool is_recent = routes_asked_at_ && now - *routes_asked_at_ < kOldRows;
-  if (status == kStatusTimedOut && row_age_ns_ > 0 && is_recent) return are_routes_readable_;
-  are_routes_readable_ = status == kStatusOk || status == kStatusNoSuchRow;
+  const bool is_fresh = routes_asked_at_ && now - *routes_asked_at_ < row_age_ns_;
+  if (is_fresh || asked_for_this_request_) return are_routes_readable_;
   routes_asked_at_ = now;
+  asked_for_this_request_ = true;
+  asks_for_routes_ = true;
+  source_->read({kAnyRoute, 1, {}}, [this](const Batch& answer) {
+    asks_for_routes_ = false;
+    const std::uint64_t then = clock_monotonic();
+    const bool is_recent = routes_known_at_ && then - *routes_known_at_ < kOldRows;
+    if (answer.status == kStatusTimedOut && row_age_ns_ > 0 && is_recent) return;
+    routes_known_at_ = then;
+    are_routes_readable_ = answer.status == kStatusOk || answer.status == kStatusNoSuchRow;
+  });
+  if (asks_for_routes_) return std::nullopt;
   return are_routes_readable_;
 }
 
 // Position of the object that contains the name, or of the first object after the name.
-std::size_t Mib::first_object_from(oid::View name) const {
+std::size_t Mib::first_object_from(oid::View name) {
+  // Most requests continue where the last one was.
+  if (last_object_ < objects_.size() && oid::starts_with(name, objects_[last_object_].name.view()))
+    return last_object_;
   const auto after = std::partition_point(objects_.begin(), objects_.end(), [&](const Object& object) {
     return std::is_lteq(oid::compare(object.name.view(), name));
   });
   const auto position = static_cast<std::size_t>(after - objects_.begin());
   const bool inside = position > 0 && oid::starts_with(name, objects_[position - 1].name.view());
-  return inside ? position - 1 : position;
+  last_object_ = inside ? position - 1 : position;
+  return last_object_;
 }
 
 Answer Mib::get(oid::View name, Variable* variable) {
@@ -85,7 +114,7 @@ Answer Mib::get(oid::View name, Variable* variable) {
   const oid::View instance = name.subspan(object.name.size());
   if (!is_index(object.rows->set().index, instance)) return Answer::kNoSuchInstance;
   RowRef row;
-  const Answer found = look_up(*object.rows, instance, kExactRows, &row);
+  const Answer found = look_up(*object.rows, instance, object.slot, kExactRows, &row);
   if (found != Answer::kValue) return found;
   if (std::is_neq(oid::compare(row.index(), instance))) return Answer::kNoSuchInstance;
   return answer_with(object, row, variable);
@@ -94,19 +123,23 @@ Answer Mib::get(oid::View name, Variable* variable) {
 Answer Mib::next(oid::View start, bool include, oid::View end, Variable* variable) {
   std::size_t position = first_object_from(start);
   if (position < objects_.size() && oid::starts_with(start, objects_[position].name.view())) {
-    const Object& object = objects_[position++];
-    const Answer answer = next_in(object, start.subspan(object.name.size()), !include, end, variable);
+    Object& object = objects_[position++];
+    const Answer answer = next_in(&object, start.subspan(object.name.size()), !include, end, variable);
     if (answer != Answer::kNoSuchInstance) return answer;
   }
   for (; position < objects_.size(); ++position) {
-    const Answer answer = next_in(objects_[position], {}, false, end, variable);
+    const Answer answer = next_in(&objects_[position], {}, false, end, variable);
     if (answer != Answer::kNoSuchInstance) return answer;
   }
   return Answer::kEnd;
 }
 
 Answer Mib::answer_with(const Object& object, const RowRef& row, Variable* variable) {
-  if (object.is_counted && !are_routes_readable()) return Answer::kFailed;
+  if (object.is_counted) {
+    const std::optional<bool> readable = are_routes_readable();
+    if (!readable) return Answer::kPending;
+    if (!*readable) return Answer::kFailed;
+  }
   *variable = {object.name.view(), row.index(), object.type, cell_of(object, row)};
   return Answer::kValue;
 }
@@ -117,19 +150,26 @@ mib::Value Mib::cell_of(const Object& object, const RowRef& row) const {
   return cell;
 }
 
+bool Mib::is_beyond(const Object& object, oid::View index, oid::View end) const {
+  return !end.empty() && std::is_gteq(oid::compare(object.name.view(), index, end));
+}
+
 // kNoSuchInstance: this object has no such instance; continue with the next object.
-Answer Mib::next_in(const Object& object, oid::View instance, bool after, oid::View end, Variable* variable) {
+Answer Mib::next_in(Object* object, oid::View instance, bool after, oid::View end, Variable* variable) {
+  RowCache& rows = *object->rows;
+  if (after && rows.advance(&object->last, instance, slot_bit(object->slot))) {
+    if (is_beyond(*object, object->last.index(), end)) return Answer::kEnd;
+    return answer_with(*object, object->last, variable);
+  }
   oid::Oid index;
-  if (!first_index(object.rows->set().index, instance, after, &index)) return Answer::kNoSuchInstance;
-  const auto beyond = [&](oid::View found) {
-    return !end.empty() && std::is_gteq(oid::compare(object.name.view(), found, end));
-  };
-  if (beyond(index.view())) return Answer::kEnd;
+  if (!first_index(rows.set().index, instance, after, &index)) return Answer::kNoSuchInstance;
+  if (is_beyond(*object, index.view(), end)) return Answer::kEnd;
   RowRef row;
-  const Answer found = look_up(*object.rows, index.view(), kWalkRows, &row);
+  const Answer found = look_up(rows, index.view(), object->slot, kWalkRows, &row);
   if (found != Answer::kValue) return found;
-  if (beyond(row.index())) return Answer::kEnd;
-  return answer_with(object, row, variable);
+  if (is_beyond(*object, row.index(), end)) return Answer::kEnd;
+  object->last = row;
+  return answer_with(*object, row, variable);
 }
 
 }  // namespace tables

@@ -40,8 +40,9 @@ enum class Answer {
   kValue,
   kNoSuchObject,
   kNoSuchInstance,
-  kEnd,     // no variable follows (or none before the range's end)
-  kFailed,  // the daemon has no answer; nothing may be concluded
+  kEnd,      // no variable follows (or none before the range's end)
+  kFailed,   // the daemon has no answer; nothing may be concluded
+  kPending,  // the daemon's answer is under way; to be asked again
 };
 
 struct Variable {
@@ -53,8 +54,17 @@ struct Variable {
 
 class Mib {
  public:
-  // The descriptions and the source must outlive it. Tables may be in any order.
+  // The descriptions must outlive it, and it the answers of the source. Tables may be in any order.
   Mib(std::span<const Table> tables, RowSource& source, std::uint64_t row_age_ns);
+  Mib(const Mib&) = delete;
+  Mib& operator=(const Mib&) = delete;
+
+  // New requests begin: what failed before is tried again.
+  void begin_requests();
+  // One of the requests at hand begins with this name: what all of them want is read together.
+  void want(oid::View start);
+  // Other requests are at hand, which began before.
+  void forget_wanted();
 
   Answer get(oid::View name, Variable* variable);
   // The first variable after `start` (at or after it, with `include`) and before `end` (empty: no end).
@@ -62,6 +72,7 @@ class Mib {
   // When the sysUpTime that time stamps refer to was 0: nanoseconds since 1970. Events before it, and all
   // events while it is not known, have the time stamp 0.
   void set_up_time_zero(std::optional<std::int64_t> zero_ns) { up_time_zero_ = zero_ns; }
+  bool has_up_time_zero() const { return up_time_zero_.has_value(); }
 
  private:
   struct Object {
@@ -70,21 +81,28 @@ class Mib {
     std::size_t slot;
     RowCache* rows;
     bool is_counted;
+    RowRef last;  // the row that was answered last
   };
 
-  std::size_t first_object_from(oid::View name) const;
-  bool are_routes_readable();
-  // kValue, or kFailed while the values of this object are unknown.
+  bool is_beyond(const Object& object, oid::View index, oid::View end) const;
+  std::size_t first_object_from(oid::View name);
+  // None while the daemon's answer is under way.
+  std::optional<bool> are_routes_readable();
+  // kValue; kFailed or kPending while the values of this object are unknown.
   Answer answer_with(const Object& object, const RowRef& row, Variable* variable);
   mib::Value cell_of(const Object& object, const RowRef& row) const;
-  Answer next_in(const Object& object, oid::View instance, bool after, oid::View end, Variable* variable);
+  Answer next_in(Object* object, oid::View instance, bool after, oid::View end, Variable* variable);
 
   std::vector<std::unique_ptr<RowCache>> caches_;  // one per table
   RowSource* source_;
   std::uint64_t row_age_ns_;
   std::optional<std::uint64_t> routes_asked_at_;  // by clock_monotonic()
+  std::optional<std::uint64_t> routes_known_at_;  // not by a time-out
   bool are_routes_readable_ = false;
+  bool asks_for_routes_ = false;
+  bool asked_for_this_request_ = false;
   std::optional<std::int64_t> up_time_zero_;
+  std::size_t last_object_ = 0;  // that next() has answered
   std::vector<Object> objects_;  // sorted by name; no name begins with another
 };
 

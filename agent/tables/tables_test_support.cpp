@@ -9,6 +9,7 @@
 #include <cstdlib>
 
 #include "agent/tables/l3vpn_tables.h"
+#include "mpls/vpn/mib/src/records/pack.h"
 #include "platform/store/tree/kvtree.h"
 
 namespace agent_test {
@@ -59,6 +60,20 @@ std::vector<std::uint8_t> address(const std::string& text) {
   std::vector<std::uint8_t> octets(is_ipv6 ? 16 : 4);
   EXPECT_EQ(inet_pton(is_ipv6 ? AF_INET6 : AF_INET, text.c_str(), octets.data()), 1) << text;
   return octets;
+}
+
+using PackRow = Status (*)(const KvReply&, KvColumnBatch*);
+
+PackRow packer_of(std::string_view path) {
+  path.remove_prefix(kRoot.size());
+  if (path.starts_with("scalars"))
+    return mib::pack_reply<mib::Scalars, kMibScalarsParcel, mib::kScalarColumns>;
+  if (path.starts_with("interface"))
+    return mib::pack_reply<mib::Interface, kMibInterfaceParcel, mib::kInterfaceColumns>;
+  if (path.starts_with("vrf")) return mib::pack_reply<mib::Vrf, kMibVrfParcel, mib::kVrfColumns>;
+  if (path.starts_with("rt"))
+    return mib::pack_reply<mib::RouteTarget, kMibRtParcel, mib::kRouteTargetColumns>;
+  return mib::pack_reply<mib::Route, kMibRouteParcel, mib::kRouteColumns>;
 }
 
 // In network order, so that octets have the order of the numbers.
@@ -153,18 +168,51 @@ bool FakeDaemon::fails() {
   return status != kStatusOk;
 }
 
-kvtree::GetResult FakeDaemon::get(std::string_view path) {
-  paths.emplace_back(path);
-  if (fails()) return {status, {}};
-  if (path.starts_with(kExactRoutes)) return {route_status, {}};
-  if (path != kScalars) return {kStatusUnknownPath, {}};
-  return {kStatusOk, encode(kMibScalarsParcel, &scalars)};
+void FakeDaemon::Spoil(std::vector<std::uint8_t> more, std::size_t cut) {
+  spoiled_more_ = std::move(more);
+  spoiled_cut_ = cut;
 }
 
-kvtree::WalkResult FakeDaemon::walk(std::string_view path, std::uint32_t max_rows) {
-  paths.emplace_back(path);
+void FakeDaemon::read(const tables::BatchRequest& request, Done done) {
+  paths.emplace_back(request.path);
+  columns.emplace_back(request.columns.begin(), request.columns.end());
+  rows_asked.push_back(request.max_rows);
+  if (!delayed_) return Answer(request, done);
+  under_way_.push_back({request.path, request.max_rows, columns.back(), std::move(done)});
+}
+
+void FakeDaemon::Deliver(std::size_t count) {
+  for (; count > 0 && !under_way_.empty(); --count) {
+    const DelayedRead read = std::move(under_way_.front());
+    under_way_.pop_front();
+    Answer({read.path, read.max_rows, read.columns}, read.done);
+  }
+}
+
+kvtree::WalkResult FakeDaemon::Find(const tables::BatchRequest& request) {
   if (fails()) return {status, {}, false};
-  if (canned_) return canned_walk_;
+  if (request.path.starts_with(kExactRoutes)) return {route_status, {}, false};
+  if (request.path == kScalars) return {kStatusOk, {encode(kMibScalarsParcel, &scalars)}, true};
+  return canned_ ? canned_walk_ : Walk(request.path, request.max_rows);
+}
+
+void FakeDaemon::Answer(const tables::BatchRequest& request, const Done& done) {
+  const kvtree::WalkResult found = Find(request);
+  KvColumnBatch batch;
+  batch.columns = request.columns;
+  batch.packer = kvtree::ColumnPacker(request.columns.size());
+  for (const kvtree::Octets& row : found.rows) {
+    kvtree::Octets copy = row;
+    const KvReply reply{kKvKindRecord, copy.data(), copy.size()};
+    EXPECT_EQ(packer_of(request.path)(reply, &batch), kStatusOk) << request.path;
+    ++batch.rows;
+  }
+  batch.octets.insert(batch.octets.end(), spoiled_more_.begin(), spoiled_more_.end());
+  batch.octets.resize(batch.octets.size() - std::min(spoiled_cut_, batch.octets.size()));
+  done({found.status, found.end, batch.rows, batch.octets});
+}
+
+kvtree::WalkResult FakeDaemon::Walk(std::string_view path, std::uint32_t max_rows) {
   EXPECT_TRUE(path.starts_with(kRoot)) << path;
   std::vector<std::string> key = split(path.substr(kRoot.size()));
   const std::string kind = key[0];

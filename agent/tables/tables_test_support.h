@@ -4,6 +4,7 @@
 
 #include <compare>
 #include <cstdint>
+#include <deque>
 #include <initializer_list>
 #include <map>
 #include <string>
@@ -53,9 +54,14 @@ class FakeDaemon : public tables::RowSource {
   void RemoveRoute(const std::string& vrf, const std::string& prefix, const std::string& next_hop);
   // Records in the place of what walks would find.
   void AnswerWalksWith(std::vector<kvtree::Octets> rows, bool end);
+  // Octets after the packed rows, or, if `cut` is not 0, so many octets less.
+  void Spoil(std::vector<std::uint8_t> more, std::size_t cut);
 
-  kvtree::GetResult get(std::string_view path) override;
-  kvtree::WalkResult walk(std::string_view path, std::uint32_t max_rows) override;
+  void read(const tables::BatchRequest& request, Done done) override;
+  // From now on batches are answered by Deliver() only.
+  void Delay() { delayed_ = true; }
+  std::size_t UnderWay() const { return under_way_.size(); }
+  void Deliver(std::size_t count = 1);
 
   static kvtree::Octets InterfaceRecord(const std::string& vrf, std::uint32_t index, std::uint8_t protocols);
   static kvtree::Octets VrfRecord(const std::string& name, const FakeVrf& vrf);
@@ -68,6 +74,8 @@ class FakeDaemon : public tables::RowSource {
   mpls_vpn_mib_scalars scalars{4, 2, 5, 0, 30, 0};
   int reads = 0;
   std::vector<std::string> paths;
+  std::vector<std::vector<std::uint8_t>> columns;  // of the reads
+  std::vector<std::uint32_t> rows_asked;           // by the reads
 
  private:
   // The order of the rows of one kind: by the length of the name, the name, then these octets.
@@ -83,10 +91,23 @@ class FakeDaemon : public tables::RowSource {
   static Key MakeKey(const std::string& name, std::initializer_list<std::uint32_t> numbers);
   static Key MakeKey(const RouteKey& route);
   bool fails();
+  kvtree::WalkResult Find(const tables::BatchRequest& request);
+  kvtree::WalkResult Walk(std::string_view path, std::uint32_t max_rows);
+  void Answer(const tables::BatchRequest& request, const Done& done);
   Rows::const_iterator First(const std::string& kind, const std::vector<std::string>& key);
 
   std::map<std::string, Rows> rows_;                    // by the first component of the walk's path
   std::map<std::string, std::uint32_t> route_targets_;  // of each VRF
+  struct DelayedRead {
+    std::string path;
+    std::uint32_t max_rows;
+    std::vector<std::uint8_t> columns;
+    Done done;
+  };
+  bool delayed_ = false;
+  std::deque<DelayedRead> under_way_;
+  std::vector<std::uint8_t> spoiled_more_;
+  std::size_t spoiled_cut_ = 0;
   bool canned_ = false;
   kvtree::WalkResult canned_walk_;
 };
