@@ -134,8 +134,9 @@ class Table final : public RouteTable {
     row.attributes = sets_->hold(attributes_of(route));
     row.changed = seconds_now();
     row.generation = generation_;
-    const auto [present, is_new] = rows_.insert(row);
-    return is_new ? RouteChange::kAdded : replace(*present, row);
+    const std::size_t count = rows_.size();
+    const auto present = rows_.insert(rows_.end(), row);  // readings are in the order of rows
+    return rows_.size() > count ? RouteChange::kAdded : replace(*present, row);
   }
 
   bool erase(const RouteKey& key) override {
@@ -179,8 +180,9 @@ class Table final : public RouteTable {
 
   RouteRetention keep(const RouteKey& prefix, std::uint32_t origin) override {
     const Row<kWords> wanted = row_of<kWords>(prefix);
+    if (rows_.empty() || RowLess()(*rows_.rbegin(), wanted)) return RouteRetention::kAbsent;
     auto row = rows_.lower_bound(wanted);
-    if (row == rows_.end() || !same_prefix(*row, wanted)) return RouteRetention::kAbsent;
+    if (!same_prefix(*row, wanted)) return RouteRetention::kAbsent;
     if (row->origin != origin) return RouteRetention::kOtherOrigin;
     for (; row != rows_.end() && same_prefix(*row, wanted); ++row) row->generation = generation_;
     return RouteRetention::kRetained;

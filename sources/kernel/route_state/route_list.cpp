@@ -130,7 +130,7 @@ bool looks_same(const KernelRoute& left, const KernelRoute& right) {
 }
 
 void sort_routes(RouteList* list) {
-  std::stable_sort(list->begin(), list->end(), precedes);
+  if (list->size() > 1) std::stable_sort(list->begin(), list->end(), precedes);
 }
 
 bool announce(KernelRoute route, std::uint16_t flags, RouteList* list) {

@@ -29,6 +29,7 @@ class RouteContents {
   // and it is what the kernel has now.
   // *is_new is set if it had none.
   Id hold(const KernelRoute& content, bool* is_new);
+  void hold(Id id) { ++slot(id).holders; }  // of a content that find() found
   // The number that hold() would return; 0 for a content without holders.
   Id find(const KernelRoute& content);
   void release(Id id);

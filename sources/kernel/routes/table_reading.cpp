@@ -31,14 +31,13 @@ Dump::Progress TableReading::step(unsigned datagrams) {
 void TableReading::deliver(bool all, TableRoutes* table) {
   auto from = routes_.begin();
   while (from != routes_.end()) {
-    const auto end = std::find_if(from, routes_.end(), [from](const KernelRoute& each) {
+    const auto end = std::find_if(from + 1, routes_.end(), [from](const KernelRoute& each) {
       return each.destination != from->destination || each.prefix_length != from->prefix_length;
     });
     if (end == routes_.end() && !all) break;
     TableRoutes::Prefix prefix;
-    RouteList list(std::make_move_iterator(from), std::make_move_iterator(end));
-    for (KernelRoute& route : list) prefix = take_prefix(&route);
-    table->compare(prefix, std::move(list), disturbed());
+    std::for_each(from, end, [&prefix](KernelRoute& route) { prefix = take_prefix(&route); });
+    table->compare(prefix, {from, end}, disturbed());
     from = end;
   }
   routes_.erase(routes_.begin(), from);

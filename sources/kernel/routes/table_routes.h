@@ -16,6 +16,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <span>
 #include <unordered_set>
 #include <utility>
 #include <vector>
@@ -81,7 +82,7 @@ class TableRoutes {
   // false. A prefix that is announced meanwhile is left as it is.
   void begin_reading(Reading reading);
   // `additions_only`: routes may be missing in `routes`.
-  void compare(const Prefix& prefix, RouteList routes, bool additions_only);
+  void compare(const Prefix& prefix, std::span<KernelRoute> routes, bool additions_only);
   bool end_some(std::size_t prefixes);
   void abandon_reading() { reading_.reset(); }
   // So many prefixes were announced meanwhile that the reading must be abandoned.
@@ -123,11 +124,19 @@ class TableRoutes {
   using Wanted =
       std::function<bool(const Prefix& prefix, const router::RouteMark* row, const Listed* listed)>;
 
+  // The rows of the route that was added last: the next one often differs in its prefix only.
+  struct Sample {
+    RouteContents::Id id = 0;
+    RouteHistory::Moment moment = 0;
+    std::vector<router::Route> rows{};
+  };
+
   Ids ids_of(const Prefix& prefix) const;
   bool any_stale(const Ids& ids);
   RouteList routes_of(const Ids& ids) const;
   RouteList* pending(const Prefix& prefix);
   void replace(const Prefix& prefix, const Ids& before, const RouteList& routes);
+  void add_read(const Prefix& prefix, const KernelRoute& route, RouteContents::Id id);
   std::vector<router::Route> rows_of(const Prefix& prefix, const RouteList& routes, const Ids& ids);
   bool store(const Prefix& prefix, bool is_new, const std::vector<router::Route>& rows);
   bool erase_others(const Prefix& prefix, const std::vector<router::Route>& rows);
@@ -140,6 +149,7 @@ class TableRoutes {
   bool set_apart(const Prefix& prefix, RouteList* routes);
   void compare_apart(std::size_t prefixes);
   void count_correction(const Prefix& prefix);
+  bool compare_single(const Prefix& prefix, const KernelRoute& route);
   void compare_all(const Prefix& prefix, RouteList routes, bool additions_only);
   void remove_unread(const Prefix& prefix);
   std::vector<Prefix> step(Walk* walk, std::size_t prefixes, const Wanted& wanted) const;
@@ -152,6 +162,7 @@ class TableRoutes {
   RouteContents contents_;
   std::map<Prefix, Listed> listed_;
   std::map<Prefix, RouteList> pending_;
+  Sample sample_;
   RouteUsage usage_;
   Walk walk_;
   bool walk_again_ = false;

@@ -120,14 +120,46 @@ void TableRoutes::compare_apart(std::size_t prefixes) {
   }
 }
 
-void TableRoutes::compare(const Prefix& prefix, RouteList routes, bool additions_only) {
+void TableRoutes::compare(const Prefix& prefix, std::span<KernelRoute> routes, bool additions_only) {
   reading_->additions_only = additions_only;
-  if (!set_apart(prefix, &routes)) compare_all(prefix, std::move(routes), additions_only);
+  for (KernelRoute& route : routes) interpret(&route);
+  if (routes.size() == 1 && compare_single(prefix, routes.front())) return;
+  RouteList list(std::make_move_iterator(routes.begin()), std::make_move_iterator(routes.end()));
+  if (!set_apart(prefix, &list)) compare_all(prefix, std::move(list), additions_only);
+}
+
+// True if nothing else is to be done: the prefix had this route only, or none, or was announced meanwhile.
+bool TableRoutes::compare_single(const Prefix& prefix, const KernelRoute& route) {
+  if (route.source_length != 0 || !reading_->apart.empty()) return false;
+  if (reading_->touched.contains(prefix.destination)) return true;
+  if (!listed_.empty() && listed_.contains(prefix)) return false;
+  const RouteContents::Id id = contents_.find(route);
+  const router::RouteRetention retention = model_->routes().keep(table_, prefix.key(), id);
+  if (retention == router::RouteRetention::kAbsent) add_read(prefix, route, id);
+  return retention != router::RouteRetention::kOtherOrigin;
+}
+
+// A route to a prefix without routes; the number of its content if that has one.
+void TableRoutes::add_read(const Prefix& prefix, const KernelRoute& route, RouteContents::Id id) {
+  count_correction(prefix);
+  bool is_new = id == 0;
+  if (is_new) {
+    id = contents_.hold(route, &is_new);
+    note_usage(route);
+  } else {
+    contents_.hold(id);
+  }
+  if (is_new || sample_.id != id || sample_.moment != basis_.history->now() || sample_.rows.empty())
+    sample_ = {id, basis_.history->now(), rows_of(prefix, {route}, {id})};
+  for (router::Route& row : sample_.rows) {
+    row.key.destination = prefix.destination;
+    row.key.prefix_length = prefix.length;
+  }
+  if (!store(prefix, true, sample_.rows) || sample_.rows.empty()) listed_[prefix] = {{id}, readings_};
 }
 
 void TableRoutes::compare_all(const Prefix& prefix, RouteList routes, bool additions_only) {
   if (reading_->touched.contains(prefix.destination)) return;
-  for (KernelRoute& route : routes) interpret(&route);
   const router::RouteRetention retention = keep(prefix, routes);
   if (retention == router::RouteRetention::kRetained) return;
   sort_routes(&routes);
