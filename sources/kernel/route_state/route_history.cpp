@@ -17,11 +17,24 @@ namespace {
 
 using Verdict = RouteHistory::Verdict;
 
-bool set_dead(std::uint32_t interface_index, bool dead, KernelRoute* route) {
+bool kill_paths(std::uint32_t interface_index, KernelRoute* route) {
   bool changed = false;
   for (RoutePath& path : route->paths) {
-    if (path.interface_index != interface_index || path.dead == dead) continue;
-    path.dead = dead;
+    if (path.interface_index != interface_index || path.dead) continue;
+    path.dead = changed = true;
+    path.ignored = false;
+  }
+  return changed;
+}
+
+// IPv6 waits for the carrier, without which a path may be ignored.
+bool revive_paths(std::uint32_t interface_index, KernelRoute* route) {
+  bool changed = false;
+  for (RoutePath& path : route->paths) {
+    const bool is_used = !path.dead && (!path.ignored || route->family == router::Family::kIpv4);
+    if (path.interface_index != interface_index || is_used) continue;
+    path.dead = false;
+    path.ignored = path.ignored && route->family == router::Family::kIpv4;
     changed = true;
   }
   return changed;
@@ -44,11 +57,11 @@ Verdict apply_link(std::uint32_t interface_index, RouteHistory::LinkChange chang
   const bool is_ipv4 = route->family == router::Family::kIpv4;
   if (change == LinkChange::kRemoved) return remove_link(interface_index, route);
   if (change == (is_ipv4 ? LinkChange::kIpv4Down : LinkChange::kIpv6Down)) {
-    if (!set_dead(interface_index, true, route)) return Verdict::kSame;
+    if (!kill_paths(interface_index, route)) return Verdict::kSame;
     return all_dead(*route) ? Verdict::kDeleted : Verdict::kChanged;
   }
   if (change == (is_ipv4 ? LinkChange::kIpv4Up : LinkChange::kIpv6Up) &&
-      set_dead(interface_index, false, route)) {
+      revive_paths(interface_index, route)) {
     return Verdict::kChanged;
   }
   return Verdict::kSame;

@@ -58,6 +58,13 @@ TEST_F(RouteHistoryTest, IgnoredPathKeepsItsRouteUntilItsLinkIsDown) {
   EXPECT_EQ(Apply(route), Verdict::kDeleted);
 }
 
+TEST_F(RouteHistoryTest, Ipv6RouteWithAnIgnoredPathIsDeletedWithItsLink) {
+  KernelRoute route = Ipv6({5});
+  route.paths[0].ignored = true;
+  history_.add(5, LinkChange::kIpv6Down);
+  EXPECT_EQ(Apply(route), Verdict::kDeleted);
+}
+
 TEST_F(RouteHistoryTest, PathOverALinkThatIsDownIsDeadUntilTheLinkIsUp) {
   history_.add(5, LinkChange::kIpv4Down);
   EXPECT_EQ(Apply(Ipv4({5, 6})), Verdict::kChanged);

@@ -25,6 +25,10 @@ bool same_path(const RoutePath& left, const RoutePath& right) {
          left.labels == right.labels && left.tunnel == right.tunnel;
 }
 
+bool is_used(const RoutePath& path) {
+  return !path.dead && !path.ignored;
+}
+
 bool is_ipv4(const KernelRoute& route) {
   return route.family == router::Family::kIpv4;
 }
@@ -112,7 +116,7 @@ bool same_paths(const KernelRoute& left, const KernelRoute& right, bool with_sta
   return std::equal(left.paths.begin(), left.paths.end(), right.paths.begin(), right.paths.end(),
                     [with_state](const RoutePath& one, const RoutePath& other) {
                       return one.weight == other.weight && same_path(one, other) &&
-                             (!with_state || (one.dead == other.dead && one.ignored == other.ignored));
+                             (!with_state || is_used(one) == is_used(other));
                     });
 }
 

@@ -27,7 +27,7 @@ struct RoutePath {
   std::uint8_t protocol = 0;            // IPv6: RTPROT_..., each path has its own
   std::uint8_t weight = 0;              // IPv4: among the paths of a route, less one
   bool dead = false;                    // present, but the kernel does not use it (RTNH_F_DEAD)
-  // IPv4: not used while the link has no carrier (ignore_routes_with_linkdown). Messages show such a path as
+  // Not used while the link has no carrier (ignore_routes_with_linkdown). Messages show such a path as
   // dead, too; LinkStates::ignores_paths() knows the difference.
   bool ignored = false;
   bool operator==(const RoutePath&) const = default;

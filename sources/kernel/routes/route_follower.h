@@ -142,6 +142,7 @@ class RouteFollower final : public router::Observer, private EventListener::Clie
   void table_failed(Status status);
   void sweep();
   void replay();
+  bool is_verifiable(const Table& table) const;
   bool is_outdated(const Table& table) const;
   bool is_being_read(router::RouteTableId table) const;
   bool is_reading_basis() const { return phase_ == Phase::kBasis || phase_ == Phase::kBasisEnd; }

@@ -239,6 +239,12 @@ void RouteFollower::basis_failed(Status status) {
   wake(0);  // tables are read without the objects
 }
 
+// A difference that is found is a correction, unless it follows from what has just changed.
+bool RouteFollower::is_verifiable(const Table& table) const {
+  return knowledge_of(table) == Knowledge::kComplete && !changed_.concerns(table.routes.usage()) &&
+         !marking_.concerns(table.routes.usage());
+}
+
 // What was announced before the reading begins is a part of it.
 void RouteFollower::begin_table(Tables::iterator table) {
   drain_events();
@@ -256,9 +262,8 @@ void RouteFollower::begin_table(Tables::iterator table) {
     table_failed(status);
     return;
   }
-  table->second.routes.begin_reading(knowledge_of(table->second) == Knowledge::kComplete
-                                         ? TableRoutes::Reading::kVerify
-                                         : TableRoutes::Reading::kFirst);
+  table->second.routes.begin_reading(is_verifiable(table->second) ? TableRoutes::Reading::kVerify
+                                                                  : TableRoutes::Reading::kFirst);
   phase_ = Phase::kTable;
 }
 

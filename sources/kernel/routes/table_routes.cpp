@@ -67,10 +67,9 @@ void TableRoutes::normalize(KernelRoute* route) const {
   if (route->type == RTN_BLACKHOLE) route->type = RTN_UNICAST;
 }
 
-// A route as the kernel shows it now. Paths of IPv6 stay dead until the link has its carrier.
+// A route as the kernel shows it now.
 void TableRoutes::interpret(KernelRoute* route) const {
   normalize(route);
-  if (route->family != router::Family::kIpv4) return;
   for (RoutePath& path : route->paths) {
     if (!path.dead || !basis_.links->ignores_paths(path.interface_index)) continue;
     path.dead = false;
