@@ -18,13 +18,14 @@
 #include <streambuf>
 #include <utility>
 
+#include "sources/file/reader/plain_yaml.h"
+
 namespace router_file {
 
 namespace {
 
 constexpr std::string_view kDocumentStart = "--- ";
 constexpr int kStartLength = static_cast<int>(kDocumentStart.size());
-constexpr char kQuotedTag[] = "!";  // yaml-cpp's tag of a scalar between quotation marks
 
 bool may_start_token(char octet) {
   return std::string_view("[]{},:?&*!|>'\"%@`").find(octet) != std::string_view::npos;
@@ -188,7 +189,22 @@ class DocumentBuilder : public YAML::EventHandler {
   unsigned documents_ = 0;
 };
 
+// False for a text that the library has to read, or to refuse.
+static bool build_plain(std::string_view text, YamlDocument* document) {
+  BoundedText nothing({});
+  DocumentBuilder builder(&nothing);
+  try {
+    if (!read_plain_yaml(text, &builder)) return false;
+  } catch (const Misreading&) {
+    return false;
+  }
+  *document = builder.take();
+  return true;
+}
+
 YamlDocument parse_yaml(std::string_view text) {
+  YamlDocument plain;
+  if (build_plain(text, &plain)) return plain;
   BoundedText bounded(text);
   DocumentBuilder builder(&bounded);
   try {
