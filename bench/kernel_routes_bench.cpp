@@ -6,11 +6,6 @@
 // privilege to create them.
 //
 //   kernel_routes_bench [--brief]
-#include <libmnl/libmnl.h>
-#include <linux/rtnetlink.h>
-#include <net/if.h>
-#include <sched.h>
-#include <sys/socket.h>
 
 #include <algorithm>
 #include <array>
@@ -26,6 +21,7 @@
 #include <thread>
 #include <vector>
 
+#include "bench/kernel_routes.h"
 #include "bench/measure.h"
 #include "platform/core/base/clock.h"
 #include "platform/core/evm/evm.h"
@@ -35,86 +31,14 @@
 
 namespace {
 
-constexpr router::RouteTableId kTable{router::Family::kIpv4, 10};
-constexpr std::uint32_t kRoutesPerSend = 500;
 constexpr double kPatience = 120;  // seconds
 constexpr int kTurns = 3;
-constexpr std::size_t kBufferSize = 64 * kRoutesPerSend;
 
 struct Figures {
   double seconds = 0;
   double processor_seconds = 0;
   double longest_iteration_ms = 0;  // of processor time
 };
-
-void run(const std::string& command) {
-  if (std::system(command.c_str()) != 0) throw std::runtime_error(command);
-}
-
-// A namespace with a veth that is up.
-bool enter_namespace() {
-  if (unshare(CLONE_NEWNET) != 0 && unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) return false;
-  run("ip link add v0 type veth peer name v1");
-  run("ip link set v0 up; ip link set v1 up; ip addr add 10.0.0.1/24 dev v0");
-  return true;
-}
-
-std::size_t put_route(std::uint8_t* place, std::uint32_t number, std::uint32_t interface_index,
-                      std::uint16_t type = RTM_NEWROUTE) {
-  nlmsghdr* message = mnl_nlmsg_put_header(place);
-  message->nlmsg_type = type;
-  message->nlmsg_flags = NLM_F_REQUEST | (type == RTM_NEWROUTE ? NLM_F_CREATE : 0);
-  auto* header = static_cast<rtmsg*>(mnl_nlmsg_put_extra_header(message, sizeof(rtmsg)));
-  header->rtm_family = AF_INET;
-  header->rtm_dst_len = 32;
-  header->rtm_table = static_cast<std::uint8_t>(kTable.table);
-  header->rtm_protocol = RTPROT_BGP;
-  header->rtm_type = RTN_UNICAST;
-  mnl_attr_put_u32(message, RTA_DST, __builtin_bswap32(0x64000000 + number));
-  mnl_attr_put_u32(message, RTA_OIF, interface_index);
-  mnl_attr_put_u32(message, RTA_GATEWAY, __builtin_bswap32(0x0a000002));
-  return message->nlmsg_len;
-}
-
-mnl_socket* open_socket() {
-  mnl_socket* socket = mnl_socket_open(NETLINK_ROUTE);
-  if (socket == nullptr || mnl_socket_bind(socket, 0, MNL_SOCKET_AUTOPID) < 0)
-    throw std::runtime_error("netlink");
-  return socket;
-}
-
-void add_routes(std::uint32_t count) {
-  mnl_socket* socket = open_socket();
-  const std::uint32_t interface_index = if_nametoindex("v0");
-  std::vector<std::uint8_t> buffer(kBufferSize);
-  for (std::uint32_t number = 0; number < count;) {
-    std::size_t size = 0;
-    for (std::uint32_t each = 0; each < kRoutesPerSend && number < count; ++each, ++number) {
-      size += put_route(buffer.data() + size, number, interface_index);
-    }
-    if (mnl_socket_sendto(socket, buffer.data(), size) < 0) throw std::runtime_error(std::strerror(errno));
-  }
-  mnl_socket_close(socket);
-}
-
-// Deletes and adds the routes again, a hundred changes at a time.
-void change_routes(std::uint32_t changes, std::uint32_t per_second) {
-  constexpr std::uint32_t kTogether = 100;
-  mnl_socket* socket = open_socket();
-  const std::uint32_t interface_index = if_nametoindex("v0");
-  std::vector<std::uint8_t> buffer(kBufferSize);
-  const Clock::time_point start = Clock::now();
-  for (std::uint32_t change = 0; change < changes;) {
-    std::size_t size = 0;
-    for (std::uint32_t each = 0; each < kTogether; ++each, ++change) {
-      const std::uint16_t type = change % 2 == 0 ? RTM_DELROUTE : RTM_NEWROUTE;
-      size += put_route(buffer.data() + size, change / 2, interface_index, type);
-    }
-    if (mnl_socket_sendto(socket, buffer.data(), size) < 0) throw std::runtime_error(std::strerror(errno));
-    std::this_thread::sleep_until(start + std::chrono::microseconds(1'000'000ULL * change / per_second));
-  }
-  mnl_socket_close(socket);
-}
 
 // The dump with nothing done to it.
 double read_bare() {
@@ -200,12 +124,12 @@ void measure(std::uint32_t count, EventManager* manager) {
   KernelSource& source = follower->source;
   std::printf("%u routes: bare reading %.3f s of processor time\n", count, floor);
   print("first reading", readings[kTurns / 2], floor);
-  run("ip route add blackhole 192.168.1.0/24 table 10");
+  run("ip route add blackhole 192.168.1.0/24 table 100");
   print("one more", run_until(manager, [&] { return model.routes().count(kTable) == count + 1; }), floor);
   const std::uint32_t changes = std::min(count, 50'000U);
   std::atomic<bool> changed = false;
   std::jthread changer([&] {
-    change_routes(changes, 10'000);
+    change_routes(changes / 2, changes, 10'000);
     changed = true;
   });
   print("10,000 changes per second",
