@@ -489,9 +489,9 @@ TEST_F(ClientCommit, RequestsAreServedBetweenTheNotificationsOfALargeCommit) {
     while (raw.receive(&answer, std::chrono::milliseconds(0)) == kStatusOk)
       received_at_answer.push_back(received().size());
   }
-  EXPECT_LE(most, 64U);
+  EXPECT_LE(most, 512U);
   ASSERT_GE(received_at_answer.size(), 3U);
-  EXPECT_LT(received_at_answer[2], 1000U);
+  EXPECT_LT(received_at_answer[2], 4000U);
 }
 
 // A client whose requests are answered while the event loop is stepped here.

@@ -63,6 +63,7 @@ void Application::take_some() {
   }
   if (pass_ == Pass::kObservers) return notify_some_observers();
   const std::size_t end = std::min(plan_->changes.size(), next_ + kChangesAtOnce);
+  const DeliveryRun run;
   for (; next_ < end; ++next_) {
     const PlannedChange& change = plan_->changes[next_];
     if (is_deletion(change) != (pass_ == Pass::kDeletions)) continue;

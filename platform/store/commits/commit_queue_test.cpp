@@ -78,12 +78,70 @@ TEST_F(CommitsInSteps, ReadersSeeAllOfAReplacementOrNothing) {
       ASSERT_EQ(ValueOf("/cfg/many/000000"), ValueOf("/cfg/many/019999"));
     }
     RunAll();
-    EXPECT_THAT(notified, Each(Le(64U)));
+    EXPECT_THAT(notified, Each(Le(512U)));
     EXPECT_THAT(TakeReceived(), SizeIs(kNodes));
     EXPECT_THAT(done, SizeIs(1));
     done.clear();
   }
   EXPECT_THAT(Owned("script"), SizeIs(kNodes));
+}
+
+TEST_F(CommitsInSteps, NotificationsArePostedTogether) {
+  Subscribe("/cfg/", kKvEventSet);
+  Subscribe("/cfg/many/", kKvEventSet);
+  ASSERT_EQ(kvtree_config_commit("script", Many(320, "x"), ""), kStatusOk);
+  const ManualClock clock(1000);  // no time passes: the number of posted functions bounds an iteration
+  Iterate();
+  Iterate();
+  EXPECT_THAT(received(), SizeIs(640));
+}
+
+TEST_F(CommitsInSteps, SubscribersAreNotifiedInTheOrderOfTheChanges) {
+  std::vector<std::string> order;
+  const auto follow = [&](const char* path, const char* name) {
+    KvConnection* connection = nullptr;
+    ASSERT_EQ(kvtree_bind(&connection, path, kKvBindConfiguration), kStatusOk);
+    ASSERT_EQ(kvtree::register_notification(
+                  connection, nullptr, kKvEventSet,
+                  [&order, name](const KvNotification* notification) {
+                    order.push_back(std::string(name) + notification->info.item_name);
+                  },
+                  manager, nullptr),
+              kStatusOk);
+  };
+  follow("/cfg/", "all ");
+  follow("/cfg/b/", "b ");
+  ASSERT_EQ(kvtree_config_commit("script",
+                                 {SetTo("/cfg/a/1", "x"), SetTo("/cfg/b/1", "x"), SetTo("/cfg/b/2", "x"),
+                                  SetTo("/cfg/c/1", "x"), SetTo("/cfg/c/2", "x")},
+                                 ""),
+            kStatusOk);
+  RunAll();
+  EXPECT_THAT(order, ElementsAre("all 1", "all 1", "b 1", "all 2", "b 2", "all 1", "all 2"));
+}
+
+TEST_F(CommitsInSteps, SlowSubscriberDelaysAnIterationByItsLongestNotification) {
+  ManualClock clock(1000);
+  KvConnection* connection = nullptr;
+  ASSERT_EQ(kvtree_bind(&connection, "/cfg/", kKvBindConfiguration), kStatusOk);
+  unsigned notified = 0;
+  ASSERT_EQ(kvtree::register_notification(
+                connection, nullptr, kKvEventSet,
+                [&](const KvNotification*) {
+                  ++notified;
+                  clock.advance(5 * kNanosecondsPerMillisecond);
+                },
+                manager, nullptr),
+            kStatusOk);
+  ASSERT_EQ(kvtree_config_commit("script", Many(20, "x"), ""), kStatusOk);
+  std::string order;
+  event_post(manager, [&] { order = "after " + std::to_string(notified); });
+  for (unsigned iterations = 1; notified < 20; ++iterations) {
+    Iterate();
+    ASSERT_EQ(notified, iterations);
+  }
+  RunAll();
+  EXPECT_EQ(order, "after 20");
 }
 
 TEST_F(CommitsInSteps, ReadersSeeACommitBeforeItsNodesAreApplied) {

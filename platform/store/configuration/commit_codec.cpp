@@ -12,6 +12,8 @@ namespace {
 using wire::Reader;
 using wire::Writer;
 
+constexpr std::size_t kOctetsOfChange = 32;  // about, besides the path and the value that are set
+
 constexpr std::uint8_t kNotEffective = 0;
 constexpr std::uint8_t kOwnEffective = 1;
 constexpr std::uint8_t kOtherEffective = 2;
@@ -80,6 +82,7 @@ bool skip_change(Reader* reader, bool* is_effective, bool* is_set) {
 }  // namespace
 
 void write_commit(const CommitPlan& plan, wire::Octets* octets) {
+  octets->reserve(plan.set_octets + plan.changes.size() * kOctetsOfChange);
   Writer writer(octets);
   for (const PlannedChange& change : plan.changes) {
     const bool own = change.owner_after == plan.owner;

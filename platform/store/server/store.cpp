@@ -2,22 +2,26 @@
 //
 // A set or a deletion changes the tree at once and is queued for each subscriber; a function posted on their
 // event manager delivers it, so that subscribers receive changes one after the other and never inside the
-// call that makes one. kvtree_deliver empties the queues earlier; the posted functions then find nothing to
-// deliver. Posted functions refer to registrations weakly: after an unbind nothing is delivered. Existing
-// nodes are delivered inside the registering call, in the order in which they were last set, so that of two
-// nodes that exclude each other the later one is delivered last; and from a copy of the list, because an
-// entry may change the tree.
+// call that makes one. The changes of a commit are posted in runs (DeliveryRun). kvtree_deliver empties the
+// queues earlier; the posted functions then find nothing to deliver. Posted functions refer to registrations
+// weakly: after an unbind nothing is delivered. Existing nodes are delivered inside the registering call, in
+// the order in which they were last set, so that of two nodes that exclude each other the later one is
+// delivered last; and from a copy of the list, because an entry may change the tree.
 #include "platform/store/server/store.h"
 
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
+#include "platform/core/base/clock.h"
 #include "platform/core/base/fault.h"
 
 namespace kvtree {
 
 namespace {
+
+constexpr std::size_t kDeliveriesOfRun = 8;
+constexpr std::uint64_t kRunTime = kNanosecondsPerMillisecond;  // then other work of the loop is next
 
 std::string with_slash(std::string_view path) {
   std::string text(path);
@@ -49,6 +53,16 @@ void deliver_up_to(std::uint64_t number, const std::weak_ptr<KvRegistration>& to
   }
 }
 
+// From delivery number `next` on. After a slow one the others follow before anything that was posted later.
+void deliver_run(EventManager* manager, const std::vector<Delivery>& run, std::size_t next) {
+  const std::uint64_t end = clock_monotonic() + kRunTime;
+  do {
+    deliver_up_to(run[next].number, run[next].to);
+    if (++next == run.size()) return;
+  } while (clock_monotonic() < end);
+  event_post_first(manager, [manager, run, next] { deliver_run(manager, run, next); });
+}
+
 void replay(const KvRegistration& registration) {
   const std::uint32_t events = (kKvEventCreated | kKvEventSet) & registration.events;
   if (events == 0) return;
@@ -76,9 +90,35 @@ void notify_subscribers(const std::string& path, const std::shared_ptr<const KvV
     const std::uint32_t wanted = events & registration->events;
     if (wanted == 0 || !path.starts_with(registration->prefix)) continue;
     registration->pending.push_back({number, path, value, wanted});
-    event_post(registration->manager,
-               [number, to = std::weak_ptr(registration)] { deliver_up_to(number, to); });
+    if (store().run != nullptr) {
+      store().run->add(registration, number);
+    } else {
+      event_post(registration->manager,
+                 [number, to = std::weak_ptr(registration)] { deliver_up_to(number, to); });
+    }
   }
+}
+
+DeliveryRun::DeliveryRun() {
+  store().run = this;
+}
+
+DeliveryRun::~DeliveryRun() {
+  store().run = nullptr;
+  post();
+}
+
+void DeliveryRun::add(const std::shared_ptr<KvRegistration>& to, std::uint64_t number) {
+  if (manager_ != to->manager || deliveries_.size() == kDeliveriesOfRun) post();
+  manager_ = to->manager;
+  if (deliveries_.empty()) deliveries_.reserve(kDeliveriesOfRun);
+  deliveries_.push_back({to, number});
+}
+
+void DeliveryRun::post() {
+  if (deliveries_.empty()) return;
+  event_post(manager_, [manager = manager_, run = std::move(deliveries_)] { deliver_run(manager, run, 0); });
+  deliveries_.clear();
 }
 
 Nodes::iterator put_node(const std::string& path, std::shared_ptr<const KvValue> value,

@@ -86,14 +86,37 @@ struct StoredNode {
 
 using Nodes = std::map<std::string, StoredNode, std::less<>>;
 
+// One change for one subscriber.
+struct Delivery {
+  std::weak_ptr<KvRegistration> to;
+  std::uint64_t number;
+};
+
+// While it exists, what is queued for subscribers is posted a few notifications at a time, in the same order.
+// Nothing else may be posted meanwhile.
+class DeliveryRun {
+ public:
+  DeliveryRun();
+  ~DeliveryRun();
+  DeliveryRun(const DeliveryRun&) = delete;
+  DeliveryRun& operator=(const DeliveryRun&) = delete;
+  void add(const std::shared_ptr<KvRegistration>& to, std::uint64_t number);
+
+ private:
+  void post();
+  EventManager* manager_ = nullptr;  // of the deliveries
+  std::vector<Delivery> deliveries_;
+};
+
 // The state of the process's data store. Pending deliveries have weak references to registrations.
 struct Store {
   std::vector<std::unique_ptr<KvConnection>> connections;
   std::vector<std::shared_ptr<KvRegistration>> registrations;
   std::vector<Provider> providers;
   Nodes nodes;
-  std::uint64_t sets = 0;     // how many times a node was set
-  std::uint64_t changes = 0;  // how many were queued for subscribers
+  std::uint64_t sets = 0;      // how many times a node was set
+  std::uint64_t changes = 0;   // how many were queued for subscribers
+  DeliveryRun* run = nullptr;  // the one that exists
   std::vector<std::weak_ptr<const ConfigObserver>> observers;
   ConfigTree configuration;               // its effective values are in `nodes`, too
   std::int64_t configuration_octets = 0;  // of its paths and values
