@@ -16,7 +16,8 @@ class Times:
             link = model.vrfs[vrf]
             state = now[vrf] = Known(link["ifindex"], link["linkinfo"]["info_data"]["table"], row["creationTime"],
                                      row["confLastChanged"])
-            if state.changed and state.created > state.changed:  # 0: not changed since
+            # Interfaces that leave a VRF of the same name touch its successor, which may be created a second later. 0: not changed.
+            if state.changed and state.created > state.changed and state.changed < int(began):
                 found.append(f"{vrf} was created at {state.created} and changed at {state.changed}")
             if vrf not in self.known and state.created < int(began):
                 found.append(f"{vrf} is new, created at {state.created}, the batch began at {began:.2f}")

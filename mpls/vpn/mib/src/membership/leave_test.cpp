@@ -29,6 +29,16 @@ class VrfRouteDistinguisher : public Membership {
   static void Complete() { mpls_vpn_mib_vrf_complete_missing(vtab_get_vrf_record_by_vrf_name("red")); }
 };
 
+TEST_F(InterfaceLeave, OfADeletedVrfTouchesTheVrfThatHasItsName) {
+  Leave("ge0");
+  DeleteVrf("red");
+  AddVrf("red");
+  LetReadingsTake(kNanosecondsPerSecond / 2);
+  Run();
+  EXPECT_GE(LastChanged("red"), kStartSeconds + 10);
+  EXPECT_GT(AttributesOf("red")->creation_time, LastChanged("red"));
+}
+
 TEST_F(InterfaceLeave, DeletesTheNodeAndTouchesTheVrf) {
   Leave("ge0");
   Run();
