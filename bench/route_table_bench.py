@@ -5,6 +5,8 @@ the same prefixes from a router file.
 
   route_table_bench.py BIN_DIRECTORY BENCH_DIRECTORY [--brief]        (as root, for the namespace)
 
+The sub-agent and the module inside snmpd are measured in turn.
+
 Shown for each number of routes:
   first row     seconds until the first row is answered, without requests before
   rows/s        of one column, GETBULK 50, table warm; the median of alternating rounds
@@ -30,6 +32,7 @@ BENCH = pathlib.Path(sys.argv[2]).resolve()
 BRIEF = "--brief" in sys.argv
 COUNTS = (1000,) if BRIEF else (1000, 10000, 100000)
 TURNS = 1 if BRIEF else 3
+MODULE = pathlib.Path(sys.argv[1]).resolve().parent / "lib/mpls_vpn_snmpd.so"
 OURS = L3VPN + ".1.4.1.1.7"        # mplsL3VpnVrfRteInetCidrIfIndex
 THEIRS = "1.3.6.1.2.1.4.24.7.1.7"  # inetCidrRouteIfIndex
 UP_TIME = "1.3.6.1.2.1.1.3"
@@ -104,31 +107,32 @@ def first_and_silence(system, oid, count):
     return first, prober.longest
 
 
-def measure(count):
+def measure(count, module):
+    """One front end against snmpd's own table."""
     routes = [{"generate": count, "prefix": FIRST, "next_hop": GATEWAY}]
     router = {"vrfs": [{"name": "red", "table": 10}, {"name": "blue", "table": 20}]}
-    fill_kernel(count)
     with System(json.dumps(router)) as system:
+        system.module = module
         system.start_all()
-        daemon, agent, snmpd = (system.processes[name] for name in ("daemon", "agent", "snmpd"))
-        before = {process: resident(process) for process in (daemon, agent, snmpd)}
+        ours_are = [system.processes[name] for name in ("daemon", "snmpd" if module else "agent")]
+        snmpd = system.processes["snmpd"]
+        before = {process: resident(process) for process in ours_are}
         router["vrfs"][0]["routes"] = routes
         system.router_file.write_text(json.dumps(router))
         number = L3VPN + ".1.3.1.1.3." + ".".join(map(str, name_index("red")))
         wait_until("the routes", lambda: system.get_value(number) == str(count), 60)
         ours = first_and_silence(system, OURS, count)
-        our_memory = sum(resident(process) - before[process] for process in (daemon, agent)) / count
+        our_memory = sum(resident(process) - before[process] for process in ours_are) / count
         before[snmpd] = resident(snmpd)
         theirs = first_and_silence(system, THEIRS, count)
         their_memory = (resident(snmpd) - before[snmpd]) / count
         rates = [(walk(system, OURS, count), walk(system, THEIRS, count)) for _ in range(TURNS)]
-    empty_kernel()
-    print(f"  {count:7,} routes            first row      rows/s  octets/route    silence")
+    name = "mpls_vpn_snmpd.so" if module else "mpls_vpn_snmp"
     for name, (first, silence), memory, rate in (
-            ("mpls_vpn_snmp + daemon", ours, our_memory, statistics.median(pair[0] for pair in rates)),
+            (name + " + daemon", ours, our_memory, statistics.median(pair[0] for pair in rates)),
             ("snmpd's own table", theirs, their_memory, statistics.median(pair[1] for pair in rates))):
-        print(f"    {name:24} {first:8.3f} s  {rate:10,.0f}  {memory:12,.0f}  {silence:7.3f} s")
-    print(f"    {'ratio, ours to theirs':24} {ours[0] / theirs[0]:8.3f}    "
+        print(f"    {name:26} {first:8.3f} s  {rate:10,.0f}  {memory:12,.0f}  {silence:7.3f} s")
+    print(f"    {'ratio, ours to theirs':26} {ours[0] / theirs[0]:8.3f}    "
           f"{statistics.median(one / other for one, other in rates):10.3f}  {our_memory / their_memory:12.2f}  "
           f"{ours[1] / theirs[1]:7.3f}", flush=True)
 
@@ -141,7 +145,11 @@ def main():
         subprocess.run(["ip", *command.split()], check=True)
     print("route table, one column, against snmpd's own inetCidrRouteTable; times in seconds, one run")
     for count in COUNTS:
-        measure(count)
+        print(f"  {count:7,} routes              first row      rows/s  octets/route    silence")
+        fill_kernel(count)
+        for module in (None, MODULE) if MODULE.exists() else (None,):
+            measure(count, module)
+        empty_kernel()
 
 
 if __name__ == "__main__":

@@ -10,7 +10,7 @@ import subprocess
 import tempfile
 import unittest
 
-from system import BIN, ROOT, SCALARS, SLOW, System, wait_until
+from system import BIN, MODULE, ROOT, SCALARS, SLOW, System, wait_until
 
 ROUTER = """\
 vrfs: [{name: red, table: 10, routes: [{prefix: 10.1.0.0/16, type: blackhole, protocol: static}]}]
@@ -27,7 +27,9 @@ PROGRAMS = {
     "usr/lib/sysusers.d/mpls_vpn_mib.conf": 0o644,
     "usr/share/bash-completion/completions/mplsvpn": 0o644,
 }
-STRIPPED = sorted(name for name in PROGRAMS if "bin/" in name or name.endswith(".dll"))
+if MODULE.exists():  # built with libsnmp-dev only
+    PROGRAMS["usr/lib/mpls_vpn_mib/mpls_vpn_snmpd.so"] = None
+STRIPPED = sorted(name for name in PROGRAMS if "bin/" in name or name.endswith((".dll", ".so")))
 
 
 def debug_file(program):

@@ -3,7 +3,7 @@ import socket
 import time
 
 GET, GET_NEXT, GET_BULK = 0xA0, 0xA1, 0xA5
-END_OF_MIB_VIEW = 0x82
+NO_SUCH_INSTANCE, END_OF_MIB_VIEW = 0x81, 0x82
 
 
 def tlv(tag, content):
@@ -65,19 +65,30 @@ class SnmpClient:
         self.socket.close()
 
     def request(self, kind, oid, second=0, third=0):
-        self.number += 1
-        bind = tlv(0x30, tlv(0x30, encode_oid(oid) + tlv(5, b"")))
-        pdu = tlv(kind, integer(self.number) + integer(second) + integer(third) + bind)
-        message = tlv(0x30, integer(1) + tlv(4, b"public") + pdu)
         start = time.monotonic()
-        self.socket.send(message)
+        self.send(kind, (oid,), second, third)
+        found = self.receive()
+        self.seconds = time.monotonic() - start
+        return found
+
+    def send(self, kind, oids, second=0, third=0):
+        """Without waiting for the answer."""
+        self.socket.send(self.message(kind, oids, second, third))
+
+    def message(self, kind, oids, second=0, third=0):
+        self.number += 1
+        binds = tlv(0x30, b"".join(tlv(0x30, encode_oid(oid) + tlv(5, b"")) for oid in oids))
+        pdu = tlv(kind, integer(self.number) + integer(second) + integer(third) + binds)
+        return tlv(0x30, integer(1) + tlv(4, b"public") + pdu)
+
+    def receive(self):
+        """The answer to what was sent last."""
         while True:
             (_, answer), = parts(self.socket.recv(65536))
             _, _, (_, pdu) = parts(answer)
             (_, number), (_, error), _, (_, binds) = parts(pdu)
             if int.from_bytes(number, "big") == self.number:
                 break  # and not the late answer to an abandoned request
-        self.seconds = time.monotonic() - start
         if error != b"\x00":
             raise RuntimeError(f"error status {int.from_bytes(error, 'big')}")
         found = []

@@ -19,6 +19,8 @@ L3VPN = "1.3.6.1.2.1.10.166.11"
 SCALARS = L3VPN + ".1.1"
 IF_CONF = L3VPN + ".1.2.1"
 RAW = ("-Ot", "--hexOutputLength=0")  # of the SNMP tools: time stamps as numbers, octets on one line
+IN_SNMPD = os.environ.get("MPLS_TEST_FRONT_END") == "module"  # the module inside snmpd instead of the sub-agent
+MODULE = BIN.parent / "lib/mpls_vpn_snmpd.so"
 SLOW = float(os.environ.get("MPLS_TEST_SLOW", "1"))  # sanitizer builds take longer: every bound is multiplied
 
 
@@ -95,6 +97,9 @@ class System:
         self.port = 0
         self.trap_port = 0  # of snmptrapd; when set, snmpd sends traps there
         self.agentx = self.folder / "agentx"
+        self.module = MODULE if IN_SNMPD else None  # that snmpd loads
+        self.snmpd_wrapper = ()  # a program that runs snmpd
+        self.more_snmpd_settings = ""
 
     def __enter__(self):
         return self
@@ -153,13 +158,14 @@ class System:
         def command(port):
             self.port, conf = port, self.folder / "snmpd.conf"
             conf.write_text(f"agentAddress udp:127.0.0.1:{port}\nagentXSocket {self.agentx}\n" + self.snmpd_settings() +
-                            self.trap_sink())
-            return "snmpd", "-f", "-Lo", "-C", "-c", str(conf), "-p", str(self.folder / "snmpd.pid")
+                            self.more_snmpd_settings + self.trap_sink())
+            return *self.snmpd_wrapper, "snmpd", "-f", "-Lo", "-C", "-c", str(conf), "-p", str(self.folder / "snmpd.pid")
         self.start_on_a_port("snmpd", self.port, command, lambda _: self.agentx.exists() and
                              self.snmp("get", "1.3.6.1.2.1.1.3.0", timeout=1).returncode == 0)
 
     def snmpd_settings(self):
-        return "rocommunity public\nrwcommunity private\nmaster agentx\n"
+        module = f"dlmod mpls_vpn_snmpd {self.module}\n" if self.module else ""
+        return "rocommunity public\nrwcommunity private\nmaster agentx\n" + module
 
     def trap_sink(self):
         return f"trap2sink 127.0.0.1:{self.trap_port} public\n" if self.trap_port else ""
@@ -187,7 +193,8 @@ class System:
         return found
 
     def start_agent(self, *options):
-        self.spawn("agent", str(BIN / "mpls_vpn_snmp"), "--agentx-socket", str(self.agentx), *options)
+        if not self.module:
+            self.spawn("agent", str(BIN / "mpls_vpn_snmp"), "--agentx-socket", str(self.agentx), *options)
         self.wait_registered()
 
     def wait_registered(self, seconds=10.0):

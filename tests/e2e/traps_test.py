@@ -7,7 +7,7 @@ import subprocess
 import time
 import unittest
 
-from system import BIN, SLOW, name_index, wait_until
+from system import BIN, IN_SNMPD, SLOW, name_index, wait_until
 from trap_case import TrapCase
 from trap_sink import TrapSink
 from wire import Client
@@ -140,6 +140,7 @@ class Traps(TrapCase):
             snmpd.send_signal(signal.SIGCONT)
             self.expect()
 
+    @unittest.skipIf(IN_SNMPD, "SKIPPED: while snmpd runs, the module takes every trap at once")
     def test_full_queue_drops_the_oldest_and_reports_how_many(self):
         sink = TrapSink()
         self.system.kill("snmpd")

@@ -1,5 +1,6 @@
 // The armed fault points: a short list guarded by a mutex, read only while something is armed.
 #include "platform/core/base/fault.h"
+#include "platform/core/base/never_destroyed.h"
 #include "platform/core/text/numbers.h"
 
 #include <mutex>
@@ -18,8 +19,9 @@ struct ArmedPoint {
 };
 
 std::mutex points_mutex;
-// Never destroyed: a thread that outlives main may still check while the process ends.
-std::vector<ArmedPoint>& points = *new std::vector<ArmedPoint>;
+// A thread that outlives main may still check while the process ends.
+NeverDestroyed<std::vector<ArmedPoint>> the_points;
+std::vector<ArmedPoint>& points = *the_points;
 
 ArmedPoint* find_point(std::string_view name) {
   for (ArmedPoint& point : points) {

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <compare>
 #include <cstdarg>
 #include <cstdio>
@@ -12,6 +13,7 @@
 #include <string>
 
 #include "platform/core/base/clock.h"
+#include "platform/core/base/never_destroyed.h"
 #include "platform/core/base/standard_error.h"
 
 namespace {
@@ -37,14 +39,19 @@ struct LogLimiter {
   std::map<LogKind, LogCount> counts;
 };
 
-// Never destroyed: threads may log while the process ends.
+// Threads may log while the process ends.
 LogLimiter& limiter() {
-  static auto* const the_limiter = new LogLimiter;
+  static NeverDestroyed<LogLimiter> the_limiter;
   return *the_limiter;
 }
 
+std::atomic<LogReceiver> log_receiver = nullptr;
+
 void write_log_line(LogSeverity severity, const std::string& module, const std::string& text) {
   std::string line;
+  if (const LogReceiver receiver = log_receiver) {
+    return receiver(severity, (module.empty() ? text : module + ": " + text).c_str());
+  }
   if (standard_error_is_journal()) line = "<" + std::to_string(static_cast<unsigned>(severity)) + ">";
   if (!module.empty()) line += module + ": ";
   write_error_line(line + text);
@@ -133,6 +140,10 @@ std::uint64_t log_report_floods() {
     if (count.suppressed > 0) next = std::min(next, count.end);
   }
   return next;
+}
+
+void log_redirect(LogReceiver receiver) {
+  log_receiver = receiver;
 }
 
 void log_limit(unsigned lines, std::uint64_t interval) {

@@ -30,6 +30,11 @@ void log_limit(unsigned lines, std::uint64_t interval);
 // suppressed (clock_monotonic()); UINT64_MAX without one.
 std::uint64_t log_report_floods();
 
+// For code that is a part of another process: its lines (without a line break) go to that process's log. Null
+// ends this.
+using LogReceiver = void (*)(LogSeverity severity, const char* line);
+void log_redirect(LogReceiver receiver);
+
 // The limit for programs that run for long: 100 lines in 10 seconds.
 inline constexpr unsigned kLogLines = 100;
 inline constexpr std::uint64_t kLogInterval = 10'000'000'000;

@@ -1,0 +1,163 @@
+#include "agent/snmpd/module.h"
+
+#include <sys/time.h>
+
+#include <algorithm>
+
+#include "agent/snmpd/variable.h"
+#include "agent/tables/l3vpn_tables.h"
+#include "platform/core/base/clock.h"
+#include "platform/core/base/log.h"
+
+namespace snmpd {
+namespace {
+
+constexpr char kName[] = "mpls_vpn_snmpd";
+constexpr char kFirstRecord[] = "/oper/mpls_vpn/gl/scalars";
+constexpr std::uint64_t kRegisterAgain = 2 * kNanosecondsPerSecond;
+constexpr std::uint64_t kNanosecondsPerTick = kNanosecondsPerSecond / 100;
+
+timeval time_until(std::uint64_t when, std::uint64_t now) {
+  // At least a millisecond: an alarm of 0 would never end.
+  const std::uint64_t microseconds = std::max<std::uint64_t>(when > now ? (when - now) / 1000 + 1 : 0, 1000);
+  timeval value{};
+  value.tv_sec = static_cast<time_t>(microseconds / 1'000'000);
+  value.tv_usec = static_cast<suseconds_t>(microseconds % 1'000'000);
+  return value;
+}
+
+}  // namespace
+
+void WatchedDescriptor::watch(int fd) {
+  if (fd == fd_) return;
+  if (fd_ >= 0) unregister_readfd(fd_);
+  fd_ = fd;
+  if (fd_ >= 0 && register_readfd(fd_, function_, argument_) != 0)
+    log_error(kName, "snmpd watches no further descriptor");
+}
+
+// sysUpTime.0 is left to snmpd, which puts its own first (RFC 3416 section 4.2.6).
+agent::TrapSink::Sent SnmpdSink::send(const agent::TrapNotification& notification, std::uint32_t*) {
+  netsnmp_variable_list* variables = nullptr;
+  const LongName trap_oid{agent::kSnmpTrapOid};
+  const LongName identifier(notification.identifier.view());
+  snmp_varlist_add_variable(&variables, trap_oid.data(), trap_oid.size(), ASN_OBJECT_ID, identifier.data(),
+                            identifier.size() * sizeof(netsnmp_oid));
+  for (const agent::TrapVariable& variable : notification.variables) {
+    const LongName name(variable.name.view());
+    const std::uint8_t type = value_type(variable.type);
+    const long value = number_value(type, variable.number);
+    snmp_varlist_add_variable(&variables, name.data(), name.size(), type, &value, sizeof value);
+  }
+  send_v2trap(variables);
+  snmp_free_varbind(variables);
+  return Sent::kDone;
+}
+
+Module::Module(const std::string& daemon_socket)
+    : daemon_(daemon_socket, {}),
+      mib_(tables::l3vpn_tables(), daemon_, kNanosecondsPerSecond),
+      requests_(mib_),
+      traps_(daemon_socket, {}, sink_),
+      rows_readable_(
+          [](int, void* argument) {
+            auto* const module = static_cast<Module*>(argument);
+            module->daemon_.handle_readable();
+            module->step();
+          },
+          this),
+      traps_readable_(
+          [](int, void* argument) {
+            auto* const module = static_cast<Module*>(argument);
+            module->traps_.handle_readable();
+            module->step();
+          },
+          this) {
+  // From snmpd's loop: its configuration, and with it where notifications are sent, is not complete yet.
+  register_subtree();
+  alarm_at_ = UINT64_MAX;
+  start_alarm();
+}
+
+Module::~Module() {
+  if (alarm_ != 0) snmp_alarm_unregister(alarm_);
+  traps_.finish();
+  requests_.abandon();
+  unregister_subtree();
+}
+
+// At once, before the daemon has answered: requests are then answered genErr, after which managers ask again.
+// Without a registration they would conclude that there are no VRFs.
+void Module::register_subtree() {
+  register_at_ = clock_monotonic() + kRegisterAgain;
+  const LongName root{tables::kL3vpnObjects};
+  netsnmp_handler_registration* const registration = netsnmp_create_handler_registration(
+      kName, handle, root.data(), root.size(), HANDLER_CAN_RONLY | HANDLER_CAN_GETBULK);
+  if (registration == nullptr) return;
+  registration->handler->myvoid = this;
+  if (netsnmp_register_handler(registration) == MIB_REGISTERED_OK) {
+    registration_ = registration;
+    sink_.set_ready(true);
+    log_notice(kName, "serves MPLS-L3VPN-STD-MIB");
+    return;
+  }
+  if (announced_refusal_) return;
+  announced_refusal_ = true;
+  log_error(kName,
+            "another agent serves 1.3.6.1.2.1.10.166.11.1, so this module does not; stop that agent "
+            "(mpls_vpn_snmp), or remove the line \"dlmod mpls_vpn_snmpd\" from snmpd.conf");
+}
+
+void Module::unregister_subtree() {
+  if (registration_ != nullptr) netsnmp_unregister_handler(registration_);
+  registration_ = nullptr;
+  sink_.set_ready(false);
+}
+
+int Module::handle(netsnmp_mib_handler* handler, netsnmp_handler_registration* registration,
+                   netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
+  auto* const module = static_cast<Module*>(handler->myvoid);
+  module->set_up_time();
+  module->requests_.answer(handler, registration, info, requests);
+  module->start_alarm();
+  module->rows_readable_.watch(module->daemon_.fd());
+  return SNMP_ERR_NOERROR;
+}
+
+// snmpd's sysUpTime and the wall clock run together: once is enough, and keeps time stamps constant.
+void Module::set_up_time() {
+  if (mib_.has_up_time_zero()) return;
+  const std::uint64_t up_time = netsnmp_get_agent_uptime() * kNanosecondsPerTick;
+  mib_.set_up_time_zero(static_cast<std::int64_t>(clock_stamp()) - static_cast<std::int64_t>(up_time));
+}
+
+void Module::step() {
+  if (registration_ == nullptr && clock_monotonic() >= register_at_) register_subtree();
+  daemon_.step();
+  daemon_.probe(kFirstRecord);
+  traps_.step();
+  if (requests_.waits()) requests_.resume();
+  rows_readable_.watch(daemon_.fd());
+  traps_readable_.watch(traps_.fd());
+  start_alarm();
+}
+
+void Module::start_alarm() {
+  std::uint64_t due = std::min({daemon_.deadline(), traps_.deadline(), requests_.deadline()});
+  if (registration_ == nullptr) due = std::min(due, register_at_);
+  if (alarm_ != 0 && due >= alarm_at_) return;  // the alarm in place finds what is due then
+  if (alarm_ != 0) snmp_alarm_unregister(alarm_);
+  alarm_ = 0;
+  if (due == UINT64_MAX) return;
+  alarm_at_ = due;
+  alarm_ = snmp_alarm_register_hr(
+      time_until(due, clock_monotonic()), 0,
+      [](unsigned, void* argument) {
+        auto* const module = static_cast<Module*>(argument);
+        module->alarm_ = 0;
+        module->step();
+      },
+      this);
+}
+
+}  // namespace snmpd

@@ -1,0 +1,74 @@
+// The MIB inside snmpd: the handler of its subtree, and what drives the connections to the daemon from
+// snmpd's event loop. snmpd's one thread.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "agent/daemon_source.h"
+#include "agent/snmpd/netsnmp.h"
+#include "agent/snmpd/requests.h"
+#include "agent/tables/mib.h"
+#include "agent/trap_feed.h"
+
+namespace snmpd {
+
+// A descriptor for which snmpd calls a function when it is readable.
+class WatchedDescriptor {
+ public:
+  WatchedDescriptor(void (*function)(int, void*), void* argument)
+      : function_(function), argument_(argument) {}
+  ~WatchedDescriptor() { watch(-1); }
+  WatchedDescriptor(const WatchedDescriptor&) = delete;
+  WatchedDescriptor& operator=(const WatchedDescriptor&) = delete;
+  void watch(int fd);  // in the place of the former one; -1: none
+
+ private:
+  void (*function_)(int, void*);
+  void* argument_;
+  int fd_ = -1;
+};
+
+// Hands notifications to snmpd, which sends them before the call returns.
+class SnmpdSink : public agent::TrapSink {
+ public:
+  bool ready() const override { return ready_; }
+  Sent send(const agent::TrapNotification& notification, std::uint32_t* packet) override;
+  void set_ready(bool ready) { ready_ = ready; }
+
+ private:
+  bool ready_ = false;
+};
+
+class Module {
+ public:
+  explicit Module(const std::string& daemon_socket);
+  ~Module();
+  Module(const Module&) = delete;
+  Module& operator=(const Module&) = delete;
+
+ private:
+  static int handle(netsnmp_mib_handler* handler, netsnmp_handler_registration* registration,
+                    netsnmp_agent_request_info* info, netsnmp_request_info* requests);
+  void register_subtree();
+  void unregister_subtree();
+  void set_up_time();
+  // After every event: does what is due, answers what waits, and asks snmpd for the next event.
+  void step();
+  void start_alarm();
+
+  agent::DaemonSource daemon_;
+  tables::Mib mib_;
+  Requests requests_;
+  SnmpdSink sink_;
+  agent::TrapFeed traps_;
+  WatchedDescriptor rows_readable_;
+  WatchedDescriptor traps_readable_;
+  netsnmp_handler_registration* registration_ = nullptr;
+  std::uint64_t register_at_ = 0;
+  bool announced_refusal_ = false;
+  unsigned alarm_ = 0;  // 0: none
+  std::uint64_t alarm_at_ = 0;
+};
+
+}  // namespace snmpd
