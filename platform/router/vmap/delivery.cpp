@@ -29,7 +29,7 @@ bool is_obsolete_vrf(const Announced& announced, const Event& event) {
 bool is_obsolete_member(const Announced& announced, const Event& event) {
   if (event.kind == VmapEvent::kDelete) return !announced.interfaces.contains(event.handle);
   const Member* member = service().members.find(event.handle);
-  return member == nullptr || member->vrf != event.vrf_name;
+  return member == nullptr || *member->vrf != event.vrf_name;
 }
 
 // The update of what ended since, or the deletion of what was never announced.
@@ -42,11 +42,13 @@ bool is_subscribed(const Event& event) {
   return event.is_vrf ? database.vrf_callback != nullptr : database.intf_callback != nullptr;
 }
 
+// REQUIRES: the event is not obsolete.
 void note_update(Announced* announced, const Event& event) {
   if (event.is_vrf) {
     announced->vrfs[event.vrf_name] = {event, service().flags_of(event.vrf_name)};
   } else {
-    announced->interfaces[event.handle] = {event, service().name_of(event.handle)};
+    announced->interfaces[event.handle] = {service().members.find(event.handle)->vrf,
+                                           service().name_of(event.handle)};
   }
 }
 
@@ -71,7 +73,7 @@ bool leaves_on_rename(const Announced& announced, const Event& event) {
   const auto known = announced.interfaces.find(event.handle);
   if (known == announced.interfaces.end() || known->second.name == service().name_of(event.handle))
     return false;
-  return service().must_leave_on_rename(known->second.event.vrf_name.c_str(), known->second.name.c_str());
+  return service().must_leave_on_rename(known->second.vrf->c_str(), known->second.name.c_str());
 }
 
 Event deletion_of(Event event) {
@@ -83,9 +85,8 @@ std::vector<Event> stale_events(const Announced& announced) {
   std::vector<Event> events;
   for (const auto& [handle, interface] : announced.interfaces) {
     const Member* member = service().members.find(handle);
-    if (member != nullptr && member->vrf == interface.event.vrf_name) continue;
-    events.push_back(deletion_of(interface.event));
-    events.back().vrf_id = 0;
+    if (member != nullptr && *member->vrf == *interface.vrf) continue;
+    events.push_back({VmapEvent::kDelete, false, handle, 0, 0, *interface.vrf});
   }
   for (const auto& [name, vrf] : announced.vrfs) {
     if (service().incarnation_of(name) != vrf.event.incarnation) events.push_back(deletion_of(vrf.event));

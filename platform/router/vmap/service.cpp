@@ -55,9 +55,9 @@ Event Service::vrf_event(VmapEvent kind, const router::Vrf& vrf) const {
   return {kind, true, 0, vrf.id, incarnation_of(vrf.name), vrf.name};
 }
 
-Event Service::interface_event(VmapEvent kind, const Member& member) const {
-  const router::Vrf* vrf = model_->find_vrf(member.vrf);
-  return {kind, false, member.handle, vrf == nullptr ? 0 : vrf->id, 0, member.vrf};
+Event Service::interface_event(VmapEvent kind, std::uint32_t handle, const std::string& vrf) const {
+  const router::Vrf* const found = model_->find_vrf(vrf);
+  return {kind, false, handle, found == nullptr ? 0 : found->id, 0, vrf};
 }
 
 void Service::announce(const Event& event) {
@@ -68,7 +68,9 @@ void Service::announce(const Event& event) {
 }
 
 void Service::announce_members_of(const std::string& vrf) {
-  for (const Member* member : members.of(vrf)) announce(interface_event(VmapEvent::kUpdate, *member));
+  members.for_each_of(vrf, [this](std::uint32_t handle, const std::string& its_vrf) {
+    announce(interface_event(VmapEvent::kUpdate, handle, its_vrf));
+  });
 }
 
 void Service::vrf_created(const router::Vrf& vrf) {
@@ -92,21 +94,22 @@ void Service::vrf_deleted(const router::Vrf& vrf) {
 void Service::join(const router::Interface& interface) {
   if (is_default(interface.vrf)) return;
   members.join(interface.handle, interface.vrf);
-  announce(interface_event(VmapEvent::kUpdate, *members.find(interface.handle)));
+  announce(interface_event(VmapEvent::kUpdate, interface.handle, interface.vrf));
 }
 
 void Service::leave(std::uint32_t handle) {
   const Member* member = members.find(handle);
   if (member == nullptr) return;
-  announce(interface_event(VmapEvent::kDelete, *member));
+  announce(interface_event(VmapEvent::kDelete, handle, *member->vrf));
   members.leave(handle);
 }
 
 void Service::interface_changed(const router::Interface& before, const router::Interface& now) {
   const Member* member = members.find(now.handle);
   if (member == nullptr || (before.name == now.name && before.index == now.index)) return;
-  if (gets_a_subscribers_name(before, now)) announce(interface_event(VmapEvent::kDelete, *member));
-  announce(interface_event(VmapEvent::kUpdate, *member));
+  const auto announce_as = [&](VmapEvent kind) { announce(interface_event(kind, now.handle, *member->vrf)); };
+  if (gets_a_subscribers_name(before, now)) announce_as(VmapEvent::kDelete);
+  announce_as(VmapEvent::kUpdate);
 }
 
 void Service::interface_moved(const router::Interface& now, const std::string& /*from*/) {
@@ -119,7 +122,9 @@ std::vector<Event> Service::everything() const {
   model_->for_each_vrf([&](const router::Vrf& vrf) {
     if (!is_default(vrf.name)) events.push_back(vrf_event(VmapEvent::kUpdate, vrf));
   });
-  for (const Member& member : members.all()) events.push_back(interface_event(VmapEvent::kUpdate, member));
+  members.for_each([&](std::uint32_t handle, const std::string& vrf) {
+    events.push_back(interface_event(VmapEvent::kUpdate, handle, vrf));
+  });
   return events;
 }
 

@@ -6,6 +6,8 @@
 // so that a VRF that was deleted and created again under its name is recognized as another one.
 #pragma once
 
+#include <absl/container/btree_map.h>
+
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -35,13 +37,13 @@ struct AnnouncedVrf {
 };
 
 struct AnnouncedInterface {
-  Event event;
+  SharedName vrf;
   std::string name;  // at the time of the delivery, when the client looks it up
 };
 
 struct Announced {
   std::map<std::string, AnnouncedVrf, router::ShorterFirst> vrfs;
-  std::map<std::uint32_t, AnnouncedInterface> interfaces;  // by handle
+  absl::btree_map<std::uint32_t, AnnouncedInterface> interfaces;  // by handle
 };
 
 }  // namespace vmap
@@ -92,7 +94,7 @@ class Service : public router::Observer {
 
  private:
   Event vrf_event(VmapEvent kind, const router::Vrf& vrf) const;
-  Event interface_event(VmapEvent kind, const Member& member) const;
+  Event interface_event(VmapEvent kind, std::uint32_t handle, const std::string& vrf) const;
   void announce(const Event& event);
   void announce_members_of(const std::string& vrf);
   void join(const router::Interface& interface);

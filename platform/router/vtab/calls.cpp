@@ -172,7 +172,8 @@ Status vtab_lock_begin_access_if_record(const char* if_name, const char* vrf_nam
   *ipv4_change = *ipv6_change = kVtabNoChange;
   *reserved1 = *reserved2 = 0;
   const auto matches = [&](const vtab::StateEvent& event) {
-    return !event.was_taken && event.node->known_name == if_name && event.vrf_name == vrf_name;
+    return !event.was_taken && std::string_view(event.node->known_name()) == if_name &&
+           event.vrf_name == vrf_name;
   };
   auto* const oldest = feed::find_oldest<vtab::StateEvent>(matches);
   if (oldest == nullptr) return kStatusOk;

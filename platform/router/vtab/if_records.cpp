@@ -51,12 +51,32 @@ void IfRecords::show(IfNode* node, IfState state) {
 void IfRecords::report(const IfNode* node) const {
   if (changed == nullptr) return;
   changed(node->if_name);
-  for (const std::string& name : node->former_names) changed(name.c_str());
+  if (node->renaming == nullptr) return;
+  for (const std::string& name : node->renaming->former_names) changed(name.c_str());
+}
+
+void Holders::add(IfNode* node) {
+  if (first_ == nullptr) {
+    first_ = node;
+    return;
+  }
+  if (others_ == nullptr) others_ = std::make_unique<std::vector<IfNode*>>();
+  others_->push_back(node);
+}
+
+void Holders::remove(const IfNode* node) {
+  if (others_ == nullptr) {
+    first_ = nullptr;
+    return;
+  }
+  if (first_ == node) std::swap(first_, others_->front());
+  others_->erase(std::ranges::find(*others_, node));
+  if (others_->empty()) others_.reset();
 }
 
 IfNode* IfRecords::find(std::string_view name) const {
   const auto found = holders_.find(name);
-  return found == holders_.end() ? nullptr : found->second.front();
+  return found == holders_.end() ? nullptr : found->second.first();
 }
 
 const IfNode* IfRecords::first() const {
@@ -69,22 +89,20 @@ const IfNode* IfRecords::after(std::uint32_t index) const {
 }
 
 void IfRecords::take_name(IfNode* node, const std::string& name) {
-  holders_[name].push_back(node);
+  holders_[name].add(node);
   if (changed != nullptr) changed(name.c_str());
 }
 
 void IfRecords::give_up_name(const IfNode* node, const std::string& name) {
   const auto found = holders_.find(name);
-  std::vector<IfNode*>& holders = found->second;
-  holders.erase(std::find(holders.begin(), holders.end(), node));
-  if (holders.empty()) holders_.erase(found);
+  found->second.remove(node);
+  if (found->second.first() == nullptr) holders_.erase(found);
   if (changed != nullptr) changed(name.c_str());
 }
 
 IfNode* IfRecords::add(const router::Interface& interface) {
   IfNode& node = by_index_[interface.index];
   set_identity(&node, interface);
-  node.known_name = interface.name;
   take_name(&node, interface.name);
   show(&node, {});
   return &node;
@@ -94,7 +112,8 @@ IfNode* IfRecords::change(std::uint32_t old_index, const router::Interface& now)
   auto taken = by_index_.extract(old_index);
   IfNode* const node = &taken.mapped();
   if (now.name != node->if_name) {
-    node->former_names.emplace_back(node->if_name);
+    if (node->renaming == nullptr) node->renaming = std::make_unique<Renaming>(Renaming{node->if_name, {}});
+    node->renaming->former_names.emplace_back(node->if_name);
     take_name(node, now.name);
   }
   set_identity(node, now);
@@ -104,9 +123,9 @@ IfNode* IfRecords::change(std::uint32_t old_index, const router::Interface& now)
 }
 
 void IfRecords::know_name(IfNode* node) {
-  for (const std::string& name : node->former_names) give_up_name(node, name);
-  node->former_names.clear();
-  node->known_name = node->if_name;
+  if (node->renaming == nullptr) return;
+  for (const std::string& name : node->renaming->former_names) give_up_name(node, name);
+  node->renaming.reset();
 }
 
 IfNode* IfRecords::remove(std::uint32_t index) {

@@ -10,8 +10,11 @@
 // took it; the first is the one that the client knows by it.
 #pragma once
 
+#include <absl/container/btree_map.h>
+
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -40,14 +43,34 @@ struct IfChange {
 
 IfChange change_between(const IfState& before, const IfState& now);
 
+// The names of a record until the client knows the present one.
+struct Renaming {
+  std::string known_name;
+  std::vector<std::string> former_names;
+};
+
 struct IfNode : VtabIfRecord {
   IfNode() : VtabIfRecord{} {}
 
+  // The name under which the client knows it.
+  const char* known_name() const { return renaming == nullptr ? if_name : renaming->known_name.c_str(); }
+
   std::vector<router::Address> addresses;
-  std::string known_name;                 // under which the client knows it
-  std::vector<std::string> former_names;  // until the client knows the present one
-  std::uint32_t pending = 0;              // undelivered notifications
+  std::unique_ptr<Renaming> renaming;
+  std::uint32_t pending = 0;  // undelivered notifications
   bool is_removed = false;
+};
+
+// The records that have or had a name, in the order in which they took it.
+class Holders {
+ public:
+  IfNode* first() const { return first_; }  // null without one
+  void add(IfNode* node);
+  void remove(const IfNode* node);
+
+ private:
+  IfNode* first_ = nullptr;
+  std::unique_ptr<std::vector<IfNode*>> others_;  // hardly a name has any
 };
 
 class IfRecords {
@@ -83,7 +106,7 @@ class IfRecords {
 
   using Map = std::map<std::uint32_t, IfNode>;
   Map by_index_;
-  std::map<std::string, std::vector<IfNode*>, std::less<>> holders_;  // of a name; no list is empty
+  absl::btree_map<std::string, Holders, std::less<>> holders_;  // of a name; each has one
   std::map<const IfNode*, Map::node_type> removed_;
 };
 

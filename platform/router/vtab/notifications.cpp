@@ -48,7 +48,7 @@ void StateEvent::deliver() {
   if (!change.has_up()) service().interfaces.show_downs(node, to);
   if (!was_taken && change.is_one() && service().client.if_callback != nullptr) {
     begin_callback();
-    static_cast<void>(service().client.if_callback(node->known_name.c_str(), vrf_name.c_str()));
+    static_cast<void>(service().client.if_callback(node->known_name(), vrf_name.c_str()));
     end_callback();
   }
   --node->pending;
