@@ -4,9 +4,9 @@
 #include <cstdint>
 #include <deque>
 #include <new>
+#include <ranges>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "platform/core/base/fault.h"
 #include "platform/store/tree/datalist_filler.h"
@@ -46,7 +46,7 @@ Status kvtree_datalist_add(KvDatalist* list, const char* key, std::uint32_t kind
   if (list == nullptr || key == nullptr || (value == nullptr && length != 0)) return kStatusInvalid;
   if (length == 0 && list->first_without_value == SIZE_MAX) list->first_without_value = list->items.size();
   const auto* octets = static_cast<const std::uint8_t*>(value);
-  list->items.push_back({{key, kind, flags}, std::vector<std::uint8_t>(octets, octets + length)});
+  list->items.push_back({{key, kind, flags}, {octets, octets + length}});
   return kStatusOk;
 }
 
@@ -70,13 +70,21 @@ Status kvtree_datalist_next(KvDatalist* list, const char** key, const void** val
 
 namespace {
 
-// The place of the first item with this key; SIZE_MAX when there is none.
+void index_items(KvDatalist* list) {
+  list->by_key.resize(list->items.size());
+  const std::ranges::iota_view places(std::uint32_t{0}, static_cast<std::uint32_t>(list->items.size()));
+  std::ranges::copy(places, list->by_key.begin());
+  std::ranges::stable_sort(
+      list->by_key, {}, [list](std::uint32_t place) -> const std::string& { return list->items[place].key; });
+}
+
+// The place of the first item with this key; SIZE_MAX when there is none. Lists are complete before the first
+// look-up.
 std::size_t find_place(KvDatalist* list, std::string_view key) {
-  for (; list->indexed < list->items.size(); ++list->indexed) {
-    list->places.emplace(list->items[list->indexed].key, list->indexed);
-  }
-  const auto found = list->places.find(key);
-  return found == list->places.end() ? SIZE_MAX : found->second;
+  if (list->by_key.size() != list->items.size()) index_items(list);
+  const auto key_of = [list](std::uint32_t place) -> std::string_view { return list->items[place].key; };
+  const auto found = std::ranges::lower_bound(list->by_key, key, {}, key_of);
+  return found == list->by_key.end() || key_of(*found) != key ? SIZE_MAX : *found;
 }
 
 }  // namespace

@@ -1,13 +1,13 @@
 // The layout of lists and datalists, for the server that puts them on the wire. Only for this folder.
 #pragma once
 
+#include <absl/container/inlined_vector.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <functional>
 #include <string>
-#include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "platform/store/tree/kvtree.h"
@@ -19,7 +19,7 @@ struct KvListItem {
 };
 
 struct KvDatalistItem : KvListItem {
-  std::vector<std::uint8_t> value;
+  absl::InlinedVector<std::uint8_t, 16> value;  // an index of an interface needs no block of its own
 };
 
 struct KvList {
@@ -28,10 +28,8 @@ struct KvList {
 
 struct KvDatalist {
   std::deque<KvDatalistItem> items;
-  std::size_t next = 0;  // of kvtree_datalist_next
-  // Made by the first kvtree_datalist_find, for the first `indexed` items; the first item of a key counts.
-  std::unordered_map<std::string_view, std::size_t> places;
-  std::size_t indexed = 0;
+  std::size_t next = 0;               // of kvtree_datalist_next
+  std::vector<std::uint32_t> by_key;  // places of the items, when the last look-up by key was made
   std::size_t first_without_value = SIZE_MAX;
   std::function<void(KvDatalist*)> on_free;
 };

@@ -28,7 +28,7 @@ void drop_list() {
 }
 
 // Finds the name's entry as a reader from the start of the list would: false if an entry without a value is
-// before it, or if there is none. Takes constant time (kvtree_datalist_find), so that start-up is not
+// before it, or if there is none. Takes a binary search (kvtree_datalist_find), so that start-up is not
 // quadratic.
 bool find_entry(const char* if_name, std::uint32_t* if_index) {
   const char* name = nullptr;

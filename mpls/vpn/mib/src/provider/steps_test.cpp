@@ -95,7 +95,7 @@ class AnswersInSteps : public RouteTablesTest {
     if (is_datalist) {
       for (const KvDatalistItem& item : reply.datalist->items) {
         items.keys.push_back(item.key);
-        items.records.push_back(item.value);
+        items.records.emplace_back(item.value.begin(), item.value.end());
       }
     } else {
       for (const KvListItem& item : reply.list->items) items.keys.push_back(item.key);
