@@ -78,14 +78,14 @@ void Application::take_some() {
 
 void Application::delete_one(const PlannedChange& change) {
   apply_to_tree(change);
-  erase_node(change.path);
+  erase_node({plan_, &change.path});
 }
 
 void Application::set_one(const PlannedChange& change) {
   apply_to_tree(change);
   if (!change.is_effective) return;
   const bool is_quiet = change.before != nullptr && is_counted(change.path);
-  node_place_ = std::next(put_node(change.path, change.after, node_place_, is_quiet));
+  node_place_ = std::next(put_node({plan_, &change.path}, change.after, node_place_, is_quiet));
 }
 
 void Application::apply_to_tree(const PlannedChange& change) {

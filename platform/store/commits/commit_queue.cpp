@@ -17,6 +17,13 @@ std::size_t count_changes(const CommitRequest& request) {
   return request.changes == nullptr ? 0 : request.changes->size();
 }
 
+// What was large is freed on the thread, once the notifications, which share it, are delivered.
+void free_later(EventManager* manager, std::shared_ptr<void> large) {
+  event_post(manager, [large = std::move(large)]() mutable {
+    if (store().commits != nullptr) store().commits->worker().run([freed = std::move(large)] {}, [] {});
+  });
+}
+
 }  // namespace
 
 void CommitQueue::add(CommitRequest request, KvConfigDone done) {
@@ -52,7 +59,7 @@ void CommitQueue::step() {
   });
 }
 
-// What was large is freed on the thread. `done` may end the queue.
+// `done` may end the queue.
 void CommitQueue::conclude() {
   if (store().application != nullptr) end_application();
   std::shared_ptr<Commit> commit = std::move(commits_.front());
@@ -62,7 +69,7 @@ void CommitQueue::conclude() {
   const Status status = commit->prepared.status;
   const std::string id = commit->prepared.id;
   const std::string error = commit->prepared.error;
-  worker_.run([freed = std::move(commit)] {}, [] {});
+  free_later(worker_.manager(), std::move(commit));
   if (done) done(status, id, error);
 }
 

@@ -86,12 +86,13 @@ Places effective_places(const std::vector<std::string>& paths) {
 }
 
 void notify_deletion(ConfigTree::const_iterator place) {
-  notify_subscribers(place->first, nullptr, kKvEventDeleted);
+  notify_subscribers(std::make_shared<const std::string>(place->first), nullptr, kKvEventDeleted);
 }
 
 void notify_set(ConfigTree::const_iterator place) {
   const OwnedNode& node = place->second;
-  notify_subscribers(place->first, node.values[node.effective_owner()], kKvEventCreated | kKvEventSet);
+  notify_subscribers(std::make_shared<const std::string>(place->first), node.values[node.effective_owner()],
+                     kKvEventCreated | kKvEventSet);
 }
 
 std::int64_t octets_of_all(const ConfigTree& tree) {
@@ -217,7 +218,7 @@ Status kvtree_config_announce(const std::string& path) {
     if (place != store().configuration.end()) {
       kvtree::notify_set(place);
     } else {
-      kvtree::notify_subscribers(path, nullptr, kKvEventDeleted);
+      kvtree::notify_subscribers(std::make_shared<const std::string>(path), nullptr, kKvEventDeleted);
     }
   });
 }
@@ -266,7 +267,9 @@ Status kvtree_keep_configuration(const std::string& directory) {
   if (const Status status = kvtree::read_stored(node_store.get(), &stored)) return status;
   for (const auto& place : stored.in_order) {
     const kvtree::OwnedNode& node = place->second;
-    kvtree::put_node(place->first, node.values[node.effective_owner()], store().nodes.end());
+    // There are no subscribers: the path is not shared with notifications.
+    const kvtree::SharedPath path(kvtree::SharedPath(), &place->first);
+    kvtree::put_node(path, node.values[node.effective_owner()], store().nodes.end(), true);
   }
   store().configuration = std::move(stored.tree);
   store().configuration_octets = kvtree::octets_of_all(store().configuration);

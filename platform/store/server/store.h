@@ -36,7 +36,7 @@ struct KvConnection {
 // A change that has not been delivered to a subscriber yet.
 struct KvPendingChange {
   std::uint64_t number;  // in the order of the changes
-  std::string path;
+  std::shared_ptr<const std::string> path;
   std::shared_ptr<const KvValue> value;  // null for a deletion
   std::uint32_t events;
 };
@@ -132,14 +132,17 @@ struct Store {
 
 Store& store();
 
+// A path that the notifications of a change share, with the changes of a commit if it is one of them.
+using SharedPath = std::shared_ptr<const std::string>;
+
 // Sets a node and notifies its subscribers, unless it `is_quiet`. `place` is a hint: the node is inserted
 // right before it if that preserves the order.
-Nodes::iterator put_node(const std::string& path, std::shared_ptr<const KvValue> value,
+Nodes::iterator put_node(const SharedPath& path, std::shared_ptr<const KvValue> value,
                          Nodes::const_iterator place, bool is_quiet = false);
 // Deletes an existing node and notifies its subscribers.
-void erase_node(const std::string& path);
+void erase_node(const SharedPath& path);
 // Posts a change (no value: a deletion) to the subscribers of one of these events of this path.
-void notify_subscribers(const std::string& path, const std::shared_ptr<const KvValue>& value,
+void notify_subscribers(const SharedPath& path, const std::shared_ptr<const KvValue>& value,
                         std::uint32_t events);
 
 // kvtree_register_notification for any function, and its fault point.
