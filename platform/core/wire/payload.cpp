@@ -1,6 +1,7 @@
 // Payload and frame encoding. Shifts encode integers, so neither the host's byte order nor alignment matters;
 // compilers make single loads and stores of them.
 #include <array>
+#include <cstring>
 
 #include "platform/core/wire/wire.h"
 
@@ -50,13 +51,14 @@ void Writer::u64(std::uint64_t value) {
 }
 
 void Writer::octets(OctetSpan value) {
-  u32(static_cast<std::uint32_t>(value.size()));
-  out_->insert(out_->end(), value.begin(), value.end());
+  const std::size_t at = out_->size();
+  out_->resize(at + sizeof(std::uint32_t) + value.size());
+  store(out_->data() + at, static_cast<std::uint32_t>(value.size()));
+  if (!value.empty()) std::memcpy(out_->data() + at + sizeof(std::uint32_t), value.data(), value.size());
 }
 
 void Writer::text(std::string_view value) {
-  u32(static_cast<std::uint32_t>(value.size()));
-  out_->insert(out_->end(), value.begin(), value.end());
+  octets({reinterpret_cast<const std::uint8_t*>(value.data()), value.size()});
 }
 
 void Writer::patch_u32(std::size_t offset, std::uint32_t value) {

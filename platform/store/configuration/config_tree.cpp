@@ -70,20 +70,20 @@ class Cursor {
   ConfigTree::const_iterator at_;
 };
 
-// The paths of a commit. Paths in ascending order are compared without a set.
+// The paths of a commit. While they ascend, each is compared with the one before it only.
 class Seen {
  public:
-  bool is_new(std::string_view path) {
-    if (unordered_.empty() && (ordered_.empty() || ordered_.back() < path)) {
-      ordered_.push_back(path);
-      return true;
-    }
-    if (unordered_.empty()) unordered_.insert(ordered_.begin(), ordered_.end());
+  explicit Seen(const std::vector<ProposedChange>& changes) : changes_(changes) {}
+  // Whether no change before this one has its path. In the order of the changes.
+  bool is_new(std::size_t change) {
+    const std::string_view path = changes_[change].path;
+    if (unordered_.empty() && (change == 0 || changes_[change - 1].path < path)) return true;
+    for (std::size_t i = 0; unordered_.size() < change; ++i) unordered_.insert(changes_[i].path);
     return unordered_.insert(path).second;
   }
 
  private:
-  std::vector<std::string_view> ordered_;
+  const std::vector<ProposedChange>& changes_;
   std::unordered_set<std::string_view> unordered_;  // all of them, once one was out of order
 };
 
@@ -174,12 +174,13 @@ Status plan_commit(const ConfigTree& tree, std::string_view owner, const std::ve
     *error = "unknown owner \"" + std::string(owner) + "\"";
     return kStatusInvalid;
   }
-  Seen seen;
+  Seen seen(changes);
   Cursor cursor(tree);
   plan->changes.reserve(changes.size());
-  for (const ProposedChange& change : changes) {
+  for (std::size_t i = 0; i < changes.size(); ++i) {
+    const ProposedChange& change = changes[i];
     Status status = plan_one(&cursor, change, plan, error);
-    if (status == kStatusOk && !seen.is_new(change.path)) {
+    if (status == kStatusOk && !seen.is_new(i)) {
       *error = "it is changed twice";
       status = kStatusInvalid;
     }
