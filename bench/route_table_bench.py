@@ -36,6 +36,7 @@ MODULE = pathlib.Path(sys.argv[1]).resolve().parent / "lib/mpls_vpn_snmpd.so"
 OURS = L3VPN + ".1.4.1.1.7"        # mplsL3VpnVrfRteInetCidrIfIndex
 THEIRS = "1.3.6.1.2.1.4.24.7.1.7"  # inetCidrRouteIfIndex
 UP_TIME = "1.3.6.1.2.1.1.3"
+ROUTER = {"vrfs": [{"name": "red", "table": 10}, {"name": "blue", "table": 20}]}
 FIRST, GATEWAY = "20.0.0.0/24", "192.0.2.1"
 
 
@@ -55,12 +56,12 @@ class Prober(threading.Thread):
     """Asks for sysUpTime all the time, one question at a time."""
 
     def __init__(self, port):
-        super().__init__()
+        super().__init__(daemon=True)
         self.port, self.longest, self.stop = port, 0.0, threading.Event()
 
     def run(self):
         while not self.stop.wait(0.002):
-            self.longest = max(self.longest, getnext(self.port, UP_TIME, 120)[0])
+            self.longest = max(self.longest, getnext(self.port, UP_TIME, 1000)[0])
 
 
 def resident(process):
@@ -94,33 +95,39 @@ def walk(system, oid, count):
     return int(rows) / float(seconds)
 
 
-def first_and_silence(system, oid, count):
+def first_and_silence(system, oid, count, patience=300):
+    """TimeoutError if the first row needs more than `patience` seconds."""
     prober = Prober(system.port)
     prober.start()
-    time.sleep(0.2)
-    first, name = getnext(system.port, oid, 300)
-    if name[:len(numbers(oid))] != numbers(oid):
-        raise SystemExit(f"{oid}: no first row")
-    walk(system, oid, count)
-    prober.stop.set()
+    try:
+        time.sleep(0.2)
+        first, name = getnext(system.port, oid, patience)
+        if name[:len(numbers(oid))] != numbers(oid):
+            raise SystemExit(f"{oid}: no first row")
+        walk(system, oid, count)
+    finally:
+        prober.stop.set()
     prober.join()
     return first, prober.longest
 
 
+def give_routes(system, count):
+    routes = [{"generate": count, "prefix": FIRST, "next_hop": GATEWAY}]
+    vrfs = [dict(ROUTER["vrfs"][0], routes=routes), *ROUTER["vrfs"][1:]]
+    system.router_file.write_text(json.dumps({"vrfs": vrfs}))
+    number = L3VPN + ".1.3.1.1.3." + ".".join(map(str, name_index("red")))
+    wait_until("the routes", lambda: system.get_value(number) == str(count), 60)
+
+
 def measure(count, module):
     """One front end against snmpd's own table."""
-    routes = [{"generate": count, "prefix": FIRST, "next_hop": GATEWAY}]
-    router = {"vrfs": [{"name": "red", "table": 10}, {"name": "blue", "table": 20}]}
-    with System(json.dumps(router)) as system:
+    with System(json.dumps(ROUTER)) as system:
         system.module = module
         system.start_all()
         ours_are = [system.processes[name] for name in ("daemon", "snmpd" if module else "agent")]
         snmpd = system.processes["snmpd"]
         before = {process: resident(process) for process in ours_are}
-        router["vrfs"][0]["routes"] = routes
-        system.router_file.write_text(json.dumps(router))
-        number = L3VPN + ".1.3.1.1.3." + ".".join(map(str, name_index("red")))
-        wait_until("the routes", lambda: system.get_value(number) == str(count), 60)
+        give_routes(system, count)
         ours = first_and_silence(system, OURS, count)
         our_memory = sum(resident(process) - before[process] for process in ours_are) / count
         before[snmpd] = resident(snmpd)
@@ -137,12 +144,17 @@ def measure(count, module):
           f"{ours[1] / theirs[1]:7.3f}", flush=True)
 
 
-def main():
+def enter_namespace():
+    """The program begins anew in a network namespace of its own, with a gateway for the kernel's routes."""
     if "--in-namespace" not in sys.argv:
         os.execvp("unshare", ["unshare", "--net", sys.executable, *sys.argv, "--in-namespace"])
     for command in ("link set lo up", "link add uplink type veth peer name far", "link set far up",
                     "addr add 192.0.2.2/24 dev uplink", "link set uplink up"):
         subprocess.run(["ip", *command.split()], check=True)
+
+
+def main():
+    enter_namespace()
     print("route table, one column, against snmpd's own inetCidrRouteTable; times in seconds, one run")
     for count in COUNTS:
         print(f"  {count:7,} routes              first row      rows/s  octets/route    silence")
