@@ -89,6 +89,8 @@ TEST(Memory, TaggedAllocationIsZeroedAndFailsOnDemand) {
   EXPECT_NE(other, nullptr);
   std::free(other);
   EXPECT_EQ(calloc_tagged(1, 8, "IF node"), nullptr);
+  fault_arm("calloc_tagged:IF node", kStatusNoMemory);
+  EXPECT_EQ(malloc_tagged(8, "IF node"), nullptr);
 }
 
 TEST(Memory, TextReplaceOwnsACopy) {

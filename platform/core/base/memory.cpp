@@ -11,23 +11,19 @@
 
 namespace {
 
-// The C library's calloc does not use the thread's cache of small blocks, so that it takes longer.
-constexpr std::size_t kSmallBlock = 1024;
-
-void* cleared(std::size_t count, std::size_t size) {
-  if (count > kSmallBlock || size > kSmallBlock || count * size > kSmallBlock)
-    return std::calloc(count, size);
-  void* const block = std::malloc(count * size);
-  return block == nullptr ? nullptr : std::memset(block, 0, count * size);
+bool is_refused(const char* tag) {
+  if (fault_detail::armed_points.load(std::memory_order_relaxed) == 0) return false;
+  return fault_check((std::string("calloc_tagged:") + tag).c_str()) != kStatusOk;
 }
 
 }  // namespace
 
 void* calloc_tagged(std::size_t count, std::size_t size, const char* tag) {
-  if (fault_detail::armed_points.load(std::memory_order_relaxed) != 0) {
-    if (fault_check((std::string("calloc_tagged:") + tag).c_str()) != kStatusOk) return nullptr;
-  }
-  return cleared(count, size);
+  return is_refused(tag) ? nullptr : std::calloc(count, size);
+}
+
+void* malloc_tagged(std::size_t size, const char* tag) {
+  return is_refused(tag) ? nullptr : std::malloc(size);
 }
 
 // The blocks that it collects are the "fast bins".

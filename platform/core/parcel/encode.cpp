@@ -54,7 +54,7 @@ class Buffer {
     // At most the largest size of a record: a record that fills the buffer is too large.
     const std::size_t capacity =
         std::min(kParcelMaxSize, std::max({kFirstCapacity, 2 * capacity_, size_ + count}));
-    auto* octets = static_cast<std::uint8_t*>(calloc_tagged(capacity, 1, "parcel buffer"));
+    auto* octets = static_cast<std::uint8_t*>(malloc_tagged(capacity, "parcel buffer"));
     if (octets == nullptr) return kStatusNoMemory;
     if (size_ != 0) std::memcpy(octets, octets_, size_);
     std::free(octets_);
