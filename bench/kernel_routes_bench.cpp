@@ -24,6 +24,7 @@
 #include "bench/kernel_routes.h"
 #include "bench/measure.h"
 #include "platform/core/base/clock.h"
+#include "platform/core/base/memory.h"
 #include "platform/core/evm/evm.h"
 #include "platform/core/evm/test_run_directory.h"
 #include "sources/kernel/kernel_source.h"
@@ -148,6 +149,7 @@ void measure(std::uint32_t count, EventManager* manager) {
 
 int main(int argc, char** argv) {
   const bool brief = is_brief(argc, argv);
+  heap_join_freed_blocks_at_once();  // as the daemon does
   try {
     const TestRunDirectory directory;
     if (enter_namespace()) {

@@ -8,7 +8,7 @@
 struct KernelSourceSettings {
   std::size_t receive_buffer = 4U << 20;  // octets; beyond net.core.rmem_max where the process may
   // Datagrams of events in one iteration of the loop. Of a dump, whose datagrams are much larger, an eighth
-  // of that; of a dump of routes a sixteenth.
+  // of that, of next-hop objects a sixteenth, of routes one.
   unsigned batch = 64;
   std::size_t log = 100'000;              // events stored during a dump; more count as a loss
   std::uint64_t settle = 20'000'000;      // nanoseconds from the first event to the change of the model

@@ -70,6 +70,7 @@ struct Program {
   EventManager* manager = nullptr;
   KernelSource* source = nullptr;
   bool count_routes = false;
+  std::uint32_t last_vrf_id = 1000;
   unsigned asked = 0;  // lines read and not yet answered
   bool ended = false;
 };
@@ -205,7 +206,8 @@ bool add_vrf(std::string_view text, Program* program) {
   if (colon == std::string_view::npos || !read_number(text.substr(colon), ":", &table)) return false;
   router::Vrf vrf;
   vrf.name = text.substr(0, colon);
-  vrf.id = vrf.ipv4_table = vrf.ipv6_table = static_cast<std::uint32_t>(table);
+  vrf.id = ++program->last_vrf_id;  // two may have one table
+  vrf.ipv4_table = vrf.ipv6_table = static_cast<std::uint32_t>(table);
   return program->model.create_vrf(vrf) == kStatusOk;
 }
 

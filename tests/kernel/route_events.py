@@ -1,10 +1,11 @@
 #!/usr/bin/env python3
-"""route_events.py PROGRAM [--seed N] [--operations N] [--verify] [--no-vrf]: random changes of routes, next-hop objects,
-addresses and links, as root. PROGRAM is kernel_model_dump.
+"""route_events.py PROGRAM [--seed N] [--operations N] [--verify] [--overrun] [--fill N] [--no-vrf]: random changes of
+routes, next-hop objects, addresses, links and VRFs, as root. PROGRAM is kernel_model_dump.
 
 After every batch of changes the rows must be those of a fresh reading by ip(8), although the program reads no table
 again: every change must have followed from the kernel's announcements. With --verify it reads them all the time and must
-find nothing to correct. Runs in the guest (see uml-run); with --no-vrf, for kernels without VRF devices, in a network
+find nothing to correct; with --fill N, so many routes that do not change make a reading last longer. With --overrun it has hardly
+room for announcements. Runs in the guest (see uml-run); with --no-vrf, for kernels without VRF devices, in a network
 namespace of the caller. On a difference prints the seed and the changes.
 """
 import argparse
@@ -19,6 +20,7 @@ from kernel import Kernel, batch, member_lines, vrf_lines
 from routes import table_rows
 from vrf_life import Model
 
+VRFS = {"red": 10, "blue": 20, "twin": 10}  # two of them share a table
 TABLES = (10, 20)
 BOUND = 20.0  # seconds, for what the kernel itself does in the background
 PREFIXES = {4: ["20.0.0.0/24", "20.0.0.0/16", "20.0.0.0/8", "20.0.1.0/24", "20.0.2.1/32", "default", "10.0.0.0/24"],
@@ -36,7 +38,7 @@ class Changes:
         self.random = random.Random(seed)
         self.vrfs = vrfs
         self.kinds = [(self.route, 60), (self.deletion, 22), (self.object, 16), (self.address, 10), (self.link, 8),
-                      (self.mode, 2), (self.flush, 1)]
+                      (self.mode, 2), (self.flush, 1)] + ([(self.vrf, 1)] if vrfs else [])
 
     def some(self, count):
         kinds = self.random.choices([kind for kind, _ in self.kinds], [weight for _, weight in self.kinds], k=count)
@@ -69,7 +71,8 @@ class Changes:
 
     def attributes(self, version):
         text = self.perhaps(0.3, f" proto {self.pick('bgp', 'static', 196)}") + self.perhaps(0.1, " mtu 1400")
-        return text + (self.perhaps(0.06, " src " + self.pick(*ADDRESSES[4])[:-3]) if version == 4 else "")
+        return text + (self.perhaps(0.06, " src " + self.pick(*ADDRESSES[4])[:-3]) if version == 4
+                       else self.perhaps(0.1, f" pref {self.pick('low', 'medium', 'high')}"))
 
     def target(self, version):
         kind = self.random.random()
@@ -135,8 +138,12 @@ class Changes:
         if kind < 0.75 or not self.vrfs:
             return f"link set {device} up"
         if kind < 0.93:
-            return f"link set {device} {self.pick('nomaster', 'master red', 'master blue')}"
+            return f"link set {device} {self.pick('nomaster', 'master red', 'master blue', 'master twin')}"
         return f"link del {self.pick('d1', 'd2')}"
+
+    def vrf(self):
+        """repair() brings it back. The kernel keeps those of its routes that need no device."""
+        return f"link del {self.pick('blue', 'twin')}"
 
     def mode(self):
         return f"sysctl {self.pick('net.ipv4.nexthop_compat_mode', 'net.ipv6.route.skip_notify_on_dev_down')}={self.pick(0, 1)}"
@@ -168,7 +175,7 @@ def set_up(vrfs, seed):
             value = int(ignores_linkdown(seed))
             subprocess.run(["sysctl", "-qw", f"net.{family}.conf.{device}.ignore_routes_with_linkdown={value}"], check=True)
     if vrfs:
-        batch(vrf_lines({"red": 10, "blue": 20}) +
+        batch(vrf_lines(VRFS) +
               member_lines({"d0": "red", "d1": "red", "d2": "blue", "d4": ""}, "link set {name} up") +
               ["link add w0 type veth peer name w1", "link set w0 master red"])
     else:
@@ -183,7 +190,7 @@ def set_up(vrfs, seed):
 def repair(vrfs):
     """Commands that bring back what random ones removed, so that the others find something to change."""
     links = {link["ifname"]: link for link in Kernel().links}
-    commands = []
+    commands = vrf_lines({name: table for name, table in VRFS.items() if vrfs and name not in links})
     for name in DEVICES:
         if name not in links:
             commands.append(f"link add {name} type dummy")
@@ -201,33 +208,35 @@ def model_rows(answer):
                   for row in rows} for vrf, rows in answer["routes"].items()}
 
 
-def kernel_rows(names):
+def kernel_rows(no_vrf):
     kernel = Kernel()
+    tables = VRFS if no_vrf else {name: VRFS[name] for name in kernel.vrfs()}
     return {name: {(str(prefix), str(hop or "")): tuple(row[column] for column in ("metric1", "ifIndex", "type", "labels", "proto"))
-                   for (prefix, hop), row in table_rows(kernel, table).items()} for name, table in names.items()}
+                   for (prefix, hop), row in table_rows(kernel, table).items()} for name, table in tables.items()}
 
 
-def difference(model, names):
+def difference(model, no_vrf):
     """What the model and the kernel do not have in common, and the model's answer."""
     deadline = time.monotonic() + BOUND
     while True:
         answer = model.ask()
-        rows, kernel = model_rows(answer), kernel_rows(names)
+        rows, kernel = model_rows(answer), kernel_rows(no_vrf)
         if rows == kernel:
             return [], answer
         if time.monotonic() > deadline:
             break
-    keys = {(vrf, key) for side in (rows, kernel) for vrf in side for key in side[vrf]}
-    return [f"{vrf} {key}: model {rows[vrf].get(key)}, kernel {kernel[vrf].get(key)}" for vrf, key in sorted(keys)
-            if rows[vrf].get(key) != kernel[vrf].get(key)], answer
+    model_cells, kernel_cells = ({(vrf, key): side[vrf][key] for vrf in side for key in side[vrf]} for side in (rows, kernel))
+    return [f"VRFs: model {sorted(rows)}, kernel {sorted(kernel)}"] + [
+        f"{place}: model {model_cells.get(place)}, kernel {kernel_cells.get(place)}" for place in sorted({**model_cells, **kernel_cells})
+        if model_cells.get(place) != kernel_cells.get(place)], answer
 
 
 def follow(options):
-    names = {"red": 10, "blue": 20}
     model = Model("--reread-ms=3600000", f"--route-reread-ms={300 if options.verify else 3600000}",
-                  *([f"--vrf={name}:{table}" for name, table in names.items()] if options.no_vrf else []))
+                  *(["--receive-buffer=4096"] if options.overrun else []),
+                  *([f"--vrf={name}:{table}" for name, table in VRFS.items()] if options.no_vrf else []))
     changes, done, ignored = Changes(options.seed, not options.no_vrf), 0, []
-    found, answer = difference(model, names)
+    found, answer = difference(model, options.no_vrf)
     first = read = answer["tables_read"]
     while not found and done < options.operations:
         commands = changes.some(changes.random.choices((1, 2, 6), (6, 2, 1))[0])
@@ -236,16 +245,18 @@ def follow(options):
         done += len(commands)
         ignored.append("; ".join(commands))
         run(commands)
-        found, answer = difference(model, names)
+        found, answer = difference(model, options.no_vrf)
         # Kernels differ in what they do with routes that prefer an address; ignored paths are read.
-        read_after = ("addr del 10.", "link ") if ignores_linkdown(options.seed) else ("addr del 10.", "link del ")
+        read_after = ("addr del 10.", "link ") if ignores_linkdown(options.seed) else ("addr del 10.", "link del ", "link add ")
         if any(each.startswith(read_after) for each in commands):
             read = answer["tables_read"]
-        if not found and (answer["tables_read"] != read and not options.verify or answer["corrections"] != 0):
+        if not found and (answer["tables_read"] != read and not (options.verify or options.overrun) or answer["corrections"] != 0):
             found = [f"{answer['tables_read'] - read} tables were read, {answer['corrections']} corrections"]
     model.end()
     if options.verify and answer["tables_read"] == first:
         found = found or ["no table was read again"]
+    if options.overrun and answer["route_losses"] == 0:
+        found = found or ["nothing was lost"]
     if found:
         print(f"seed {options.seed}, after {done} changes:", *ignored[-options.shown:], "", *found, sep="\n", flush=True)
         return False
@@ -259,6 +270,8 @@ def main():
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--operations", type=int, default=300)
     parser.add_argument("--verify", action="store_true")
+    parser.add_argument("--overrun", action="store_true")
+    parser.add_argument("--fill", type=int, default=0)
     parser.add_argument("--no-vrf", action="store_true")
     parser.add_argument("--shown", type=int, default=8, help="batches before a difference that are printed")
     options = parser.parse_args()
@@ -267,6 +280,7 @@ def main():
         subprocess.run(["modprobe", "-a", "vrf", "dummy", "veth"], check=True)
         subprocess.run(["modprobe", "-a", "mpls_router", "mpls_iptunnel"], check=False)
     set_up(not options.no_vrf, options.seed)
+    batch([f"route add blackhole 30.{n // 250}.{n % 250}.0/24 table 10" for n in range(options.fill)])
     sys.exit(0 if follow(options) else 1)
 
 

@@ -21,7 +21,6 @@
 #include "platform/core/base/clock.h"
 #include "platform/core/base/log.h"
 #include "sources/kernel/routes/route_follower.h"
-#include "sources/reconcile/reconcile.h"
 
 namespace kernel {
 namespace {
@@ -41,7 +40,7 @@ std::uint64_t spread_of(router::RouteTableId table, std::uint64_t interval) {
 
 }  // namespace
 
-// A datagram of 32 kB has about 480 routes, which take half a millisecond.
+// Objects and links are not compared before they all have been read.
 unsigned RouteFollower::dump_batch() const {
   return std::max(1U, settings_.batch / 16);
 }
@@ -267,14 +266,11 @@ void RouteFollower::begin_table(Tables::iterator table) {
   phase_ = Phase::kTable;
 }
 
+// A datagram of 32 kB has about 480 routes. They take half a millisecond, or two if each has a label of its
+// own.
 void RouteFollower::continue_table() {
   if (phase_ != Phase::kTable) return;
-  const std::uint64_t start = clock_monotonic();
-  unsigned datagrams = dump_batch();
-  do {
-    progress_ = reading_.step(1);
-  } while (progress_ == Dump::Progress::kMore && --datagrams > 0 &&
-           clock_monotonic() - start < reconcile::kStepTime / 2);
+  progress_ = reading_.step(1);
   if (progress_ != Dump::Progress::kFailed) return deliver();
   abandon_reading();
   table_failed(reading_.error());
