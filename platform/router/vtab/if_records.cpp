@@ -27,8 +27,9 @@ std::uint32_t change_of_family(std::uint32_t before, std::uint32_t now) {
 }  // namespace
 
 IfState state_of(const router::Interface& interface) {
-  return {family_state(interface, router::Family::kIpv4), family_state(interface, router::Family::kIpv6),
-          interface.addresses};
+  return {family_state(interface, router::Family::kIpv4),
+          family_state(interface, router::Family::kIpv6),
+          {interface.addresses.begin(), interface.addresses.end()}};
 }
 
 IfChange change_between(const IfState& before, const IfState& now) {

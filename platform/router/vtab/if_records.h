@@ -11,6 +11,7 @@
 #pragma once
 
 #include <absl/container/btree_map.h>
+#include <absl/container/inlined_vector.h>
 
 #include <cstdint>
 #include <map>
@@ -24,11 +25,14 @@
 
 namespace vtab {
 
+// An address of each family needs no block of its own.
+using IfAddresses = absl::InlinedVector<router::Address, 2>;
+
 // The state of each address family: up while the link is up and the interface has an address of the family.
 struct IfState {
   std::uint32_t ipv4 = kVtabStateDown;
   std::uint32_t ipv6 = kVtabStateDown;
-  std::vector<router::Address> addresses;
+  IfAddresses addresses;
 };
 
 IfState state_of(const router::Interface& interface);
@@ -55,7 +59,7 @@ struct IfNode : VtabIfRecord {
   // The name under which the client knows it.
   const char* known_name() const { return renaming == nullptr ? if_name : renaming->known_name.c_str(); }
 
-  std::vector<router::Address> addresses;
+  IfAddresses addresses;
   std::unique_ptr<Renaming> renaming;
   std::uint32_t pending = 0;  // undelivered notifications
   bool is_removed = false;

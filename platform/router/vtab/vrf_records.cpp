@@ -33,9 +33,9 @@ VrfNode::~VrfNode() {
   std::free(attributes);
 }
 
-void set_name(char (&slot)[kVtabNameSize], std::string_view name) {
-  const std::size_t length = std::min(name.size(), kVtabNameSize - 1);
-  std::copy_n(name.data(), length, slot);
+void set_name(std::span<char> slot, std::string_view name) {
+  const std::size_t length = std::min(name.size(), slot.size() - 1);
+  std::copy_n(name.data(), length, slot.begin());
   slot[length] = '\0';
 }
 

@@ -15,6 +15,7 @@
 #include <memory>
 #include <optional>
 #include <set>
+#include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -85,7 +86,7 @@ class VrfRecords {
   std::unordered_map<const VrfNode*, std::unique_ptr<VrfNode>> removed_;
 };
 
-// Copies a name that is known to fit, with its terminator.
-void set_name(char (&slot)[kVtabNameSize], std::string_view name);
+// Copies a name, which is known to fit, and its terminator.
+void set_name(std::span<char> slot, std::string_view name);
 
 }  // namespace vtab

@@ -50,7 +50,7 @@ struct VtabVrfRecord {
 
 struct VtabIfRecord {
   char if_name[kVtabNameSize];
-  char vrf_name[kVtabNameSize];  // "default" for an interface in no VRF
+  char vrf_name[router::kVrfNameMax + 1];  // "default" for an interface in no VRF
   std::uint32_t if_index;
   std::uint32_t ipv4_state;  // kVtabStateUp or kVtabStateDown
   std::uint32_t ipv6_state;

@@ -97,7 +97,7 @@ void kvtree_list_free(KvList* list);
 [[nodiscard]] Status kvtree_datalist_next(KvDatalist* list, const char** key, const void** value,
                                           std::size_t* length);
 // The item where a reader that starts from the beginning and checks each item would stop: the first with this
-// key, or the first without a value if that is earlier. Constant time after the first call. kStatusEndOfList
+// key, or the first without a value if that is earlier. The first call sorts the keys. kStatusEndOfList
 // if there is neither.
 [[nodiscard]] Status kvtree_datalist_find(KvDatalist* list, const char* wanted, const char** key,
                                           const void** value, std::size_t* length);

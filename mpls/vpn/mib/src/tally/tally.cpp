@@ -24,12 +24,22 @@ struct TallyEntry : MplsVpnVrfTally {
 using TallyEntries = std::map<std::string, TallyEntry, router::ShorterFirst>;
 using TallyNames = std::set<std::string_view, router::ShorterFirst>;  // keys of the entries
 
+// REQUIRES: a node has the same name while it is in a set with this order.
+struct ByIfName {
+  using is_transparent = void;
+  bool operator()(const IfNode* left, const IfNode* right) const {
+    return std::string_view(left->if_name) < right->if_name;
+  }
+  bool operator()(const IfNode* left, std::string_view right) const { return left->if_name < right; }
+  bool operator()(std::string_view left, const IfNode* right) const { return left < right->if_name; }
+};
+
 struct Tally {
   TallyEntries entries;
   TallyNames valid;    // VRFs with interfaces and a complete record
   TallyNames invalid;  // VRFs with interfaces and none
   MplsVpnTotals totals{};
-  std::multimap<std::string_view, IfNode*> nodes_by_name;  // grows without a pause, unlike a hash table
+  std::multiset<IfNode*, ByIfName> nodes_by_name;  // grows without a pause, unlike a hash table
   std::uint32_t nameless = 0;
 };
 
@@ -121,14 +131,14 @@ void evaluate(IfNode* node) {
 }
 
 void if_record_changed(const char* if_name) {
-  const auto [first, last] = tally().nodes_by_name.equal_range(if_name);
-  for (auto at = first; at != last; ++at) evaluate(at->second);
+  const auto [first, last] = tally().nodes_by_name.equal_range(std::string_view(if_name));
+  for (auto at = first; at != last; ++at) evaluate(*at);
 }
 
 void forget_name(const IfNode* node) {
-  const auto [first, last] = tally().nodes_by_name.equal_range(node->if_name);
+  const auto [first, last] = tally().nodes_by_name.equal_range(std::string_view(node->if_name));
   for (auto at = first; at != last; ++at) {
-    if (at->second != node) continue;
+    if (*at != node) continue;
     tally().nodes_by_name.erase(at);
     return;
   }
@@ -154,7 +164,7 @@ void mpls_vpn_tally_enter(IfNode* node) {
   if (node->if_name == nullptr) {
     ++tally().nameless;
   } else {
-    tally().nodes_by_name.emplace(node->if_name, node);
+    tally().nodes_by_name.insert(node);
   }
   change_entry(entry_of(node->vrf_name), [node](TallyEntry& entry) { count(&entry, node->tally, true); });
 }
@@ -191,18 +201,18 @@ MplsVpnVrfTally mpls_vpn_tally_of(const char* vrf_name) {
 
 MplsVpnVrfTally mpls_vpn_tally_of_name(const char* vrf_name, const char* if_name) {
   MplsVpnVrfTally found;
-  const auto [first, last] = tally().nodes_by_name.equal_range(if_name);
+  const auto [first, last] = tally().nodes_by_name.equal_range(std::string_view(if_name));
   for (auto at = first; at != last; ++at) {
-    if (std::string_view(at->second->vrf_name) == vrf_name) count(&found, at->second->tally, true);
+    if (std::string_view((*at)->vrf_name) == vrf_name) count(&found, (*at)->tally, true);
   }
   return found;
 }
 
 IfNode* mpls_vpn_tally_node_of_name(const char* vrf_name, const char* if_name) {
   IfNode* found = nullptr;
-  const auto [first, last] = tally().nodes_by_name.equal_range(if_name);
+  const auto [first, last] = tally().nodes_by_name.equal_range(std::string_view(if_name));
   for (auto at = first; at != last; ++at) {
-    IfNode* node = at->second;
+    IfNode* node = *at;
     if (std::string_view(node->vrf_name) != vrf_name) continue;
     if (found == nullptr || node->if_index < found->if_index) found = node;
   }
