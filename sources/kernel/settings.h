@@ -11,6 +11,7 @@ struct KernelSourceSettings {
   // of that, of next-hop objects a sixteenth, of routes one.
   unsigned batch = 64;
   std::size_t log = 100'000;              // events stored during a dump; more count as a loss
+  std::size_t history = 500'000;          // changes of links, until tables have them; more count as a loss
   std::uint64_t settle = 20'000'000;      // nanoseconds from the first event to the change of the model
   std::uint64_t reread = 30'000'000'000;  // nanoseconds between complete dumps
   std::uint64_t retry = 100'000'000;      // nanoseconds between dumps after losses or failures

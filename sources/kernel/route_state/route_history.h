@@ -36,8 +36,7 @@ class RouteHistory {
   void object_removed(std::uint32_t id);
   Moment now() const { return now_; }
   bool empty() const { return links_.empty() && objects_.empty(); }
-  // There are so many entries that it takes less to read the tables.
-  bool is_long() const { return links_.size() > kMany; }
+  std::size_t link_changes() const { return links_.size(); }
   // Entries are forgotten, which is allowed when every route was compared with them.
   void clear();
 
@@ -46,7 +45,6 @@ class RouteHistory {
   Verdict apply(Moment since, KernelRoute* route) const;
 
  private:
-  static constexpr std::size_t kMany = 500'000;
   struct ObjectEntry {
     Moment changed = 0;  // last
     Moment removed = 0;

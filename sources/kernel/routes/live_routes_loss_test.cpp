@@ -29,6 +29,19 @@ TEST_F(LiveRoutes, OverrunOfRouteEventsLosesNothing) {
   EXPECT_EQ(SettledRows().size(), 2000U);
 }
 
+TEST_F(LiveRoutes, LinkThatChangesTooOftenCountsAsAnOverrun) {
+  AddRoute("192.168.1.0/24 via 10.1.0.2 table 10");
+  StartWithRed({.history = 20});
+  std::string changes = "route add 192.168.2.0/24 via 10.0.0.2 table 10\n";
+  for (int turn = 0; turn < 10; ++turn) changes += "link set v0 down\nlink set v0 up\n";
+  Batch(changes);
+  EXPECT_THAT(SettledRows(), ElementsAre("192.168.1.0/24 via 10.1.0.2"));
+  EXPECT_GE(Counters().losses, 1U);
+  EXPECT_EQ(Counters().corrections, 0U);
+  AddRoute("192.168.3.0/24 via 10.1.0.2 table 10");  // later events are followed
+  EXPECT_EQ(SettledRows().size(), 2U);
+}
+
 TEST_F(LiveRoutes, RoutesDeletedInAnOverrunAreRemoved) {
   AddManyRoutes(2000);
   StartWithRed({.receive_buffer = 4096});

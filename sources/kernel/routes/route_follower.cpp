@@ -218,7 +218,7 @@ void RouteFollower::take_link_change(std::uint32_t index, const LinkStates::Chan
 
 // Links that changed this often while tables were read: it is faster to read them all again.
 void RouteFollower::limit_history() {
-  if (!history_.is_long()) return;
+  if (history_.link_changes() <= settings_.history) return;
   on_events_lost();
   history_.clear();
 }
