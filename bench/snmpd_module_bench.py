@@ -16,7 +16,7 @@ import threading
 import time
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "tests/e2e"))
-os.environ["MPLS_TEST_BIN"] = sys.argv[1]
+os.environ["MPLS_TEST_BIN"] = str(pathlib.Path(sys.argv[1]).resolve())
 from snmp_client import GET, GET_BULK, SnmpClient  # noqa: E402
 from system import MODULE, ROUTE_ENTRY, SCALARS, System, oid_tuple, wait_until  # noqa: E402
 

@@ -164,10 +164,16 @@ bool Requests::answer_next(netsnmp_agent_request_info* info, netsnmp_request_inf
   return true;
 }
 
+// In portions, between which snmpd sends the answers and serves other requests: after an outage of the daemon
+// all that waits can be answered at once.
 void Requests::resume() {
-  has_paused_ = false;
   const std::uint64_t now = clock_monotonic();
+  has_paused_ = false;
   for (auto waiting = waiting_.begin(); waiting != waiting_.end();) {
+    if (clock_monotonic() - now > kLongestPortion) {
+      has_paused_ = true;
+      return;
+    }
     if (resume_one(*waiting, now >= waiting->overdue_at)) {
       netsnmp_free_delegated_cache(waiting->cache);
       waiting = waiting_.erase(waiting);
