@@ -91,8 +91,8 @@ Responder::Outcome Responder::answer_body(const Header& request, Reader* reader,
 void Responder::want(Reader ranges) {
   Reader after_first = ranges;
   if (!after_first.skip_search_range() || after_first.at_end()) return;
-  SearchRange range;
-  while (!ranges.at_end() && ranges.search_range(&range)) mib_->want(range.start.view());
+  oid::Oid start;
+  while (!ranges.at_end() && ranges.search_start(&start)) mib_->want(start.view());
 }
 
 Responder::Outcome Responder::answer_get(Reader* reader, Writer* writer) {

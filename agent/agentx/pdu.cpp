@@ -132,6 +132,10 @@ bool Reader::skip_name() {
   return take(4, &head) && take(std::size_t{head[0]} * 4, &numbers);
 }
 
+bool Reader::search_start(oid::Oid* start) {
+  return name(start, nullptr) && skip_name();
+}
+
 bool Reader::skip_search_range() {
   return skip_name() && skip_name();
 }

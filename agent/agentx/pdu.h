@@ -125,6 +125,8 @@ class Reader {
   [[nodiscard]] bool octets(Bytes* value);
   [[nodiscard]] bool search_range(SearchRange* range);
   [[nodiscard]] bool skip_search_range();
+  // The start of a search range, which is skipped.
+  [[nodiscard]] bool search_start(oid::Oid* start);
   [[nodiscard]] bool response(Response* value);
   [[nodiscard]] bool var_bind(oid::Oid* name, Value* value);
 

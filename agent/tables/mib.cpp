@@ -44,8 +44,12 @@ Mib::Mib(std::span<const Table> tables, RowSource& source, std::uint64_t row_age
   for (const Table& table : tables) {
     caches_.push_back(std::make_unique<RowCache>(*table.rows, source, row_age_ns));
     for (const Column& column : table.columns) {
-      Object object{oid::Oid(kL3vpnObjects), column.type,       column.slot,
-                    caches_.back().get(),    column.is_counted, {}};
+      Object object{.name = oid::Oid(kL3vpnObjects),
+                    .type = column.type,
+                    .slot = column.slot,
+                    .rows = caches_.back().get(),
+                    .is_counted = column.is_counted,
+                    .last = {}};
       object.name.append(column.entry);
       object.name.append(column.number);
       objects_.push_back(object);
@@ -91,18 +95,28 @@ std::optional<bool> Mib::are_routes_readable() {
   return are_routes_readable_;
 }
 
-// Position of the object that contains the name, or of the first object after the name.
+bool Mib::is_in(oid::View name, std::size_t position) const {
+  return position < objects_.size() && oid::starts_with(name, objects_[position].name.view());
+}
+
+// Position of the object that contains the name, or of the first object after the name. Most look-ups are in
+// the object of the one before, or, in a walk of columns side by side, in the one that followed it last time.
 std::size_t Mib::first_object_from(oid::View name) {
-  // Most requests continue where the last one was.
-  if (last_object_ < objects_.size() && oid::starts_with(name, objects_[last_object_].name.view()))
-    return last_object_;
+  if (is_in(name, last_object_)) return last_object_;
+  const bool has_last = last_object_ < objects_.size();
+  if (has_last && is_in(name, objects_[last_object_].followed_by))
+    return last_object_ = objects_[last_object_].followed_by;
+  const std::size_t position = search_object_from(name);
+  if (has_last) objects_[last_object_].followed_by = position;
+  return last_object_ = position;
+}
+
+std::size_t Mib::search_object_from(oid::View name) const {
   const auto after = std::partition_point(objects_.begin(), objects_.end(), [&](const Object& object) {
     return std::is_lteq(oid::compare(object.name.view(), name));
   });
   const auto position = static_cast<std::size_t>(after - objects_.begin());
-  const bool inside = position > 0 && oid::starts_with(name, objects_[position - 1].name.view());
-  last_object_ = inside ? position - 1 : position;
-  return last_object_;
+  return position > 0 && is_in(name, position - 1) ? position - 1 : position;
 }
 
 Answer Mib::get(oid::View name, Variable* variable) {

@@ -81,11 +81,14 @@ class Mib {
     std::size_t slot;
     RowCache* rows;
     bool is_counted;
-    RowRef last;  // the row that was answered last
+    RowRef last;                  // the row that was answered last
+    std::size_t followed_by = 0;  // the object that was looked for after this one
   };
 
   bool is_beyond(const Object& object, oid::View index, oid::View end) const;
   std::size_t first_object_from(oid::View name);
+  bool is_in(oid::View name, std::size_t position) const;
+  std::size_t search_object_from(oid::View name) const;
   // None while the daemon's answer is under way.
   std::optional<bool> are_routes_readable();
   // kValue; kFailed or kPending while the values of this object are unknown.
@@ -102,7 +105,7 @@ class Mib {
   bool asks_for_routes_ = false;
   bool asked_for_this_request_ = false;
   std::optional<std::int64_t> up_time_zero_;
-  std::size_t last_object_ = 0;  // that next() has answered
+  std::size_t last_object_ = 0;  // that was looked for
   std::vector<Object> objects_;  // sorted by name; no name begins with another
 };
 
