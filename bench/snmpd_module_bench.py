@@ -96,7 +96,8 @@ def measure(module, state):
 def main():
     print(f"time for a GET of sysUpTime in ms, {READERS} readers of the route table ({ROUTES:,} routes), "
           f"{REQUESTS} requests, medians of {TURNS} turns")
-    print(f"  {'the daemon':12} {'median':>8} {'without':>8} {'p99':>8} {'without':>8} {'longest':>8} {'without':>8}   p99 more than without")
+    print(f"  {'the daemon':12} {'median':>8} {'without':>8} {'p99':>8} {'without':>8} {'longest':>8} {'without':>8}   "
+          "p99 more than without")
     for state in ("answers", "hangs", "is killed", "restarts"):
         turns = [(measure(MODULE, state), measure(None, state)) for _ in range(TURNS)]
         ours, theirs = ([statistics.median(turn[side][place] for turn in turns) for place in range(3)] for side in (0, 1))

@@ -14,7 +14,8 @@ import time
 import unittest
 
 from snmp_client import GET, GET_BULK, GET_NEXT, NO_SUCH_INSTANCE, SnmpClient
-from system import BIN, IF_CONF, L3VPN, MODULE, ROUTE_ENTRY, SCALARS, SLOW, VRF_ENTRY, SystemTest, dotted, name_index, oid_tuple, wait_until
+from system import (BIN, IF_CONF, L3VPN, MODULE, ROUTE_ENTRY, SCALARS, SLOW, VRF_ENTRY, SystemTest, dotted, name_index, oid_tuple,
+                    wait_until)
 
 UP_TIME = oid_tuple("1.3.6.1.2.1.1.3.0")
 RD_OF_RED = dotted(VRF_ENTRY + (4,) + name_index("red"))  # which no test reads before
@@ -162,7 +163,9 @@ class Requests(ModuleTest):
 
     def test_manager_sees_its_view_only(self):
         settings = (f"view part included .{SCALARS}\nview part included .1.3.6.1.2.1.1\n"
-                    f"view part included .{dotted(ROUTE_ENTRY)}.8\nview part excluded .{dotted(ROUTE_ENTRY)}.8.3.114.101.100.1.4.20.0.5\nrocommunity limited default -V part\n")
+                    f"view part included .{dotted(ROUTE_ENTRY)}.8\n"
+                    f"view part excluded .{dotted(ROUTE_ENTRY)}.8.3.114.101.100.1.4.20.0.5\n"
+                    "rocommunity limited default -V part\n")
         running = self.start(settings)
         for tool, options in (("walk", ()), ("bulkwalk", ("-Cr20",))):
             result = subprocess.run([f"snmp{tool}", "-v2c", "-c", "limited", "-One", "-Oq", "-t", "10", "-r", "0", *options,
