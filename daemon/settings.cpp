@@ -2,44 +2,44 @@
 // another source than its operator meant shows a management system the wrong router.
 #include "daemon/settings.h"
 
-#include <yaml-cpp/yaml.h>
-
 #include <algorithm>
 #include <filesystem>
 #include <iterator>
-#include <set>
+#include <map>
 #include <sstream>
 #include <vector>
 
 #include "platform/core/files/read_file.h"
+#include "sources/file/reader/yaml_document.h"
 
 namespace daemon_host {
 
 namespace {
 
+using router_file::Mark;
+using router_file::Misreading;
+using router_file::Node;
+using router_file::refuse;
+using router_file::YamlDocument;
+
 constexpr std::size_t kFileSizeMax = 1U << 20;  // octets of platform.yaml
 constexpr char kFrrShell[] = "/usr/bin/vtysh";
-
-struct SettingError {
-  YAML::Mark mark;
-  std::string what;
-};
 
 struct UnreadableFile {
   std::string what;
 };
 
-std::string scalar(const YAML::Node& node, const char* key) {
-  if (!node.IsScalar()) throw SettingError{node.Mark(), std::string("'") + key + "' takes one word"};
-  return node.as<std::string>();
+const std::string& scalar(const Node& node, const std::string& key) {
+  if (!node.is_scalar()) refuse(node.mark(), "'" + key + "' takes one word");
+  return node.scalar();
 }
 
-void take_source(const YAML::Node& node, Settings* settings) {
-  if (!node) return;
-  const std::string source = scalar(node, "source");
+void take_source(const Node* node, Settings* settings) {
+  if (node == nullptr) return;
+  const std::string& source = scalar(*node, "source");
   settings->source = find_source_kind(source);
   if (settings->source == nullptr) {
-    throw SettingError{node.Mark(), "'source' is " + source_words() + ", not '" + source + "'"};
+    refuse(node->mark(), "'source' is " + source_words() + ", not '" + source + "'");
   }
 }
 
@@ -50,63 +50,74 @@ std::vector<std::string> split_words(const std::string& text) {
   return words;
 }
 
-void take_frr(const YAML::Node& node, Settings* settings) {
-  const std::string frr = node ? scalar(node, "frr") : "auto";
+void take_frr(const Node* node, Settings* settings) {
+  const std::string frr = node != nullptr ? scalar(*node, "frr") : "auto";
   settings->frr_wanted = frr != "auto" && frr != "false";
   if (frr == "true" || (frr == "auto" && settings->source->follows_routing_suite)) {
     settings->frr_shell = {kFrrShell};
   } else if (frr.substr(0, 1) == "/") {
     settings->frr_shell = split_words(frr);
   } else if (frr != "auto" && frr != "false") {
-    throw SettingError{node.Mark(),
-                       "'frr' is 'auto', 'true', 'false' or the path of a shell, not '" + frr + "'"};
+    refuse(node->mark(), "'frr' is 'auto', 'true', 'false' or the path of a shell, not '" + frr + "'");
   }
 }
 
 // The keys that do not belong to one source.
 struct Key {
   std::string_view name;
-  void (*take)(const YAML::Node& node, Settings* settings);  // an undefined node for a missing key
+  void (*take)(const Node* node, Settings* settings);  // null for a missing key
 };
 // In the order in which they are read: what "frr: auto" means depends on the source.
 constexpr Key kKeys[] = {{"source", take_source}, {"frr", take_frr}};
 
-void check_keys(const YAML::Node& root) {
-  std::set<std::string> seen;
-  for (const auto& entry : root) {
-    const auto key = entry.first.as<std::string>();
-    if (std::ranges::find(kKeys, key, &Key::name) == std::end(kKeys) && find_source_option(key) == nullptr) {
-      throw SettingError{entry.first.Mark(), "unknown key '" + key + "'"};
-    }
-    if (!seen.insert(key).second) throw SettingError{entry.first.Mark(), "key '" + key + "' is set twice"};
-  }
+using Values = std::map<std::string, const Node*>;
+
+const std::string& known_key(const Node& key) {
+  if (!key.is_scalar()) refuse(key.mark(), "a key is one word");
+  const std::string& name = key.scalar();
+  if (std::ranges::find(kKeys, name, &Key::name) == std::end(kKeys) && find_source_option(name) == nullptr)
+    refuse(key.mark(), "unknown key '" + name + "'");
+  return name;
 }
 
-void take_options(const YAML::Node& root, const std::filesystem::path& folder, Settings* settings) {
-  for (const auto& entry : root) {
-    const auto key = entry.first.as<std::string>();
+Values read_values(const Node* root) {
+  Values values;
+  if (root == nullptr || root->is_null()) return values;
+  if (!root->is_map()) refuse(root->mark(), "expected 'key: value' lines");
+  for (std::size_t at = 0; at + 1 < root->items().size(); at += 2) {
+    const Node& key = *root->items()[at];
+    if (!values.emplace(known_key(key), root->items()[at + 1]).second)
+      refuse(key.mark(), "key '" + key.scalar() + "' is set twice");
+  }
+  return values;
+}
+
+void take_options(const Values& values, const std::filesystem::path& folder, Settings* settings) {
+  for (const auto& [key, value] : values) {
     const SourceOption* const option = find_source_option(key);
     if (option == nullptr) continue;
-    const std::string word = scalar(entry.second, key.c_str());
+    const std::string& word = scalar(*value, key);
     settings->options[key] = option->is_path ? (folder / word).string() : word;
   }
 }
 
-void require_options(const YAML::Node& root, const Settings& settings) {
+void require_options(const Mark& mark, const Settings& settings) {
   for (const SourceOption& option : settings.source->options) {
     if (option.is_required && !settings.options.contains(option.key)) {
-      throw SettingError{root.Mark(), "'source: " + std::string(settings.source->word) + "' needs a '" +
-                                          std::string(option.key) + "'"};
+      refuse(mark, "'source: " + std::string(settings.source->word) + "' needs a '" +
+                       std::string(option.key) + "'");
     }
   }
 }
 
-void take_settings(const YAML::Node& root, const std::filesystem::path& folder, Settings* settings) {
-  if (!root.IsNull() && !root.IsMap()) throw SettingError{root.Mark(), "expected 'key: value' lines"};
-  check_keys(root);
-  for (const Key& key : kKeys) key.take(root[std::string(key.name)], settings);
-  take_options(root, folder, settings);
-  require_options(root, *settings);
+void take_settings(const Node* root, const std::filesystem::path& folder, Settings* settings) {
+  const Values values = read_values(root);
+  for (const Key& key : kKeys) {
+    const auto found = values.find(std::string(key.name));
+    key.take(found != values.end() ? found->second : nullptr, settings);
+  }
+  take_options(values, folder, settings);
+  require_options(root != nullptr ? root->mark() : Mark{1, 1}, *settings);
 }
 
 // Whether the file exists. A missing folder is probably a wrong name in the environment.
@@ -126,8 +137,10 @@ std::string text_of(const std::string& file) {
   return text;
 }
 
-std::string describe(const std::string& file, const YAML::Mark& mark, const std::string& what) {
-  return file + ":" + std::to_string(mark.line + 1) + ":" + std::to_string(mark.column + 1) + ": " + what;
+std::string describe(const std::string& file, const Misreading& misreading) {
+  const Mark& mark = misreading.mark();
+  return file + ":" + std::to_string(mark.line) + ":" + std::to_string(mark.column) + ": " +
+         misreading.what();
 }
 
 }  // namespace
@@ -138,18 +151,16 @@ bool read_settings(const std::string& config_directory, Settings* settings, std:
   Settings read;
   try {
     const bool exists = find_file(folder, file, &read);
-    take_settings(exists ? YAML::Load(text_of(file)) : YAML::Node(), folder, &read);
-  } catch (const SettingError& invalid) {
-    *error = describe(file, invalid.mark, invalid.what);
+    const YamlDocument document = exists ? router_file::parse_yaml(text_of(file)) : YamlDocument{};
+    take_settings(document.root, folder, &read);
+  } catch (const Misreading& misreading) {
+    *error = describe(file, misreading);
     return false;
   } catch (const std::filesystem::filesystem_error& failure) {
     *error = file + ": " + failure.code().message();
     return false;
   } catch (const UnreadableFile& failure) {
     *error = file + ": " + failure.what;
-    return false;
-  } catch (const YAML::Exception& exception) {
-    *error = describe(file, exception.mark, exception.msg);
     return false;
   }
   *settings = read;

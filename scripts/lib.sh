@@ -9,7 +9,7 @@ say() { printf '\n== %s\n' "$*"; }
 fail() { printf '%s: %s\n' "$(basename "$0")" "$*" >&2; exit 1; }
 
 # Packages by purpose. All but those of packages_clang have the same names in Debian 12 and 13.
-packages_build=(g++ cmake ninja-build pkg-config libmnl-dev libyaml-cpp-dev libabsl-dev libsqlite3-dev libcli11-dev libfmt-dev
+packages_build=(g++ cmake ninja-build pkg-config libmnl-dev libyaml-dev libabsl-dev libsqlite3-dev libcli11-dev libfmt-dev
     nlohmann-json3-dev libsystemd-dev libsnmp-dev)
 packages_run=(snmpd snmp snmptrapd iproute2 procps)
 packages_test=(libgtest-dev libgmock-dev python3 ccache git)

@@ -1,8 +1,8 @@
 // Reads a router file, at once or in a thread.
 //
-// A router of ten thousand written VRFs takes a second or more to parse. While the process serves, a thread
-// does it, so that the loop can answer meanwhile. The thread sees only the path and the result, and delivers
-// the result on the loop.
+// A large router takes tenths of a second to parse. While the process serves, a thread does it, so that the
+// loop can answer meanwhile. The thread sees only the path and the result, and delivers the result on the
+// loop.
 #pragma once
 
 #include <functional>

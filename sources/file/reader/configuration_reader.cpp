@@ -70,7 +70,7 @@ void read_targets(const Node& value, std::size_t place, std::optional<Family> fa
 struct Neighbor {
   std::string name;
   std::vector<Family> families;
-  YAML::Mark mark = YAML::Mark::null_mark();
+  Mark mark;
 };
 
 // Interface names may contain dots and slashes, too.
@@ -137,7 +137,7 @@ constexpr Key<Bgp> kBgpKeys[] = {
 struct Instance {
   Fields fields{};
   bool has_area = false;
-  std::vector<std::pair<YAML::Mark, std::string>> interfaces{};
+  std::vector<std::pair<Mark, std::string>> interfaces{};
 };
 
 void read_instance_interfaces(const Node& value, Instance* instance) {
@@ -180,7 +180,7 @@ struct StaticEntry {
   Fields fields{};
   router::Address prefix{};
   std::optional<router::Address> next_hop{};
-  YAML::Mark next_hop_mark = YAML::Mark::null_mark();
+  Mark next_hop_mark;
 };
 
 constexpr Key<StaticEntry> kStaticKeys[] = {
@@ -341,7 +341,7 @@ void ConfigurationCollector::add(const router::Vrf& vrf, bool only_named, const 
 void ConfigurationCollector::add_node(ConfiguredItem item, const std::string& vrf) {
   item.fields.vrf = vrf;
   KvConfigNode node = vrf_config::node_of(item.kind, item.fields);
-  const auto [former, is_new] = lines_.try_emplace(node.path, item.mark.line + 1);
+  const auto [former, is_new] = lines_.try_emplace(node.path, item.mark.line);
   if (!is_new) refuse(item.mark, "this is written already, in line " + std::to_string(former->second));
   nodes_.push_back(std::move(node));
 }

@@ -20,7 +20,7 @@ inline constexpr std::size_t kPolicyNameMax = 255;  // octets
 inline constexpr std::size_t kProcessNameMax = 63;
 
 struct ConfiguredItem {
-  YAML::Mark mark;
+  Mark mark;
   vrf_config::Kind kind;
   vrf_config::Fields fields;  // without the VRF
   // The item counts only where the VRF can have routes of this family.

@@ -5,8 +5,6 @@
 // Generated entries are checked against the written ones too; a clash is reported at the `generate` key.
 #include "sources/file/reader/router_file.h"
 
-#include <yaml-cpp/exceptions.h>
-
 #include <unordered_map>
 #include <utility>
 
@@ -25,23 +23,23 @@ struct VrfEntry {
   bool has_details = false;  // what only a VRF that is created has
   std::vector<RouteEntry> routes;
   ConfiguredItems configuration;
-  YAML::Mark name_mark = YAML::Mark::null_mark();
-  YAML::Mark id_mark = YAML::Mark::null_mark();
-  YAML::Mark table_mark = YAML::Mark::null_mark();  // of table or tables
-  YAML::Mark rd_mark = YAML::Mark::null_mark();
+  Mark name_mark;
+  Mark id_mark;
+  Mark table_mark;  // of table or tables
+  Mark rd_mark;
 };
 
 struct InterfaceEntry {
   router::Interface interface;
-  YAML::Mark name_mark = YAML::Mark::null_mark();
-  YAML::Mark index_mark = YAML::Mark::null_mark();
+  Mark name_mark;
+  Mark index_mark;
 };
 
 struct GeneratorEntry : Generator {
   std::uint32_t routes_per_vrf = 0;
   bool has_vrfs = false;
   bool has_interfaces = false;
-  YAML::Mark mark = YAML::Mark::null_mark();
+  Mark mark;
 };
 
 struct Document {
@@ -315,8 +313,8 @@ template <typename T>
 class Once {
  public:
   // `shown` is what messages call the value.
-  void take(const T& value, const std::string& shown, const YAML::Mark& mark, bool generated) {
-    const auto [used, is_new] = lines_.try_emplace(value, generated ? 0 : mark.line + 1);
+  void take(const T& value, const std::string& shown, const Mark& mark, bool generated) {
+    const auto [used, is_new] = lines_.try_emplace(value, generated ? 0 : mark.line);
     if (is_new) return;
     refuse(mark, shown + " is used already" +
                      (used->second == 0 ? std::string() : ", in line " + std::to_string(used->second)));
@@ -328,14 +326,14 @@ class Once {
 
 class Checker {
  public:
-  void vrf_name(const std::string& name, const YAML::Mark& mark, bool generated = false) {
+  void vrf_name(const std::string& name, const Mark& mark, bool generated = false) {
     vrf_names_.take(name, "the VRF name " + quoted(name), mark, generated);
   }
-  void vrf_id(std::uint32_t id, const YAML::Mark& mark, bool generated = false) {
+  void vrf_id(std::uint32_t id, const Mark& mark, bool generated = false) {
     vrf_ids_.take(id, "the VRF id " + std::to_string(id), mark, generated);
   }
-  void interface(const router::Interface& interface, const YAML::Mark& name_mark,
-                 const YAML::Mark& index_mark, bool generated = false) {
+  void interface(const router::Interface& interface, const Mark& name_mark, const Mark& index_mark,
+                 bool generated = false) {
     interface_names_.take(interface.name, "the interface name " + quoted(interface.name), name_mark,
                           generated);
     indexes_.take(interface.index, "the interface index " + std::to_string(interface.index), index_mark,
@@ -404,7 +402,7 @@ void add_routes(const Document& document, RouterFile* file) {
 RouterFile read_document(const std::string& text) {
   const YamlDocument yaml = parse_yaml(text);
   if (yaml.root == nullptr || yaml.root->is_null()) {
-    refuse(YAML::Mark(), "the file is empty; a router without anything is written \"vrfs: []\"");
+    refuse(Mark{1, 1}, "the file is empty; a router without anything is written \"vrfs: []\"");
   }
   Document document;
   read_map(*yaml.root, "a router file", kDocumentKeys, &document);
@@ -417,8 +415,8 @@ RouterFile read_document(const std::string& text) {
   return file;
 }
 
-void set_error(const YAML::Mark& mark, const std::string& what, ParseError* error) {
-  *error = ParseError{mark.is_null() ? 1 : mark.line + 1, mark.is_null() ? 1 : mark.column + 1, what};
+void set_error(const Mark& mark, const std::string& what, ParseError* error) {
+  *error = mark.is_null() ? ParseError{1, 1, what} : ParseError{mark.line, mark.column, what};
 }
 
 }  // namespace
@@ -429,8 +427,6 @@ bool parse(const std::string& text, RouterFile* file, ParseError* error) {
     return true;
   } catch (const Misreading& misreading) {
     set_error(misreading.mark(), misreading.what(), error);
-  } catch (const YAML::Exception& exception) {
-    set_error(exception.mark, exception.msg, error);
   }
   return false;
 }

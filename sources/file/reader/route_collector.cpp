@@ -88,7 +88,7 @@ void RouteCollector::add(const router::Vrf& vrf, const RouteEntry& entry) {
   }
 }
 
-void RouteCollector::add_group(const RouteGroup& group, const RouteEntry& entry, const YAML::Mark& mark) {
+void RouteCollector::add_group(const RouteGroup& group, const RouteEntry& entry, const Mark& mark) {
   if (!entry.generated) {
     add_written(group, mark);
   } else if (group.count > 0) {
@@ -96,8 +96,8 @@ void RouteCollector::add_group(const RouteGroup& group, const RouteEntry& entry,
   }
 }
 
-void RouteCollector::add_written(const RouteGroup& group, const YAML::Mark& mark) {
-  const auto [row, is_new] = lines_.try_emplace({group.table, group.first.key}, mark.line + 1);
+void RouteCollector::add_written(const RouteGroup& group, const Mark& mark) {
+  const auto [row, is_new] = lines_.try_emplace({group.table, group.first.key}, mark.line);
   if (!is_new) {
     refuse(mark, "the route " + text_of(group.table.family, group.first.key) + " is written in line " +
                      std::to_string(row->second) + " already, with the same next hop");
@@ -105,7 +105,7 @@ void RouteCollector::add_written(const RouteGroup& group, const YAML::Mark& mark
   written_.push_back(group);
 }
 
-void RouteCollector::add_generated(const RouteGroup& group, const YAML::Mark& mark) {
+void RouteCollector::add_generated(const RouteGroup& group, const Mark& mark) {
   Generated generated{group, {}, mark};
   const router::RouteKey& first = group.first.key;
   if (!nth_prefix(first.destination, first.prefix_length, group.count - 1, &generated.last)) {

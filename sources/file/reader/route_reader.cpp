@@ -169,7 +169,7 @@ void complete_entry(RouteEntry* entry) {
   check_entry(*entry);
 }
 
-RouteEntry empty_entry(const YAML::Mark& mark) {
+RouteEntry empty_entry(const Mark& mark) {
   RouteEntry entry;
   entry.metrics.fill(router::kMetricUnused);
   entry.mark = entry.prefix_mark = mark;
@@ -219,7 +219,7 @@ void read_routes(const Node& value, std::vector<RouteEntry>* routes) {
   read_sequence(value, "routes", [&](const Node& item) { routes->push_back(read_route(item)); });
 }
 
-RouteEntry generated_routes(std::uint32_t count, const YAML::Mark& mark) {
+RouteEntry generated_routes(std::uint32_t count, const Mark& mark) {
   RouteEntry entry = empty_entry(mark);
   entry.count = count;
   entry.generated = true;

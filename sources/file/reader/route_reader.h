@@ -23,7 +23,7 @@ inline constexpr std::size_t kNextHopsMax = 128;  // of one route
 
 struct RouteEntry {
   router::Address prefix;
-  std::vector<std::pair<router::Address, YAML::Mark>> next_hops;
+  std::vector<std::pair<router::Address, Mark>> next_hops;
   std::string interface;
   std::optional<router::RouteType> type;
   std::optional<router::RouteProtocol> protocol;
@@ -34,9 +34,9 @@ struct RouteEntry {
   bool has_prefix = false;
   bool has_metrics = false;
   bool generated = false;
-  YAML::Mark mark = YAML::Mark::null_mark();
-  YAML::Mark prefix_mark = YAML::Mark::null_mark();
-  YAML::Mark interface_mark = YAML::Mark::null_mark();
+  Mark mark;
+  Mark prefix_mark;
+  Mark interface_mark;
 };
 
 // The words for types and protocols; false for any other.
@@ -49,7 +49,7 @@ std::string route_protocol_word(router::RouteProtocol protocol);
 // The value of `routes`: a list of routes, or one generator.
 void read_routes(const Node& value, std::vector<RouteEntry>* routes);
 // The routes of {generate: count}.
-RouteEntry generated_routes(std::uint32_t count, const YAML::Mark& mark);
+RouteEntry generated_routes(std::uint32_t count, const Mark& mark);
 
 // Collects the groups of all VRFs. The interfaces must outlive it.
 class RouteCollector {
@@ -64,14 +64,14 @@ class RouteCollector {
   struct Generated {
     RouteGroup group;
     router::RouteAddress last;
-    YAML::Mark mark;
+    Mark mark;
   };
 
   router::Route route_of(const RouteEntry& entry) const;
   std::uint32_t index_of(const RouteEntry& entry) const;
-  void add_group(const RouteGroup& group, const RouteEntry& entry, const YAML::Mark& mark);
-  void add_written(const RouteGroup& group, const YAML::Mark& mark);
-  void add_generated(const RouteGroup& group, const YAML::Mark& mark);
+  void add_group(const RouteGroup& group, const RouteEntry& entry, const Mark& mark);
+  void add_written(const RouteGroup& group, const Mark& mark);
+  void add_generated(const RouteGroup& group, const Mark& mark);
   void check_against_written(const Generated& generated) const;
 
   std::unordered_map<std::string_view, std::uint32_t> indexes_;

@@ -104,6 +104,25 @@ TEST(RouterFile, InterfaceMayNameAVrfThatDoesNotExist) {
   EXPECT_EQ(Read("interfaces: [{name: ge0, index: 1, vrf: nowhere}]").interfaces.at(0).vrf, "nowhere");
 }
 
+// An address may begin with the character that separates keys from values.
+TEST(RouterFile, AddressesInBracketsNeedNoQuotationMarks) {
+  const RouterFile file = Read(
+      "interfaces: [{name: a, index: 1, addresses: [::1/128,::2, 2001:db8::1/64]}]\n"
+      "vrfs: [{name: red, id: 2, description: \"to ::1, ::2\", routes: [{prefix: ::/0, next_hop: ::5}]}]\n");
+  EXPECT_THAT(AddressesOf(file.interfaces.at(0)), ElementsAre("::1/128", "::2/128", "2001:db8::1/64"));
+  EXPECT_THAT(file.routes, SizeIs(1));
+  EXPECT_EQ(file.vrfs.at(0).description, "to ::1, ::2");
+  EXPECT_EQ(ErrorIn("interfaces: [{name: a, addresses: [::1,::2], index: 0}]"),
+            "1:53: an interface's index is a number from 1 to 2147483647, not \"0\"");
+}
+
+TEST(RouterFile, TextMayBeUtf16OrHaveCarriageReturns) {
+  std::string utf16 = "\xff\xfe";
+  for (const char octet : std::string("vrfs: [{name: a, id: 2}]")) utf16 += {octet, '\0'};
+  EXPECT_EQ(Read(utf16).vrfs.at(0).name, "a");
+  EXPECT_EQ(Read("vrfs:\r\n- name: a\r\n  id: 2\r\n").vrfs.at(0).name, "a");
+}
+
 TEST(RouterFile, NamesThatLookLikeNumbersAreTexts) {
   EXPECT_EQ(Read("vrfs: [{name: 100, id: 2}]").vrfs.at(0).name, "100");
 }

@@ -1,147 +1,175 @@
-// The parser reads through a stream buffer that counts how many tokens it may hold. The bound ends the
-// stream, because the parser takes no exceptions from it; the error of a text that seems to end there is then
-// replaced.
-//
-// A document in braces (JSON) begins with what could be a key, and the parser would look ahead to its end.
-// After
-// "--- " on the same line it does not, so the text is read as if that had been written before the brace.
+// libyaml takes a ':' at the beginning of a value in brackets or braces for the one after a key, also in ::1.
+// The parser sees two characters of private use instead of a word's first two colons; columns stay the same.
 #include "sources/file/reader/yaml_document.h"
 
-#include <yaml-cpp/eventhandler.h>
-#include <yaml-cpp/exceptions.h>
-#include <yaml-cpp/parser.h>
+#include <yaml.h>
 
 #include <algorithm>
-#include <array>
-#include <istream>
 #include <map>
-#include <streambuf>
-#include <utility>
-
-#include "sources/file/reader/plain_yaml.h"
+#include <new>
+#include <optional>
 
 namespace router_file {
 
 namespace {
 
-constexpr std::string_view kDocumentStart = "--- ";
-constexpr int kStartLength = static_cast<int>(kDocumentStart.size());
+constexpr std::string_view kColons = "::";
+constexpr std::string_view kHiddenColons = "\xee\x80\x80\xee\x80\x80";
+constexpr std::string_view kTagDirective = "%TAG";
+constexpr std::size_t kTagDirectivesMax = 100;
 
-bool may_start_token(char octet) {
-  return std::string_view("[]{},:?&*!|>'\"%@`").find(octet) != std::string_view::npos;
+bool is_one_of(char octet, std::string_view octets) {
+  return octets.find(octet) != std::string_view::npos;
 }
 
-// Line and column, counted from 0.
-YAML::Mark mark_at(std::string_view before) {
-  YAML::Mark mark;
-  mark.pos = static_cast<int>(before.size());
-  mark.line = static_cast<int>(std::ranges::count(before, '\n'));
-  const std::size_t line_end = before.rfind('\n');
-  mark.column =
-      static_cast<int>(line_end == std::string_view::npos ? before.size() : before.size() - line_end - 1);
-  return mark;
+bool begins_word(std::string_view text, std::size_t at) {
+  const std::size_t end = at + kColons.size();
+  return at > 0 && is_one_of(text[at - 1], " \t\r\n,[{") && end < text.size() &&
+         is_one_of(text[end], "/0123456789abcdefABCDEF");
+}
+
+// The text with hidden colons; none if there is nothing to hide, or if hidden colons could not be recognized.
+std::optional<std::string> hide_colons(std::string_view text) {
+  std::string hidden;
+  std::size_t done = 0;
+  for (std::size_t at = text.find(kColons); at != std::string_view::npos; at = text.find(kColons, at + 1)) {
+    if (!begins_word(text, at)) continue;
+    hidden.append(text.substr(done, at - done)).append(kHiddenColons);
+    done = at + kColons.size();
+  }
+  if (done == 0 || text.find(kHiddenColons) != std::string_view::npos) return std::nullopt;
+  return hidden.append(text.substr(done));
+}
+
+std::string show_colons(std::string_view scalar) {
+  std::string shown;
+  std::size_t done = 0;
+  for (std::size_t at = scalar.find(kHiddenColons); at != std::string_view::npos;
+       at = scalar.find(kHiddenColons, done)) {
+    shown.append(scalar.substr(done, at - done)).append(kColons);
+    done = at + kHiddenColons.size();
+  }
+  return shown.append(scalar.substr(done));
+}
+
+// libyaml compares each directive for tags with all others.
+void check_directives(std::string_view text) {
+  std::size_t directives = 0;
+  for (std::size_t at = text.find(kTagDirective); at != std::string_view::npos;
+       at = text.find(kTagDirective, at + 1)) {
+    if (++directives <= kTagDirectivesMax) continue;
+    refuse({1, 1}, "more than " + std::to_string(kTagDirectivesMax) + " times \"" +
+                       std::string(kTagDirective) + "\"; remove these directives");
+  }
+}
+
+Mark mark_of(const yaml_mark_t& mark) {
+  return {static_cast<int>(mark.line + 1), static_cast<int>(mark.column + 1)};
+}
+
+// libyaml has no line and column of an octet that is not a character.
+Mark mark_of_offset(std::string_view text, std::size_t offset) {
+  const std::string_view before = text.substr(0, offset);
+  const std::string_view line = before.substr(before.rfind('\n') + 1);
+  const auto begins_character = [](char octet) { return (octet & 0xc0) != 0x80; };
+  return {static_cast<int>(std::ranges::count(before, '\n') + 1),
+          static_cast<int>(std::ranges::count_if(line, begins_character) + 1)};
+}
+
+class Event {
+ public:
+  Event() = default;
+  Event(const Event&) = delete;
+  Event& operator=(const Event&) = delete;
+  ~Event() { yaml_event_delete(&event_); }
+  yaml_event_t* operator->() { return &event_; }
+  yaml_event_t& operator*() { return event_; }
+
+ private:
+  yaml_event_t event_{};
+};
+
+class EventParser {
+ public:
+  explicit EventParser(std::string_view text) : text_(text) {
+    if (yaml_parser_initialize(&parser_) == 0) throw std::bad_alloc();
+    yaml_parser_set_input_string(&parser_, reinterpret_cast<const yaml_char_t*>(text.data()), text.size());
+  }
+  EventParser(const EventParser&) = delete;
+  EventParser& operator=(const EventParser&) = delete;
+  ~EventParser() { yaml_parser_delete(&parser_); }
+
+  void read(Event* event) {
+    if (yaml_parser_parse(&parser_, &**event) == 0) refuse_text();
+  }
+
+ private:
+  [[noreturn]] void refuse_text() const {
+    if (parser_.error == YAML_MEMORY_ERROR) throw std::bad_alloc();
+    if (parser_.error == YAML_READER_ERROR) {
+      refuse(mark_of_offset(text_, parser_.problem_offset),
+             std::string(parser_.problem) + "; the file is text in UTF-8");
+    }
+    refuse(mark_of(parser_.problem_mark), parser_.problem + context() + advice());
+  }
+  // Which part of the text the parser was reading, and where that begins.
+  std::string context() const {
+    if (parser_.context == nullptr) return "";
+    const std::string context = std::string(" ") + parser_.context;
+    if (parser_.context_mark.index == parser_.problem_mark.index) return context;
+    const Mark mark = mark_of(parser_.context_mark);
+    return context + " (from " + std::to_string(mark.line) + ":" + std::to_string(mark.column) + ")";
+  }
+  std::string advice() const {
+    const bool is_at_tab = parser_.error == YAML_SCANNER_ERROR && *parser_.buffer.pointer == '\t';
+    return is_at_tab ? "; write blanks instead of the tab" : "";
+  }
+
+  std::string_view text_;
+  yaml_parser_t parser_{};
+};
+
+bool is_null_word(std::string_view word) {
+  return word.empty() || word == "~" || word == "null" || word == "Null" || word == "NULL";
 }
 
 }  // namespace
 
-void refuse(const YAML::Mark& mark, const std::string& what) {
+void refuse(const Mark& mark, const std::string& what) {
   throw Misreading(mark, what);
 }
 
-// The text in pieces, until the parser has read too much without an event.
-class BoundedText : public std::streambuf {
+class DocumentBuilder {
  public:
-  explicit BoundedText(std::string_view text) : text_(text) {
-    const std::size_t first = text.find_first_not_of(" \t\r\n");
-    if (first == std::string_view::npos || text[first] != '{') return;
-    if (first > 0 && text[first - 1] != '\n') return;  // "---" is at the start of a line
-    at_ = first;
-    skipped_lines_ = mark_at(text.substr(0, first)).line;
-    starts_with_insertion_ = is_insertion_left_ = true;
-  }
-  // The parser reports what it has read. False when it has read too much for one report.
-  bool event() {
-    if (has_ended_early_) return false;
-    seen_ = 0;
-    event_at_ = at_;
-    return true;
-  }
-  bool has_ended_early() const { return has_ended_early_; }
-  // The line of the last event, or one that the parser had read then.
-  YAML::Mark last_event() const {
-    YAML::Mark mark = mark_at(text_.substr(0, event_at_));
-    mark.column = 0;
-    return mark;
-  }
-  // The position in the text of what the parser sees at `mark`.
-  YAML::Mark original(YAML::Mark mark) const {
-    // At the end of a text that is not UTF-8 the mark is the beginning of what is read, the insertion.
-    if (starts_with_insertion_ && mark.line == 0) mark.column = std::max(mark.column - kStartLength, 0);
-    mark.line += skipped_lines_;
-    return mark;
-  }
-
- protected:
-  int_type underflow() override {
-    const bool is_insertion = std::exchange(is_insertion_left_, false);
-    const std::string_view piece = is_insertion ? kDocumentStart : text_.substr(at_, kPiece);
-    if (!is_insertion) at_ += piece.size();
-    seen_ += static_cast<std::size_t>(std::ranges::count_if(piece, may_start_token));
-    has_ended_early_ = has_ended_early_ || seen_ > kLookAheadMax;
-    if (piece.empty() || has_ended_early_) return traits_type::eof();
-    std::ranges::copy(piece, buffer_.begin());
-    setg(buffer_.data(), buffer_.data(), buffer_.data() + piece.size());
-    return traits_type::to_int_type(buffer_.front());
-  }
-
- private:
-  static constexpr std::size_t kPiece = 4096;
-  std::array<char, kPiece> buffer_{};
-  std::string_view text_;
-  std::size_t at_ = 0;
-  std::size_t event_at_ = 0;
-  std::size_t seen_ = 0;  // characters that may start a token, since the last event
-  int skipped_lines_ = 0;
-  bool starts_with_insertion_ = false;
-  bool is_insertion_left_ = false;
-  bool has_ended_early_ = false;
-};
-
-[[noreturn]] static void refuse_look_ahead(const BoundedText& text) {
-  refuse(text.last_event(),
-         "too many values in brackets where a key could be: write each on a line of its own, after \"- \"");
-}
-
-class DocumentBuilder : public YAML::EventHandler {
- public:
-  explicit DocumentBuilder(BoundedText* text) : text_(text) {}
+  explicit DocumentBuilder(bool has_hidden_colons) : has_hidden_colons_(has_hidden_colons) {}
   YamlDocument take() { return std::move(document_); }
 
-  void OnDocumentStart(const YAML::Mark& /*mark*/) override {}
-  void OnDocumentEnd() override { ++documents_; }
-  void OnNull(const YAML::Mark& mark, YAML::anchor_t anchor) override {
-    leaf(add(Node::Kind::kNull, mark, anchor));
+  void add(const yaml_event_t& event) {
+    const Mark mark = mark_of(event.start_mark);
+    switch (event.type) {
+      case YAML_DOCUMENT_END_EVENT:
+        ++documents_;
+        break;
+      case YAML_ALIAS_EVENT:
+        add_alias(mark, event.data.alias.anchor);
+        break;
+      case YAML_SCALAR_EVENT:
+        add_scalar(mark, event);
+        break;
+      case YAML_SEQUENCE_START_EVENT:
+        open(add_node(Node::Kind::kSequence, mark, event.data.sequence_start.anchor));
+        break;
+      case YAML_MAPPING_START_EVENT:
+        open(add_node(Node::Kind::kMap, mark, event.data.mapping_start.anchor));
+        break;
+      case YAML_SEQUENCE_END_EVENT:
+      case YAML_MAPPING_END_EVENT:
+        close();
+        break;
+      default:
+        break;
+    }
   }
-  void OnScalar(const YAML::Mark& mark, const std::string& tag, YAML::anchor_t anchor,
-                const std::string& value) override {
-    leaf(add(Node::Kind::kScalar, mark, anchor, value, tag == kQuotedTag));
-  }
-  void OnAlias(const YAML::Mark& mark, YAML::anchor_t anchor) override {
-    const Node* node = anchors_.at(anchor);
-    if (node->size_ == 0) refuse(text_->original(mark), "an alias refers to a value that contains it");
-    begin_event(mark, node->size_);
-    link(node);
-  }
-  void OnSequenceStart(const YAML::Mark& mark, const std::string& /*tag*/, YAML::anchor_t anchor,
-                       YAML::EmitterStyle::value /*style*/) override {
-    open(add(Node::Kind::kSequence, mark, anchor));
-  }
-  void OnSequenceEnd() override { close(); }
-  void OnMapStart(const YAML::Mark& mark, const std::string& /*tag*/, YAML::anchor_t anchor,
-                  YAML::EmitterStyle::value /*style*/) override {
-    open(add(Node::Kind::kMap, mark, anchor));
-  }
-  void OnMapEnd() override { close(); }
 
  private:
   struct Open {
@@ -149,22 +177,38 @@ class DocumentBuilder : public YAML::EventHandler {
     std::size_t before;  // nodes
   };
 
-  void begin_event(const YAML::Mark& mark, std::size_t nodes) {
-    if (!text_->event()) refuse_look_ahead(*text_);
-    const YAML::Mark here = text_->original(mark);
-    if (documents_ > 0) refuse(here, "a router file is one document");
+  void count(const Mark& mark, std::size_t nodes) {
+    if (documents_ > 0) refuse(mark, "a second document; the file is one");
     if (open_.size() >= kDepthMax)
-      refuse(here, "more than " + std::to_string(kDepthMax) + " levels of nesting");
+      refuse(mark, "more than " + std::to_string(kDepthMax) + " levels of nesting");
     nodes_ += nodes;
-    if (nodes_ > kNodesMax) refuse(here, "the file has more than " + std::to_string(kNodesMax) + " values");
+    if (nodes_ > kNodesMax) refuse(mark, "the file has more than " + std::to_string(kNodesMax) + " values");
   }
-  Node* add(Node::Kind kind, const YAML::Mark& mark, YAML::anchor_t anchor, const std::string& scalar = {},
-            bool is_quoted = false) {
-    begin_event(mark, 1);
-    Node* node = &document_.nodes.emplace_back(kind, text_->original(mark), scalar, is_quoted);
-    if (anchor != 0) anchors_[anchor] = node;
+  Node* add_node(Node::Kind kind, const Mark& mark, const yaml_char_t* anchor, std::string scalar = {},
+                 bool is_quoted = false) {
+    count(mark, 1);
+    Node* node = &document_.nodes.emplace_back(kind, mark, std::move(scalar), is_quoted);
+    if (anchor != nullptr) anchors_[reinterpret_cast<const char*>(anchor)] = node;
     link(node);
     return node;
+  }
+  void add_scalar(const Mark& mark, const yaml_event_t& event) {
+    const auto& scalar = event.data.scalar;
+    const std::string_view word(reinterpret_cast<const char*>(scalar.value), scalar.length);
+    const bool is_null =
+        scalar.plain_implicit != 0 && scalar.style == YAML_PLAIN_SCALAR_STYLE && is_null_word(word);
+    Node* const node =
+        add_node(is_null ? Node::Kind::kNull : Node::Kind::kScalar, mark, scalar.anchor,
+                 has_hidden_colons_ ? show_colons(word) : std::string(word), scalar.quoted_implicit != 0);
+    node->size_ = 1;
+  }
+  void add_alias(const Mark& mark, const yaml_char_t* name) {
+    const auto found = anchors_.find(reinterpret_cast<const char*>(name));
+    if (found == anchors_.end()) refuse(mark, "no value above has the anchor of this alias");
+    const Node* node = found->second;
+    if (node->size_ == 0) refuse(mark, "an alias refers to a value that contains it");
+    count(mark, node->size_);
+    link(node);
   }
   void link(const Node* node) {
     if (open_.empty()) {
@@ -173,7 +217,6 @@ class DocumentBuilder : public YAML::EventHandler {
       open_.back().node->items_.push_back(node);
     }
   }
-  static void leaf(Node* node) { node->size_ = 1; }
   void open(Node* node) { open_.push_back({node, nodes_ - 1}); }
   void close() {
     const Open closed = open_.back();
@@ -181,43 +224,25 @@ class DocumentBuilder : public YAML::EventHandler {
     closed.node->size_ = static_cast<std::uint32_t>(nodes_ - closed.before);
   }
 
-  BoundedText* text_;
+  bool has_hidden_colons_;
   YamlDocument document_;
-  std::map<YAML::anchor_t, const Node*> anchors_;
+  std::map<std::string, const Node*, std::less<>> anchors_;
   std::vector<Open> open_;
   std::size_t nodes_ = 0;
   unsigned documents_ = 0;
 };
 
-// False for a text that the library has to read, or to refuse.
-static bool build_plain(std::string_view text, YamlDocument* document) {
-  BoundedText nothing({});
-  DocumentBuilder builder(&nothing);
-  try {
-    if (!read_plain_yaml(text, &builder)) return false;
-  } catch (const Misreading&) {
-    return false;
-  }
-  *document = builder.take();
-  return true;
-}
-
 YamlDocument parse_yaml(std::string_view text) {
-  YamlDocument plain;
-  if (build_plain(text, &plain)) return plain;
-  BoundedText bounded(text);
-  DocumentBuilder builder(&bounded);
-  try {
-    std::istream stream(&bounded);
-    YAML::Parser parser(stream);
-    while (parser.HandleNextDocument(builder)) {
-    }
-  } catch (YAML::Exception& exception) {
-    if (bounded.has_ended_early()) refuse_look_ahead(bounded);
-    exception.mark = bounded.original(exception.mark);
-    throw;
+  check_directives(text);
+  const std::optional<std::string> hidden = hide_colons(text);
+  EventParser parser(hidden ? *hidden : text);
+  DocumentBuilder builder(hidden.has_value());
+  for (bool is_end = false; !is_end;) {
+    Event event;
+    parser.read(&event);
+    builder.add(*event);
+    is_end = event->type == YAML_STREAM_END_EVENT;
   }
-  if (bounded.has_ended_early()) refuse_look_ahead(bounded);
   return builder.take();
 }
 

@@ -1,10 +1,6 @@
-// A YAML document as a tree of small nodes, with bounds on what a file may cost.
-//
-// yaml-cpp's own tree takes half a kilobyte per node: a file of six megabytes of "a," took 1.5 GB. Its parser
-// reports events, from which this tree is built; a node takes about a hundred octets.
+// A YAML document as a tree of small nodes, with bounds on what a file may cost. libyaml reports events, from
+// which the tree is built.
 #pragma once
-
-#include <yaml-cpp/mark.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -12,6 +8,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace router_file {
@@ -22,26 +19,30 @@ namespace router_file {
 inline constexpr std::size_t kNodesMax = 6'000'000;
 // Levels of nesting: twice what the grammar needs.
 inline constexpr std::size_t kDepthMax = 16;
-// Characters that can start a token, in a piece of text for which the parser has to look ahead (a list in
-// brackets in the place of a key). It keeps all of the piece's tokens, of up to 250 octets each.
-inline constexpr std::size_t kLookAheadMax = 1'000'000;
 
-// Where and why a text is not a router file; read_router.cpp turns it into a ParseError.
-class Misreading : public std::runtime_error {
- public:
-  Misreading(const YAML::Mark& mark, const std::string& what) : std::runtime_error(what), mark_(mark) {}
-  const YAML::Mark& mark() const { return mark_; }
-
- private:
-  YAML::Mark mark_;
+// A position in the text; both count from 1, columns in characters.
+struct Mark {
+  int line = 0;
+  int column = 0;
+  bool is_null() const { return line == 0; }
 };
 
-[[noreturn]] void refuse(const YAML::Mark& mark, const std::string& what);
+// Where and why a text is not accepted.
+class Misreading : public std::runtime_error {
+ public:
+  Misreading(const Mark& mark, const std::string& what) : std::runtime_error(what), mark_(mark) {}
+  const Mark& mark() const { return mark_; }
+
+ private:
+  Mark mark_;
+};
+
+[[noreturn]] void refuse(const Mark& mark, const std::string& what);
 
 class Node {
  public:
   enum class Kind : std::uint8_t { kNull, kScalar, kSequence, kMap };
-  Node(Kind kind, const YAML::Mark& mark, std::string scalar = {}, bool is_quoted = false)
+  Node(Kind kind, const Mark& mark, std::string scalar = {}, bool is_quoted = false)
       : kind_(kind), is_quoted_(is_quoted), mark_(mark), scalar_(std::move(scalar)) {}
 
   bool is_null() const { return kind_ == Kind::kNull; }
@@ -50,7 +51,7 @@ class Node {
   bool is_map() const { return kind_ == Kind::kMap; }
   bool is_quoted() const { return is_quoted_; }  // written between quotation marks
   const std::string& scalar() const { return scalar_; }
-  const YAML::Mark& mark() const { return mark_; }
+  const Mark& mark() const { return mark_; }
   // Of a sequence; of a map keys and values in turn.
   const std::vector<const Node*>& items() const { return items_; }
 
@@ -59,7 +60,7 @@ class Node {
   Kind kind_;
   bool is_quoted_;
   std::uint32_t size_ = 0;  // in nodes, aliases expanded; 0 until the node is complete
-  YAML::Mark mark_;
+  Mark mark_;
   std::string scalar_;
   std::vector<const Node*> items_;
 };
@@ -69,8 +70,8 @@ struct YamlDocument {
   std::deque<Node> nodes;
 };
 
-// The one document of the text. Throws Misreading for a second document and for a text beyond a bound, and
-// YAML::Exception.
+// The one document of the text. Throws Misreading for a text that is not YAML, has a second document or is
+// beyond a bound.
 YamlDocument parse_yaml(std::string_view text);
 
 }  // namespace router_file
