@@ -183,13 +183,14 @@ Status RowCache::fill(const Fetch& fetch, const Batch& batch) {
 // it, with its second row: then all columns that are walked side by side have been requested.
 void RowCache::read_ahead(Slot* slot, std::size_t row) {
   const Window& window = slot->window;
-  if (slot->has_following || !window.continues() || fetches_.size() >= kFetches) return;
+  if (age_ns_ == 0 || slot->has_following || !window.continues() || fetches_.size() >= kFetches) return;
   if (row < (slot->is_of_walk ? 1 : window.size() / 2)) return;
   oid::Oid following;
   if (!first_index(set_->index, window.index_of(window.size() - 1), true, &following)) return;
   slot->has_following = true;
   const Slots slots = slot->requested | wanted_;
-  if (is_under_way(following.view(), slots)) return;
+  const bool is_read = find(following.view(), slots, clock_monotonic()) != nullptr;  // for another walk
+  if (is_read || is_under_way(following.view(), slots)) return;
   const auto rows = static_cast<std::uint32_t>(2 * window.size());
   start(following.view(), following.view(), slots, std::clamp(rows, kWalkRows, kMostRows), true);
 }

@@ -233,6 +233,19 @@ TEST_F(RowCacheTest, AgeZeroReadsForEveryRequest) {
   EXPECT_EQ(daemon_.reads, 3);
 }
 
+TEST_F(RowCacheTest, AgeZeroReadsNothingAhead) {
+  RowCache cache(interfaces(), daemon_, 0);
+  AddInterfaces("a", 1, 1000);
+  RowRef row;
+  cache.begin_requests();
+  for (int i = 1; i <= 100; ++i) {
+    const std::string index = "1.97." + std::to_string(i);
+    ASSERT_EQ(cache.first_at_or_after(parse_oid(index).view(), kFirstSlot, tables::kWalkRows, &row),
+              Lookup::kRow);
+  }
+  EXPECT_EQ(daemon_.reads, 1);
+}
+
 // --- Columns
 
 class RowCacheColumnsTest : public RowCacheTest {
@@ -319,6 +332,18 @@ TEST_F(RowCachePendingTest, FailureIsTheAnswerOfTheRequestAndTheNextOneTriesAgai
   EXPECT_EQ(Find("1.97.1"), "pending");
   daemon_.Deliver();
   EXPECT_EQ(Find("1.97.1"), "1.97.1");
+}
+
+// A second walker is already where the first one reads ahead.
+TEST_F(RowCachePendingTest, RowsThatAreReadAlreadyAreNotReadAhead) {
+  Find("1.97.129");
+  daemon_.Deliver();
+  ASSERT_EQ(Find("1.97.129"), "1.97.129");
+  Find("1.97.1");
+  daemon_.Deliver();
+  for (int i = 1; i <= 128; ++i) EXPECT_EQ(Find("1.97." + std::to_string(i)), "1.97." + std::to_string(i));
+  EXPECT_EQ(daemon_.UnderWay(), 0U);
+  EXPECT_EQ(Find("1.97.129"), "1.97.129");
 }
 
 TEST_F(RowCachePendingTest, BatchesUnderWayAreBounded) {

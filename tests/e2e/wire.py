@@ -3,7 +3,7 @@ import socket
 import struct
 
 MAGIC = b"MVPN"
-VERSION = 2
+VERSION = 3
 GET, ACTION = 1, 5
 ANSWER = 0x8000
 NO_SUCH_ROW = 2

@@ -6,6 +6,7 @@ namespace power {
 namespace {
 
 constexpr std::uint32_t kTable = 100;
+constexpr std::size_t kRecordsOfALongLog = 30'000;  // more than a thousand pages
 
 struct StoredRecord {
   std::uint64_t object_id = 0;
@@ -129,6 +130,18 @@ class CheckpointPower : public PowerTest {
     if (disk.has_power()) Check();
     return disk.has_power();
   }
+  // Power fails in this operation from the flush on, or after it.
+  void StartWorkAndCut(std::size_t records, std::size_t operation) {
+    setenv("MPLS_VPN_MIB_STATE_DIR", state.c_str(), 1);
+    if (!Start()) return Violate("a start fails");
+    Check();
+    for (; records > 0; --records) Create(std::to_string(10'000 + pending.size()));
+    if (operation > 0) disk.cut_power_at(operation);
+    if (chkpt_flush() == kStatusOk) Acknowledge();
+    disk.cut_power_at(1);
+    chkpt_end();
+    UseImage(disk.return_power());
+  }
   void ExpectNoPower(const std::string& what) {
     if (disk.has_power()) Violate(what + " fails");
   }
@@ -149,6 +162,22 @@ TEST_F(CheckpointPower, FlushedRecordsSurviveAndOthersAreWholeOrAbsent) {
 
 TEST_F(CheckpointPower, SalvageThatIsCutIsRepeated) {
   CutSalvages("checkpoint.db", Cuts() / 4);
+  EXPECT_EQ(violation, "");
+}
+
+// What a checkpoint of the log has not written back is due at the next start.
+TEST_F(CheckpointPower, StartThatWritesTheLogBackLosesNothing) {
+  PrintSeed();
+  ::testing::internal::CaptureStderr();
+  for (lives = 0; lives < 20 && violation.empty(); ++lives) {
+    ForgetAll();
+    disk.load({});
+    UseImage({});
+    StartWorkAndCut(kRecordsOfALongLog, 1500 + Below(3000));
+    StartWorkAndCut(1, 0);
+    StartWorkAndCut(1, 0);
+  }
+  PrintEndOfLog(::testing::internal::GetCapturedStderr());
   EXPECT_EQ(violation, "");
 }
 

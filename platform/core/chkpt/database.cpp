@@ -7,6 +7,12 @@
 
 namespace chkpt {
 
+namespace {
+
+constexpr int kPagesOfLog = 1000;  // after which a commit writes it back; the default of SQLite
+
+}  // namespace
+
 const char Database::kSynchronous[] = "PRAGMA synchronous=FULL";
 
 Record* add(Records* records, std::uint64_t object_id, std::string_view key) {
@@ -62,10 +68,14 @@ int Database::write_application(std::uint32_t number, std::string_view name) {
   return put.finish();
 }
 
+// A log that has become long is not written back meanwhile: without synchronization a power cut would lose
+// commits that it has.
 Status Database::put_application(std::uint32_t number, std::string_view name) {
   const Status prepared = result(sqlite::run(connection_.get(), "PRAGMA synchronous=OFF"));
   if (prepared != kStatusOk) return prepared;
+  sqlite3_wal_autocheckpoint(connection_.get(), 0);
   const Status written = result(write_application(number, name));
+  sqlite3_wal_autocheckpoint(connection_.get(), kPagesOfLog);
   const Status restored = result(sqlite::run(connection_.get(), kSynchronous));
   return written != kStatusOk ? written : restored;
 }

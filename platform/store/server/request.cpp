@@ -193,7 +193,7 @@ Status read_columns(ColumnReading* reading, std::string_view path) {
   }
   const KvRequest request{relative, false};
   const Status status = rule->read(&request, batch);
-  return status == kStatusUnfinished && batch->rows > 0 ? kStatusOk : status;
+  return status == kStatusUnfinished && batch->rows >= kKvFewestRows ? kStatusOk : status;
 }
 
 }  // namespace kvtree

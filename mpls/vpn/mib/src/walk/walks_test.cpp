@@ -441,6 +441,29 @@ TEST_F(RouteWalks, BatchThatRunsOutOfMemoryFailsInsteadOfLosingRows) {
   EXPECT_EQ(kvtree_columns("/oper/mpls_vpn/gl/route-next//1/0/1/0/0", &batch), kStatusNoMemory);
 }
 
+// A client may begin one row before the one that it needs.
+TEST_F(RouteWalks, BatchWhoseTimeIsOverAfterOneRowIsContinued) {
+  for (const char* vrf : {"a", "b", "c"}) {
+    AddVrf(vrf);
+    AddRoute(vrf, "10.0.0.0/8", "192.0.2.1");
+  }
+  Run();
+  KvSteps steps;  // each one is over at once
+  KvColumnBatch batch = NewBatch(9);
+  batch.steps = &steps;
+  int unfinished = 0;
+  Status rc = kStatusUnfinished;
+  for (; rc == kStatusUnfinished && unfinished < 9; ++unfinished)
+    rc = kvtree_columns("/oper/mpls_vpn/gl/route-next//1/0/1/0/0", &batch);
+  EXPECT_EQ(rc, kStatusOk);
+  EXPECT_GT(unfinished, 1);
+  EXPECT_EQ(batch.rows, 3U);
+  EXPECT_TRUE(batch.end);
+  KvColumnBatch at_once = NewBatch(9);
+  ASSERT_EQ(kvtree_columns("/oper/mpls_vpn/gl/route-next//1/0/1/0/0", &at_once), kStatusOk);
+  EXPECT_EQ(batch.octets, at_once.octets);
+}
+
 TEST_F(RouteWalks, BatchOfUnknownColumnsOrAnInvalidKeyIsRefused) {
   AddVrf("red");
   Run();
