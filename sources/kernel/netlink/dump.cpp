@@ -1,7 +1,8 @@
 // The kernel answers a dump in datagrams of many messages and writes each when the previous one was read, so
 // a dump is not a snapshot. When the list that it walks has changed since the walk began, it sets
-// NLM_F_DUMP_INTR on the following messages. (It does so for links, addresses, IPv6 routes and next-hop
-// objects; it walks an IPv4 table by prefix, and every change of it is an event.) The content is delivered
+// NLM_F_DUMP_INTR on the following messages. (It does so for links, addresses and next-hop objects. It walks
+// an IPv4 table by prefix. When an IPv6 table changes, it starts its walk again and skips as many prefixes as
+// it has shown, which may be others, without a report; every change is an event.) The content is delivered
 // all the same and marked as disturbed; the caller decides how to use it.
 #include "sources/kernel/netlink/dump.h"
 

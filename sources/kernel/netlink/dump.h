@@ -39,6 +39,8 @@ class Dump {
   // True when something changed while the kernel was being read: objects that exist may be missing. Fault
   // point "..._dump_disturbed" simulates it; "..._dump_gap" drops a datagram as well.
   bool disturbed() const { return disturbed_; }
+  // The caller knows of a change that the kernel does not report.
+  void disturb() { disturbed_ = true; }
 
  private:
   Progress read_datagram(std::span<const std::uint8_t> datagram, const MessageReader& read);

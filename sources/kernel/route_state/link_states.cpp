@@ -28,14 +28,16 @@ std::uint32_t word_of(const std::array<std::uint8_t, 16>& octets) {
 
 LinkStates::Change LinkStates::seen(const LinkSeen& link) {
   const State now{link.facts.flags, link.link.vrf_master};
-  const State before = std::exchange(links_[link.link.index], now);
+  const auto [present, is_new] = links_.try_emplace(link.link.index);
+  const State before = std::exchange(present->second, now);
   Change change;
-  if (now == before) return change;
-  change.ipv4_down = change.ipv6_down = !is_up(now.flags) || now.vrf != before.vrf;
-  change.objects_lost = !is_up(now.flags) || (now.flags & kCarrier) == 0;
-  change.ipv4_up = is_up(now.flags) && !is_up(before.flags) && !change.ipv4_down;
+  if (!is_new && now == before) return change;
+  const bool has_moved = !is_new && now.vrf != before.vrf;  // a link may be seen before links are read
+  change.ipv4_down = change.ipv6_down = !kernel::is_up(now.flags) || has_moved;
+  change.objects_lost = !kernel::is_up(now.flags) || (now.flags & kCarrier) == 0;
+  change.ipv4_up = kernel::is_up(now.flags) && !kernel::is_up(before.flags) && !change.ipv4_down;
   change.ipv6_up = is_running(now.flags) && !is_running(before.flags) && !change.ipv6_down;
-  change.carrier = is_up(now.flags) && now.flags != before.flags;
+  change.carrier = kernel::is_up(now.flags) && now.flags != before.flags;
   return change;
 }
 
@@ -55,9 +57,15 @@ bool LinkStates::has_any_address(std::uint32_t index) const {
   return found != addresses_.end() && found->index == index;
 }
 
+bool LinkStates::is_up(std::uint32_t index) const {
+  const auto link = links_.find(index);
+  return link != links_.end() && kernel::is_up(link->second.flags);
+}
+
 bool LinkStates::ignores_paths(std::uint32_t index) const {
   const auto link = links_.find(index);
-  return link != links_.end() && is_up(link->second.flags) && (link->second.flags & kFlagLowerUp) == 0;
+  return link != links_.end() && kernel::is_up(link->second.flags) &&
+         (link->second.flags & kFlagLowerUp) == 0;
 }
 
 LinkStates::Change LinkStates::address_seen(const LinkAddress& address) {
@@ -65,7 +73,7 @@ LinkStates::Change LinkStates::address_seen(const LinkAddress& address) {
   if (address.address.family != router::Family::kIpv4) return change;
   const bool is_new = addresses_.insert(own(address)).second;
   const auto link = links_.find(address.index);
-  change.ipv4_up = is_new && link != links_.end() && is_up(link->second.flags);
+  change.ipv4_up = is_new && link != links_.end() && kernel::is_up(link->second.flags);
   return change;
 }
 

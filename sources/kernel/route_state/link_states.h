@@ -29,6 +29,7 @@ class LinkStates {
   void removed(std::uint32_t index);  // with its addresses
   Change address_seen(const LinkAddress& address);
   Change address_removed(const LinkAddress& address);
+  bool is_up(std::uint32_t index) const;
   // Whether a path over the link that the kernel does not use is not dead, but ignored.
   bool ignores_paths(std::uint32_t index) const;
 

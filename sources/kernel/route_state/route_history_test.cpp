@@ -182,5 +182,11 @@ TEST_F(LinkStatesTest, RemovedLinkIsForgottenWithItsAddresses) {
   EXPECT_TRUE(See(kUp).ipv4_up);
 }
 
+TEST_F(LinkStatesTest, LinkThatIsSeenForTheFirstTimeInAVrfKeepsItsRoutes) {
+  const LinkStates::Change first = See(kUp, 2);
+  EXPECT_FALSE(first.ipv4_down || first.ipv6_down);
+  EXPECT_TRUE(See(kUp, 3).ipv4_down);
+}
+
 }  // namespace
 }  // namespace kernel

@@ -1,8 +1,13 @@
 // Routes of a real kernel: existing ones, changes, changes that the kernel does not announce, VRFs that are
 // created and deleted, next-hop objects.
+#include <arpa/inet.h>
+#include <libmnl/libmnl.h>
+#include <linux/nexthop.h>
+#include <linux/rtnetlink.h>
 #include <net/if.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -340,6 +345,75 @@ TEST_F(LiveRoutes, TablesThatDependOnALinkAreFoundInSteps) {
   clock_.tick(0);
   EXPECT_TRUE(Rows().empty());
   EXPECT_GE(iterations, 2 * kVrfs / kTablesOfAStep);
+}
+
+TEST_F(LiveRoutes, PathOverALinkWhoseIpv6IsDisabledIsRemovedAndAddedAgain) {
+  static constexpr router::RouteTableId kRed6{router::Family::kIpv6, 10};
+  Ip("-6 route add 2001:db8:a::/48 table 10 nexthop via 2001:db8:10::2 dev v0 nexthop via 2001:db8:11::2 dev "
+     "w0");
+  StartWithRed();
+  ASSERT_EQ(Rows(kRed6).size(), 2U);
+  ASSERT_EQ(Shell("sysctl -qw net.ipv6.conf.w0.disable_ipv6=1"), 0);
+  EXPECT_THAT(SettledRows(kRed6), ElementsAre("2001:db8:a::/48 via 2001:db8:10::2"));
+  ASSERT_EQ(Shell("sysctl -qw net.ipv6.conf.w0.disable_ipv6=0"), 0);
+  EXPECT_TRUE(EventuallyTrue([this] { return Rows(kRed6).size() == 2; }));  // its address is verified first
+}
+
+// Sends requests as a program does that gives all of them one number.
+class OneNumber {
+ public:
+  OneNumber() : socket_(mnl_socket_open(NETLINK_ROUTE)) { mnl_socket_bind(socket_, 0, MNL_SOCKET_AUTOPID); }
+  ~OneNumber() { mnl_socket_close(socket_); }
+  OneNumber(const OneNumber&) = delete;
+  OneNumber& operator=(const OneNumber&) = delete;
+  void ReplaceObject(const char* gateway) {
+    nlmsghdr* message = Begin(RTM_NEWNEXTHOP);
+    static_cast<nhmsg*>(mnl_nlmsg_put_extra_header(message, sizeof(nhmsg)))->nh_family = AF_INET;
+    mnl_attr_put_u32(message, NHA_ID, 1);
+    mnl_attr_put_u32(message, NHA_GATEWAY, inet_addr(gateway));
+    mnl_attr_put_u32(message, NHA_OIF, if_nametoindex("v0"));
+    Send(message);
+  }
+  void ReplaceRoute() {
+    nlmsghdr* message = Begin(RTM_NEWROUTE);
+    auto* header = static_cast<rtmsg*>(mnl_nlmsg_put_extra_header(message, sizeof(rtmsg)));
+    header->rtm_family = AF_INET;
+    header->rtm_dst_len = 24;
+    header->rtm_table = 10;
+    header->rtm_protocol = RTPROT_STATIC;
+    header->rtm_type = RTN_UNICAST;
+    mnl_attr_put_u32(message, RTA_DST, inet_addr("192.168.1.0"));
+    mnl_attr_put_u32(message, RTA_NH_ID, 1);
+    Send(message);
+  }
+
+ private:
+  nlmsghdr* Begin(std::uint16_t type) {
+    nlmsghdr* message = mnl_nlmsg_put_header(buffer_.data());
+    message->nlmsg_type = type;
+    message->nlmsg_flags = NLM_F_REQUEST | NLM_F_ACK | NLM_F_CREATE | NLM_F_REPLACE;
+    return message;
+  }
+  void Send(const nlmsghdr* message) {
+    ASSERT_GT(mnl_socket_sendto(socket_, message, message->nlmsg_len), 0);
+    std::array<char, 8192> answer{};
+    const ssize_t length = mnl_socket_recvfrom(socket_, answer.data(), answer.size());
+    ASSERT_EQ(mnl_cb_run(answer.data(), static_cast<std::size_t>(length), 0, 0, nullptr, nullptr),
+              MNL_CB_STOP);
+  }
+  mnl_socket* socket_;
+  alignas(nlmsghdr) std::array<char, 1024> buffer_{};
+};
+
+TEST_F(LiveRoutes, RouteThatBeginsToNameTheObjectOfTheRequestBeforeIsFollowed) {
+  AddRoute("192.168.1.0/24 via 10.0.0.9 table 10");
+  StartWithRed();
+  OneNumber program;
+  program.ReplaceObject("10.0.0.2");
+  program.ReplaceRoute();
+  EXPECT_THAT(SettledRows(), ElementsAre("192.168.1.0/24 via 10.0.0.2"));
+  program.ReplaceObject("10.0.0.3");
+  EXPECT_THAT(SettledRows(), ElementsAre("192.168.1.0/24 via 10.0.0.3"));
 }
 
 }  // namespace

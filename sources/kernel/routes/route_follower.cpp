@@ -41,8 +41,8 @@
 namespace kernel {
 namespace {
 
-constexpr std::array kRouteGroups{RTNLGRP_LINK, RTNLGRP_IPV4_IFADDR, RTNLGRP_IPV4_ROUTE, RTNLGRP_IPV6_ROUTE,
-                                  RTNLGRP_NEXTHOP};
+constexpr std::array kRouteGroups{RTNLGRP_LINK,       RTNLGRP_IPV4_IFADDR, RTNLGRP_IPV6_IFADDR,
+                                  RTNLGRP_IPV4_ROUTE, RTNLGRP_IPV6_ROUTE,  RTNLGRP_NEXTHOP};
 constexpr std::uint64_t kChecksPerInterval = 16;  // for tables that are due
 constexpr std::size_t kPrefixesPerSlice = 128;
 constexpr int kSlicesPerStep = 40;
@@ -184,17 +184,24 @@ void RouteFollower::take_event(const Event& event) {
   commit();
   if (const auto* link = std::get_if<LinkSeen>(&event)) {
     const LinkStates::Change change = links_.seen(*link);
+    if (is_reading_basis()) links_seen_.seen(*link);
     if (change.carrier) changed_.carriers[link->link.index] = link->link.name;
     take_link_change(link->link.index, change);
   } else if (const auto* removed = std::get_if<LinkRemoved>(&event)) {
     links_.removed(removed->index);
+    if (is_reading_basis()) links_seen_.removed(removed->index);
+    without_ipv6_.erase(removed->index);
     history_.add(removed->index, RouteHistory::LinkChange::kRemoved);
     take_link_change(removed->index, {.objects_lost = true});
   } else if (const auto* seen = std::get_if<AddressSeen>(&event)) {
     take_link_change(seen->address.index, links_.address_seen(seen->address));
+    take_ipv6_address(seen->address, false);
+    if (is_reading_basis()) links_seen_.address_seen(seen->address);
   } else if (const auto* old = std::get_if<AddressRemoved>(&event)) {
     take_link_change(old->address.index, links_.address_removed(old->address));
+    if (is_reading_basis()) links_seen_.address_removed(old->address);
     take_removed_address(old->address.address);
+    take_ipv6_address(old->address, true);
   }
   basis_disturbed_ = basis_disturbed_ || basis_has_links_;
 }
@@ -232,6 +239,22 @@ void RouteFollower::take_removed_address(const router::Address& address) {
   mark_soon();
 }
 
+// IPv6 is disabled or enabled on a link that is up: its link-local address is removed or added, and its paths
+// of IPv6 routes with other paths are dead or used again without an announcement.
+void RouteFollower::take_ipv6_address(const LinkAddress& address, bool is_removed) {
+  const auto& octets = address.address.octets;
+  if (address.address.family != router::Family::kIpv6 || octets[0] != 0xfe || (octets[1] & 0xc0) != 0x80)
+    return;
+  const std::uint32_t index = address.index;
+  const bool changes = is_removed ? links_.is_up(index) && without_ipv6_.insert(index).second
+                                  : without_ipv6_.erase(index) != 0;
+  if (!changes) return;
+  changed_.links.insert(index);
+  changed_.hiding.insert(index);
+  meanwhile_.links.insert(index);
+  mark_soon();
+}
+
 void RouteFollower::take_affected(const NextHopObjects::Affected& affected) {
   for (const std::uint32_t id : affected.removed) history_.object_removed(id);
   for (const std::uint32_t id : affected.changed) history_.object_changed(id);
@@ -248,10 +271,17 @@ void RouteFollower::take_object(const NextHopSeen& seen) {
   if (objects_.update(seen.object)) take_affected({{}, objects_.users(seen.object.id)});
 }
 
-// A route is announced again when its object changes, which is known from the object.
+// A route is announced again when its object changes, which is known from the object. A program may give all
+// its requests one number: the same announcement of a route that is not listed is that of a request of its
+// own.
 bool RouteFollower::repeats_object(const RouteSeen& seen) const {
-  return seen.route.next_hop_object != 0 && (seen.flags & NLM_F_REPLACE) != 0 &&
-         seen.request == object_request_ && objects_.find(seen.route.next_hop_object) != nullptr;
+  if (seen.route.next_hop_object == 0 || (seen.flags & NLM_F_REPLACE) == 0 ||
+      seen.request != object_request_ || objects_.find(seen.route.next_hop_object) == nullptr) {
+    return false;
+  }
+  const auto table = tables_.find({seen.route.family, seen.route.table});
+  return table == tables_.end() || knowledge_of(table->second) == Knowledge::kNone ||
+         table->second.routes.lists(seen.route);
 }
 
 void RouteFollower::take_event(const RouteEvent& event) {
@@ -274,7 +304,13 @@ void RouteFollower::take_event(const RouteEvent& event) {
 
 void RouteFollower::take_route(const KernelRoute& route, const RouteEvent& event) {
   const auto table = tables_.find({route.family, route.table});
-  if (table == tables_.end() || !is_shown(route)) return;
+  if (table == tables_.end()) return;
+  const bool is_walked = phase_ == Phase::kTable || phase_ == Phase::kDelivery;
+  // The kernel does not report that its walk over an IPv6 table is disturbed (dump.cpp).
+  if (is_walked && route.family == router::Family::kIpv6 && reading_.table() == table->first) {
+    reading_.disturb();
+  }
+  if (!is_shown(route)) return;
   if (knowledge_of(table->second) != Knowledge::kNone) {
     apply(event, history_.now(), table);
   } else if (is_being_read(table->first)) {

@@ -63,10 +63,11 @@ class RouteFollower final : public router::Observer, private EventListener::Clie
     Knowledge knowledge = Knowledge::kNone;
     std::uint64_t losses = 0;  // of announcements, when `knowledge` was set
     std::deque<Held> held{};
-    bool held_lost = false;        // there were too many
-    std::uint64_t not_before = 0;  // clock_monotonic(): the next reading at the earliest
-    std::uint64_t due = 0;         // ... at the latest
-    unsigned doubts = 0;           // consecutive readings that were in doubt
+    bool held_lost = false;          // there were too many
+    std::uint64_t not_before = 0;    // clock_monotonic(): the next reading at the earliest
+    std::uint64_t due = 0;           // ... at the latest
+    unsigned doubts = 0;             // consecutive readings that were in doubt
+    std::uint64_t doubts_since = 0;  // losses of announcements before the first of them
   };
   using Tables = std::map<router::RouteTableId, Table>;
   // What has changed, and on which tables may depend. Objects are with their groups.
@@ -89,6 +90,7 @@ class RouteFollower final : public router::Observer, private EventListener::Clie
   void take_event(const RouteEvent& event);
   void take_link_change(std::uint32_t index, const LinkStates::Change& change);
   void take_removed_address(const router::Address& address);
+  void take_ipv6_address(const LinkAddress& address, bool is_removed);
   void take_object(const NextHopSeen& seen);
   void take_affected(const NextHopObjects::Affected& affected);
   void take_route(const KernelRoute& route, const RouteEvent& event);
@@ -158,8 +160,9 @@ class RouteFollower final : public router::Observer, private EventListener::Clie
   RouteHistory history_;
   LinkStates links_;
   NextHopObjects objects_;
-  LinkStates links_seen_;        // by the running reading of the basis
-  NextHopObjects objects_seen_;  // the same
+  absl::btree_set<std::uint32_t> without_ipv6_;  // links that are up
+  LinkStates links_seen_;                        // by the running reading of the basis
+  NextHopObjects objects_seen_;                  // the same
   Dump basis_dump_{kRouteDumpFaultPoints};
   TableReading reading_;
   Dump::Progress progress_ = Dump::Progress::kMore;  // of the reading, when it waits for its delivery
@@ -179,6 +182,7 @@ class RouteFollower final : public router::Observer, private EventListener::Clie
   router::RouteTableId last_marked_{router::Family::kIpv4, 0};
   bool all_hide_ = false;  // ignore_routes_with_linkdown is set for all links
   bool in_doubt_ = false;  // the running reading
+  bool replayed_ = false;  // announcements that may not fit what it has read
   bool links_dirty_ = false;
   bool objects_dirty_ = false;
   bool objects_known_ = false;  // a difference that a reading finds is a correction

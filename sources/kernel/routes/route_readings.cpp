@@ -11,8 +11,10 @@
 // in doubt, or begins again if it only verifies.
 //
 // A reading is also in doubt when it was disturbed, when a route names an unknown object, or when the store
-// refused a row. It adds and updates but does not remove, and is repeated after `retry`. The kDoubtsMax-th
-// consecutive one does remove, because deleted routes must not be shown for ever, unless it only verifies.
+// refused a row; a reading of an IPv6 table also when a route of the table was announced meanwhile. It adds
+// and updates but does not remove, and is repeated after `retry`. The kDoubtsMax-th consecutive one removes
+// what none of them has read, because deleted routes must not be shown for ever, unless it only verifies.
+#include <linux/netlink.h>
 #include <sys/epoll.h>
 
 #include <algorithm>
@@ -251,7 +253,7 @@ void RouteFollower::begin_table(Tables::iterator table) {
   reading_began_ = clock_monotonic();
   reading_losses_ = counters_.losses;
   meanwhile_ = {};
-  in_doubt_ = false;
+  in_doubt_ = replayed_ = false;
   Status status = reading_.begin(table->first);
   if (status == kStatusOk) {
     status = event_fd_add(manager_, reading_.fd(), EPOLLIN, [this](int, std::uint32_t) { continue_table(); });
@@ -261,8 +263,10 @@ void RouteFollower::begin_table(Tables::iterator table) {
     table_failed(status);
     return;
   }
-  table->second.routes.begin_reading(is_verifiable(table->second) ? TableRoutes::Reading::kVerify
-                                                                  : TableRoutes::Reading::kFirst);
+  const bool continues = table->second.doubts != 0 && table->second.doubts_since == counters_.losses;
+  table->second.doubts_since = counters_.losses;
+  table->second.routes.begin_reading(
+      is_verifiable(table->second) ? TableRoutes::Reading::kVerify : TableRoutes::Reading::kFirst, continues);
   phase_ = Phase::kTable;
 }
 
@@ -285,15 +289,19 @@ bool RouteFollower::is_outdated(const Table& table) const {
 void RouteFollower::deliver() {
   const auto table = tables_.find(reading_.table());
   phase_ = Phase::kDelivery;
-  if (knowledge_of(table->second) != Knowledge::kNone && !drain_events()) return step_soon();
+  const bool is_complete = progress_ == Dump::Progress::kComplete;
+  const bool needs_events = is_complete || knowledge_of(table->second) != Knowledge::kNone ||
+                            table->first.family == router::Family::kIpv6;
+  if (needs_events && !drain_events()) return step_soon();
   if (is_outdated(table->second)) {
     abandon_reading();
     reread_later(table, std::max(settings_.retry, kRest * (clock_monotonic() - reading_began_)));
     return become_idle();
   }
   phase_ = Phase::kTable;
-  const bool is_complete = progress_ == Dump::Progress::kComplete;
-  reading_.deliver(is_complete, &table->second.routes);
+  const bool may_remove =
+      table->second.doubts + 1 >= kDoubtsMax && knowledge_of(table->second) != Knowledge::kComplete;
+  reading_.deliver(is_complete, reading_.disturbed() && !may_remove, &table->second.routes);
   in_doubt_ = account(&table->second) || in_doubt_;
   if (std::exchange(store_changed_, false)) model_->flush_route_changes();
   if (!is_complete) return;
@@ -340,11 +348,15 @@ void RouteFollower::sweep() {
   replay();
 }
 
-// Applies what was announced during the first reading.
+// Applies what was announced during the first reading. The reading may have later states, to which a sequence
+// of replacements cannot be applied exactly: another reading follows, during which announcements are not
+// held.
 void RouteFollower::replay() {
   const auto table = tables_.find(reading_.table());
   std::deque<Held>& held = table->second.held;
   for (std::size_t count = 0; count < kHeldPerStep && !held.empty(); ++count, held.pop_front()) {
+    const auto* seen = std::get_if<RouteSeen>(&held.front().event);
+    replayed_ = replayed_ || (seen != nullptr && (seen->flags & NLM_F_EXCL) == 0);
     apply(held.front().event, held.front().moment, table);
   }
   on_batch_end();
@@ -358,7 +370,9 @@ void RouteFollower::settle_table(Tables::iterator table) {
   const Knowledge knowledge = knowledge_of(table->second);
   const bool events_lost =
       std::exchange(table->second.held_lost, false) || reading_losses_ != counters_.losses;
-  if (!events_lost && !in_doubt_) {
+  const bool replayed = std::exchange(replayed_, false);
+  if (replayed) dirty_.insert(table->first);
+  if (!events_lost && !in_doubt_ && !replayed) {
     set_knowledge(Knowledge::kComplete, &table->second);
   } else if (!events_lost && knowledge == Knowledge::kNone) {
     set_knowledge(Knowledge::kUnconfirmed, &table->second);

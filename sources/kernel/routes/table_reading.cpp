@@ -28,7 +28,7 @@ Dump::Progress TableReading::step(unsigned datagrams) {
   return Dump::step(datagrams, [this](const nlmsghdr* message) { return read(message); });
 }
 
-void TableReading::deliver(bool all, TableRoutes* table) {
+void TableReading::deliver(bool all, bool additions_only, TableRoutes* table) {
   auto from = routes_.begin();
   while (from != routes_.end()) {
     const auto end = std::find_if(from + 1, routes_.end(), [from](const KernelRoute& each) {
@@ -37,7 +37,7 @@ void TableReading::deliver(bool all, TableRoutes* table) {
     if (end == routes_.end() && !all) break;
     TableRoutes::Prefix prefix;
     std::for_each(from, end, [&prefix](KernelRoute& route) { prefix = take_prefix(&route); });
-    table->compare(prefix, {from, end}, disturbed());
+    table->compare(prefix, {from, end}, additions_only);
     from = end;
   }
   routes_.erase(routes_.begin(), from);

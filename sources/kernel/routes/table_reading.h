@@ -22,8 +22,8 @@ class TableReading : public Dump {
   [[nodiscard]] Status begin(router::RouteTableId table);
   Dump::Progress step(unsigned datagrams);
   // Compares what was read with the table; `all`: the reading is complete. Otherwise the last prefix waits,
-  // because it may have further routes.
-  void deliver(bool all, TableRoutes* table);
+  // because it may have further routes. `additions_only`: as TableRoutes::compare().
+  void deliver(bool all, bool additions_only, TableRoutes* table);
 
   router::RouteTableId table() const { return table_; }
 

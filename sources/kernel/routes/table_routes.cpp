@@ -100,6 +100,14 @@ void TableRoutes::remove(KernelRoute route) {
   withdraw(route, routes);
 }
 
+bool TableRoutes::lists(KernelRoute route) const {
+  const Prefix prefix = take_prefix(&route);
+  interpret(&route);
+  const auto announced = pending_.find(prefix);
+  const RouteList listed = announced == pending_.end() ? routes_of(ids_of(prefix)) : announced->second;
+  return std::ranges::any_of(listed, [&route](const KernelRoute& each) { return same_route(each, route); });
+}
+
 void TableRoutes::commit() {
   for (const auto& [prefix, routes] : pending_) replace(prefix, ids_of(prefix), routes);
   pending_.clear();
@@ -153,6 +161,9 @@ bool TableRoutes::store(const Prefix& prefix, bool is_new, const std::vector<rou
     if (const Status status = model_->routes().put(table_, row, &change)) {
       refuse(status);
       complete = false;
+      // A route that can never be stored must not be shown as its predecessor.
+      if (status == kStatusInvalid && !is_new && model_->routes().erase(table_, row.key) == kStatusOk)
+        changed_ = true;
     }
     changed_ = changed_ || change != router::RouteChange::kNone;
   }

@@ -67,6 +67,8 @@ class TableRoutes {
   // made.
   bool add(KernelRoute route, std::uint16_t flags, RouteHistory::Moment moment);
   void remove(KernelRoute route);
+  // Whether the route is one of its prefix, with the announcements.
+  bool lists(KernelRoute route) const;
   // Applies the announcements to the rows.
   void commit();
   // Announcements were lost: the table is no longer known. A running reading is the first.
@@ -80,7 +82,8 @@ class TableRoutes {
 
   // A reading: begin, compare() for the routes of each prefix in the kernel's order, end_some() until it is
   // false. A prefix that is announced meanwhile is left as it is.
-  void begin_reading(Reading reading);
+  // `continues`: what the one before has read counts as read.
+  void begin_reading(Reading reading, bool continues);
   // `additions_only`: routes may be missing in `routes`.
   void compare(const Prefix& prefix, std::span<KernelRoute> routes, bool additions_only);
   bool end_some(std::size_t prefixes);

@@ -22,6 +22,16 @@ bool has(const RouteList& routes, const KernelRoute& wanted) {
                      [&wanted](const KernelRoute& each) { return same_route(each, wanted); });
 }
 
+// The kernel may show an IPv6 route twice when its table changes meanwhile.
+void remove_repeated(RouteList* routes) {
+  if (routes->size() < 2 || routes->front().family == router::Family::kIpv4) return;
+  RouteList unique;
+  for (KernelRoute& each : *routes) {
+    if (!has(unique, each)) unique.push_back(std::move(each));
+  }
+  *routes = std::move(unique);
+}
+
 }  // namespace
 
 std::vector<TableRoutes::Prefix> TableRoutes::step_rows(Walk* walk, std::size_t prefixes,
@@ -75,9 +85,11 @@ void TableRoutes::walk(std::size_t prefixes) {
   if (!walk_.is_running && std::exchange(walk_again_, false)) begin_walk();
 }
 
-void TableRoutes::begin_reading(Reading reading) {
-  model_->routes().begin_refresh(table_);
-  ++readings_;
+void TableRoutes::begin_reading(Reading reading, bool continues) {
+  if (!continues) {
+    model_->routes().begin_refresh(table_);
+    ++readings_;
+  }
   reading_ = std::make_unique<CurrentReading>();
   reading_->kind = reading;
 }
@@ -162,6 +174,7 @@ void TableRoutes::compare_all(const Prefix& prefix, RouteList routes, bool addit
   if (reading_->touched.contains(prefix.destination)) return;
   const router::RouteRetention retention = keep(prefix, routes);
   if (retention == router::RouteRetention::kRetained) return;
+  remove_repeated(&routes);
   sort_routes(&routes);
   const Ids ids = retention == router::RouteRetention::kAbsent ? Ids{} : ids_of(prefix);
   RouteList now = routes_of(ids);
