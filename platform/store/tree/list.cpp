@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <deque>
 #include <new>
-#include <ranges>
+#include <numeric>
 #include <string>
 #include <string_view>
 
@@ -72,8 +72,7 @@ namespace {
 
 void index_items(KvDatalist* list) {
   list->by_key.resize(list->items.size());
-  const std::ranges::iota_view places(std::uint32_t{0}, static_cast<std::uint32_t>(list->items.size()));
-  std::ranges::copy(places, list->by_key.begin());
+  std::iota(list->by_key.begin(), list->by_key.end(), std::uint32_t{0});
   std::ranges::stable_sort(
       list->by_key, {}, [list](std::uint32_t place) -> const std::string& { return list->items[place].key; });
 }
