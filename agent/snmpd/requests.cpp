@@ -3,6 +3,8 @@
 // whose variable remains ASN_NULL is passed on to what follows this module's subtree.
 #include "agent/snmpd/requests.h"
 
+#include <algorithm>
+
 #include "agent/snmpd/variable.h"
 #include "platform/core/base/clock.h"
 
@@ -53,15 +55,36 @@ bool is_visible(const netsnmp_agent_request_info* info, netsnmp_variable_list* v
          VACM_SUCCESS;
 }
 
-// From where to continue after a variable that the manager may not see: its column's end if all of that is
-// hidden.
+// The part of the instance that is the VRF's name: its length, then its octets.
+oid::View vrf_of(const Variable& found) {
+  const std::size_t size = found.instance.empty() ? 0 : std::size_t{1} + found.instance.front();
+  return found.instance.first(std::min(size, found.instance.size()));
+}
+
+// From where to continue after a variable that the manager may not see: the end of its column, or of its VRF
+// in it, if all of that is hidden. A VRF may have a million rows.
 oid::Oid end_of_hidden(const netsnmp_agent_request_info* info, const Variable& found) {
-  LongName column(found.object);
-  if (netsnmp_acm_check_subtree(info->asp->pdu, column.data(), column.size()) != VACM_NOTINVIEW)
-    return joined(found);
-  oid::Oid end(found.object);
-  end.append(UINT32_MAX);
-  return end;
+  for (const oid::View instance : {oid::View(), vrf_of(found)}) {
+    LongName subtree(found.object, instance);
+    if (netsnmp_acm_check_subtree(info->asp->pdu, subtree.data(), subtree.size()) != VACM_NOTINVIEW) continue;
+    oid::Oid end(found.object);
+    end.append(instance);
+    end.append(UINT32_MAX);
+    return end;
+  }
+  return joined(found);
+}
+
+// The answer to a GETNEXT that fails has the names of the request, not that of a variable that the manager
+// may not see.
+void fail(netsnmp_agent_request_info* info, netsnmp_request_info* request) {
+  const netsnmp_pdu* const asked = info->asp->orig_pdu;
+  const netsnmp_variable_list* variable = asked == nullptr ? nullptr : asked->variables;
+  for (int place = 1; variable != nullptr && place < request->index; ++place)
+    variable = variable->next_variable;
+  if (info->mode == MODE_GETNEXT && variable != nullptr)
+    snmp_set_var_objid(request->requestvb, variable->name, variable->name_length);
+  netsnmp_set_request_error(info, request, SNMP_ERR_GENERR);
 }
 
 // snmpd keeps a PDU whose connection has ended, and would send its answer through the session, which is
@@ -89,7 +112,7 @@ void Requests::answer(netsnmp_mib_handler* handler, netsnmp_handler_registration
   for (netsnmp_request_info* request = requests; request != nullptr; request = request->next) {
     if (request->processed != 0 || answer_one(info->mode, info, request)) continue;
     if (waiting_.size() >= kMaxWaiting) {
-      netsnmp_set_request_error(info, request, SNMP_ERR_GENERR);
+      fail(info, request);
       continue;
     }
     request->delegated = REQUEST_IS_DELEGATED;
@@ -157,7 +180,7 @@ bool Requests::answer_next(netsnmp_agent_request_info* info, netsnmp_request_inf
   }
   if (answer == Answer::kPending) return false;
   if (answer == Answer::kFailed) {
-    netsnmp_set_request_error(info, request, SNMP_ERR_GENERR);
+    fail(info, request);
   } else {
     request->requestvb->type = ASN_NULL;
   }
@@ -193,7 +216,7 @@ bool Requests::resume_one(const Waiting& waiting, bool is_overdue) {
   for (netsnmp_request_info* request = cache->requests; request != nullptr; request = request->next) {
     if (request->delegated == REQUEST_IS_NOT_DELEGATED) continue;
     if (is_overdue) {
-      netsnmp_set_request_error(cache->reqinfo, request, SNMP_ERR_GENERR);
+      fail(cache->reqinfo, request);
     } else if (!answer_one(cache->reqinfo->mode, cache->reqinfo, request)) {
       waits = true;
       continue;

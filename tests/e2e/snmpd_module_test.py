@@ -14,8 +14,8 @@ import time
 import unittest
 
 from snmp_client import GET, GET_BULK, GET_NEXT, NO_SUCH_INSTANCE, SnmpClient
-from system import (BIN, IF_CONF, L3VPN, MODULE, ROUTE_ENTRY, SCALARS, SLOW, VRF_ENTRY, SystemTest, dotted, name_index, oid_tuple,
-                    wait_until)
+from system import (BIN, IF_CONF, L3VPN, MODULE, PERF_ENTRY, ROUTE_ENTRY, SCALARS, SLOW, VRF_ENTRY, SystemTest, dotted, name_index,
+                    oid_tuple, wait_until)
 
 UP_TIME = oid_tuple("1.3.6.1.2.1.1.3.0")
 RD_OF_RED = dotted(VRF_ENTRY + (4,) + name_index("red"))  # which no test reads before
@@ -176,6 +176,35 @@ class Requests(ModuleTest):
             self.assertEqual(len([name for name in names if name.startswith(SCALARS + ".")]), 7, tool)
             self.assertEqual(len([name for name in names if name.startswith(dotted(ROUTE_ENTRY) + ".8.")]), ROWS - 1, tool)
             self.assertEqual(len([name for name in names if name.startswith(L3VPN)]), 7 + ROWS - 1, tool)
+
+    def as_limited_manager(self, running, tool, *arguments):
+        return subprocess.run([f"snmp{tool}", "-v2c", "-c", "limited", "-One", "-Oq", "-t", "10", "-r", "0", *arguments],
+                              env=running.environment, capture_output=True, text=True, check=False)
+
+    def test_vrf_that_a_manager_may_not_see_is_skipped_whatever_its_size(self):
+        running = self.new_module_system()
+        router = {"vrfs": [{"name": name, "table": table, "routes": [{"generate": count, "prefix": "20.0.0.0/24", "next_hop": "192.0.2.1"}]}
+                           for name, table, count in (("a", 10, 3), ("red", 20, 1000000), ("blue", 30, 4))]}
+        running.router_file.write_text(json.dumps(router))
+        running.more_snmpd_settings = (f"view part included .{L3VPN}\nview part excluded .{dotted(ROUTE_ENTRY)}.7.3.114.101.100\n"
+                                       "rocommunity limited default -V part\n")
+        running.start_daemon()
+        running.start_snmpd()
+        wait_until("the routes", lambda: running.get_value(dotted(PERF_ENTRY + (3,) + name_index("red"))) == "1000000", 60)
+        for tool, options in (("walk", ()), ("bulkwalk", ("-Cr20",))):
+            result = self.as_limited_manager(running, tool, *options, f"127.0.0.1:{running.port}", dotted(FIRST_ROUTE))
+            self.assertEqual((result.returncode, len(result.stdout.splitlines())), (0, 7), result.stdout + result.stderr)
+
+    def test_error_has_no_name_that_the_manager_may_not_see(self):
+        running = self.start(f"view part included .{L3VPN}\nview part excluded .{dotted(FIRST_ROUTE)}.3.114.101.100.1.4.20\n"
+                             "rocommunity limited default -V part\n")
+        time.sleep(1.1 * SLOW)  # the rows that were read have become too old
+        running.snmp("getnext", dotted(FIRST_ROUTE))  # the first ones are read
+        running.processes["daemon"].send_signal(signal.SIGSTOP)
+        self.addCleanup(running.processes["daemon"].send_signal, signal.SIGCONT)
+        result = self.as_limited_manager(running, "getnext", f"127.0.0.1:{running.port}", dotted(FIRST_ROUTE))
+        self.assertIn("genError", result.stderr + result.stdout)
+        self.assertNotIn(".3.114.101.100", result.stderr + result.stdout)
 
     def test_user_of_snmpv3_reads_the_tables(self):
         running = self.start('createUser reader SHA "a long password"\nrouser reader auth\n')
