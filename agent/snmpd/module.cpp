@@ -26,6 +26,17 @@ timeval time_until(std::uint64_t when, std::uint64_t now) {
   return value;
 }
 
+// True when another agent has registered the subtree as this module would. snmpd logs each attempt that it
+// refuses.
+bool is_taken(const LongName& root) {
+  const netsnmp_subtree* each = netsnmp_subtree_find(root.data(), root.size(), nullptr, "");
+  for (; each != nullptr; each = each->children) {
+    const bool is_same = snmp_oid_compare(each->name_a, each->namelen, root.data(), root.size()) == 0;
+    if (is_same && each->priority == DEFAULT_MIB_PRIORITY) return true;
+  }
+  return false;
+}
+
 }  // namespace
 
 void WatchedDescriptor::watch(int fd) {
@@ -91,6 +102,7 @@ Module::~Module() {
 void Module::register_subtree() {
   register_at_ = clock_monotonic() + kRegisterAgain;
   const LongName root{tables::kL3vpnObjects};
+  if (is_taken(root)) return refuse();
   netsnmp_handler_registration* const registration = netsnmp_create_handler_registration(
       kName, handle, root.data(), root.size(), HANDLER_CAN_RONLY | HANDLER_CAN_GETBULK);
   if (registration == nullptr) return;
@@ -98,9 +110,14 @@ void Module::register_subtree() {
   if (netsnmp_register_handler(registration) == MIB_REGISTERED_OK) {
     registration_ = registration;
     sink_.set_ready(true);
+    announced_refusal_ = false;
     log_notice(kName, "serves MPLS-L3VPN-STD-MIB");
     return;
   }
+  refuse();
+}
+
+void Module::refuse() {
   if (announced_refusal_) return;
   announced_refusal_ = true;
   log_error(kName,

@@ -51,6 +51,7 @@ class Module {
   static int handle(netsnmp_mib_handler* handler, netsnmp_handler_registration* registration,
                     netsnmp_agent_request_info* info, netsnmp_request_info* requests);
   void register_subtree();
+  void refuse();  // logs once that another agent serves the subtree
   void unregister_subtree();
   void set_up_time();
   // After every event: does what is due, answers what waits, and asks snmpd for the next event.

@@ -435,6 +435,8 @@ class Loading(ModuleTest):
         wait_until("the message", lambda: "another agent serves 1.3.6.1.2.1.10.166.11.1, so this module does not" in
                    running.log("snmpd"))
         self.assertEqual(running.get_value(SCALARS + ".1.0"), "2")
+        time.sleep(4.5 * SLOW)  # it tries every two seconds, and snmpd would log each attempt
+        self.assertEqual(running.log("snmpd").count("duplicate registration"), 0)
         running.kill("agent", signal.SIGTERM)
         wait_until("the rows of the module", lambda: running.get_value(SCALARS + ".1.0") == "2")
         self.assertEqual(running.log("snmpd").count("another agent"), 1)
