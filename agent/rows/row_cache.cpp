@@ -40,9 +40,11 @@ Lookup RowCache::first_at_or_after(oid::View index, Slots slots, std::uint32_t r
   const std::uint64_t now = clock_monotonic();
   Slot* slot = find(index, slots, now);
   if (slot == nullptr) {
+    failed_at_once_ = kStatusOk;
     start_for(index, slots, rows_wanted, now);
     slot = find(index, slots, now);  // the source may answer at once
-    const Status failure = slot != nullptr ? kStatusOk : failure_of(index, slots);
+    Status failure = kStatusOk;
+    if (slot == nullptr) failure = failed_at_once_ != kStatusOk ? failed_at_once_ : failure_of(index, slots);
     if (slot == nullptr && failure == kStatusOk) return Lookup::kPending;
     if (failure == kStatusTimedOut) slot = find_old(index, slots, now);
     if (slot == nullptr) return Lookup::kFailed;
@@ -132,18 +134,25 @@ void RowCache::start_for(oid::View index, Slots slots, std::uint32_t rows_wanted
 }
 
 void RowCache::start(oid::View index, oid::View from, Slots slots, std::uint32_t rows, bool is_ahead) {
-  const auto fetch =
-      fetches_.insert(fetches_.end(), Fetch{oid::Oid(index), oid::Oid(from), slots, rows, is_ahead});
+  const auto fetch = fetches_.insert(
+      fetches_.end(), Fetch{oid::Oid(index), oid::Oid(from), slots, rows, is_ahead, ++starts_});
   const std::string path = set_->single ? set_->path : set_->path + set_->key(set_->index, from);
   const std::vector<std::uint8_t> columns = batch_columns(*set_, slots);
+  starting_ = fetch->number;
   source_->read({path, rows, columns}, [this, fetch](const Batch& batch) { take(fetch, batch); });
+  starting_ = 0;
 }
 
 void RowCache::take(std::list<Fetch>::iterator fetch, const Batch& batch) {
   Fetch done = *fetch;
   fetches_.erase(fetch);
   done.status = fill(done, batch);
-  if (done.status != kStatusOk) failed_.push_back(done);
+  if (done.status == kStatusOk) return;
+  if (done.number == starting_) {
+    failed_at_once_ = done.status;
+  } else {
+    failed_.push_back(done);
+  }
 }
 
 // A table that was read only in part must not look complete: a malformed answer discards the window.

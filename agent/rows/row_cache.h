@@ -85,6 +85,7 @@ class RowCache {
     Slots slots = 0;
     std::uint32_t rows = 0;  // at most
     bool is_ahead = false;   // of the walk that is expected to need it
+    std::uint64_t number = 0;
     Status status = kStatusOk;
   };
 
@@ -113,7 +114,12 @@ class RowCache {
   Slots wanted_ = 0;
   std::vector<Slot> slots_;
   std::list<Fetch> fetches_;
-  std::vector<Fetch> failed_;  // since the requests began
+  // Since the requests began; not those that failed at once, which may be one for each of thousands of
+  // variables.
+  std::vector<Fetch> failed_;
+  std::uint64_t starts_ = 0;
+  std::uint64_t starting_ = 0;         // the number of the batch whose start the source has not returned from
+  Status failed_at_once_ = kStatusOk;  // of the look-up at hand
 };
 
 }  // namespace tables

@@ -338,6 +338,22 @@ class DaemonAway(ModuleTest):
         wait_until("the rows", lambda: running.get_value(SCALARS + ".1.0") == "2")
         self.assertEqual(len(self.column(running, 7)), ROWS)
 
+    def test_large_requests_that_fail_together_delay_no_other_mib(self):
+        running = self.start()
+        time.sleep(1.1 * SLOW)  # the rows that were read have become too old
+        running.processes["daemon"].send_signal(signal.SIGSTOP)
+        index = (3,) + tuple(b"red") + (1, 4, 20)
+
+        def read():
+            for number in range(30):
+                names = [ROUTE_ENTRY + (7 + place % 3,) + index + (place % 8, place % 256, number) for place in range(800)]
+                self.client(running).send(GET_NEXT, names)
+            time.sleep(3 * SLOW)
+        latencies = self.other_mib_while(running, read)
+        self.assertLess(max(latencies), 0.3 * SLOW)
+        running.processes["daemon"].send_signal(signal.SIGCONT)
+        wait_until("the rows", lambda: running.get_value(SCALARS + ".1.0") == "2")
+
     def test_rows_return_after_the_daemon_was_killed(self):
         running = self.start()
         for _ in range(3):
