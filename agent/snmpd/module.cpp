@@ -3,6 +3,7 @@
 #include <sys/time.h>
 
 #include <algorithm>
+#include <cstdlib>
 
 #include "agent/snmpd/variable.h"
 #include "agent/tables/l3vpn_tables.h"
@@ -15,6 +16,7 @@ namespace {
 constexpr char kName[] = "mpls_vpn_snmpd";
 constexpr char kFirstRecord[] = "/oper/mpls_vpn/gl/scalars";
 constexpr std::uint64_t kRegisterAgain = 2 * kNanosecondsPerSecond;
+constexpr std::int64_t kUpTimeTolerance = 2 * std::int64_t{kNanosecondsPerSecond};
 constexpr std::uint64_t kNanosecondsPerTick = kNanosecondsPerSecond / 100;
 
 timeval time_until(std::uint64_t when, std::uint64_t now) {
@@ -141,11 +143,13 @@ int Module::handle(netsnmp_mib_handler* handler, netsnmp_handler_registration* r
   return SNMP_ERR_NOERROR;
 }
 
-// snmpd's sysUpTime and the wall clock run together: once is enough, and keeps time stamps constant.
+// Constant, so that time stamps are, until the wall clock is set.
 void Module::set_up_time() {
-  if (mib_.has_up_time_zero()) return;
   const std::uint64_t up_time = netsnmp_get_agent_uptime() * kNanosecondsPerTick;
-  mib_.set_up_time_zero(static_cast<std::int64_t>(clock_stamp()) - static_cast<std::int64_t>(up_time));
+  const auto zero = static_cast<std::int64_t>(clock_stamp()) - static_cast<std::int64_t>(up_time);
+  if (up_time_zero_ && std::abs(zero - *up_time_zero_) <= kUpTimeTolerance) return;
+  up_time_zero_ = zero;
+  mib_.set_up_time_zero(zero);
 }
 
 void Module::step() {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "agent/daemon_source.h"
@@ -66,6 +67,7 @@ class Module {
   WatchedDescriptor rows_readable_;
   WatchedDescriptor traps_readable_;
   netsnmp_handler_registration* registration_ = nullptr;
+  std::optional<std::int64_t> up_time_zero_;
   std::uint64_t register_at_ = 0;
   bool announced_refusal_ = false;
   unsigned alarm_ = 0;  // 0: none

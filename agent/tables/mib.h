@@ -72,7 +72,6 @@ class Mib {
   // When the sysUpTime that time stamps refer to was 0: nanoseconds since 1970. Events before it, and all
   // events while it is not known, have the time stamp 0.
   void set_up_time_zero(std::optional<std::int64_t> zero_ns) { up_time_zero_ = zero_ns; }
-  bool has_up_time_zero() const { return up_time_zero_.has_value(); }
 
  private:
   struct Object {
