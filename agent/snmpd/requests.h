@@ -12,7 +12,7 @@
 
 namespace snmpd {
 
-inline constexpr std::size_t kMaxWaiting = 64;             // PDUs; what exceeds it is answered genErr
+inline constexpr std::size_t kMaxWaiting = 256;            // PDUs; what exceeds it is answered genErr
 inline constexpr std::uint64_t kLongestPortion = 200'000;  // nanoseconds of answering what has waited
 inline constexpr std::size_t kMostHidden = 256;  // variables that a manager may not see, in one call
 inline constexpr std::uint64_t kLongestWait = 2'000'000'000;  // nanoseconds; then genErr

@@ -338,6 +338,18 @@ class DaemonAway(ModuleTest):
         wait_until("the rows", lambda: running.get_value(SCALARS + ".1.0") == "2")
         self.assertEqual(len(self.column(running, 7)), ROWS)
 
+    def test_many_managers_at_once_get_rows_when_the_daemon_answers_in_time(self):
+        running = self.start()
+        time.sleep(1.1 * SLOW)  # the rows that were read have become too old
+        walkers = [self.client(running) for _ in range(150)]
+        running.processes["daemon"].send_signal(signal.SIGSTOP)
+        for number, walker in enumerate(walkers):
+            walker.send(GET_NEXT, [ROUTE_ENTRY + (7 + number % 10, 3) + tuple(b"red") + (1, 4, 20, 0, number)])
+        time.sleep(0.2)  # less than the time for one call
+        running.processes["daemon"].send_signal(signal.SIGCONT)
+        for walker in walkers:
+            self.assertEqual(len(walker.receive()), 1)
+
     def test_large_requests_that_fail_together_delay_no_other_mib(self):
         running = self.start()
         time.sleep(1.1 * SLOW)  # the rows that were read have become too old
