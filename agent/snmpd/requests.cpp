@@ -87,10 +87,19 @@ void fail(netsnmp_agent_request_info* info, netsnmp_request_info* request) {
   netsnmp_set_request_error(info, request, SNMP_ERR_GENERR);
 }
 
+Peer peer_of(netsnmp_session* session) {
+  Peer peer;
+  void* const pointer = snmp_sess_pointer(session);
+  const netsnmp_transport* const transport = pointer == nullptr ? nullptr : snmp_sess_transport(pointer);
+  socklen_t size = sizeof peer.address;
+  if (transport != nullptr) getpeername(transport->sock, reinterpret_cast<sockaddr*>(&peer.address), &size);
+  return peer;
+}
+
 // snmpd keeps a PDU whose connection has ended, and would send its answer through the session, which is
 // freed.
-bool drop_without_session(netsnmp_agent_session* pdu) {
-  if (snmp_sess_pointer(pdu->session) != nullptr) return false;
+bool drop_without_session(netsnmp_agent_session* pdu, const Peer& peer) {
+  if (snmp_sess_pointer(pdu->session) != nullptr && peer_of(pdu->session) == peer) return false;
   netsnmp_remove_from_delegated(pdu);
   netsnmp_remove_and_free_agent_snmp_session(pdu);
   return true;
@@ -120,7 +129,7 @@ void Requests::answer(netsnmp_mib_handler* handler, netsnmp_handler_registration
   }
   if (!waits) return;
   waiting_.push_back({netsnmp_create_delegated_cache(handler, registration, info, requests, nullptr),
-                      clock_monotonic() + kLongestWait});
+                      clock_monotonic() + kLongestWait, peer_of(info->asp->session)});
 }
 
 // False while the daemon's answer is under way.
@@ -188,28 +197,28 @@ bool Requests::answer_next(netsnmp_agent_request_info* info, netsnmp_request_inf
 }
 
 // In portions, between which snmpd sends the answers and serves other requests: after an outage of the daemon
-// all that waits can be answered at once.
+// all that waits can be answered at once. The next portion continues where this one ends, so that a PDU with
+// many variables does not keep those after it from their answers.
 void Requests::resume() {
   const std::uint64_t now = clock_monotonic();
   has_paused_ = false;
-  for (auto waiting = waiting_.begin(); waiting != waiting_.end();) {
+  for (std::size_t rest = waiting_.size(); rest > 0; --rest) {
     if (clock_monotonic() - now > kLongestPortion) {
       has_paused_ = true;
       return;
     }
-    if (resume_one(*waiting, now >= waiting->overdue_at)) {
-      netsnmp_free_delegated_cache(waiting->cache);
-      waiting = waiting_.erase(waiting);
-    } else {
-      ++waiting;
-    }
+    if (continues_at_ == waiting_.end()) continues_at_ = waiting_.begin();
+    const auto waiting = continues_at_++;
+    if (!resume_one(*waiting, now >= waiting->overdue_at)) continue;
+    netsnmp_free_delegated_cache(waiting->cache);
+    waiting_.erase(waiting);
   }
 }
 
 // True when nothing of it waits any more. snmpd may have forgotten the PDU: its variables are then freed.
 bool Requests::resume_one(const Waiting& waiting, bool is_overdue) {
   const netsnmp_delegated_cache* const cache = netsnmp_handler_check_cache(waiting.cache);
-  if (cache == nullptr || drop_without_session(cache->reqinfo->asp)) return true;
+  if (cache == nullptr || drop_without_session(cache->reqinfo->asp, waiting.peer)) return true;
   mib_->forget_wanted();
   want(cache->requests);
   bool waits = false;
@@ -245,6 +254,7 @@ void Requests::abandon() {
   }
   if (!waiting_.empty()) netsnmp_check_delegated_requests();  // sends the answers
   waiting_.clear();
+  continues_at_ = waiting_.end();
 }
 
 std::uint64_t Requests::deadline() const {

@@ -2,8 +2,11 @@
 // or, when the daemon's answer is under way, delegated and answered later, in the order of their arrival.
 #pragma once
 
+#include <sys/socket.h>
+
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <functional>
 #include <list>
 
@@ -16,6 +19,15 @@ inline constexpr std::size_t kMaxWaiting = 256;            // PDUs; what exceeds
 inline constexpr std::uint64_t kLongestPortion = 200'000;  // nanoseconds of answering what has waited
 inline constexpr std::size_t kMostHidden = 256;  // variables that a manager may not see, in one call
 inline constexpr std::uint64_t kLongestWait = 2'000'000'000;  // nanoseconds; then genErr
+
+// The other end of a session's connection; the default without one. Distinguishes a session from a later one
+// that has the same address in memory.
+struct Peer {
+  sockaddr_storage address{};
+  bool operator==(const Peer& other) const {
+    return std::memcmp(&address, &other.address, sizeof address) == 0;
+  }
+};
 
 class Requests {
  public:
@@ -39,6 +51,7 @@ class Requests {
   struct Waiting {
     netsnmp_delegated_cache* cache;
     std::uint64_t overdue_at;
+    Peer peer;  // of its session
   };
 
   void want(netsnmp_request_info* requests);
@@ -50,6 +63,7 @@ class Requests {
 
   tables::Mib* mib_;
   std::list<Waiting> waiting_;
+  std::list<Waiting>::iterator continues_at_ = waiting_.end();  // the next to resume
   bool has_paused_ = false;  // one of them continues in a later iteration of snmpd's loop
 };
 

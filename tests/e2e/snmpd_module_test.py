@@ -267,6 +267,22 @@ class Sessions(ModuleTest):
             self.assertEqual(running.snmp("get", dotted(UP_TIME)).returncode, 0)
             self.expect_rows(running)
 
+    def test_answer_is_not_sent_to_a_later_connection(self):
+        running = self.start_with_tcp()
+        for _ in range(3):
+            time.sleep(1.1 * SLOW)  # the rows that were read have become too old
+            running.processes["daemon"].send_signal(signal.SIGSTOP)
+            asker = self.connect(running)
+            asker.sendall(self.client(running).message(GET_NEXT, [FIRST_ROUTE]))
+            time.sleep(0.03)
+            asker.close()
+            time.sleep(0.03)
+            later = self.connect(running)
+            time.sleep(0.05)
+            running.processes["daemon"].send_signal(signal.SIGCONT)
+            later.settimeout(0.6 * SLOW)
+            self.assertRaises(TimeoutError, later.recv, 4096)
+
     def test_configuration_that_is_read_again_while_requests_wait(self):
         running = self.start_with_tcp()
         for _ in range(3):
