@@ -19,89 +19,29 @@
 #include "agent/responder.h"
 #include "agent/tables/l3vpn_tables.h"
 #include "agent/tables/mib.h"
+#include "agent/tables/tables_test_support.h"
 #include "fuzz/support.h"
-#include "mpls/vpn/mib/src/records/layouts.h"
 #include "platform/core/base/clock.h"
-#include "platform/store/tree/kvtree.h"
 
 namespace {
 
 using fuzz::require;
 
-kvtree::Octets encode(const ParcelDescription& description, const void* record) {
-  std::uint8_t* data = nullptr;
-  std::size_t length = 0;
-  require(parcel_encode(&description, record, &data, &length) == kStatusOk);
-  kvtree::Octets octets(data, data + length);
-  std::free(data);
-  return octets;
+constexpr std::uint32_t kRows = 200;
+
+// The rows RED.1 to RED.200, and 10.0.0.0/8 in RED.
+agent_test::FakeDaemon& rows() {
+  static agent_test::FakeDaemon& daemon = *[] {
+    auto* made = new agent_test::FakeDaemon;
+    for (std::uint32_t index = 1; index <= kRows; ++index) made->AddInterface("RED", index);
+    made->AddRoute("RED", "10.0.0.0/8", "192.0.2.1");
+    return made;
+  }();
+  daemon.paths.clear();
+  daemon.columns.clear();
+  daemon.rows_asked.clear();
+  return daemon;
 }
-
-// The rows RED.1 to RED.200.
-class Rows : public tables::RowSource {
- public:
-  kvtree::GetResult get(std::string_view) override {
-    const mpls_vpn_mib_scalars record = {1, 1, 200, 1, 0, 0};
-    return {kStatusOk, encode(kMibScalarsParcel, &record)};
-  }
-
-  kvtree::WalkResult walk(std::string_view path, std::uint32_t max_rows) override {
-    constexpr std::string_view kRoot = "/oper/mpls_vpn/gl/";
-    constexpr std::string_view kBefore = "/oper/mpls_vpn/gl/interface-next/";
-    require(path.starts_with(kRoot) && path.size() < 1024);
-    if (path.substr(kRoot.size()).starts_with("route-next/")) return routes(path);
-    if (!path.starts_with(kBefore)) return {kStatusNoSuchRow, {}, true};
-    const std::string key(path.substr(kBefore.size()));
-    const std::size_t slash = key.find('/');
-    require(slash != std::string::npos);
-    const std::string name = decode(key.substr(0, slash));
-    std::uint32_t index = static_cast<std::uint32_t>(std::strtoul(key.c_str() + slash + 1, nullptr, 10));
-    const bool before = name.size() < kVrf.size() || (name.size() == kVrf.size() && name < kVrf);
-    if (before || index == 0) index = 1;
-    if (!before && name != kVrf) index = kRows + 1;
-    kvtree::WalkResult result;
-    for (; index <= kRows && result.rows.size() < max_rows; ++index) result.rows.push_back(row(index));
-    result.status = result.rows.empty() ? kStatusNoSuchRow : kStatusOk;
-    result.end = index > kRows;
-    return result;
-  }
-
- private:
-  // 10.0.0.0/8 in RED, for a read from the start.
-  static kvtree::WalkResult routes(std::string_view path) {
-    if (!path.ends_with("//1/0/1/0/0")) return {kStatusNoSuchRow, {}, true};
-    std::uint8_t destination[] = {10, 0, 0, 0};
-    std::uint8_t next_hop[] = {192, 0, 2, 1};
-    std::string red(kVrf);
-    mpls_vpn_mib_route record{};
-    record.destType = 1;
-    record.dest = {sizeof destination, destination};
-    record.mask = 8;
-    record.nextHopType = 1;
-    record.nextHop = {sizeof next_hop, next_hop};
-    record.vrfName = red.data();
-    return {kStatusOk, {encode(kMibRouteParcel, &record)}, true};
-  }
-
-  static constexpr std::uint32_t kRows = 200;
-  static constexpr std::string_view kVrf = "RED";
-
-  static std::string decode(const std::string& encoded) {
-    char* text = nullptr;
-    require(kvtree_string_decode(encoded.c_str(), &text) == kStatusOk);
-    std::string decoded = text;
-    std::free(text);
-    return decoded;
-  }
-
-  static kvtree::Octets row(std::uint32_t index) {
-    std::string name = "ge0";
-    std::string vrf(kVrf);
-    const mpls_vpn_mib_interface record = {name.data(), static_cast<std::int32_t>(index), 2, 0x40, 5, 1,
-                                           vrf.data()};
-    return encode(kMibInterfaceParcel, &record);
-  }
-};
 
 void check_response(const agentx::Header& header, agentx::Bytes payload) {
   require(header.type == agentx::PduType::kResponse || header.type == agentx::PduType::kPing);
@@ -190,8 +130,7 @@ void run_session(agentx::Bytes input, tables::Mib* mib) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size < 3 || size > 16384) return 0;
-  Rows rows;
-  tables::Mib mib(tables::l3vpn_tables(), rows, kNanosecondsPerSecond);
+  tables::Mib mib(tables::l3vpn_tables(), rows(), kNanosecondsPerSecond);
   const agentx::Bytes input = agentx::Bytes(data, size).subspan(1);
   if (data[0] % 4 == 0) {
     run_session(input, &mib);

@@ -98,7 +98,7 @@ void finish(kernel::TableRoutes* table, const Routes& routes) {
   table->begin_walk();
   while (table->is_walking()) table->walk(3);
   if (table->take_counters().refused != 0 && !routes.deep_labels) abort();
-  table->begin_reading(kernel::TableRoutes::Reading::kVerify);
+  table->begin_reading(kernel::TableRoutes::Reading::kVerify, false);
   while (table->end_some(3)) {
   }
   if (routes.model->routes().count(table->id()) != 0) abort();
