@@ -30,6 +30,13 @@ class CheckpointCommits : public CheckpointTest {
     Await(number);
     return number;
   }
+  // The number of the commit of this record, which waits for the disk now.
+  std::uint64_t CommitOf(const std::string& key, const std::string& data, BlockedDisk& disk) {
+    Put(key, data);
+    const std::uint64_t number = chkpt_begin_flush();
+    disk.await_write();
+    return number;
+  }
   // The rows on the disk, as another process finds them now.
   std::vector<Row> Stored() const {
     const std::string copy = directory.path() + "/copy.db";
@@ -62,9 +69,7 @@ TEST_F(CheckpointCommits, LoopServesTimersWhileACommitWaitsForTheDisk) {
 
 TEST_F(CheckpointCommits, ChangesDuringACommitAreInTheNextOne) {
   BlockedDisk disk;
-  Put("key1", "one");
-  const std::uint64_t first = chkpt_begin_flush();
-  disk.await_write();
+  const std::uint64_t first = CommitOf("key1", "one", disk);
   EXPECT_EQ(chkpt_begin_flush(), first) << "nothing else has changed";
   Put("key2", "two");
   const std::uint64_t second = chkpt_begin_flush();
@@ -95,9 +100,7 @@ TEST_F(CheckpointCommits, ChangesOfAContinuousFloodShareCommits) {
 
 TEST_F(CheckpointCommits, RecordCreatedInACommitAndDeletedBeforeItsEndLeavesNoRow) {
   BlockedDisk disk;
-  Put("key1", "one");
-  ASSERT_NE(chkpt_begin_flush(), 0U);
-  disk.await_write();
+  ASSERT_NE(CommitOf("key1", "one", disk), 0U);
   ASSERT_EQ(chkpt_delete(table, Map("key1")), kStatusOk);
   Put("key1", "again");
   const std::uint64_t second = chkpt_begin_flush();
@@ -110,9 +113,7 @@ TEST_F(CheckpointCommits, RecordCreatedInACommitAndDeletedBeforeItsEndLeavesNoRo
 
 TEST_F(CheckpointCommits, RecordThatChangesDuringItsCommitHasTheLastData) {
   BlockedDisk disk;
-  Put("key1", "one");
-  ASSERT_NE(chkpt_begin_flush(), 0U);
-  disk.await_write();
+  ASSERT_NE(CommitOf("key1", "one", disk), 0U);
   Put("key1", "two");
   const std::uint64_t second = chkpt_begin_flush();
   disk.release();
@@ -154,9 +155,7 @@ TEST_F(CheckpointCommits, FailedCommitReturnsWhatDidNotChangeAgain) {
 TEST_F(CheckpointCommits, CommitThatWaitsForTheDiskForASecondIsLogged) {
   ManualClock clock(1000);
   BlockedDisk disk;
-  Put("key1", "one");
-  const std::uint64_t number = chkpt_begin_flush();
-  disk.await_write();
+  const std::uint64_t number = CommitOf("key1", "one", disk);
   CaptureStderr();
   clock.advance(kNanosecondsPerSecond);
   event_run_pending(manager);

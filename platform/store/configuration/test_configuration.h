@@ -116,6 +116,9 @@ class ConfigTest : public StoreTest {
     kvtree_reset();
     ASSERT_EQ(Keep(), kStatusOk);
   }
+  void Make(std::string_view owner, const std::vector<KvConfigChange>& changes, std::string_view comment) {
+    ASSERT_EQ(kvtree_config_commit(owner, changes, comment, &id, &error), kStatusOk) << error;
+  }
   // Makes a commit and returns the subscriber's notifications.
   std::vector<std::string> Commit(std::string_view owner, const std::vector<KvConfigChange>& changes) {
     EXPECT_EQ(kvtree_config_commit(owner, changes, "", &id, &error), kStatusOk) << error;
