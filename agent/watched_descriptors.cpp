@@ -83,7 +83,7 @@ std::array<std::uint32_t, WatchedDescriptors::kKeys> WatchedDescriptors::wait(st
   return found;
 }
 
-// It is no longer readable and is set again for the next wait.
+// Reading clears the expiration, or the next wait would end at once.
 void WatchedDescriptors::take_timer() {
   std::uint64_t expirations = 0;
   if (read(timer_, &expirations, sizeof expirations) < 0 && errno != EAGAIN)

@@ -42,7 +42,7 @@ inline constexpr std::uint64_t kOldRows = 5 * kNanosecondsPerSecond;
 
 enum class Lookup {
   kRow,
-  kEnd,      // there is no row at or after the index
+  kEnd,      // no row at or after the index
   kFailed,   // the source has no answer
   kPending,  // the answer needs a batch that is under way
 };

@@ -117,7 +117,7 @@ class RouteStore {
   [[nodiscard]] bool end_refresh(RouteTableId table, std::size_t limit, std::size_t* erased = nullptr);
 
   // As put() of every row of one prefix, unchanged, if the first has this origin; the next hop of `prefix` is
-  // zero. kAbsent: there is no row.
+  // zero. Returns kAbsent if the prefix has no rows.
   [[nodiscard]] RouteRetention keep(RouteTableId table, const RouteKey& prefix, std::uint32_t origin);
   // Calls `visit` for the rows of one prefix. The table must not change meanwhile.
   void visit_prefix(RouteTableId table, const RouteKey& prefix,

@@ -285,7 +285,7 @@ void QueueFile::end_writing_anew(Status status, std::size_t octets) {
   synchronize_name();
 }
 
-// It has everything, and an append may still succeed where there is no room for a second file.
+// The former file is complete, and an append may succeed on a disk that has no room for a second file.
 void QueueFile::continue_former(Status status) {
   since_ = {};
   retry_at_ = clock_monotonic() + kNanosecondsPerSecond;

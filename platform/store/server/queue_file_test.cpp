@@ -200,7 +200,7 @@ class ServedQueue : public StoredQueue {
     event_manager_destroy(manager);
   }
   void Serve() { queue->use_thread(manager); }
-  // Appends until most of the file is no longer needed.
+  // Appends until most of the file belongs to acknowledged notifications.
   void FillFile() {
     for (int round = 0; round < 2000 && Size() < kMegabyte + 1000; ++round) {
       for (int i = 0; i < 10; ++i) Push(std::string(100, 'x'));

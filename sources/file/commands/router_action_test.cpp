@@ -213,7 +213,7 @@ TEST_F(RouterCommands, ShowOfANameIsLimitedToIt) {
   Do("show later");
   EXPECT_EQ(text_, "vrf later referenced");
   EXPECT_EQ(Say("show nothing"), kStatusNoSuchRow);
-  EXPECT_EQ(text_, "there is no VRF and no interface \"nothing\"");
+  EXPECT_EQ(text_, "no VRF or interface is named \"nothing\"");
 }
 
 TEST_F(RouterCommands, ShowOfALargeRouterIsBounded) {

@@ -232,6 +232,6 @@ Status router_show(const RouterCommandContext& context) {
   }
   *context.text = show->text();
   if (!context.text->empty()) return kStatusOk;
-  *context.text = "there is no VRF and no interface \"" + context.arguments[0] + "\"";
+  *context.text = "no VRF or interface is named \"" + context.arguments[0] + "\"";
   return kStatusNoSuchRow;
 }

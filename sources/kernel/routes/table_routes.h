@@ -71,7 +71,8 @@ class TableRoutes {
   bool lists(KernelRoute route) const;
   // Applies the announcements to the rows.
   void commit();
-  // Announcements were lost: the table is no longer known. A running reading is the first.
+  // Call after lost announcements: the rows may be wrong until the next reading, and a reading that runs
+  // counts as the first.
   void forget_announcements();
 
   // Something that the routes depend on changed: visits every prefix.
