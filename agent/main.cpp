@@ -2,10 +2,8 @@
 // agent, from the daemon's data.
 //
 // Ends with status 0 on SIGTERM or SIGINT, after closing the session with the master agent; with 1 when it
-// cannot start, with 2 for wrong arguments.
+// cannot start, with 2 for wrong arguments. SIGHUP connects again.
 #include <signal.h>
-#include <sys/signalfd.h>
-#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <cerrno>
@@ -15,6 +13,8 @@
 #include <string>
 #include <string_view>
 
+#include "agent/rows/row_cache.h"
+#include "agent/service/run.h"
 #include "agent/sub_agent.h"
 #include "platform/core/base/log.h"
 #include "platform/store/client/client.h"
@@ -28,7 +28,7 @@ struct CommandLine {
   std::string agentx_socket = "/var/agentx/master";
   std::string daemon_socket;
   std::string run_directory;
-  unsigned row_age_ms = 1000;
+  unsigned row_age_ms = tables::kRowAgeMs;
   bool verbose = false;
 };
 
@@ -40,7 +40,7 @@ void describe(CLI::App* app, CommandLine* line) {
                   "Unix socket of the daemon (default: in the run directory)");
   app->add_option("--run-dir", line->run_directory, "run directory of the daemon");
   app->add_option("--row-age", line->row_age_ms, "milliseconds for which a row that was read is served again")
-      ->check(CLI::Range(0U, 60'000U))
+      ->check(CLI::Range(0U, tables::kMostRowAgeMs))
       ->capture_default_str();
   app->add_flag("--verbose", line->verbose, "print a line for each request");
 }
@@ -53,31 +53,6 @@ agent::SubAgentOptions to_options(const CommandLine& line) {
   options.row_age_ns = line.row_age_ms * kNanosecondsPerMillisecond;
   options.verbose = line.verbose;
   return options;
-}
-
-// A descriptor that becomes readable when the process is asked to terminate; -1 with errno.
-int open_end_signals() {
-  sigset_t signals;
-  sigemptyset(&signals);
-  sigaddset(&signals, SIGTERM);
-  sigaddset(&signals, SIGINT);
-  if (sigprocmask(SIG_BLOCK, &signals, nullptr) != 0) return -1;
-  return signalfd(-1, &signals, SFD_NONBLOCK | SFD_CLOEXEC);
-}
-
-int run(const CommandLine& line) {
-  const int end_signals = open_end_signals();
-  if (end_signals < 0) {
-    log_error("mpls_vpn_snmp", "signalfd: %s", std::strerror(errno));
-    return EXIT_FAILURE;
-  }
-  if (!line.verbose) log_limit(kLogLines, kLogInterval);
-  agent::SubAgent sub_agent(to_options(line));
-  while (!sub_agent.run_once(end_signals, -1)) {
-  }
-  sub_agent.shut_down();
-  close(end_signals);
-  return EXIT_SUCCESS;
 }
 
 int parse_and_run(int argc, char** argv) {
@@ -94,7 +69,8 @@ int parse_and_run(int argc, char** argv) {
     log_error("mpls_vpn_snmp", "setenv: %s", std::strerror(errno));
     return EXIT_FAILURE;
   }
-  return run(line);
+  if (!line.verbose) log_limit(kLogLines, kLogInterval);
+  return agent::run_as_service(to_options(line));
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include "agent/responder.h"
 
 #include "agent/value_type.h"
+#include "platform/core/base/clock.h"
 
 namespace agent {
 namespace {
@@ -67,7 +68,6 @@ Responder::Outcome Responder::answer_body(const Header& request, Reader* reader,
   bool default_context = true;
   if (!read_context(request, reader, &default_context)) return {Error::kParseError, 0};
   if (!default_context) return {Error::kUnsupportedContext, 0};
-  mib_->begin_requests();
   switch (request.type) {
     case PduType::kGet:
       return answer_get(reader, writer);
@@ -85,6 +85,13 @@ Responder::Outcome Responder::answer_body(const Header& request, Reader* reader,
     default:
       return {Error::kParseError, 0};
   }
+}
+
+// Rows of other tables than the one that was waited for are older now, too.
+bool Responder::waits() {
+  if (!wait_ || !wait_()) return false;
+  mib_->set_time(clock_monotonic());
+  return true;
 }
 
 // What all ranges need is read together.

@@ -17,8 +17,9 @@ class Responder {
   // The MIB must outlive it.
   explicit Responder(tables::Mib& mib, Wait wait = nullptr) : mib_(&mib), wait_(std::move(wait)) {}
 
-  // Appends the response. The payload is untrusted: it answers parseError for one that cannot be decoded, and
-  // genErr for a variable for which the daemon has no answer. A CleanupSet has no response.
+  // Appends the response; the MIB's requests have begun. The payload is untrusted: it answers parseError for
+  // one that cannot be decoded, and genErr for a variable for which the daemon has no answer. A CleanupSet
+  // has no response.
   void answer(const agentx::Header& request, agentx::Bytes payload, agentx::Writer* writer);
 
  private:
@@ -35,7 +36,7 @@ class Responder {
   agentx::Error write_next(const agentx::SearchRange& range, agentx::Writer* writer, bool* end);
 
   void want(agentx::Reader ranges);
-  bool waits() const { return wait_ && wait_(); }
+  bool waits();
 
   tables::Mib* mib_;
   Wait wait_;

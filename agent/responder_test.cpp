@@ -47,6 +47,7 @@ class ResponderTest : public testing::Test {
   Reply Send(const Header& request, const std::vector<std::uint8_t>& payload) {
     std::vector<std::uint8_t> output;
     agentx::Writer writer(&output);
+    mib_.begin_requests(clock_monotonic());
     responder_.answer(request, payload, &writer);
     Reply reply;
     reply.octets = output.size();
@@ -89,7 +90,12 @@ class ResponderTest : public testing::Test {
   ManualClock clock_{1000 * kNanosecondsPerSecond};
   FakeDaemon daemon_;
   tables::Mib mib_{tables::l3vpn_tables(), daemon_, kNanosecondsPerSecond};
-  agent::Responder responder_{mib_};
+  bool waits_ = false;  // for batches that the daemon answers later, 200 ms each
+  agent::Responder responder_{mib_, [this] {
+                                clock_.advance(kNanosecondsPerSecond / 5);
+                                daemon_.Deliver();
+                                return waits_;
+                              }};
 };
 
 TEST_F(ResponderTest, GetAnswersValuesAndExceptionsInOrder) {
@@ -108,6 +114,18 @@ TEST_F(ResponderTest, GetAnswersValuesAndExceptionsInOrder) {
   EXPECT_EQ(reply.variables[2].type, ValueType::kNoSuchObject);
   EXPECT_EQ(reply.variables[2].name, Text(scalar(9)));
   EXPECT_EQ(reply.variables[3].type, ValueType::kOctetString);
+}
+
+TEST_F(ResponderTest, RowsThatBecameTooOldDuringTheWaitForOthersAreReadAgain) {
+  daemon_.AddInterface("RED", 11);
+  Ask(PduType::kGet, {{if_conf(3, "RED", 11), {}}});
+  daemon_.RemoveInterface("RED", 11);
+  clock_.advance(kNanosecondsPerSecond * 9 / 10);
+  waits_ = true;
+  daemon_.Delay();
+  const Reply reply = Ask(PduType::kGet, {{scalar(1), {}}, {if_conf(3, "RED", 11), {}}});
+  ASSERT_EQ(reply.variables.size(), 2U);
+  EXPECT_EQ(reply.variables[1].type, ValueType::kNoSuchInstance);
 }
 
 TEST_F(ResponderTest, TruthValueIsAnInteger) {

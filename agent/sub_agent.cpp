@@ -20,6 +20,9 @@ static_assert(EPOLLIN == POLLIN && EPOLLOUT == POLLOUT && EPOLLHUP == POLLHUP &&
 
 enum Key : std::size_t { kSession, kRows, kWake, kTraps };
 
+constexpr std::uint64_t kLastWait = kNanosecondsPerSecond;  // for the master agent's last answers
+constexpr int kLastWaitPartMs = 10;
+
 constexpr const char* kFirstRecord = "/oper/mpls_vpn/gl/scalars";
 
 agentx::SessionOptions session_options(const SubAgentOptions& options) {
@@ -57,7 +60,9 @@ TrapSink::Sent MasterSink::send(const TrapNotification& notification, std::uint3
 }
 
 void SubAgent::answer(const agentx::Header& request, agentx::Bytes payload, agentx::Writer* writer) {
+  queries_.note_query();
   daemon_.begin_request();
+  mib_.begin_requests(session_.handled_at());
   mib_.set_up_time_zero(session_.up_time_zero());
   const std::size_t begin = writer->position();
   responder_.answer(request, payload, writer);
@@ -72,16 +77,20 @@ void SubAgent::step() {
   if (daemon_.had_data()) session_.allow_registration();
   session_.step();
   traps_.step();
+  queries_.step(session_.registered());
   flood_end_ = log_report_floods();
 }
 
 std::uint64_t SubAgent::deadline() const {
-  return std::min({daemon_.deadline(), session_.deadline(), traps_.deadline(), flood_end_});
+  return std::min(
+      {daemon_.deadline(), session_.deadline(), traps_.deadline(), queries_.deadline(), flood_end_});
 }
 
 bool SubAgent::run_once(int wake_fd, int max_wait_ms) {
   if (!std::exchange(started_, true)) step();  // later ones follow the events
-  watched_.watch(kSession, session_.fd(), static_cast<std::uint32_t>(session_.events()), session_.losses());
+  const auto session_events = static_cast<std::uint32_t>(session_.events()) | EPOLLET;
+  watched_.watch(kSession, session_.fd(), session_events, session_.losses());
+  if (session_.has_more()) watched_.ask_again();
   watched_.watch(kRows, daemon_.fd(), EPOLLIN, daemon_.connections());
   watched_.watch(kWake, wake_fd, EPOLLIN, 0);
   watched_.watch(kTraps, traps_.fd(), EPOLLIN, traps_.connections());
@@ -96,6 +105,32 @@ bool SubAgent::run_once(int wake_fd, int max_wait_ms) {
                              events[WatchedDescriptors::kTimer] == 0;
   if (!only_requests || !session_.registered() || traps_.has_traps()) step();
   return events[kWake] != 0;
+}
+
+SubAgent::Condition SubAgent::condition() const {
+  if (!daemon_.had_data()) return Condition::kWaitsForDaemon;
+  if (!session_.registered()) return Condition::kWaitsForMaster;
+  return daemon_.is_away() ? Condition::kLacksDaemon : Condition::kServes;
+}
+
+void SubAgent::await_confirmations() {
+  sink_.end();
+  const std::uint64_t end = clock_monotonic() + kLastWait;
+  while (session_.has_unanswered_notifies() && clock_monotonic() < end) run_once(-1, kLastWaitPartMs);
+  traps_.finish();
+}
+
+void SubAgent::reconnect() {
+  await_confirmations();
+  session_.reconnect();
+  daemon_.reconnect();
+  traps_.start_over();
+  sink_.resume();
+}
+
+void SubAgent::shut_down() {
+  await_confirmations();
+  session_.shut_down();
 }
 
 }  // namespace agent

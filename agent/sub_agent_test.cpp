@@ -16,6 +16,7 @@ using agent_test::if_conf;
 using agent_test::Reply;
 using agent_test::scalar;
 using agent_test::SubAgentTest;
+using agent_test::write_request;
 using agentx::PduType;
 using oid::Oid;
 
@@ -182,6 +183,47 @@ TEST_F(SubAgentTest, RowsOfADaemonThatEndedAreNotServed) {
   EXPECT_EQ(Ask(PduType::kGet, {scalar(1)}).head.error, 5);
 }
 
+TEST_F(SubAgentTest, RequestFromAWindowReadsTheClockOnce) {
+  daemon_.Start(100);
+  Run();
+  ASSERT_EQ(Ask(PduType::kGetNext, {if_conf(5, "RED", 1)}).head.error, 0);
+  std::vector<std::uint8_t> octets;
+  agentx::Writer writer(&octets);
+  write_request(PduType::kGetNext, {if_conf(5, "RED", 2), if_conf(5, "RED", 3)}, &writer);
+  master_.Send(octets);
+  const std::uint64_t begin = clock_monotonic();
+  clock_.tick(1);
+  sub_agent_.run_once(-1, 0);
+  clock_.tick(0);
+  EXPECT_EQ(clock_monotonic() - begin, 1U);
+  EXPECT_TRUE(TakePdus());
+}
+
+// More than the sub-agent reads at once; the kernel announces it once.
+TEST_F(SubAgentTest, RequestsOfManyReadingsAreAllAnswered) {
+  daemon_.Start(5);
+  Run();
+  ASSERT_TRUE(sub_agent_.registered());
+  constexpr std::size_t kRequests = 1500;
+  std::vector<std::uint8_t> octets;
+  agentx::Writer writer(&octets);
+  for (std::size_t i = 0; i < kRequests; ++i) write_request(PduType::kGet, {scalar(1)}, &writer);
+  ASSERT_GT(octets.size(), std::size_t{64} << 10U);
+  master_.Send(octets);
+  Run();
+  EXPECT_EQ(replies_.size(), kRequests);
+}
+
+TEST_F(SubAgentTest, EndOfTheConnectionIsNoticedAfterTheOctetsBeforeIt) {
+  daemon_.Start(5);
+  Run();
+  ASSERT_TRUE(sub_agent_.registered());
+  master_.Send({1, 5});  // part of a header
+  HangUp();
+  Run();
+  EXPECT_FALSE(sub_agent_.registered());
+}
+
 TEST_F(SubAgentTest, WakeDescriptorEndsTheWait) {
   int ends[2];
   ASSERT_EQ(pipe(ends), 0);
@@ -190,6 +232,58 @@ TEST_F(SubAgentTest, WakeDescriptorEndsTheWait) {
   EXPECT_TRUE(sub_agent_.run_once(ends[0], -1));
   close(ends[0]);
   close(ends[1]);
+}
+
+// --- Queries that never come
+
+TEST_F(SubAgentTest, SubtreeThatIsNeverAskedForIsLoggedOnceWithTheLikelyCause) {
+  daemon_.Start(5);
+  Run();
+  ASSERT_TRUE(sub_agent_.registered());
+  const auto log_after = [this](std::uint64_t milliseconds) {
+    testing::internal::CaptureStderr();
+    Pass(milliseconds);
+    Run();
+    return testing::internal::GetCapturedStderr();
+  };
+  EXPECT_EQ(log_after(59'000), "");
+  EXPECT_THAT(log_after(2'000),
+              testing::HasSubstr("registered for 60 s, and snmpd has not asked for any object: "));
+  EXPECT_EQ(log_after(120'000), "");
+}
+
+TEST_F(SubAgentTest, SubtreeThatWasAskedForIsNotReported) {
+  daemon_.Start(5);
+  Run();
+  ASSERT_EQ(Ask(PduType::kGet, {scalar(1)}).head.error, 0);
+  testing::internal::CaptureStderr();
+  Pass(61'000);
+  Run();
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
+// --- Connecting again
+
+TEST_F(SubAgentTest, ReconnectsToTheMasterAgentAndTheDaemon) {
+  daemon_.Start(5);
+  Run();
+  ASSERT_TRUE(sub_agent_.registered());
+  sub_agent_.reconnect();
+  EXPECT_FALSE(sub_agent_.registered());
+  EXPECT_EQ(sub_agent_.condition(), agent::SubAgent::Condition::kWaitsForMaster);
+  Run();
+  EXPECT_EQ(sub_agent_.condition(), agent::SubAgent::Condition::kServes);
+  EXPECT_EQ(Ask(PduType::kGet, {scalar(1)}).head.error, 0);
+}
+
+TEST_F(SubAgentTest, ConditionNamesWhatIsAwaited) {
+  EXPECT_EQ(sub_agent_.condition(), agent::SubAgent::Condition::kWaitsForDaemon);
+  daemon_.Start(5);
+  Run();
+  EXPECT_EQ(sub_agent_.condition(), agent::SubAgent::Condition::kServes);
+  daemon_.Kill();
+  Run();
+  EXPECT_EQ(sub_agent_.condition(), agent::SubAgent::Condition::kLacksDaemon);
 }
 
 }  // namespace

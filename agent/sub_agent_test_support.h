@@ -19,6 +19,19 @@ struct Reply {
   std::vector<Bound> variables;
 };
 
+// A request of the session for these names, without an end of the range.
+inline void write_request(agentx::PduType type, const std::vector<oid::Oid>& names, agentx::Writer* writer) {
+  agentx::Header header;
+  header.type = type;
+  header.session = 9;
+  writer->begin(header);
+  for (const oid::Oid& name : names) {
+    writer->name(name.view());
+    writer->name({});
+  }
+  writer->end();
+}
+
 class SubAgentTest : public testing::Test {
  protected:
   agent::SubAgentOptions Options() {
@@ -87,15 +100,7 @@ class SubAgentTest : public testing::Test {
   Reply Ask(agentx::PduType type, const std::vector<oid::Oid>& names) {
     std::vector<std::uint8_t> output;
     agentx::Writer writer(&output);
-    agentx::Header header;
-    header.type = type;
-    header.session = 9;
-    writer.begin(header);
-    for (const oid::Oid& name : names) {
-      writer.name(name.view());
-      writer.name({});
-    }
-    writer.end();
+    write_request(type, names, &writer);
     master_.Send(output);
     replies_.clear();
     Run();

@@ -4,9 +4,11 @@
 #include "agent/trap_feed.h"
 
 #include <algorithm>
+#include <new>
 #include <utility>
 
 #include "mpls/vpn/mib/src/records/mib_constants.h"
+#include "platform/core/base/fault.h"
 #include "platform/core/base/log.h"
 
 namespace agent {
@@ -17,8 +19,12 @@ constexpr std::uint64_t kAcknowledgeAfter = 16;  // a fraction of the window tha
 
 }  // namespace
 
-TrapFeed::TrapFeed(std::string socket_path, DaemonLimits limits, TrapSink& sink)
-    : socket_path_(std::move(socket_path)), limits_(limits), sink_(&sink), client_(socket_path_) {}
+TrapFeed::TrapFeed(std::string socket_path, DaemonLimits limits, TrapSink& sink, const AccessAdvice& access)
+    : socket_path_(std::move(socket_path)),
+      limits_(limits),
+      sink_(&sink),
+      access_(access),
+      client_(socket_path_) {}
 
 std::uint64_t TrapFeed::deadline() const {
   if (client_.connected()) return subscribed_ ? UINT64_MAX : subscribed_until_;
@@ -46,9 +52,10 @@ void TrapFeed::subscribe() {
   subscribed_until_ = clock_monotonic() +
                       static_cast<std::uint64_t>(limits_.call_timeout.count()) * kNanosecondsPerMillisecond;
   ++connections_;
-  Status status = client_.connect();
-  if (status == kStatusOk) status = client_.ask_subscription(kMplsVpnPath, kName);
-  if (status != kStatusOk) lose_connection(status);
+  // Why the daemon cannot be reached is reported by the source of rows, which waits for a daemon that starts.
+  if (const Status status = client_.connect())
+    return lose_connection(status == kStatusTimedOut ? status : kStatusNotConnected);
+  if (const Status status = client_.ask_subscription(kMplsVpnPath, kName)) lose_connection(status);
 }
 
 void TrapFeed::take_subscription(const kvtree::SubscribeResult& result) {
@@ -84,12 +91,13 @@ void TrapFeed::take(kvtree::NotificationResult notification) {
   // What the daemon could not store, it sends again: it has to be acknowledged again.
   if (notification.sequence <= done_) acknowledged_ = 0;
   if (notification.sequence <= received_) return;
-  received_ = notification.sequence;
   if (notification.lost_before != 0) note_lost(notification.lost_before, "the daemon");
   keep({instance_, notification.sequence, 0, false, std::move(notification.record)});
+  received_ = notification.sequence;
 }
 
 void TrapFeed::keep(Trap trap) {
+  if (fault_check("trap_feed_keep") != kStatusOk) throw std::bad_alloc();
   traps_.push_back(std::move(trap));
   if (traps_.size() <= kMaxTraps) return;
   const auto oldest =
@@ -111,9 +119,13 @@ void TrapFeed::lose_connection(Status status) {
   const bool refused = status == kStatusAccess || status == kStatusNoSuchRow;
   if (!refused || status == announced_) return;
   announced_ = status;
-  log_error("traps", "the daemon at %s refused the subscription: %s%s", socket_path_.c_str(),
-            err_text(status),
-            status == kStatusAccess ? "; add this process's user to the agents' group (mpls_vpn_agent)" : "");
+  if (status == kStatusAccess) {
+    log_error("traps", "the daemon at %s refused the subscription, so no notifications are sent; %s",
+              socket_path_.c_str(), access_.subscribe);
+  } else {
+    log_error("traps", "the daemon at %s refused the subscription: %s", socket_path_.c_str(),
+              err_text(status));
+  }
 }
 
 void TrapFeed::send() {

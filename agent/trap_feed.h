@@ -36,7 +36,8 @@ class TrapSink {
 class TrapFeed {
  public:
   // The sink must outlive it.
-  TrapFeed(std::string socket_path, DaemonLimits limits, TrapSink& sink);
+  TrapFeed(std::string socket_path, DaemonLimits limits, TrapSink& sink,
+           const AccessAdvice& access = kSubAgentAccess);
 
   int fd() const { return client_.fd(); }                     // -1: none
   std::uint32_t connections() const { return connections_; }  // up to now
@@ -45,6 +46,8 @@ class TrapFeed {
   void take_answer(std::uint32_t packet, const char* refusal);
   // Subscribes when that is due, sends what can be sent, acknowledges what was answered.
   void step();
+  // After an exception: subscribes again later. What was received stays.
+  void start_over() { lose_connection(kStatusNoMemory); }
   // When step() is next needed, by clock_monotonic().
   std::uint64_t deadline() const;
   // True while some are not yet acknowledged.
@@ -80,6 +83,7 @@ class TrapFeed {
   std::string socket_path_;
   DaemonLimits limits_;
   TrapSink* sink_;
+  AccessAdvice access_;
   kvtree::AsyncClient client_;
   std::uint32_t connections_ = 0;
   std::uint64_t retry_at_ = 0;

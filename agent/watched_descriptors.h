@@ -22,8 +22,11 @@ class WatchedDescriptors {
   WatchedDescriptors& operator=(const WatchedDescriptors&) = delete;
 
   // From now on this descriptor (-1: none) has the key, for these events (of epoll). The generation differs
-  // when a new descriptor may have the former one's number.
+  // when a new descriptor may have the former one's number. With EPOLLET the kernel looks at the descriptor
+  // once for each arrival instead of twice, before and after the wait that the arrival ends.
   void watch(std::size_t key, int fd, std::uint32_t events, std::uint32_t generation);
+  // The next wait also finds what it has found before, with EPOLLET.
+  void ask_again() { has_changed_ = true; }
   // Waits until the deadline (by clock_monotonic(); possibly until an earlier one of before), and at most so
   // many milliseconds (-1: no limit). The events of each key, kTimer's at the deadline; none after an error,
   // which is logged.

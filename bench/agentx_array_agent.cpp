@@ -1,6 +1,6 @@
 // A trivial AgentX sub-agent that answers the interface table's four columns from a sorted array: the floor
-// for the real sub-agent. It has no daemon, no windows and almost no error handling; it answers only what a
-// master agent on the same machine sends (Get, GetNext).
+// for the real sub-agent, with the rows of a generated router. It has no daemon, no windows and almost no
+// error handling; it answers only what a master agent on the same machine sends (Get, GetNext).
 //
 //   agentx_array_agent SOCKET VRFS INTERFACES_PER_VRF
 #include <algorithm>
@@ -17,6 +17,7 @@ namespace {
 using agentx::ValueType;
 
 const oid::Oid kModule{1, 3, 6, 1, 2, 1, 10, 166, 11, 1};
+constexpr std::uint32_t kLastIndexBefore = 100'000;  // the generator's first interface has the next one
 constexpr std::uint32_t kTable[] = {1, 3, 6, 1, 2, 1, 10, 166, 11, 1, 2, 1, 1};
 
 struct Row {
@@ -28,10 +29,10 @@ struct Row {
 std::vector<Row> make_rows(unsigned vrfs, unsigned interfaces) {
   std::vector<Row> rows;
   for (std::uint32_t column : {2U, 3U, 4U, 5U}) {
-    std::uint32_t index = 0;
-    for (unsigned vrf = 0; vrf < vrfs; ++vrf) {
+    std::uint32_t index = kLastIndexBefore;
+    for (unsigned vrf = 1; vrf <= vrfs; ++vrf) {
       char name[32];
-      const int length = std::snprintf(name, sizeof name, "vrf%05u", vrf);
+      const int length = std::snprintf(name, sizeof name, "customer-%05u", vrf);
       for (unsigned interface = 0; interface < interfaces; ++interface) {
         Row row{{std::begin(kTable), std::end(kTable)},
                 column == 3,

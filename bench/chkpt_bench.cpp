@@ -206,6 +206,7 @@ void compare(StoreUnderTest* store, BareSqlite* bare, std::uint32_t batch, int t
 int main(int argc, char** argv) {
   const bool brief = is_brief(argc, argv);
   const int turns = brief ? 1 : 15;
+  precede_other_programs();
   const TestRunDirectory directory;
   StoreUnderTest store;
   store.create_all();

@@ -58,8 +58,8 @@ class DaemonInProcess {
     check(router.create_vrf(vrf), "create_vrf");
   }
 
-  // Interface number n (from 0), index n + 1, up, with one address.
-  void add_interface(unsigned number, unsigned vrf) {
+  // Interface number n (from 0), index n + 1, up, with an IPv4 address and, if wanted, an IPv6 address.
+  void add_interface(unsigned number, unsigned vrf, bool has_ipv6 = false) {
     router::Interface interface;
     interface.name = "ge" + std::to_string(number);
     interface.index = number + 1;
@@ -72,7 +72,15 @@ class DaemonInProcess {
           static_cast<std::uint8_t>((0x0a000001U + number) >> (24 - 8 * i));
     }
     interface.addresses.push_back(address);
+    if (has_ipv6) interface.addresses.push_back(with_prefix_of_documentation(address));
     check(router.add_interface(interface), "add_interface");
+  }
+
+  // 2001:db8::, and the address's octets.
+  static router::Address with_prefix_of_documentation(const router::Address& address) {
+    router::Address result{router::Family::kIpv6, 64, {0x20, 0x01, 0x0d, 0xb8}};
+    std::copy_n(address.octets.begin(), 4, result.octets.end() - 4);
+    return result;
   }
 
   static std::string vrf_name(unsigned number) {

@@ -24,7 +24,8 @@ struct Result {
   double live_seconds;
   double start_seconds;
   double floor_seconds;
-  double octets_per_interface;
+  double octets;            // of an interface with an IPv4 address
+  double octets_with_ipv6;  // and an IPv6 address
 };
 
 double measure_floor(unsigned interfaces) {
@@ -36,7 +37,8 @@ double measure_floor(unsigned interfaces) {
   return seconds_since(start);
 }
 
-double measure_live(unsigned interfaces, double* octets_per_interface) {
+// Seconds, and octets of an interface.
+std::pair<double, double> measure_live(unsigned interfaces, bool has_ipv6) {
   const TestRunDirectory directory;
   DaemonInProcess daemon;
   for (unsigned vrf = 0; vrf < interfaces / 10; ++vrf) daemon.add_vrf(vrf);
@@ -44,13 +46,12 @@ double measure_live(unsigned interfaces, double* octets_per_interface) {
   const double before = resident_octets();
   const auto start = Clock::now();
   for (unsigned i = 0; i < interfaces; ++i) {
-    daemon.add_interface(i, i / 10);
+    daemon.add_interface(i, i / 10, has_ipv6);
     if (i % 64 == 63) daemon.run_pending();
   }
   daemon.run_pending();
   const double seconds = seconds_since(start);
-  *octets_per_interface = (resident_octets() - before) / interfaces;
-  return seconds;
+  return {seconds, (resident_octets() - before) / interfaces};
 }
 
 double measure_start(unsigned interfaces) {
@@ -64,14 +65,12 @@ double measure_start(unsigned interfaces) {
 }
 
 Result measure(unsigned interfaces) {
-  Result result{interfaces, 0, 0, 0, 0};
-  const auto live = in_child([interfaces] {
-    double octets = 0;
-    const double seconds = measure_live(interfaces, &octets);
-    return std::make_pair(seconds, octets);
-  });
+  Result result{};
+  result.interfaces = interfaces;
+  const auto live = in_child([interfaces] { return measure_live(interfaces, false); });
   result.live_seconds = live.first;
-  result.octets_per_interface = live.second;
+  result.octets = live.second;
+  result.octets_with_ipv6 = in_child([interfaces] { return measure_live(interfaces, true).second; });
   result.start_seconds = in_child([interfaces] { return measure_start(interfaces); });
   result.floor_seconds = in_child([interfaces] { return measure_floor(interfaces); });
   return result;
@@ -89,21 +88,22 @@ int main(int argc, char** argv) {
   const bool brief = is_brief(argc, argv);
   const std::vector<unsigned> sizes =
       brief ? std::vector<unsigned>{100, 1000} : std::vector<unsigned>{1000, 10000, 100000};
-  std::printf("%10s %12s %12s %14s %14s %14s %12s\n", "interfaces", "joins/s", "at start/s", "std::map/join",
-              "growth live", "growth start", "octets/if");
+  std::printf("%10s %12s %12s %14s %14s %14s %12s %12s\n", "interfaces", "joins/s", "at start/s",
+              "std::map/join", "growth live", "growth start", "octets/if", "with IPv6");
   Result first{};
   for (const unsigned size : sizes) {
     const Result result = measure(size);
     if (first.interfaces == 0) first = result;
-    std::printf("%10u %12.0f %12.0f %14.3f %14.2f %14.2f %12.0f\n", size, size / result.live_seconds,
+    std::printf("%10u %12.0f %12.0f %14.3f %14.2f %14.2f %12.0f %12.0f\n", size, size / result.live_seconds,
                 size / result.start_seconds, result.floor_seconds / result.live_seconds,
                 growth(result.live_seconds, size, first.live_seconds, first.interfaces),
-                growth(result.start_seconds, size, first.start_seconds, first.interfaces),
-                result.octets_per_interface);
+                growth(result.start_seconds, size, first.start_seconds, first.interfaces), result.octets,
+                result.octets_with_ipv6);
   }
   std::printf(
       "std::map/join: time of inserting the same keys into a std::map, as a share of the join.\n"
       "growth: time per interface against the first size, divided by the growth of log n (aim: at most 1).\n"
-      "octets/if: resident memory of model, services and daemon for one interface.\n");
+      "octets/if: resident memory of model, services and daemon for an interface with an IPv4 address;\n"
+      "with IPv6: and an IPv6 address.\n");
   return 0;
 }

@@ -41,8 +41,11 @@ inline bool enter_namespace() {
   return true;
 }
 
+// What each route has of its own besides its prefix.
+enum class Own { kNothing, kMetric, kGateway };
+
 inline std::size_t put_route(std::uint8_t* place, std::uint32_t number, std::uint32_t interface_index,
-                             std::uint16_t type = RTM_NEWROUTE) {
+                             std::uint16_t type = RTM_NEWROUTE, Own own = Own::kNothing) {
   nlmsghdr* message = mnl_nlmsg_put_header(place);
   message->nlmsg_type = type;
   message->nlmsg_flags = NLM_F_REQUEST | (type == RTM_NEWROUTE ? NLM_F_CREATE : 0);
@@ -54,7 +57,10 @@ inline std::size_t put_route(std::uint8_t* place, std::uint32_t number, std::uin
   header->rtm_type = RTN_UNICAST;
   mnl_attr_put_u32(message, RTA_DST, __builtin_bswap32(0x64000000 + number));
   mnl_attr_put_u32(message, RTA_OIF, interface_index);
-  mnl_attr_put_u32(message, RTA_GATEWAY, __builtin_bswap32(0x0a000002));
+  if (own == Own::kMetric) mnl_attr_put_u32(message, RTA_PRIORITY, number + 1);
+  if (own == Own::kGateway) header->rtm_flags = RTNH_F_ONLINK;  // of any prefix
+  const std::uint32_t gateway = own == Own::kGateway ? 0x14000000 + number : 0x0a000002;
+  mnl_attr_put_u32(message, RTA_GATEWAY, __builtin_bswap32(gateway));
   return message->nlmsg_len;
 }
 
@@ -65,14 +71,14 @@ inline mnl_socket* open_socket() {
   return socket;
 }
 
-inline void add_routes(std::uint32_t count) {
+inline void add_routes(std::uint32_t count, Own own = Own::kNothing) {
   mnl_socket* socket = open_socket();
   const std::uint32_t interface_index = if_nametoindex("v0");
   std::vector<std::uint8_t> buffer(kBufferSize);
   for (std::uint32_t number = 0; number < count;) {
     std::size_t size = 0;
     for (std::uint32_t each = 0; each < kRoutesPerSend && number < count; ++each, ++number) {
-      size += put_route(buffer.data() + size, number, interface_index);
+      size += put_route(buffer.data() + size, number, interface_index, RTM_NEWROUTE, own);
     }
     if (mnl_socket_sendto(socket, buffer.data(), size) < 0) throw std::runtime_error(std::strerror(errno));
   }

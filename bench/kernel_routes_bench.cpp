@@ -1,11 +1,14 @@
 // Reads the routes of a kernel's table into the route store, against bare reading of the same dump in the
 // same run; then changes the table: one route, ten thousand changes in each second, all routes lost with
-// their link. The longest iteration of the event loop meanwhile is how long a request waits.
+// their link. The longest iteration of the event loop meanwhile is how long a request waits. At last, reads
+// smaller tables in which each route has a metric or a gateway of its own, which the kernel is slow to add.
 //
 // Runs in a network namespace of its own, with routes to made-up prefixes through a veth, and needs the
 // privilege to create them.
 //
 //   kernel_routes_bench [--brief]
+
+#include <malloc.h>
 
 #include <algorithm>
 #include <array>
@@ -107,24 +110,43 @@ struct Follower {
   }
 };
 
-void measure(std::uint32_t count, EventManager* manager) {
-  add_routes(count);
+// Returns the follower, and the bare reading in *floor.
+std::unique_ptr<Follower> read_table(std::uint32_t count, EventManager* manager, const char* name,
+                                     double* floor) {
   std::vector<double> floors;
   std::vector<Figures> readings;
   std::unique_ptr<Follower> follower;
+  std::size_t heap = 0;
   for (int turn = 0; turn < kTurns; ++turn) {
     follower = nullptr;
     floors.push_back(read_bare());
+    const std::size_t before = mallinfo2().uordblks;
     follower = std::make_unique<Follower>(manager);
     readings.push_back(run_until(manager, [&] { return follower->source.settled(); }));
     if (follower->model.routes().count(kTable) != count) throw std::runtime_error("routes are missing");
+    heap = mallinfo2().uordblks - before;
   }
-  const double floor = median(floors);
+  *floor = median(floors);
   std::ranges::sort(readings, {}, &Figures::processor_seconds);
+  std::printf("%u routes: bare reading %.3f s of processor time, %.0f octets a route\n", count, *floor,
+              static_cast<double>(heap) / count);
+  print(name, readings[kTurns / 2], *floor);
+  return follower;
+}
+
+void measure_own(std::uint32_t count, EventManager* manager, const char* name, Own own) {
+  run("ip link set v0 down; ip link set v0 up; ip route flush table 100");
+  add_routes(count, own);
+  double floor = 0;
+  read_table(count, manager, name, &floor);
+}
+
+void measure(std::uint32_t count, EventManager* manager) {
+  add_routes(count);
+  double floor = 0;
+  const std::unique_ptr<Follower> follower = read_table(count, manager, "first reading", &floor);
   router::Router& model = follower->model;
   KernelSource& source = follower->source;
-  std::printf("%u routes: bare reading %.3f s of processor time\n", count, floor);
-  print("first reading", readings[kTurns / 2], floor);
   run("ip route add blackhole 192.168.1.0/24 table 100");
   print("one more", run_until(manager, [&] { return model.routes().count(kTable) == count + 1; }), floor);
   const std::uint32_t changes = std::min(count, 50'000U);
@@ -155,7 +177,10 @@ int main(int argc, char** argv) {
     if (enter_namespace()) {
       EventManager* manager = event_manager_create("/dev/mpls/vpn/kernel-routes-bench", 0);
       if (manager == nullptr) throw std::runtime_error("event manager");
-      measure(brief ? 10'000 : 1'000'000, manager);
+      const std::uint32_t count = brief ? 10'000 : 1'000'000;
+      measure(count, manager);
+      measure_own(count / 40, manager, "each with its own metric", Own::kMetric);
+      measure_own(count / 40, manager, "each with its own gateway", Own::kGateway);
       event_manager_destroy(manager);
     } else {
       std::printf("SKIPPED: no network namespace: %s\n", std::strerror(errno));

@@ -38,15 +38,15 @@ static void make_table(unsigned vrfs, unsigned interfaces) {
   netsnmp_tdata* data = netsnmp_tdata_create_table("ifConf", 0);
   netsnmp_table_registration_info* info = SNMP_MALLOC_TYPEDEF(netsnmp_table_registration_info);
   unsigned vrf, interface;
-  long index = 0;
+  long index = 100000; /* the generator's first interface has the next one */
   netsnmp_tdata_add_index(data, ASN_OCTET_STR);
   netsnmp_tdata_add_index(data, ASN_INTEGER);
   netsnmp_table_helper_add_indexes(info, ASN_OCTET_STR, ASN_INTEGER, 0);
   info->min_column = 2;
   info->max_column = 5;
-  for (vrf = 0; vrf < vrfs; ++vrf) {
+  for (vrf = 1; vrf <= vrfs; ++vrf) {
     char name[32];
-    int length = snprintf(name, sizeof name, "vrf%05u", vrf);
+    int length = snprintf(name, sizeof name, "customer-%05u", vrf);
     for (interface = 0; interface < interfaces; ++interface) {
       netsnmp_tdata_row* row = netsnmp_tdata_create_row();
       ++index;

@@ -39,9 +39,7 @@ void pin_to_one_cpu() {
   CPU_ZERO(&allowed);
   CPU_SET(static_cast<std::size_t>(last), &allowed);
   sched_setaffinity(0, sizeof allowed, &allowed);
-  // Where it is permitted, other programs do not interrupt either side.
-  const sched_param first{sched_get_priority_min(SCHED_FIFO)};
-  static_cast<void>(sched_setscheduler(0, SCHED_FIFO, &first));
+  precede_other_programs();
 }
 
 double in_process_rate(unsigned rounds, std::size_t* answer_size) {

@@ -5,12 +5,19 @@
 #include <stdlib.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cmath>
 #include <functional>
 
+#include "cli/arguments.h"
 #include "cli/commands.h"
+#include "cli/completion.h"
 #include "cli/config/config_command_line.h"
+#include "cli/output/json_list.h"
 #include "cli/output/table.h"
+#include "cli/output/wrap.h"
 #include "cli/session.h"
+#include "cli/vrf/vrf_selection.h"
 #include "platform/config/owners.h"
 #include "platform/core/debug/debug_client.h"
 #include "platform/core/files/directories.h"
@@ -24,34 +31,43 @@ namespace {
 
 constexpr char kDescription[] = "Shows and controls mpls_vpn_mib, the daemon of MPLS-L3VPN-STD-MIB.";
 
+// Help is wrapped at this width; a paragraph of a footer is one line here.
+constexpr std::size_t kHelpWidth = 80;
+
 constexpr char kFooter[] =
     "Examples:\n"
     "  mplsvpn show status\n"
-    "  mplsvpn show scalars\n"
     "  mplsvpn show vrf\n"
     "  mplsvpn show vrf red detail\n"
     "  mplsvpn show routes red 10.11.0.0/16\n"
     "  mplsvpn show interfaces red\n"
-    "  mplsvpn --json show interfaces | jq '.[] | select(.vrfName == \"red\") | .name'\n"
+    "  mplsvpn --json show vrf | jq -r '.[] | select(.operStatusName == \"down\").name'\n"
     "  mplsvpn get interface-next/red/0\n"
     "  mplsvpn debug prov on --watch\n"
     "  mplsvpn trace error --last 20\n"
-    "  mplsvpn config set traps all\n"
     "  mplsvpn config set vrf red rt both 65000:100\n"
-    "  mplsvpn watch --count 1 --timeout 30\n"
+    "  mplsvpn watch --count 1 --timeout 30s\n"
     "  mplsvpn router down ge0\n"
     "\n"
-    "Exit status: 0 done, 1 the request failed, 2 wrong words, 3 the daemon is not running.\n"
-    "With --json an answer is one object on one line, and a list is one array, which is not closed when the\n"
-    "list is truncated. Watched prints and traps are one object for each line.\n"
+    "Commands and options may be abbreviated while they are unambiguous: \"mplsvpn sh int\". After -- no "
+    "word "
+    "is an option.\n"
+    "\n"
+    "Exit status: 0 done, 1 the request failed, 2 usage error, 3 the daemon is not running, 4 it does not "
+    "respond in time, 5 permission denied.\n"
+    "\n"
+    "With --json an answer is one object on one line, and a list is one array, which a failure may cut "
+    "short. "
+    "An error is one object on standard error: {\"error\":{\"status\":3,\"name\":\"notRunning\",\"message\":"
+    "\"...\"}}. Debug output and traps are one object for each line.\n"
     "\n"
     "Environment: MPLS_VPN_MIB_RUN_DIR, the daemon's run directory (default /run/mpls_vpn_mib).";
 
 constexpr char kVrfFooter[] =
-    "Words: [NAME] [detail] [ipv4|ipv6] [unicast|multicast], or invalid. With a family only VRFs that have "
-    "a\n"
-    "table of it are shown. \"invalid\" shows VRFs that do not exist, though interfaces are bound to them.\n"
-    "--structured reads details in the form for XML, with the address families that have route targets or\n"
+    "Words: [NAME] [brief|detail] [ipv4|ipv6] [unicast|multicast], or invalid. With a family only VRFs that "
+    "have a "
+    "table of it are shown. \"invalid\" shows VRFs that do not exist, though interfaces are bound to them. "
+    "--structured reads details in the form for XML, with the address families that have route targets or "
     "policies.\n"
     "\n"
     "Examples:\n"
@@ -59,14 +75,15 @@ constexpr char kVrfFooter[] =
     "  mplsvpn show vrf red\n"
     "  mplsvpn show vrf red detail\n"
     "  mplsvpn show vrf detail ipv6 unicast\n"
+    "  mplsvpn show vrf brief --state down --sort routes\n"
     "  mplsvpn show vrf invalid\n"
     "  mplsvpn show vrf --name detail      the VRF that has this name\n"
-    "  mplsvpn --json show vrf | jq -r '.[] | select(.operStatusName == \"down\") | .name'";
+    "  mplsvpn --json show vrf | jq -r '.[] | select(.operStatusName == \"down\").name'";
 
 constexpr char kRoutesFooter[] =
     "A PREFIX shows its routes, one for each next hop; an address shows those of the longest matching "
-    "prefix.\n"
-    "An INTERFACE of another VRF is shown by its ifIndex, as #2. CROSS-CONNECT is the index of the route's\n"
+    "prefix. "
+    "An INTERFACE of another VRF is shown by its ifIndex, as #2. CROSS-CONNECT is the index of the route's "
     "labels in the label switching MIB.\n"
     "\n"
     "Examples:\n"
@@ -75,9 +92,8 @@ constexpr char kRoutesFooter[] =
     "  mplsvpn show routes red 2001:db8:21::7";
 
 constexpr char kPathFooter[] =
-    "A path is below /oper/mpls_vpn/gl/ unless it begins with /. In keys write all octets but letters, "
-    "digits\n"
-    "and _ . : - as %XX. A key - is absent.\n"
+    "A path is below /oper/mpls_vpn/gl/ unless it begins with /. \"mplsvpn config show --json\" shows the "
+    "configuration. In keys write all octets but letters, digits and _ . : - as %XX. A key - is absent.\n"
     "\n"
     "Examples:\n"
     "  mplsvpn get scalars\n"
@@ -92,30 +108,29 @@ constexpr char kPathFooter[] =
 
 constexpr char kDebugFooter[] =
     "\"mplsvpn debug list\" lists the areas; \"all\" means each of them. Only root and the administrators' "
-    "group\n"
-    "may switch areas; every user who may open the socket may list and watch them.\n"
+    "group may switch areas; every user who may open the socket may list and watch them.\n"
     "\n"
     "Examples:\n"
     "  mplsvpn debug\n"
-    "  mplsvpn debug vmap on --watch       switches one area on and shows its prints until Ctrl-C\n"
-    "  mplsvpn debug watch --count 100     shows the next 100 prints of the areas that are on\n"
+    "  mplsvpn debug vmap on --watch       switches one area on and shows its output until Ctrl-C\n"
+    "  mplsvpn debug watch --count 100     shows the next 100 lines of the areas that are on\n"
     "  mplsvpn debug all off";
 
 std::string watch_footer() {
   std::vector<std::string> origins;
   for (const vrf_config::Owner& owner : vrf_config::kOwners) origins.emplace_back(owner.origin);
   return "A change has the values before and after with their origins: " + text::alternatives(origins) +
-         ".\nWhat the routing suite sets is configured or derived.\n"
+         ". What the routing suite sets is configured or derived.\n"
          "\n"
          "Examples:\n"
          "  mplsvpn watch\n"
          "  mplsvpn watch changes\n"
-         "  mplsvpn --json watch traps --count 1 --timeout 30";
+         "  mplsvpn --json watch traps --count 1 --timeout 30s";
 }
 
 constexpr char kRouterFooter[] =
     "The daemon defines the words; write options of mplsvpn before \"router\". Only a daemon whose source is "
-    "a\n"
+    "a "
     "router file has these commands. Their changes last until the file is loaded again.\n"
     "\n"
     "Examples:\n"
@@ -124,19 +139,29 @@ constexpr char kRouterFooter[] =
     "  mplsvpn router add-interface ge7 index 51 vrf red address 10.51.0.1/24\n"
     "  mplsvpn router reload";
 
-constexpr unsigned kLongestTimeout = 600'000;      // ms
+constexpr double kLongestTimeout = 600;            // s
 constexpr double kLongestWatching = 31'536'000;    // s, a year
 constexpr std::uint32_t kMostCount = 4294967295U;  // entries, prints or traps; 0: no limit
 
-// The duration of a watch. CLI::PositiveNumber would accept "nan" and print its limits with 308 digits.
-CLI::Validator watching_time() {
-  const auto check = [](const std::string& text) {
-    const std::optional<double> seconds = text::parse_real(text);
-    if (seconds && *seconds > 0 && *seconds <= kLongestWatching) return std::string();
-    return fmt::format("{} is not a time of more than 0 and at most {} seconds", printable(text),
-                       kLongestWatching);
+struct Duration {
+  double unit;  // s, of a number alone
+  double least;
+  double most;
+  const char* range;  // in messages
+};
+constexpr Duration kWaiting = {0.001, 0.001, kLongestTimeout, "from 1ms to 10m"};
+constexpr Duration kWatching = {1, 0.000'001, kLongestWatching, "of more than 0 and at most 365d"};
+
+// Turns a duration into a number of its unit.
+CLI::Validator duration_of(const Duration& duration) {
+  const auto convert = [&duration](std::string& text) {
+    const std::optional<double> seconds = text::parse_duration(text, duration.unit);
+    if (!seconds || !(*seconds >= duration.least && *seconds <= duration.most))
+      return fmt::format("{} is not a time {}, such as 500ms, 30s or 2m", printable(text), duration.range);
+    text = fmt::format("{}", duration.unit == 1 ? *seconds : std::ceil(*seconds / duration.unit));
+    return std::string();
   };
-  return {check, ""};
+  return {convert, ""};
 }
 
 void add_count(CLI::App* command, const char* name, std::uint64_t* count, const char* description) {
@@ -147,11 +172,13 @@ void add_count(CLI::App* command, const char* name, std::uint64_t* count, const 
 
 struct Options {
   bool json = false;
+  bool no_pager = false;
   std::string run_directory;
   std::string socket;
   unsigned timeout = 1000;
   std::string vrf;
   std::vector<std::string> vrf_words;
+  VrfRequest selection;  // its state, protocol and order
   bool structured = false;
   RoutesRequest routes;
   PathRequest path;
@@ -174,16 +201,27 @@ void on_choice(CLI::App* app, Options* options, void (*command)(const Session&, 
 
 void add_general_options(CLI::App& app, Options* options) {
   app.add_flag("--json", options->json, "JSON in place of text");
+  app.add_flag("--no-pager", options->no_pager, "Long output is not shown by $PAGER on a terminal");
   app.add_option("--run-dir", options->run_directory, "The daemon's run directory")->type_name("DIR");
   app.add_option("--socket", options->socket, "The daemon's main socket, if not in the run directory")
       ->type_name("PATH");
-  app.add_option("--timeout", options->timeout, "Milliseconds to wait for an answer (default 1000)")
-      ->type_name("MS")
-      ->check(CLI::Range(1U, kLongestTimeout));
+  app.add_option("--timeout", options->timeout,
+                 "Time to wait for an answer: 500ms, 2s; milliseconds without a unit (default 1000)")
+      ->type_name("TIME")
+      ->transform(duration_of(kWaiting));
 }
 
 void add_structured(CLI::App* command, bool* structured) {
   command->add_flag("--structured", *structured, "Requests the structured (XML) form");
+}
+
+void take_selection(const VrfRequest& selection, VrfRequest* request) {
+  request->state = selection.state;
+  request->protocol = selection.protocol;
+  request->sort = selection.sort;
+  const bool is_table = !request->detail && !request->structured && !request->is_invalid;
+  if (is_table || (selection.state + selection.protocol + selection.sort).empty()) return;
+  throw Failure(kExitUsage, "--state, --protocol and --sort are for \"show vrf\" without details");
 }
 
 void add_show_vrf(CLI::App& show, Options* options) {
@@ -191,12 +229,19 @@ void add_show_vrf(CLI::App& show, Options* options) {
       show.add_subcommand("vrf", "Shows VRFs: states, interfaces, routes, route targets, policies");
   vrf->add_option("WORDS", options->vrf_words, "A VRF and what to show of it")->expected(0, 4);
   vrf->add_option("--name", options->vrf, "The VRF, if its name is one of the words")->type_name("VRF");
+  vrf->add_option("--state", options->selection.state, "Only VRFs in this state")
+      ->check(CLI::IsMember(vrf_states()));
+  vrf->add_option("--protocol", options->selection.protocol, "Only VRFs with an interface of this protocol")
+      ->check(CLI::IsMember(vrf_protocols()));
+  vrf->add_option("--sort", options->selection.sort, "Order of the lines")
+      ->check(CLI::IsMember(vrf_orders()));
   add_structured(vrf, &options->structured);
   vrf->footer(kVrfFooter);
   vrf->callback([options] {
     options->command = [options](const Session& session) {
       VrfRequest request = parse_vrf_words(options->vrf_words, options->vrf);
       request.structured = options->structured;
+      take_selection(options->selection, &request);
       show_vrf(session, request);
     };
   });
@@ -262,11 +307,11 @@ void add_debug(CLI::App& app, Options* options) {
   CLI::App* command = app.add_subcommand("debug", "Lists, switches and watches the debug areas");
   DebugRequest& request = options->debug;
   command->add_option("WORDS", request.words, "list, watch, AREA on, or AREA off")->expected(0, 2);
-  command->add_flag("--watch", request.watch, "Shows the prints after switching");
-  add_count(command, "--count", &request.most_prints, "Stops after N prints");
-  command->add_option("--seconds", request.seconds, "Stops after N seconds")
-      ->type_name("N")
-      ->check(watching_time());
+  command->add_flag("--watch", request.watch, "Shows the output after switching");
+  add_count(command, "--count", &request.most_prints, "Stops after N lines");
+  command->add_option("--seconds", request.seconds, "Stops after this time: 90s, 5m; seconds without a unit")
+      ->type_name("TIME")
+      ->transform(duration_of(kWatching));
   command->footer(kDebugFooter);
   on_choice(command, options, debug, &Options::debug);
 }
@@ -288,10 +333,11 @@ void add_watch(CLI::App& app, Options* options) {
   // --timeout after the command limits the watch, not the wait for an answer.
   add_count(command, "--count", &options->watch.most_events, "Stops after N traps and changes");
   command
-      ->add_option("--timeout", options->watch.seconds,
-                   "Stops after S seconds; fails if fewer than --count arrived")
-      ->type_name("S")
-      ->check(watching_time());
+      ->add_option(
+          "--timeout", options->watch.seconds,
+          "Stops after this time (90s, 5m; seconds without a unit); fails if fewer than --count arrived")
+      ->type_name("TIME")
+      ->transform(duration_of(kWatching));
   command->footer(watch_footer());
   command->callback([options] {
     options->watch.traps = options->watched != "changes";
@@ -324,9 +370,11 @@ void describe(CLI::App& app, Options* options) {
   add_watch(app, options);
   add_config(app, &options->config, &options->command);
   add_router(app, options);
+  app.add_subcommand("help", "Shows the help of a command: help show vrf");
+  unmark_words(&app);
 }
 
-Session make_session(const Options& options, std::ostream& out, std::ostream& err) {
+Session make_session(const Options& options, std::ostream& out, std::ostream& err, const Terminal& terminal) {
   if (!options.run_directory.empty()) setenv("MPLS_VPN_MIB_RUN_DIR", options.run_directory.c_str(), 1);
   return {out,
           err,
@@ -334,34 +382,96 @@ Session make_session(const Options& options, std::ostream& out, std::ostream& er
           options.socket.empty() ? kvtree::Client::default_socket() : options.socket,
           DebugClient::default_socket(),
           run_directory(),
-          std::chrono::milliseconds(options.timeout)};
+          std::chrono::milliseconds(options.timeout),
+          terminal};
 }
 
-int run_command(const Options& options, std::ostream& out, std::ostream& err) {
+int report(const Failure& failure, bool json, std::ostream& err) {
+  if (json) {
+    err << json_line({{"error",
+                       {{"status", failure.exit_status()},
+                        {"name", exit_name(failure.exit_status())},
+                        {"message", failure.what()}}}})
+        << '\n';
+  } else {
+    err << "mplsvpn: " << failure.what() << '\n';
+  }
+  return failure.exit_status();
+}
+
+// The output of the command may be longer than a screen, and ends without the user.
+bool may_be_long(const CLI::App& app) {
+  for (const char* name : {"show", "get", "list", "datalist", "trace"}) {
+    if (app.got_subcommand(name)) return true;
+  }
+  const CLI::App* config = app.get_subcommand("config");
+  return config->got_subcommand("show") || config->got_subcommand("history") ||
+         config->got_subcommand("diff");
+}
+
+int run_command(const Options& options, std::ostream& out, std::ostream& err, const Terminal& terminal) {
   try {
-    options.command(make_session(options, out, err));
+    options.command(make_session(options, out, err, terminal));
   } catch (const Failure& failure) {
     out.flush();
-    err << "mplsvpn: " << failure.what() << '\n';
-    return failure.exit_status();
+    return report(failure, options.json, err);
   }
   if (out.flush()) return kExitOk;
-  err << "mplsvpn: the output cannot be written\n";
-  return kExitFailed;
+  return report({kExitFailed, "the output cannot be written"}, options.json, err);
+}
+
+// "complete -- WORDS...": of a user who types, so that nothing waits or explains.
+constexpr char kCompleteWord[] = "complete";
+constexpr unsigned kCompletionTimeout = 500;  // ms
+
+int run_completion(const CLI::App& app, const std::vector<std::string>& words, std::ostream& out,
+                   std::ostream& err) {
+  const std::size_t first = words.size() > 1 && words[1] == "--" ? 2 : 1;
+  const auto session = [&](const std::string& run_directory, const std::string& socket) {
+    Options options;
+    options.run_directory = run_directory;
+    options.socket = socket;
+    options.timeout = kCompletionTimeout;
+    return make_session(options, out, err, {});
+  };
+  try {
+    complete(app, {words.begin() + static_cast<std::ptrdiff_t>(first), words.end()}, out, session);
+  } catch (const Failure& failure) {
+    return failure.exit_status();
+  }
+  return kExitOk;
+}
+
+// Wrong words may end the parsing before --json is seen.
+bool wants_json(const Options& options, const std::vector<std::string>& words) {
+  return options.json || std::find(words.begin(), words.end(), "--json") != words.end();
 }
 
 }  // namespace
 
-int run(const std::vector<std::string>& words, std::ostream& out, std::ostream& err) {
+int run(const std::vector<std::string>& words, std::ostream& out, std::ostream& err,
+        const Terminal& terminal) {
   Options options;
   CLI::App app(kDescription, "mplsvpn");
   describe(app, &options);
+  if (!words.empty() && words[0] == kCompleteWord) return run_completion(app, words, out, err);
   try {
-    app.parse(std::vector<std::string>(words.rbegin(), words.rend()));
+    std::vector<std::string> resolved = resolve_words(app, words);
+    std::reverse(resolved.begin(), resolved.end());
+    app.parse(std::move(resolved));
+  } catch (const Failure& failure) {
+    return report(failure, wants_json(options, words), err);
+  } catch (const CLI::CallForHelp&) {
+    out << wrapped(app.help(), kHelpWidth);
+    return kExitOk;
+  } catch (const CLI::CallForVersion& version) {
+    out << version.what() << '\n';
+    return kExitOk;
   } catch (const CLI::ParseError& error) {
-    return app.exit(error, out, err) == kExitOk ? kExitOk : kExitUsage;
+    return report({kExitUsage, error.what()}, wants_json(options, words), err);
   }
-  return run_command(options, out, err);
+  if (terminal.start_pager && may_be_long(app) && !options.no_pager && !options.json) terminal.start_pager();
+  return run_command(options, out, err, terminal);
 }
 
 }  // namespace cli

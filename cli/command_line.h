@@ -5,11 +5,14 @@
 #include <string>
 #include <vector>
 
+#include "cli/output/terminal.h"
+
 namespace cli {
 
 // Runs one command; `words` are the arguments without the program's name. Answers the exit status
-// (session.h).
+// (session.h). `terminal` shows `out`.
 // --run-dir sets MPLS_VPN_MIB_RUN_DIR for the rest of the process.
-int run(const std::vector<std::string>& words, std::ostream& out, std::ostream& err);
+int run(const std::vector<std::string>& words, std::ostream& out, std::ostream& err,
+        const Terminal& terminal = {});
 
 }  // namespace cli

@@ -3,9 +3,11 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <cstdlib>
 
 #include "cli/command_line_test_fixture.h"
+#include "cli/output/json_list.h"
 #include "platform/config/owners.h"
 #include "platform/core/trace/trace.h"
 
@@ -20,8 +22,7 @@ TEST_F(CommandLine, HelpTeachesWithExamplesAndExitStatus) {
   EXPECT_EQ(Run({"--help"}), kExitOk);
   for (const char* part : {"show", "get", "debug", "trace", "router", "--json", "--run-dir", "--socket",
                            "Examples:", "mplsvpn show interfaces red",
-                           "Exit status: 0 done, 1 the request failed, 2 wrong words, "
-                           "3 the daemon is not running."}) {
+                           "Exit status: 0 done, 1 the request failed, 2 usage error, 3 the daemon is not"}) {
     EXPECT_THAT(Out(), HasSubstr(part));
   }
   EXPECT_EQ(Err(), "");
@@ -36,8 +37,10 @@ TEST_F(CommandLine, EveryCommandHasItsOwnHelp) {
 
 TEST_F(CommandLine, HelpOfWatchNamesTheOriginOfEachOwner) {
   EXPECT_EQ(Run({"watch", "--help"}), kExitOk);
+  std::string help = Out();
+  std::replace(help.begin(), help.end(), '\n', ' ');  // lines are wrapped
   for (const vrf_config::Owner& owner : vrf_config::kOwners)
-    EXPECT_THAT(Out(), HasSubstr(std::string(owner.origin)));
+    EXPECT_THAT(help, HasSubstr(std::string(owner.origin)));
 }
 
 TEST_F(CommandLine, VersionIsPrinted) {
@@ -76,15 +79,16 @@ TEST_F(CommandLine, WordsThatMakeNoCommandAreUsageErrors) {
 }
 
 TEST_F(CommandLine, TimesAndCountsOfWatchingAreBounded) {
-  for (const char* time : {"0", "-1", "soon", "nan", "inf", "1e400", "1e9", "5s", ""}) {
+  for (const char* time : {"0", "-1", "soon", "nan", "inf", "1e400", "1e9", "366d", "5x", ""}) {
     const std::string reason =
-        std::string(time) + " is not a time of more than 0 and at most 31536000 seconds";
+        std::string(time) + " is not a time of more than 0 and at most 365d, such as 500ms, 30s or 2m";
     EXPECT_EQ(Run({"watch", "--timeout", time}), kExitUsage) << time;
-    EXPECT_THAT(Err(), StartsWith("--timeout: " + reason + "\n"));
+    EXPECT_THAT(Err(), StartsWith("mplsvpn: --timeout: " + reason + "\n"));
     EXPECT_EQ(Run({"debug", "watch", "--seconds", time}), kExitUsage) << time;
-    EXPECT_THAT(Err(), StartsWith("--seconds: " + reason + "\n"));
+    EXPECT_THAT(Err(), StartsWith("mplsvpn: --seconds: " + reason + "\n"));
   }
-  EXPECT_EQ(Run({"watch", "--timeout", "31536000"}), kExitNoDaemon);
+  for (const char* time : {"31536000", "365d", "0.5", "500ms", "2m"})
+    EXPECT_EQ(Run({"watch", "--timeout", time}), kExitNoDaemon) << time;
   EXPECT_EQ(Run({"watch", "changes"}), kExitNoDaemon);
   EXPECT_EQ(Run({"watch", "everything"}), kExitUsage);
   for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
@@ -114,6 +118,26 @@ TEST_F(CommandLine, DaemonThatIsNotRunningIsReportedWithItsSocket) {
                                   "/dev.mpls.vpn.main); "));
     EXPECT_THAT(Err(),
                 HasSubstr("start it, or set its run directory with --run-dir or MPLS_VPN_MIB_RUN_DIR\n"));
+  }
+}
+
+TEST_F(CommandLine, FailureAsJsonHasStatusNameAndMessage) {
+  const std::vector<std::pair<std::vector<std::string>, std::pair<int, const char*>>> failures = {
+      {{"show", "scalars"}, {kExitNoDaemon, "notRunning"}},
+      {{"config", "show", "routes"}, {kExitUsage, "usage"}},
+      {{"nonsense"}, {kExitUsage, "usage"}},
+      {{"--timeout", "soon", "show", "scalars"}, {kExitUsage, "usage"}},
+      {{"trace", "nothing"}, {kExitFailed, "failed"}}};
+  for (const auto& [words, expected] : failures) {
+    std::vector<std::string> all = words;
+    all.emplace_back("--json");
+    EXPECT_EQ(Run(all), expected.first) << ::testing::PrintToString(all);
+    EXPECT_EQ(Out(), "");
+    ASSERT_TRUE(Json::accept(Err())) << Err();
+    const Json error = Json::parse(Err())["error"];
+    EXPECT_EQ(error["status"], expected.first);
+    EXPECT_EQ(error["name"], expected.second);
+    EXPECT_NE(error["message"], "");
   }
 }
 

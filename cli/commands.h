@@ -25,6 +25,10 @@ struct VrfRequest {
   std::uint32_t afi = 0;    // 1 ipv4, 2 ipv6; 0: both
   std::uint32_t safi = 0;   // 1 unicast, 2 multicast; 0: both
   bool structured = false;  // in the structured (XML) form
+  bool brief = false;       // fewer columns
+  std::string state;        // only VRFs of this operational state; empty: any
+  std::string protocol;     // only VRFs with an interface of this routing protocol; empty: any
+  std::string sort;         // one of vrf_orders(); empty: the daemon's order
 };
 // The words after "show vrf"; `name` is a name that is one of these words. Failure(kExitUsage).
 VrfRequest parse_vrf_words(const std::vector<std::string>& words, const std::string& name);

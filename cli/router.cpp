@@ -4,6 +4,8 @@
 
 #include "cli/commands.h"
 #include "cli/output/json_list.h"
+#include "cli/output/table.h"
+#include "platform/core/text/words.h"
 
 namespace cli {
 
@@ -11,6 +13,13 @@ namespace {
 
 // A reload is answered when the file has been loaded.
 constexpr std::chrono::seconds kReloadTime{60};
+
+// Names in the text cannot control the terminal.
+void print_lines(std::ostream& out, std::string_view text) {
+  do {
+    out << printable(text::take_until(&text, '\n'), Backslashes::kUnchanged) << '\n';
+  } while (!text.empty());
+}
 
 Session with_time_for(const Session& session, const std::string& command) {
   Session patient = session;
@@ -36,7 +45,7 @@ void router(const Session& session, const std::vector<std::string>& words) {
   if (session.json) {
     session.out << json_line({{"text", result.text}}) << '\n';
   } else {
-    session.out << result.text << '\n';
+    print_lines(session.out, result.text);
   }
 }
 

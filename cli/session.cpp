@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <array>
+
 namespace cli {
 
 std::unique_ptr<kvtree::Client> connect_to_daemon(const Session& session) {
@@ -12,7 +14,7 @@ std::unique_ptr<kvtree::Client> connect_to_daemon(const Session& session) {
 
 Failure no_daemon(const std::string& socket, Status status) {
   if (status == kStatusAccess) {
-    return {kExitNoDaemon, socket + ": permission denied; only root and the daemon's group may use it"};
+    return {kExitNoRight, socket + ": permission denied; only root and the daemon's group may use it"};
   }
   if (status == kStatusUntrustedServer) {
     return {kExitNoDaemon, socket +
@@ -28,7 +30,7 @@ Failure no_daemon(const std::string& socket, Status status) {
 }
 
 Failure no_right(const std::string& to_what) {
-  return {kExitFailed,
+  return {kExitNoRight,
           "permission denied: only root and the administrators' group (mpls_vpn_admin unless the daemon has "
           "another) may " +
               to_what};
@@ -42,16 +44,22 @@ Failure request_failure(const Session& session, const std::string& what, Status 
                                "many connections of one user"};
   }
   if (status == kStatusTimedOut) {
-    return {kExitFailed, fmt::format("{}: no answer within {} ms; --timeout sets the limit", what,
-                                     session.timeout.count())};
+    return {kExitNoAnswer,
+            fmt::format("mpls_vpn_mib did not answer within {} ms (--timeout)", session.timeout.count())};
   }
   if (!reason.empty()) return {kExitFailed, reason};
   if (status == kStatusNoSuchRow) return {kExitFailed, what + ": no such row"};
   if (status == kStatusAccess) {
-    return {kExitFailed,
+    return {kExitNoRight,
             what + ": permission denied for the role of this user; \"mplsvpn show status\" shows it"};
   }
   return {kExitFailed, fmt::format("{}: {} ({:#x})", what, err_text(status), status)};
+}
+
+const char* exit_name(int exit_status) {
+  static constexpr std::array kNames = {"ok",         "failed",        "usage",
+                                        "notRunning", "notResponding", "notPermitted"};
+  return kNames.at(static_cast<std::size_t>(exit_status));
 }
 
 }  // namespace cli

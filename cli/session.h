@@ -10,6 +10,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "cli/output/terminal.h"
 #include "platform/core/base/status.h"
 #include "platform/store/client/client.h"
 
@@ -18,7 +19,12 @@ namespace cli {
 inline constexpr int kExitOk = 0;
 inline constexpr int kExitFailed = 1;    // the daemon or a file rejected the request
 inline constexpr int kExitUsage = 2;     // the words are not a command
-inline constexpr int kExitNoDaemon = 3;  // the daemon is not running, or stopped
+inline constexpr int kExitNoDaemon = 3;  // the daemon is not running, or closed the connection
+inline constexpr int kExitNoAnswer = 4;  // the daemon does not answer in time
+inline constexpr int kExitNoRight = 5;   // the user may not connect, or not make this request
+
+// "notRunning", "notPermitted" ...: what JSON calls the exit status.
+const char* exit_name(int exit_status);
 
 class Failure : public std::runtime_error {
  public:
@@ -38,6 +44,7 @@ struct Session {
   std::string debug_socket;   // of its debug event manager
   std::string run_directory;  // where its trace buffers are
   std::chrono::milliseconds timeout{1000};
+  Terminal terminal = {};
 };
 
 // A connected client, or Failure(kExitNoDaemon).

@@ -1,19 +1,21 @@
 // Start-up of the process, before the daemon's own:
 //
 //   1. Fault points from the environment, for tests of whole processes.
-//   2. The run and the state directory, created when missing and closed to other users.
-//   3. platform.yaml; an error ends the process with status 1.
+//   2. The run and the state directory, created when missing and closed to other users. A daemon that serves
+//      there already ends this one.
+//   3. platform.yaml; an error ends the process with status 78.
 //   4. The stored configuration of all owners, which is replayed to subscribers, and the queue in which traps
 //      wait for the SNMP sub-agent.
 //   5. The first load of the source into the router model and, where it differs, into the configuration. A
-//      failure ends the process: a daemon with an empty model makes management systems delete every VRF.
+//      failure ends the process: a daemon with an empty model makes management systems delete every VRF. The
+//      status is 78 for an invalid file, which a later start would refuse, too.
 //      Configuration of a source that is not in use is removed, or it would be effective for ever.
 //   6. The services get the model.
 //   7. The output gate: no answer leaves for a client before the checkpoint is on disk.
 //   8. When the daemon creates its main event manager: the data store's server and the source start on it,
 //      the route modules are loaded, the VRFs that configuration names are referenced in the model (before
 //      the daemon reads their configuration), the routing tables are watched, and changes of RDs and route
-//      targets are reported.
+//      targets are reported; signals are followed, and the service manager is notified of the state.
 //
 // Everything here runs on the main thread. The model and the source live until the process ends.
 #include "daemon/host.h"
@@ -26,12 +28,15 @@
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 #include <system_error>
 #include <vector>
 
+#include "daemon/lifecycle.h"
 #include "daemon/route_modules.h"
 #include "daemon/settings.h"
+#include "daemon/signals.h"
 #include "daemon/sources.h"
 #include "mpls/vpn/mib/src/records/mib_constants.h"
 #include "platform/config/owners.h"
@@ -41,8 +46,10 @@
 #include "platform/core/chkpt/chkpt.h"
 #include "platform/core/evm/evm.h"
 #include "platform/core/files/directories.h"
+#include "platform/core/files/lock_file.h"
 #include "platform/core/files/private_files.h"
 #include "platform/core/wire/peer.h"
+#include "platform/router/interface_states/interface_states.h"
 #include "platform/router/model/router.h"
 #include "platform/router/services/services.h"
 #include "platform/store/status/status.h"
@@ -56,38 +63,38 @@ constexpr char kMainManager[] = "/dev/mpls/vpn/main";
 constexpr char kTrapSubscriber[] = "snmp";  // the SNMP sub-agent
 constexpr std::size_t kTrapQueue = 4096;    // traps for it while it or its master agent is down
 
-struct Host {
-  router::Router model;
-  Sources sources;  // the model's own, then those that only write configuration
-};
-
 Host& host() {
   static auto* const instance = new Host;  // never destroyed: services have pointers into it
   return *instance;
 }
 
 // Adds sources and loads them.
-bool load_sources(AddSources add, const Settings& settings, std::string* error) {
+Status load_sources(AddSources add, const Settings& settings, std::string* error) {
   Sources& sources = host().sources;
-  const auto first = static_cast<std::ptrdiff_t>(sources.size());
+  const std::size_t first = sources.size();
   add(&host().model, settings, &sources);
-  return std::all_of(sources.begin() + first, sources.end(),
-                     [error](const auto& source) { return source->load(error) == kStatusOk; });
+  for (std::size_t at = first; at < sources.size(); ++at) {
+    if (const Status status = sources[at]->load(error)) return status;
+  }
+  return kStatusOk;
 }
 
 // Configuration of other kinds of source must not stay effective.
-bool load_router(const Settings& settings, std::string* error) {
+Status load_router(const Settings& settings, std::string* error) {
   for (const SourceKind& kind : source_kinds()) {
-    if (&kind != settings.source && kind.remove_configured(error) != kStatusOk) return false;
+    if (&kind == settings.source) continue;
+    if (const Status status = kind.remove_configured(error)) return status;
   }
   return load_sources(settings.source->add, settings, error);
 }
 
-bool load_configuration_sources(const Settings& settings, std::string* error) {
-  return std::ranges::all_of(configuration_sources(), [&](const ConfigurationSource& source) {
-    if (!source.is_followed(settings)) return source.remove_configured(error) == kStatusOk;
-    return load_sources(source.add, settings, error);
-  });
+Status load_configuration_sources(const Settings& settings, std::string* error) {
+  for (const ConfigurationSource& source : configuration_sources()) {
+    const Status status = source.is_followed(settings) ? load_sources(source.add, settings, error)
+                                                       : source.remove_configured(error);
+    if (status != kStatusOk) return status;
+  }
+  return kStatusOk;
 }
 
 // Does not return when a source cannot be started: the model would never change.
@@ -103,11 +110,16 @@ void start_sources(EventManager* manager) {
 
 void provide_status(EventManager* manager) {
   const Source* source = host().sources.front().get();  // lives as long as the process
-  const ProcessIdentity identity{MPLS_VERSION, source->describe(),
-                                 [source] { return source->corrections(); }};
+  const ProcessIdentity identity{MPLS_VERSION, source->describe(), [source] { return source->corrections(); },
+                                 [source] { return source->malformed(); }};
   if (const Status status = process_status_start(manager, identity)) {
     log_error("mpls_vpn_mib", "\"mplsvpn show status\" is not available: %s", err_text(status));
   }
+}
+
+void provide_interface_states(EventManager* manager) {
+  if (const Status status = interface_states_start(&host().model, manager))
+    log_error("mpls_vpn_mib", "\"mplsvpn show interfaces\" has no states: %s", err_text(status));
 }
 
 // A flood of lines that ends may be followed by none.
@@ -118,12 +130,14 @@ void report_floods_regularly(EventManager* manager) {
 
 // A failure here ends the process: it could not serve requests.
 void start_on_main_manager(EventManager* manager) {
+  host().managers.push_back(manager);
   if (std::string(event_manager_name(manager)) != kMainManager) return;
   if (const Status status = kvtree_serve(manager)) {
     log_error("mpls_vpn_mib", "cannot serve %s: %s", kMainManager, err_text(status));
     std::exit(1);
   }
   provide_status(manager);
+  provide_interface_states(manager);
   report_floods_regularly(manager);
   check_route_modules();
   std::string error;
@@ -132,6 +146,10 @@ void start_on_main_manager(EventManager* manager) {
     std::exit(1);
   }
   start_sources(manager);
+  if (const Status status = follow_service_manager(manager, &host())) {
+    log_error("mpls_vpn_mib", "cannot follow signals: %s", err_text(status));
+    std::exit(1);
+  }
 }
 
 bool arm_faults() {
@@ -195,9 +213,26 @@ void warn_of_shared_user() {
               geteuid());
 }
 
-int refuse(const std::string& error) {
+int refuse(const std::string& error, int status) {
   log_error("mpls_vpn_mib", "%s", error.c_str());
-  return 1;
+  return status;
+}
+
+// A file that can be checked is invalid until someone changes it.
+int refuse_load(Status status, const std::string& error) {
+  const bool is_wrong = status == kStatusInvalid && host().settings.source->check != nullptr;
+  return refuse(error, is_wrong ? kWrongSettings : 1);
+}
+
+// Two daemons that start together are left to the locks of the databases and of the run directory.
+bool is_alone() {
+  const std::optional<pid_t> other = event_manager_server(kMainManager);
+  if (!other) return true;
+  log_error("mpls_vpn_mib",
+            "%s runs as the daemon of %s: end it, then start again; a second daemon needs directories of its "
+            "own (MPLS_VPN_MIB_RUN_DIR, MPLS_VPN_MIB_STATE_DIR)",
+            describe_process(*other).c_str(), run_directory().c_str());
+  return false;
 }
 
 }  // namespace
@@ -206,13 +241,16 @@ int start_host() {
   heap_join_freed_blocks_at_once();
   log_limit(kLogLines, kLogInterval);
   warn_of_shared_user();
-  if (!arm_faults() || !make_directories()) return 1;
-  Settings settings;
+  block_reload_signal();
+  if (!arm_faults() || !make_directories() || !is_alone()) return 1;
+  Settings& settings = host().settings;
   std::string error;
-  if (!read_settings(config_directory(), &settings, &error)) return refuse(error);
+  if (!read_settings(config_directory(), &settings, &error)) return refuse(error, kWrongSettings);
   if (!settings.warning.empty()) log_warning("mpls_vpn_mib", "%s", settings.warning.c_str());
   if (!prepare_store()) return 1;
-  if (!load_router(settings, &error) || !load_configuration_sources(settings, &error)) return refuse(error);
+  if (const Status status = load_router(settings, &error)) return refuse_load(status, error);
+  if (const Status status = load_configuration_sources(settings, &error)) return refuse_load(status, error);
+  heap_return_freed_memory();  // that files were read into, more than the services need
   router_services_attach(&host().model);
   // Clients never see a time that a crash could undo. The store logs a commit that failed and continues.
   chkpt_gate_output();

@@ -3,6 +3,10 @@
 
 namespace daemon_host {
 
+// Exit status of a process whose settings or router file are invalid, EX_CONFIG of sysexits.h: starting it
+// again does not help.
+inline constexpr int kWrongSettings = 78;
+
 // Reads the settings, loads the source into the router model and attaches the services, so that the model is
 // complete before the daemon registers. Live changes and the data store's server start with the main event
 // manager. Returns 0, or the exit status of the process after logging the reason. Call it once, before the

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <string_view>
 
+#include "daemon/check.h"
 #include "daemon/host.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_start.h"
 #include "platform/core/base/log.h"
@@ -14,12 +15,13 @@ namespace {
 constexpr int kWrongArguments = 2;
 
 constexpr char kUsage[] =
-    "Usage: mpls_vpn_mib [--help | --version]\n"
+    "Usage: mpls_vpn_mib [--help | --version | --check]\n"
     "\n"
     "The daemon of MPLS-L3VPN-STD-MIB. Without an argument it starts and serves until it is ended.\n"
     "\n"
     "  --help     prints this text\n"
     "  --version  prints the version\n"
+    "  --check    checks the settings and the router file, and changes nothing\n"
     "\n"
     "Settings: platform.yaml in the configuration directory.\n"
     "Environment: MPLS_VPN_MIB_CONFIG_DIR, MPLS_VPN_MIB_RUN_DIR, MPLS_VPN_MIB_STATE_DIR, "
@@ -27,7 +29,10 @@ constexpr char kUsage[] =
     "MPLS_VPN_MIB_ADMIN_GROUP, MPLS_VPN_MIB_AGENT_GROUP (who may change the configuration, who is the "
     "sub-agent);\n"
     "MPLS_VPN_MIB_DEBUG=errors prints errors that the log does not have.\n"
-    "Exit status: 1 the start failed, 2 wrong arguments.\n";
+    "Signals: SIGTERM and SIGINT end it, SIGHUP reads the settings and the router file again.\n"
+    "Exit status: 1 the start or the check failed, 2 wrong arguments, 78 the settings or the router file "
+    "are\n"
+    "invalid.\n";
 
 int print(const char* text) {
   return std::fputs(text, stdout) == EOF || std::fflush(stdout) == EOF ? 1 : 0;
@@ -35,8 +40,11 @@ int print(const char* text) {
 
 int answer_arguments(int argc, char** argv) {
   const std::string_view first = argv[1];
-  const bool is_known = first == "--help" || first == "--version";
-  if (is_known && argc == 2) return print(first == "--help" ? kUsage : MPLS_VERSION "\n");
+  const bool is_known = first == "--help" || first == "--version" || first == "--check";
+  if (is_known && argc == 2) {
+    if (first == "--check") return daemon_host::check_settings();
+    return print(first == "--help" ? kUsage : MPLS_VERSION "\n");
+  }
   std::fprintf(stderr,
                "mpls_vpn_mib: unexpected argument \"%s\"; \"mpls_vpn_mib --help\" lists the arguments\n",
                argv[is_known ? 2 : 1]);

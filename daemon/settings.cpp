@@ -7,6 +7,7 @@
 #include <iterator>
 #include <map>
 #include <sstream>
+#include <string_view>
 #include <vector>
 
 #include "platform/core/files/read_file.h"
@@ -29,8 +30,8 @@ struct UnreadableFile {
   std::string what;
 };
 
-const std::string& scalar(const Node& node, const std::string& key) {
-  if (!node.is_scalar()) refuse(node.mark(), "'" + key + "' takes one word");
+const std::string& scalar(const Node& node, std::string_view key) {
+  if (!node.is_scalar()) refuse(node.mark(), "'" + std::string(key) + "' takes one word");
   return node.scalar();
 }
 

@@ -15,6 +15,7 @@ namespace daemon_host {
 struct Settings : SourceSettings {
   const SourceKind* source = &source_kinds().front();
   std::string warning;  // for the operator; empty for none
+  bool operator==(const Settings&) const = default;
 };
 
 // False, and "FILE:LINE:COLUMN: what" in *error, for a file that does not parse, has an unknown key or value

@@ -121,6 +121,13 @@ TEST_F(SettingsFile, ErrorsNameTheirPosition) {
   EXPECT_EQ(Refusal("frr: [a]\n"), "platform.yaml:1:6: 'frr' takes one word");
 }
 
+// The reason between them is the YAML library's.
+TEST_F(SettingsFile, TabInThePlaceOfBlanksIsNamedWithItsRemedy) {
+  const std::string reason = Refusal("source: kernel\n\t\nfrr: auto\n");
+  EXPECT_TRUE(reason.starts_with("platform.yaml:2:1: ")) << reason;
+  EXPECT_TRUE(reason.ends_with("; write blanks instead of the tab")) << reason;
+}
+
 // platform.yaml has one key for each option, whichever source it belongs to.
 TEST(SourceKinds, HaveDistinctOptions) {
   for (const SourceKind& kind : source_kinds()) {

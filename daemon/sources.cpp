@@ -4,6 +4,7 @@
 
 #include "platform/core/files/directories.h"
 #include "platform/core/text/words.h"
+#include "sources/file/file_reader.h"
 #include "sources/file/file_source.h"
 #include "sources/frr/frr_source.h"
 #include "sources/kernel/kernel_source.h"
@@ -28,17 +29,25 @@ void add_file(router::Router* model, const SourceSettings& settings, Sources* so
   sources->push_back(std::make_unique<FileSource>(model, path));
 }
 
+Status check_file(const SourceSettings& settings, std::string* error) {
+  const router_file::Reading reading = router_file::read(settings.options.find(kRouterFile)->second);
+  *error = reading.error;
+  return reading.status;
+}
+
 constexpr SourceKind kSourceKinds[] = {
     {.word = "kernel",
      .options = {},
      .follows_routing_suite = true,
      .add = add_kernel,
-     .remove_configured = VrfDescriptions::remove_configured},
+     .remove_configured = VrfDescriptions::remove_configured,
+     .check = nullptr},
     {.word = "file",
      .options = kFileOptions,
      .follows_routing_suite = false,
      .add = add_file,
-     .remove_configured = FileSource::remove_configured},
+     .remove_configured = FileSource::remove_configured,
+     .check = check_file},
 };
 
 bool is_suite_followed(const SourceSettings& settings) {

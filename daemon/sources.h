@@ -22,6 +22,7 @@ struct SourceSettings {
   std::map<std::string, std::string, std::less<>> options;
   std::vector<std::string> frr_shell;  // the routing suite's shell and its arguments; empty: not followed
   bool frr_wanted = false;             // named, not by default: a suite that cannot be followed is logged
+  bool operator==(const SourceSettings&) const = default;
 };
 
 using Sources = std::vector<std::unique_ptr<Source>>;
@@ -31,6 +32,9 @@ using AddSources = void (*)(router::Router* model, const SourceSettings& setting
 // Removes what an earlier process with this source configured; kStatusOk for a source that configures
 // nothing. *error says what failed.
 using RemoveConfigured = Status (*)(std::string* error);
+
+// Reads what load() would read, and changes nothing. *error says where it is invalid and why.
+using CheckSource = Status (*)(const SourceSettings& settings, std::string* error);
 
 // A key of platform.yaml that belongs to a source; its value is one word.
 struct SourceOption {
@@ -46,6 +50,7 @@ struct SourceKind {
   bool follows_routing_suite;  // with `frr: auto`
   AddSources add;              // the first source feeds the model
   RemoveConfigured remove_configured;
+  CheckSource check;  // null for a source that cannot be invalid
 };
 
 // What only writes configuration, beside the source of the model.

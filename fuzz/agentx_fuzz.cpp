@@ -92,6 +92,7 @@ void answer_one(agentx::Bytes input, tables::Mib* mib) {
   std::vector<std::uint8_t> output;
   agentx::Writer writer(&output);
   agent::Responder responder(*mib);
+  mib->begin_requests(clock_monotonic());
   responder.answer(header, input.subspan(2), &writer);
   check_output(output);
   check_next(input.subspan(2), mib);
@@ -107,6 +108,7 @@ void run_session(agentx::Bytes input, tables::Mib* mib) {
   options.connect = [&] { return ends[0]; };
   agentx::Session session(options,
                           [&](const agentx::Header& request, agentx::Bytes payload, agentx::Writer* writer) {
+                            mib->begin_requests(clock_monotonic());
                             responder.answer(request, payload, writer);
                           });
   session.step();

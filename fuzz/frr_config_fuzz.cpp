@@ -37,8 +37,9 @@ const router::Router& sample_router() {
     interface.name = "red1";
     interface.vrf = "red";
     interface.index = 3;
-    interface.addresses.resize(1);
-    require(router::parse_address("10.0.0.1/24", &interface.addresses[0]));
+    router::Address address;
+    require(router::parse_address("10.0.0.1/24", &address));
+    interface.addresses.push_back(address);
     require(made->add_interface(interface) == kStatusOk);
     return made;
   }();

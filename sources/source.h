@@ -26,7 +26,15 @@ class Source {
   [[nodiscard]] virtual Status start(EventManager* manager) = 0;
   // What is read, for messages: "the kernel", the path of a file.
   virtual std::string describe() const = 0;
+  // Reads again what may have changed without notice; the default is for a source that follows everything.
+  // REQUIRES: it is started.
+  virtual void reload() {}
+  // How the source is, in a few words for operators: "FRR: bgpd and zebra answer"; empty if there is nothing
+  // to say.
+  virtual std::string state() const { return {}; }
   // How much of the model later readings had to correct because changes had not been announced; none for a
   // source without such readings.
   virtual std::optional<std::uint64_t> corrections() const { return std::nullopt; }
+  // Messages that were dropped because they are malformed; none for a source that receives none.
+  virtual std::optional<std::uint64_t> malformed() const { return std::nullopt; }
 };

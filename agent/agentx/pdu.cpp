@@ -10,14 +10,21 @@
 namespace agentx {
 namespace {
 
+bool is_native(bool network_order) {
+  return network_order == (std::endian::native == std::endian::big);
+}
+
+// REQUIRES: sizeof(Number) octets, 2 or 4.
 template <typename Number>
 Number assemble(Bytes octets, bool network_order) {
   Number value = 0;
-  for (std::size_t i = 0; i < octets.size(); ++i) {
-    const std::size_t from = network_order ? i : octets.size() - 1 - i;
-    value = static_cast<Number>(value << 8U | octets[from]);
+  std::memcpy(&value, octets.data(), sizeof value);
+  if (is_native(network_order)) return value;
+  if constexpr (sizeof value == sizeof(std::uint16_t)) {
+    return __builtin_bswap16(value);
+  } else {
+    return __builtin_bswap32(value);
   }
-  return value;
 }
 
 struct ErrorName {
@@ -107,7 +114,7 @@ bool Reader::name(oid::Oid* value, bool* include) {
   // The most frequent work of a sub-agent: without a call for each number.
   const std::span<std::uint32_t> added = value->grow(count);
   if (count > 0) std::memcpy(added.data(), numbers.data(), numbers.size());
-  if (network_order_ != (std::endian::native == std::endian::big)) {
+  if (!is_native(network_order_)) {
     for (std::uint32_t& number : added) number = __builtin_bswap32(number);
   }
   return true;

@@ -143,8 +143,9 @@ class Writer {
  public:
   explicit Writer(std::vector<std::uint8_t>* output) : output_(output) {}
 
-  // One PDU is written between begin() and end(); end() fills in its length.
-  void begin(const Header& header);
+  // One PDU is written between begin() and end(); end() fills in its length. It begins with the header and so
+  // many zero octets.
+  void begin(const Header& header, std::size_t zeros = 0);
   void end();
 
   void number8(std::uint8_t value);
@@ -168,6 +169,7 @@ class Writer {
 
  private:
   std::uint8_t* grow(std::size_t count);
+  std::uint8_t* name_after(std::size_t octets, oid::View first, oid::View second, bool include);
 
   std::vector<std::uint8_t>* output_;
   std::size_t begin_ = 0;

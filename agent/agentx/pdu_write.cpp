@@ -11,6 +11,11 @@ namespace {
 constexpr std::size_t kPayloadLengthAt = 16;
 constexpr std::size_t kCompressed = 5;  // sub-identifiers that the prefix octet replaces
 
+void store16(std::uint8_t* to, std::uint16_t value) {
+  to[0] = static_cast<std::uint8_t>(value >> 8U);
+  to[1] = static_cast<std::uint8_t>(value);
+}
+
 void store32(std::uint8_t* to, std::uint32_t value) {
   to[0] = static_cast<std::uint8_t>(value >> 24U);
   to[1] = static_cast<std::uint8_t>(value >> 16U);
@@ -50,9 +55,9 @@ std::uint8_t* Writer::grow(std::size_t count) {
   return output_->data() + before;
 }
 
-void Writer::begin(const Header& header) {
+void Writer::begin(const Header& header, std::size_t zeros) {
   begin_ = output_->size();
-  std::uint8_t* const to = grow(kHeaderSize);
+  std::uint8_t* const to = grow(kHeaderSize + zeros);
   to[0] = kVersion;
   to[1] = static_cast<std::uint8_t>(header.type);
   to[2] = static_cast<std::uint8_t>(header.flags | kFlagNetworkByteOrder);
@@ -73,8 +78,7 @@ void Writer::number8(std::uint8_t value) {
 }
 
 void Writer::number16(std::uint16_t value) {
-  grow(2);
-  patch16(output_->size() - 2, value);
+  store16(grow(2), value);
 }
 
 void Writer::number32(std::uint32_t value) {
@@ -82,10 +86,16 @@ void Writer::number32(std::uint32_t value) {
 }
 
 void Writer::name(oid::View first, oid::View second, bool include) {
+  name_after(0, first, second, include);
+}
+
+// One name after so many zero octets, to which it returns a pointer: growing has a cost of its own.
+std::uint8_t* Writer::name_after(std::size_t octets, oid::View first, oid::View second, bool include) {
   const std::uint8_t prefix = prefix_of(first);
   if (prefix != 0) first = first.subspan(kCompressed);
   const std::size_t count = first.size() + second.size();
-  std::uint8_t* to = grow(4 + count * 4);
+  std::uint8_t* const begin = grow(octets + 4 + count * 4);
+  std::uint8_t* to = begin + octets;
   to[0] = static_cast<std::uint8_t>(count);
   to[1] = prefix;
   to[2] = include ? 1 : 0;
@@ -97,6 +107,7 @@ void Writer::name(oid::View first, oid::View second, bool include) {
       to += 4;
     }
   }
+  return begin;
 }
 
 void Writer::octets(Bytes value) {
@@ -110,14 +121,12 @@ void Writer::octets(std::string_view value) {
 }
 
 void Writer::var_bind(ValueType type, oid::View first, oid::View second) {
-  number16(static_cast<std::uint16_t>(type));
-  number16(0);
-  name(first, second);
+  constexpr std::size_t kTypeAndReserved = 4;
+  store16(name_after(kTypeAndReserved, first, second, false), static_cast<std::uint16_t>(type));
 }
 
 void Writer::patch16(std::size_t position, std::uint16_t value) {
-  (*output_)[position] = static_cast<std::uint8_t>(value >> 8U);
-  (*output_)[position + 1] = static_cast<std::uint8_t>(value);
+  store16(output_->data() + position, value);
 }
 
 void write_open(Writer* writer, std::uint32_t packet, std::string_view description) {
@@ -157,10 +166,11 @@ void begin_response(Writer* writer, const Header& request, Error error, std::uin
   Header header = request;
   header.type = PduType::kResponse;
   header.flags = kFlagNetworkByteOrder;
-  writer->begin(header);
-  writer->number32(0);  // sysUpTime: a master ignores a sub-agent's
-  writer->number16(static_cast<std::uint16_t>(error));
-  writer->number16(index);
+  constexpr std::size_t kUpTime = 4;  // 0: a master ignores a sub-agent's
+  const std::size_t error_at = writer->position() + kHeaderSize + kUpTime;
+  writer->begin(header, kUpTime + sizeof(error) + sizeof(index));
+  writer->patch16(error_at, static_cast<std::uint16_t>(error));
+  writer->patch16(error_at + sizeof(error), index);
 }
 
 }  // namespace agentx

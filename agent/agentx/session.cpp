@@ -35,6 +35,10 @@ bool would_block(int error) {
   return error == EAGAIN || error == EWOULDBLOCK || error == EINTR;
 }
 
+std::int64_t wall_offset() {
+  return static_cast<std::int64_t>(clock_stamp()) - static_cast<std::int64_t>(clock_monotonic());
+}
+
 }  // namespace
 
 Session::Session(SessionOptions options, Handler handler, NotifyHandler on_notified)
@@ -59,7 +63,10 @@ std::uint64_t Session::deadline() const {
 }
 
 void Session::step() {
-  const std::uint64_t now = clock_monotonic();
+  step_at(clock_monotonic());
+}
+
+void Session::step_at(std::uint64_t now) {
   if (fd_ < 0 && now >= retry_at_) connect();
   if (fd_ < 0) return;
   if (is_overdue(now)) lose("no reply");
@@ -133,10 +140,12 @@ void Session::expect_reply() {
 }
 
 void Session::handle(short revents) {
+  handled_at_ = clock_monotonic();
   if (fd_ >= 0 && (revents & POLLOUT) != 0) flush();
   if (fd_ >= 0 && (revents & (POLLIN | POLLHUP | POLLERR)) != 0) receive();
+  if (fd_ >= 0 && (revents & (POLLHUP | POLLERR)) != 0) has_more_ = true;  // the end
   if (fd_ >= 0) answer_input();
-  step();
+  step_at(handled_at_);
 }
 
 void Session::receive() {
@@ -144,9 +153,10 @@ void Session::receive() {
   if (input_.size() < received_ + kReadChunk) input_.resize(received_ + kReadChunk);
   const ssize_t count = recv(fd_, input_.data() + received_, kReadChunk, 0);
   const int error = errno;
+  has_more_ = count == static_cast<ssize_t>(kReadChunk);
   if (count > 0) {
     received_ += static_cast<std::size_t>(count);
-    received_at_ = clock_monotonic();
+    received_at_ = handled_at_;
   } else if (count == 0) {
     lose("it closed the connection");
   } else if (!would_block(error)) {
@@ -228,7 +238,25 @@ void Session::take_notified(std::uint32_t packet, std::uint16_t error) {
 void Session::note_up_time(std::uint32_t hundredths) {
   const std::int64_t zero =
       static_cast<std::int64_t>(clock_stamp()) - std::int64_t{hundredths} * kNanosecondsPerTick;
-  if (!up_time_zero_ || std::abs(zero - *up_time_zero_) > kUpTimeTolerance) up_time_zero_ = zero;
+  if (up_time_zero_ && std::abs(zero - *up_time_zero_) <= kUpTimeTolerance) return;
+  up_time_zero_ = zero;
+  wall_offset_ = wall_offset();
+}
+
+// The master states its up time when it answers, and a master that has requests all the time is asked
+// nothing.
+void Session::follow_wall_clock() {
+  if (!up_time_zero_ || handled_at_ - wall_compared_at_ < kNanosecondsPerSecond) return;
+  wall_compared_at_ = handled_at_;
+  const std::int64_t step = wall_offset() - wall_offset_;
+  if (std::abs(step) <= kUpTimeTolerance) return;
+  *up_time_zero_ += step;
+  wall_offset_ += step;
+}
+
+std::optional<std::int64_t> Session::up_time_zero() {
+  follow_wall_clock();
+  return up_time_zero_;
 }
 
 void Session::take_reply(std::uint16_t error) {
@@ -258,13 +286,28 @@ void Session::flush() {
     const ssize_t count = send(fd_, output_.data() + sent_, output_.size() - sent_, MSG_NOSIGNAL);
     if (count < 0) {
       if (errno == EINTR) continue;
-      if (!would_block(errno)) lose(std::strerror(errno));
+      if (!would_block(errno)) lose_after_answers(std::strerror(errno));
       return;
     }
     sent_ += static_cast<std::size_t>(count);
   }
   output_.clear();
   sent_ = 0;
+}
+
+// A master that has ended may have answered notifications before. Its requests are not answered any more.
+void Session::lose_after_answers(const std::string& why) {
+  ssize_t count = 1;
+  while (fd_ >= 0 && count > 0 && !notifies_.empty()) {
+    output_.clear();
+    sent_ = 0;
+    input_.resize(std::max(input_.size(), received_ + kReadChunk));
+    count = recv(fd_, input_.data() + received_, kReadChunk, 0);
+    if (count <= 0) break;
+    received_ += static_cast<std::size_t>(count);
+    consume();
+  }
+  if (fd_ >= 0) lose(why);
 }
 
 void Session::lose(const std::string& why) {
@@ -277,6 +320,7 @@ void Session::lose(const std::string& why) {
   notifies_.clear();
   ++losses_;
   received_ = 0;
+  has_more_ = false;
   output_.clear();
   sent_ = 0;
   retry_at_ = clock_monotonic() + options_.retry_ns;
@@ -297,6 +341,13 @@ void Session::shut_down() {
   if (fd_ >= 0) close(fd_);
   fd_ = -1;
   state_ = State::kClosed;
+}
+
+void Session::reconnect() {
+  shut_down();
+  announced_lost_ = true;  // the loss is intended: only the return is logged
+  lose("");
+  retry_at_ = 0;
 }
 
 int connect_unix(const std::string& path) {

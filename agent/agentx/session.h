@@ -2,8 +2,9 @@
 // again when any of that fails (RFC 2741 sections 7.1 and 7.2).
 //
 // Owned by one thread and driven by its event loop: poll fd() for events(), pass the result to handle(), and
-// call step() after every handle() and when deadline() has passed. The handler of requests appends the
-// response to the session's output buffer; all requests of one read are answered with one write.
+// call step() after every handle() and when deadline() has passed. A kernel that announces what arrives once
+// only (EPOLLET) is asked again whenever events() has changed, and while has_more(). The handler of requests
+// appends the response to the session's output buffer; all requests of one read are answered with one write.
 #pragma once
 
 #include <cstddef>
@@ -53,28 +54,36 @@ class Session {
   // 0, with nothing queued, while the subtree is not registered or kMaxNotifies of them are unanswered.
   std::uint32_t notify(const std::function<void(Writer*)>& write);
   void flush_notifies();
+  bool has_unanswered_notifies() const { return !notifies_.empty(); }
   static constexpr std::size_t kMaxNotifies = 16;
   // The number of lost sessions. What was unanswered when it increased remains unanswered.
   std::uint32_t losses() const { return losses_; }
   // When the master's sysUpTime was 0, in nanoseconds since 1970, according to its replies. Constant for the
   // life of a session, so that time stamps are, unless the wall clock is set or sysUpTime wraps. None before
   // the first reply of a session.
-  std::optional<std::int64_t> up_time_zero() const { return up_time_zero_; }
+  std::optional<std::int64_t> up_time_zero();
 
   bool registered() const { return state_ == State::kRegistered; }
 
   int fd() const { return fd_; }  // -1: none
   short events() const;           // for poll()
   void handle(short revents);     // the result of poll()
-  void step();                    // does what is due
+  // When the last handle() began, by clock_monotonic(): a time for the handler of requests.
+  std::uint64_t handled_at() const { return handled_at_; }
+  // True when the socket may have more than the last handle() took.
+  bool has_more() const { return has_more_; }
+  void step();  // does what is due
   // When step() is next needed, by clock_monotonic().
   std::uint64_t deadline() const;
+  // The same as shut_down(), and connects again at the next step.
+  void reconnect();
   // Unregisters and closes, as far as that is possible without blocking.
   void shut_down();
 
  private:
   enum class State { kClosed, kOpening, kOpen, kRegistering, kRegistered };
 
+  void step_at(std::uint64_t now);
   void connect();
   void send_open();
   void send_register();
@@ -86,11 +95,13 @@ class Session {
   void take_reply(std::uint16_t error);
   void take_notified(std::uint32_t packet, std::uint16_t error);
   void note_up_time(std::uint32_t hundredths);
+  void follow_wall_clock();
   bool is_overdue(std::uint64_t now) const;
   void flush();
   std::uint32_t take_packet_number();
   void expect_reply();
   void lose(const std::string& why);
+  void lose_after_answers(const std::string& why);
 
   SessionOptions options_;
   Handler handler_;
@@ -107,10 +118,14 @@ class Session {
   std::uint64_t notified_until_ = 0;    // when the oldest of them is overdue
   std::uint32_t losses_ = 0;
   std::optional<std::int64_t> up_time_zero_;
+  std::int64_t wall_offset_ = 0;        // of the wall clock from the monotonic one, for up_time_zero_
+  std::uint64_t wall_compared_at_ = 0;  // the clocks, by the monotonic one
   std::uint64_t retry_at_ = 0;
   std::uint64_t received_at_ = 0;
+  std::uint64_t handled_at_ = 0;
   std::vector<std::uint8_t> input_;  // the first received_ octets are the master's
   std::size_t received_ = 0;
+  bool has_more_ = false;
   std::vector<std::uint8_t> output_;
   std::size_t sent_ = 0;  // octets of output_ that were sent
 };

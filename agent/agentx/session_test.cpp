@@ -391,6 +391,18 @@ TEST_F(SessionTest, RequestsHeldBackAreAnsweredWhenTheMasterReads) {
   EXPECT_EQ(answered, 12U);
 }
 
+TEST_F(SessionTest, HangUpAfterOctetsMayHaveMoreUntilItIsRead) {
+  Register();
+  EXPECT_FALSE(session_.has_more());
+  master_.Send({1, 5});  // part of a header
+  master_.HangUp();
+  session_.handle(POLLIN | POLLHUP);
+  EXPECT_TRUE(session_.has_more()) << "the end of the connection";
+  session_.handle(POLLIN | POLLHUP);
+  EXPECT_EQ(session_.fd(), -1);
+  EXPECT_FALSE(session_.has_more());
+}
+
 TEST_F(SessionTest, OctetsThatAreNoAgentXEndTheConnection) {
   Register();
   master_.Send(std::vector<std::uint8_t>(40, 'x'));
@@ -449,6 +461,20 @@ TEST_F(SessionTest, NotifyCarriesItsVariablesAndTheAnswerIsReported) {
   master_.Reply(notify.header, Error::kProcessingError, 77);
   Pump();
   EXPECT_EQ(notified_, (std::vector<std::pair<std::uint32_t, std::uint16_t>>{{packet, 268}}));
+}
+
+TEST_F(SessionTest, AnswersOfAMasterThatHasEndedAreReportedThoughNothingMoreCanBeSent) {
+  Register();
+  std::vector<std::uint32_t> packets;
+  for (int i = 0; i < 2; ++i) packets.push_back(session_.notify([](Writer*) {}));
+  session_.flush_notifies();
+  for (int i = 0; i < 2; ++i) master_.Reply(master_.Next().header, Error::kNone, 77);
+  master_.HangUp();
+  session_.notify([](Writer*) {});
+  session_.flush_notifies();
+  EXPECT_EQ(notified_,
+            (std::vector<std::pair<std::uint32_t, std::uint16_t>>{{packets[0], 0}, {packets[1], 0}}));
+  EXPECT_FALSE(session_.registered());
 }
 
 TEST_F(SessionTest, NotifiesUnderWayAreBoundedAndForgottenWithTheSession) {

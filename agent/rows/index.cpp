@@ -58,6 +58,19 @@ class Position {
     return {part.lowest, part.highest};
   }
 
+  // How many octets follow before the next part.
+  std::size_t octets_left() const { return octets_left_; }
+  // Steps over all of these if they are allowed. REQUIRES: octets.size() == octets_left() > 0.
+  bool step_octets(oid::View octets) {
+    const std::uint32_t lowest = lowest_octet_;
+    octets_left_ = 0;
+    ++part_;
+    for (const std::uint32_t octet : octets) {
+      if (octet < lowest || octet > kHighestOctet) return false;
+    }
+    return true;
+  }
+
   // REQUIRES: allowed().has(number).
   void step(std::uint32_t number) {
     if (octets_left_ > 0) {
@@ -144,9 +157,16 @@ bool first_index(IndexShape shape, oid::View instance, bool after, oid::Oid* ind
 
 bool is_index(IndexShape shape, oid::View instance) {
   Position position(shape);
-  for (const std::uint32_t number : instance) {
-    if (position.complete() || !position.allowed().has(number)) return false;
-    position.step(number);
+  for (std::size_t at = 0; at < instance.size();) {
+    const std::size_t octets = position.octets_left();
+    if (octets > instance.size() - at || position.complete()) return false;
+    if (octets > 0) {
+      if (!position.step_octets(instance.subspan(at, octets))) return false;
+      at += octets;
+    } else {
+      if (!position.allowed().has(instance[at])) return false;
+      position.step(instance[at++]);
+    }
   }
   return position.complete();
 }

@@ -30,23 +30,28 @@ bool is_same(oid::View left, oid::View right) {
 RowCache::RowCache(const RowSet& set, RowSource& source, std::uint64_t age_ns)
     : set_(&set), source_(&source), age_ns_(age_ns), slots_(kWindows, Slot(set)) {}
 
-void RowCache::begin_requests() {
-  wanted_ = 0;
+std::uint64_t RowCache::begin_requests(std::uint64_t now) {
+  resume_requests(now, ++requests_);
   failed_.clear();
-  ++requests_;
+  return requests_;
+}
+
+void RowCache::resume_requests(std::uint64_t now, std::uint64_t number) {
+  wanted_ = 0;
+  at_hand_ = number;
+  set_time(now);
 }
 
 Lookup RowCache::first_at_or_after(oid::View index, Slots slots, std::uint32_t rows_wanted, RowRef* row) {
-  const std::uint64_t now = clock_monotonic();
-  Slot* slot = find(index, slots, now);
+  Slot* slot = find(index, slots);
   if (slot == nullptr) {
     failed_at_once_ = kStatusOk;
-    start_for(index, slots, rows_wanted, now);
-    slot = find(index, slots, now);  // the source may answer at once
+    start_for(index, slots, rows_wanted);
+    slot = find(index, slots);  // the source may answer at once
     Status failure = kStatusOk;
     if (slot == nullptr) failure = failed_at_once_ != kStatusOk ? failed_at_once_ : failure_of(index, slots);
     if (slot == nullptr && failure == kStatusOk) return Lookup::kPending;
-    if (failure == kStatusTimedOut) slot = find_old(index, slots, now);
+    if (failure == kStatusTimedOut) slot = find_old(index, slots);
     if (slot == nullptr) return Lookup::kFailed;
   }
   slot->used = ++uses_;
@@ -63,7 +68,7 @@ bool RowCache::advance(RowRef* row, oid::View index, Slots slots) {
   if (!oid::equal(row->index(), index)) return false;
   const auto slot =
       std::ranges::find_if(slots_, [&](const Slot& each) { return &each.window == row->window; });
-  if (slot->filled != row->filled || !is_fresh(*slot, clock_monotonic())) return false;
+  if (slot->filled != row->filled || !is_fresh(*slot)) return false;
   slot->used = ++uses_;
   slot->requested |= slots;
   ++row->row;
@@ -71,21 +76,21 @@ bool RowCache::advance(RowRef* row, oid::View index, Slots slots) {
   return true;
 }
 
-bool RowCache::is_fresh(const Slot& slot, std::uint64_t now) const {
-  return slot.request == requests_ || now - slot.filled_at < age_ns_;
+bool RowCache::is_fresh(std::uint64_t request, std::uint64_t read_at) const {
+  return request >= at_hand_ || now_ - read_at < age_ns_;
 }
 
-RowCache::Slot* RowCache::find(oid::View index, Slots slots, std::uint64_t now) {
+RowCache::Slot* RowCache::find(oid::View index, Slots slots) {
   for (Slot& slot : slots_) {
-    if (slot.window.has(slots) && slot.window.covers(index) && is_fresh(slot, now)) return &slot;
+    if (slot.window.has(slots) && slot.window.covers(index) && is_fresh(slot)) return &slot;
   }
   return nullptr;
 }
 
-RowCache::Slot* RowCache::find_old(oid::View index, Slots slots, std::uint64_t now) {
+RowCache::Slot* RowCache::find_old(oid::View index, Slots slots) {
   if (age_ns_ == 0) return nullptr;
   for (Slot& slot : slots_) {
-    if (slot.window.has(slots) && slot.window.covers(index) && now - slot.filled_at < kOldRows) return &slot;
+    if (slot.window.has(slots) && slot.window.covers(index) && now_ - slot.read_at < kOldRows) return &slot;
   }
   return nullptr;
 }
@@ -97,7 +102,8 @@ RowCache::Slot* RowCache::least_recent() {
 
 bool RowCache::is_under_way(oid::View from, Slots slots) const {
   return std::ranges::any_of(fetches_, [&](const Fetch& fetch) {
-    return (slots & ~fetch.slots) == 0 && is_same(fetch.from.view(), from);
+    return (slots & ~fetch.slots) == 0 && is_same(fetch.from.view(), from) &&
+           is_fresh(fetch.request, fetch.started_at);
   });
 }
 
@@ -108,12 +114,12 @@ Status RowCache::failure_of(oid::View index, Slots slots) const {
   return found == failed_.end() ? kStatusOk : found->status;
 }
 
-void RowCache::start_for(oid::View index, Slots slots, std::uint32_t rows_wanted, std::uint64_t now) {
+void RowCache::start_for(oid::View index, Slots slots, std::uint32_t rows_wanted) {
   if (failure_of(index, slots) != kStatusOk) return;
   if (is_under_way(index, slots) || fetches_.size() >= kFetches) return;
   Slots together = set_->single ? set_->all_slots() : slots | wanted_;
   for (const Slot& slot : slots_) {
-    if (!is_fresh(slot, now)) continue;
+    if (!is_fresh(slot)) continue;
     if (slot.window.covers(index)) {
       const oid::Oid from(slot.window.from());
       if (is_under_way(from.view(), slots)) return;
@@ -134,18 +140,29 @@ void RowCache::start_for(oid::View index, Slots slots, std::uint32_t rows_wanted
 }
 
 void RowCache::start(oid::View index, oid::View from, Slots slots, std::uint32_t rows, bool is_ahead) {
-  const auto fetch = fetches_.insert(
-      fetches_.end(), Fetch{oid::Oid(index), oid::Oid(from), slots, rows, is_ahead, ++starts_});
   const std::string path = set_->single ? set_->path : set_->path + set_->key(set_->index, from);
   const std::vector<std::uint8_t> columns = batch_columns(*set_, slots);
-  starting_ = fetch->number;
-  source_->read({path, rows, columns}, [this, fetch](const Batch& batch) { take(fetch, batch); });
+  fetches_.push_back({oid::Oid(index), oid::Oid(from), slots, rows, is_ahead, ++starts_, now_, requests_});
+  const std::uint64_t number = starts_;
+  starting_ = number;
+  try {
+    source_->read({path, rows, columns}, [this, number](const Batch& batch) { take(number, batch); });
+  } catch (...) {
+    starting_ = 0;
+    std::erase_if(fetches_, [number](const Fetch& each) { return each.number == number; });
+    throw;
+  }
   starting_ = 0;
 }
 
-void RowCache::take(std::list<Fetch>::iterator fetch, const Batch& batch) {
+// The source may answer a batch whose start has failed.
+void RowCache::take(std::uint64_t number, const Batch& batch) {
+  const auto fetch =
+      std::ranges::find_if(fetches_, [number](const Fetch& each) { return each.number == number; });
+  if (fetch == fetches_.end()) return;
   Fetch done = *fetch;
   fetches_.erase(fetch);
+  now_ = clock_monotonic();
   done.status = fill(done, batch);
   if (done.status == kStatusOk) return;
   if (done.number == starting_) {
@@ -164,6 +181,7 @@ Status RowCache::fill(const Fetch& fetch, const Batch& batch) {
     return batch.status;
   }
   Slot* const slot = least_recent();
+  slot->filled = ++fillings_;  // first: a RowRef must not refer to a window whose filling has failed
   if (rows.rows > fetch.rows || !slot->window.fill(fetch.from.view(), fetch.slots, rows) ||
       !slot->window.covers(fetch.from.view())) {
     if (!complained_) log_warning("", "%s: the daemon's answer is malformed or out of order", set_->name);
@@ -173,13 +191,12 @@ Status RowCache::fill(const Fetch& fetch, const Batch& batch) {
     return kStatusBadMessage;
   }
   complained_ = false;
-  slot->filled_at = clock_monotonic();
+  slot->read_at = fetch.started_at;
   slot->used = ++uses_;
   slot->requested = 0;
   slot->has_following = false;
   slot->is_of_walk = fetch.is_ahead;
-  slot->request = requests_;
-  slot->filled = ++fillings_;
+  slot->request = fetch.request;
   for (Slot& other : slots_) {
     if (&other == slot || !other.window.overlaps(slot->window)) continue;
     other.window.discard();
@@ -198,7 +215,7 @@ void RowCache::read_ahead(Slot* slot, std::size_t row) {
   if (!first_index(set_->index, window.index_of(window.size() - 1), true, &following)) return;
   slot->has_following = true;
   const Slots slots = slot->requested | wanted_;
-  const bool is_read = find(following.view(), slots, clock_monotonic()) != nullptr;  // for another walk
+  const bool is_read = find(following.view(), slots) != nullptr;  // for another walk
   if (is_read || is_under_way(following.view(), slots)) return;
   const auto rows = static_cast<std::uint32_t>(2 * window.size());
   start(following.view(), following.view(), slots, std::clamp(rows, kWalkRows, kMostRows), true);

@@ -29,6 +29,10 @@ inline constexpr std::uint32_t kMostRows = 512;  // twice as many for each later
 inline constexpr std::uint32_t kExactRows = 16;
 inline constexpr std::size_t kFetches = 4;  // batches under way
 
+// For how long rows are valid: unless an operator sets it, and at most.
+inline constexpr std::uint32_t kRowAgeMs = 1000;
+inline constexpr std::uint32_t kMostRowAgeMs = 60'000;
+
 struct RowRef {
   const Window* window = nullptr;
   std::size_t row = 0;
@@ -49,8 +53,8 @@ enum class Lookup {
 
 class RowCache {
  public:
-  // Rows are valid until they are `age` old; with age 0 every request asks the source, and no other row is
-  // served. The set must outlive the cache, the cache its source's batches.
+  // Rows are valid until `age` after their request to the source; with age 0 every request asks the source,
+  // and no other row is served. The set must outlive the cache, the cache its source's batches.
   RowCache(const RowSet& set, RowSource& source, std::uint64_t age_ns);
   RowCache(const RowCache&) = delete;
   RowCache& operator=(const RowCache&) = delete;
@@ -58,9 +62,12 @@ class RowCache {
   const RowSet& set() const { return *set_; }
   // The slots that the requests at hand need; a look-up reads them together.
   void want(Slots slots) { wanted_ |= slots; }
-  void forget_wanted() { wanted_ = 0; }
-  // Begins with other requests. What failed before is tried again.
-  void begin_requests();
+  // Begins with other requests, now by clock_monotonic(), with which the age of rows is computed until the
+  // next batch arrives. What failed before is tried again. Returns their number, which increases.
+  std::uint64_t begin_requests(std::uint64_t now);
+  void set_time(std::uint64_t now) { now_ = std::max(now_, now); }
+  // Returns to the requests with this number.
+  void resume_requests(std::uint64_t now, std::uint64_t number);
   // The first row at or after the index, with these slots. *row stays valid until the next look-up.
   Lookup first_at_or_after(oid::View index, Slots slots, std::uint32_t rows_wanted, RowRef* row);
   // If the row has this index, and its window is still valid and has the next row with these slots, moves to
@@ -71,12 +78,12 @@ class RowCache {
   struct Slot {
     explicit Slot(const RowSet& set) : window(set) {}
     Window window;
-    std::uint64_t filled_at = 0;
+    std::uint64_t read_at = 0;   // when its rows were requested
     std::uint64_t used = 0;      // greater is more recent
     Slots requested = 0;         // of its slots
     bool is_of_walk = false;     // it was read ahead
     bool has_following = false;  // the following rows were requested
-    std::uint64_t request = 0;   // before which it was filled last
+    std::uint64_t request = 0;   // the last that had begun when its rows were requested
     std::uint64_t filled = 0;
   };
   struct Fetch {
@@ -86,20 +93,24 @@ class RowCache {
     std::uint32_t rows = 0;  // at most
     bool is_ahead = false;   // of the walk that is expected to need it
     std::uint64_t number = 0;
+    std::uint64_t started_at = 0;
+    std::uint64_t request = 0;  // the last that had begun
     Status status = kStatusOk;
   };
 
-  bool is_fresh(const Slot& slot, std::uint64_t now) const;
-  Slot* find(oid::View index, Slots slots, std::uint64_t now);
+  // Rows that were requested at this time serve the requests at hand.
+  bool is_fresh(std::uint64_t request, std::uint64_t read_at) const;
+  bool is_fresh(const Slot& slot) const { return is_fresh(slot.request, slot.read_at); }
+  Slot* find(oid::View index, Slots slots);
   // After a time-out.
-  Slot* find_old(oid::View index, Slots slots, std::uint64_t now);
+  Slot* find_old(oid::View index, Slots slots);
   // Starts the batch that the look-up needs, unless it has failed or others are under way.
-  void start_for(oid::View index, Slots slots, std::uint32_t rows_wanted, std::uint64_t now);
+  void start_for(oid::View index, Slots slots, std::uint32_t rows_wanted);
   void start(oid::View index, oid::View from, Slots slots, std::uint32_t rows, bool is_ahead = false);
   bool is_under_way(oid::View from, Slots slots) const;
   // kStatusOk if nothing has failed.
   Status failure_of(oid::View index, Slots slots) const;
-  void take(std::list<Fetch>::iterator fetch, const Batch& batch);
+  void take(std::uint64_t number, const Batch& batch);
   Status fill(const Fetch& fetch, const Batch& batch);
   void read_ahead(Slot* slot, std::size_t row);
   Slot* least_recent();
@@ -107,8 +118,10 @@ class RowCache {
   const RowSet* set_;
   RowSource* source_;
   std::uint64_t age_ns_;
+  std::uint64_t now_ = 0;
   std::uint64_t uses_ = 0;
-  std::uint64_t requests_ = 0;
+  std::uint64_t requests_ = 0;  // that have begun
+  std::uint64_t at_hand_ = 0;   // the number of those at hand
   std::uint64_t fillings_ = 0;
   bool complained_ = false;
   Slots wanted_ = 0;

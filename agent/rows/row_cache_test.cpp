@@ -35,7 +35,7 @@ class RowCacheTest : public testing::Test {
   std::string Find(const std::string& index, Slots slots = kFirstSlot,
                    std::uint32_t rows = tables::kWalkRows) {
     RowRef row;
-    cache_.begin_requests();
+    cache_.begin_requests(clock_monotonic());
     return Found(index, slots, rows, &row);
   }
   // The same within the request at hand.
@@ -226,7 +226,7 @@ TEST_F(RowCacheTest, AgeZeroReadsForEveryRequest) {
   AddInterfaces("a", 1, 2);
   RowRef row;
   for (int i = 0; i < 3; ++i) {
-    cache.begin_requests();
+    cache.begin_requests(clock_monotonic());
     EXPECT_EQ(cache.first_at_or_after(parse_oid("1.97.1").view(), kFirstSlot, 16, &row), Lookup::kRow);
     EXPECT_EQ(cache.first_at_or_after(parse_oid("1.97.2").view(), kFirstSlot, 16, &row), Lookup::kRow);
   }
@@ -237,7 +237,7 @@ TEST_F(RowCacheTest, AgeZeroReadsNothingAhead) {
   RowCache cache(interfaces(), daemon_, 0);
   AddInterfaces("a", 1, 1000);
   RowRef row;
-  cache.begin_requests();
+  cache.begin_requests(clock_monotonic());
   for (int i = 1; i <= 100; ++i) {
     const std::string index = "1.97." + std::to_string(i);
     ASSERT_EQ(cache.first_at_or_after(parse_oid(index).view(), kFirstSlot, tables::kWalkRows, &row),
@@ -267,7 +267,7 @@ TEST_F(RowCacheColumnsTest, WalkOfOneColumnReadsNoOther) {
 
 TEST_F(RowCacheColumnsTest, ColumnsOfOneRequestAreReadTogether) {
   RowRef row;
-  cache_.begin_requests();
+  cache_.begin_requests(clock_monotonic());
   cache_.want(kFirstSlot | kThirdSlot);
   EXPECT_EQ(Found("1.97.1", kFirstSlot, tables::kWalkRows, &row), "1.97.1");
   EXPECT_EQ(Found("1.97.1", kThirdSlot, tables::kWalkRows, &row), "1.97.1");
@@ -320,6 +320,17 @@ TEST_F(RowCachePendingTest, LookUpIsPendingUntilItsBatchArrives) {
   EXPECT_EQ(Found("1.97.1", kFirstSlot, tables::kWalkRows, &row), "1.97.1");
 }
 
+TEST_F(RowCachePendingTest, AgeOfRowsCountsFromTheirRequest) {
+  AddInterfaces("a", 1, 2);
+  EXPECT_EQ(Find("1.97.1"), "pending");
+  clock_.advance(kNanosecondsPerSecond * 2 / 5);  // the daemon is busy
+  daemon_.Deliver();
+  clock_.advance(kNanosecondsPerSecond * 3 / 5 - 1);
+  EXPECT_EQ(Find("1.97.1"), "1.97.1");
+  clock_.advance(1);
+  EXPECT_EQ(Find("1.97.1"), "pending");
+}
+
 TEST_F(RowCachePendingTest, FailureIsTheAnswerOfTheRequestAndTheNextOneTriesAgain) {
   RowRef row;
   EXPECT_EQ(Find("1.97.1"), "pending");
@@ -364,6 +375,20 @@ TEST_F(RowCachePendingTest, WalkContinuesWhileTheNextWindowIsUnderWay) {
   EXPECT_EQ(daemon_.UnderWay(), 1U) << "it waits for the batch that is under way";
   daemon_.Deliver();
   EXPECT_EQ(Find("1.97.129"), "1.97.129");
+}
+
+TEST_F(RowCachePendingTest, AgeZeroServesNoRowsThatWereRequestedBefore) {
+  RowCache cache(interfaces(), daemon_, 0);
+  RowRef row;
+  cache.begin_requests(clock_monotonic());
+  const oid::Oid index = parse_oid("1.97.1");
+  EXPECT_EQ(cache.first_at_or_after(index.view(), kFirstSlot, tables::kWalkRows, &row), Lookup::kPending);
+  cache.begin_requests(clock_monotonic());
+  EXPECT_EQ(cache.first_at_or_after(index.view(), kFirstSlot, tables::kWalkRows, &row), Lookup::kPending);
+  daemon_.Deliver();
+  EXPECT_EQ(cache.first_at_or_after(index.view(), kFirstSlot, tables::kWalkRows, &row), Lookup::kPending);
+  daemon_.Deliver();
+  EXPECT_EQ(cache.first_at_or_after(index.view(), kFirstSlot, tables::kWalkRows, &row), Lookup::kRow);
 }
 
 }  // namespace

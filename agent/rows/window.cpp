@@ -115,8 +115,9 @@ bool Window::in_order(oid::View index) const {
 
 bool Window::add_name(std::string_view name) {
   if (name.size() > kMaxNameLength) return false;
+  const auto* const octets = reinterpret_cast<const std::uint8_t*>(name.data());
   indexes_.push_back(static_cast<std::uint32_t>(name.size()));
-  for (const char octet : name) indexes_.push_back(static_cast<std::uint8_t>(octet));
+  indexes_.insert(indexes_.end(), octets, octets + name.size());
   return true;
 }
 

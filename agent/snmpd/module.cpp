@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "agent/snmpd/guard.h"
 #include "agent/snmpd/variable.h"
 #include "agent/tables/l3vpn_tables.h"
 #include "platform/core/base/clock.h"
@@ -14,6 +15,9 @@ namespace snmpd {
 namespace {
 
 constexpr char kName[] = "mpls_vpn_snmpd";
+constexpr agent::AccessAdvice kAccess = {
+    "let snmpd's group do so: install snmpd_module.conf for the daemon's service",
+    "name snmpd's group in MPLS_VPN_MIB_AGENT_GROUP: install snmpd_module.conf for the daemon's service"};
 constexpr char kFirstRecord[] = "/oper/mpls_vpn/gl/scalars";
 constexpr std::uint64_t kRegisterAgain = 2 * kNanosecondsPerSecond;
 constexpr std::int64_t kUpTimeTolerance = 2 * std::int64_t{kNanosecondsPerSecond};
@@ -46,7 +50,7 @@ void WatchedDescriptor::watch(int fd) {
   if (fd_ >= 0) unregister_readfd(fd_);
   fd_ = fd;
   if (fd_ >= 0 && register_readfd(fd_, function_, argument_) != 0)
-    log_error(kName, "snmpd watches no further descriptor");
+    log_error("", "snmpd watches no further descriptor");
 }
 
 // sysUpTime.0 is left to snmpd, which puts its own first (RFC 3416 section 4.2.6).
@@ -67,23 +71,22 @@ agent::TrapSink::Sent SnmpdSink::send(const agent::TrapNotification& notificatio
   return Sent::kDone;
 }
 
-Module::Module(const std::string& daemon_socket)
-    : daemon_(daemon_socket, {}),
-      mib_(tables::l3vpn_tables(), daemon_, kNanosecondsPerSecond),
+Module::Module(const Settings& settings)
+    : settings_(settings),
+      daemon_(settings.daemon_socket, {}, kAccess),
+      mib_(tables::l3vpn_tables(), daemon_, settings.row_age_ns),
       requests_(mib_),
-      traps_(daemon_socket, {}, sink_),
+      traps_(settings.daemon_socket, {}, sink_, kAccess),
       rows_readable_(
           [](int, void* argument) {
             auto* const module = static_cast<Module*>(argument);
-            module->daemon_.handle_readable();
-            module->step();
+            module->run("mpls_vpn_snmpd_rows", [module] { module->daemon_.handle_readable(); });
           },
           this),
       traps_readable_(
           [](int, void* argument) {
             auto* const module = static_cast<Module*>(argument);
-            module->traps_.handle_readable();
-            module->step();
+            module->run("mpls_vpn_snmpd_traps", [module] { module->traps_.handle_readable(); });
           },
           this) {
   // From snmpd's loop: its configuration, and with it where notifications are sent, is not complete yet.
@@ -94,8 +97,8 @@ Module::Module(const std::string& daemon_socket)
 
 Module::~Module() {
   if (alarm_ != 0) snmp_alarm_unregister(alarm_);
-  traps_.finish();
-  requests_.abandon();
+  guarded("mpls_vpn_snmpd_last_traps", "notifications may be sent twice", [this] { traps_.finish(); });
+  guarded("mpls_vpn_snmpd_last_requests", "requests may stay unanswered", [this] { requests_.abandon(); });
   unregister_subtree();
 }
 
@@ -113,7 +116,6 @@ void Module::register_subtree() {
     registration_ = registration;
     sink_.set_ready(true);
     announced_refusal_ = false;
-    log_notice(kName, "serves MPLS-L3VPN-STD-MIB");
     return;
   }
   refuse();
@@ -122,7 +124,7 @@ void Module::register_subtree() {
 void Module::refuse() {
   if (announced_refusal_) return;
   announced_refusal_ = true;
-  log_error(kName,
+  log_error("",
             "another agent serves 1.3.6.1.2.1.10.166.11.1, so this module does not; stop that agent "
             "(mpls_vpn_snmp), or remove the line \"dlmod mpls_vpn_snmpd\" from snmpd.conf");
 }
@@ -136,11 +138,40 @@ void Module::unregister_subtree() {
 int Module::handle(netsnmp_mib_handler* handler, netsnmp_handler_registration* registration,
                    netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
   auto* const module = static_cast<Module*>(handler->myvoid);
-  module->set_up_time();
-  module->requests_.answer(handler, registration, info, requests);
+  module->queries_.note_query();
+  const bool is_handled = guarded("mpls_vpn_snmpd_request", "answering genErr", [&] {
+    module->set_up_time();
+    module->requests_.answer(handler, registration, info, requests);
+  });
+  if (!is_handled) module->fail(info, requests);
   module->start_alarm();
   module->rows_readable_.watch(module->daemon_.fd());
   return SNMP_ERR_NOERROR;
+}
+
+// A batch may count as under way that was never asked for: the answers that follow would be taken for others.
+// The connections are opened again from snmpd's loop, because requests may be in the middle of their answers.
+void Module::fail(netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
+  Requests::fail_all(info, requests);
+  must_start_over_ = true;
+  retry_at_ = clock_monotonic();
+}
+
+// After an exception the connections may have lost a message: they are opened again.
+template <typename Function>
+void Module::run(const char* where, const Function& function) {
+  const bool is_done = !must_start_over_ && guarded(where, "connecting again", [&] {
+    function();
+    step();
+  });
+  must_start_over_ = !is_done && !guarded("mpls_vpn_snmpd_start_over", "trying again", [this] {
+    traps_.start_over();  // first: the notification after a lost one must not be acknowledged
+    daemon_.start_over();
+  });
+  retry_at_ = must_start_over_ ? clock_monotonic() + kNanosecondsPerSecond : UINT64_MAX;
+  rows_readable_.watch(daemon_.fd());
+  traps_readable_.watch(traps_.fd());
+  start_alarm();
 }
 
 // Constant, so that time stamps are, until the wall clock is set.
@@ -157,14 +188,16 @@ void Module::step() {
   daemon_.step();
   daemon_.probe(kFirstRecord);
   traps_.step();
+  queries_.step(registration_ != nullptr && daemon_.had_data());
   if (requests_.waits()) requests_.resume();
-  rows_readable_.watch(daemon_.fd());
-  traps_readable_.watch(traps_.fd());
-  start_alarm();
+  if (announced_service_ || registration_ == nullptr || !daemon_.had_data()) return;
+  announced_service_ = true;
+  log_notice("", "serves MPLS-L3VPN-STD-MIB from the daemon at %s", settings_.daemon_socket.c_str());
 }
 
 void Module::start_alarm() {
-  std::uint64_t due = std::min({daemon_.deadline(), traps_.deadline(), requests_.deadline()});
+  std::uint64_t due =
+      std::min({daemon_.deadline(), traps_.deadline(), requests_.deadline(), queries_.deadline(), retry_at_});
   if (registration_ == nullptr) due = std::min(due, register_at_);
   if (alarm_ != 0 && due >= alarm_at_) return;  // the alarm in place finds what is due then
   if (alarm_ != 0) snmp_alarm_unregister(alarm_);
@@ -176,7 +209,7 @@ void Module::start_alarm() {
       [](unsigned, void* argument) {
         auto* const module = static_cast<Module*>(argument);
         module->alarm_ = 0;
-        module->step();
+        module->run("mpls_vpn_snmpd_alarm", [] {});
       },
       this);
 }

@@ -115,7 +115,8 @@ void Requests::want(netsnmp_request_info* requests) {
 
 void Requests::answer(netsnmp_mib_handler* handler, netsnmp_handler_registration* registration,
                       netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
-  mib_->begin_requests();
+  if (spare_.empty()) spare_.emplace_back();  // before any is delegated, so that nothing fails afterwards
+  const std::uint64_t number = mib_->begin_requests(clock_monotonic());
   want(requests);
   bool waits = false;
   for (netsnmp_request_info* request = requests; request != nullptr; request = request->next) {
@@ -128,8 +129,16 @@ void Requests::answer(netsnmp_mib_handler* handler, netsnmp_handler_registration
     waits = true;
   }
   if (!waits) return;
-  waiting_.push_back({netsnmp_create_delegated_cache(handler, registration, info, requests, nullptr),
-                      clock_monotonic() + kLongestWait, peer_of(info->asp->session)});
+  spare_.front() = {netsnmp_create_delegated_cache(handler, registration, info, requests, nullptr),
+                    clock_monotonic() + kLongestWait, number, peer_of(info->asp->session)};
+  waiting_.splice(waiting_.end(), spare_);
+}
+
+void Requests::fail_all(netsnmp_agent_request_info* info, netsnmp_request_info* requests) noexcept {
+  for (netsnmp_request_info* request = requests; request != nullptr; request = request->next) {
+    request->delegated = REQUEST_IS_NOT_DELEGATED;
+    if (request->processed == 0) fail(info, request);
+  }
 }
 
 // False while the daemon's answer is under way.
@@ -200,26 +209,27 @@ bool Requests::answer_next(netsnmp_agent_request_info* info, netsnmp_request_inf
 // all that waits can be answered at once. The next portion continues where this one ends, so that a PDU with
 // many variables does not keep those after it from their answers.
 void Requests::resume() {
-  const std::uint64_t now = clock_monotonic();
+  const std::uint64_t begun_at = clock_monotonic();
   has_paused_ = false;
   for (std::size_t rest = waiting_.size(); rest > 0; --rest) {
-    if (clock_monotonic() - now > kLongestPortion) {
+    const std::uint64_t now = clock_monotonic();
+    if (now - begun_at > kLongestPortion) {
       has_paused_ = true;
       return;
     }
     if (continues_at_ == waiting_.end()) continues_at_ = waiting_.begin();
     const auto waiting = continues_at_++;
-    if (!resume_one(*waiting, now >= waiting->overdue_at)) continue;
+    if (!resume_one(*waiting, now, begun_at >= waiting->overdue_at)) continue;
     netsnmp_free_delegated_cache(waiting->cache);
     waiting_.erase(waiting);
   }
 }
 
 // True when nothing of it waits any more. snmpd may have forgotten the PDU: its variables are then freed.
-bool Requests::resume_one(const Waiting& waiting, bool is_overdue) {
+bool Requests::resume_one(const Waiting& waiting, std::uint64_t now, bool is_overdue) {
   const netsnmp_delegated_cache* const cache = netsnmp_handler_check_cache(waiting.cache);
   if (cache == nullptr || drop_without_session(cache->reqinfo->asp, waiting.peer)) return true;
-  mib_->forget_wanted();
+  mib_->resume_requests(now, waiting.number);
   want(cache->requests);
   bool waits = false;
   for (netsnmp_request_info* request = cache->requests; request != nullptr; request = request->next) {
@@ -248,7 +258,7 @@ void Requests::detach(const Waiting& waiting) {
 
 void Requests::abandon() {
   for (const Waiting& waiting : waiting_) {
-    resume_one(waiting, true);
+    resume_one(waiting, clock_monotonic(), true);
     detach(waiting);
     netsnmp_free_delegated_cache(waiting.cache);
   }

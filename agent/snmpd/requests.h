@@ -39,6 +39,8 @@ class Requests {
   // A call of snmpd.
   void answer(netsnmp_mib_handler* handler, netsnmp_handler_registration* registration,
               netsnmp_agent_request_info* info, netsnmp_request_info* requests);
+  // Answers all of a call with genErr, after an exception.
+  static void fail_all(netsnmp_agent_request_info* info, netsnmp_request_info* requests) noexcept;
   // Answers what waits, as far as that is possible now: batches have arrived or failed, or it is overdue.
   void resume();
   // Answers what waits with genErr. Afterwards snmpd has no reference to the registration.
@@ -49,20 +51,22 @@ class Requests {
 
  private:
   struct Waiting {
-    netsnmp_delegated_cache* cache;
-    std::uint64_t overdue_at;
-    Peer peer;  // of its session
+    netsnmp_delegated_cache* cache = nullptr;
+    std::uint64_t overdue_at = 0;
+    std::uint64_t number = 0;  // of its requests
+    Peer peer;                 // of its session
   };
 
   void want(netsnmp_request_info* requests);
   bool answer_one(int mode, netsnmp_agent_request_info* info, netsnmp_request_info* request);
   bool answer_get(netsnmp_agent_request_info* info, netsnmp_request_info* request);
   bool answer_next(netsnmp_agent_request_info* info, netsnmp_request_info* request, bool repeats);
-  bool resume_one(const Waiting& waiting, bool is_overdue);
+  bool resume_one(const Waiting& waiting, std::uint64_t now, bool is_overdue);
   static void detach(const Waiting& waiting);
 
   tables::Mib* mib_;
   std::list<Waiting> waiting_;
+  std::list<Waiting> spare_;                                    // at most one: the place of the next
   std::list<Waiting>::iterator continues_at_ = waiting_.end();  // the next to resume
   bool has_paused_ = false;  // one of them continues in a later iteration of snmpd's loop
 };

@@ -169,4 +169,21 @@ TEST_F(L3vpnTablesTest, RouteTargetsAreInTheOrderOfNameThenNumber) {
                                                       "4.98.108.117.101.2.2", "4.98.108.117.101.3.2"}));
 }
 
+// The counter needs two batches, one after the other.
+TEST_F(L3vpnTablesTest, CounterIsAnsweredWithAgeZeroWhileOtherRequestsArrive) {
+  AddEverything();
+  tables::Mib mib(tables::l3vpn_tables(), daemon_, 0);
+  daemon_.Delay();
+  const oid::Oid name = cell(kPerformance, 3, "red");
+  const std::uint64_t number = mib.begin_requests(clock_monotonic());
+  Answer answer = mib.get(name.view(), &variable_);
+  for (int i = 0; i < 20 && answer == Answer::kPending; ++i) {
+    mib.begin_requests(clock_monotonic());
+    daemon_.Deliver();
+    mib.resume_requests(clock_monotonic(), number);
+    answer = mib.get(name.view(), &variable_);
+  }
+  EXPECT_EQ(answer, Answer::kValue);
+}
+
 }  // namespace

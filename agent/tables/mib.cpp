@@ -60,13 +60,19 @@ Mib::Mib(std::span<const Table> tables, RowSource& source, std::uint64_t row_age
   });
 }
 
-void Mib::begin_requests() {
-  asked_for_this_request_ = false;
-  for (const auto& cache : caches_) cache->begin_requests();
+std::uint64_t Mib::begin_requests(std::uint64_t now) {
+  at_hand_ = ++requests_;
+  for (const auto& cache : caches_) cache->begin_requests(now);
+  return requests_;
 }
 
-void Mib::forget_wanted() {
-  for (const auto& cache : caches_) cache->forget_wanted();
+void Mib::set_time(std::uint64_t now) {
+  for (const auto& cache : caches_) cache->set_time(now);
+}
+
+void Mib::resume_requests(std::uint64_t now, std::uint64_t number) {
+  at_hand_ = number;
+  for (const auto& cache : caches_) cache->resume_requests(now, number);
 }
 
 void Mib::want(oid::View start) {
@@ -76,23 +82,31 @@ void Mib::want(oid::View start) {
 
 // The answer is stored as long as rows are.
 std::optional<bool> Mib::are_routes_readable() {
-  if (asks_for_routes_) return std::nullopt;
   const std::uint64_t now = clock_monotonic();
-  const bool is_fresh = routes_asked_at_ && now - *routes_asked_at_ < row_age_ns_;
-  if (is_fresh || asked_for_this_request_) return are_routes_readable_;
+  const bool is_young = !asks_for_routes_ && now - routes_asked_at_.value_or(0) < row_age_ns_;
+  if (routes_asked_at_ && (routes_answered_ >= at_hand_ || is_young)) return are_routes_readable_;
+  if (asks_for_routes_) return std::nullopt;
   routes_asked_at_ = now;
-  asked_for_this_request_ = true;
   asks_for_routes_ = true;
-  source_->read({kAnyRoute, 1, {}}, [this](const Batch& answer) {
+  try {
+    source_->read({kAnyRoute, 1, {}}, [this, request = requests_](const Batch& answer) {
+      routes_answered_ = request;
+      take_routes_answer(answer.status);
+    });
+  } catch (...) {
     asks_for_routes_ = false;
-    const std::uint64_t then = clock_monotonic();
-    const bool is_recent = routes_known_at_ && then - *routes_known_at_ < kOldRows;
-    if (answer.status == kStatusTimedOut && row_age_ns_ > 0 && is_recent) return;
-    routes_known_at_ = then;
-    are_routes_readable_ = answer.status == kStatusOk || answer.status == kStatusNoSuchRow;
-  });
+    throw;
+  }
   if (asks_for_routes_) return std::nullopt;
   return are_routes_readable_;
+}
+
+void Mib::take_routes_answer(Status status) {
+  asks_for_routes_ = false;
+  const bool is_recent = routes_known_at_ && clock_monotonic() - *routes_known_at_ < kOldRows;
+  if (status == kStatusTimedOut && row_age_ns_ > 0 && is_recent) return;
+  routes_known_at_ = routes_asked_at_;
+  are_routes_readable_ = status == kStatusOk || status == kStatusNoSuchRow;
 }
 
 bool Mib::is_in(oid::View name, std::size_t position) const {

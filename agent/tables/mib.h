@@ -59,12 +59,14 @@ class Mib {
   Mib(const Mib&) = delete;
   Mib& operator=(const Mib&) = delete;
 
-  // New requests begin: what failed before is tried again.
-  void begin_requests();
+  // New requests begin, now by clock_monotonic(): what failed before is tried again. Returns their number.
+  std::uint64_t begin_requests(std::uint64_t now);
   // One of the requests at hand begins with this name: what all of them want is read together.
   void want(oid::View start);
+  // The requests at hand have waited until now.
+  void set_time(std::uint64_t now);
   // Other requests are at hand, which began before.
-  void forget_wanted();
+  void resume_requests(std::uint64_t now, std::uint64_t number);
 
   Answer get(oid::View name, Variable* variable);
   // The first variable after `start` (at or after it, with `include`) and before `end` (empty: no end).
@@ -90,6 +92,7 @@ class Mib {
   std::size_t search_object_from(oid::View name) const;
   // None while the daemon's answer is under way.
   std::optional<bool> are_routes_readable();
+  void take_routes_answer(Status status);
   // kValue; kFailed or kPending while the values of this object are unknown.
   Answer answer_with(const Object& object, const RowRef& row, Variable* variable);
   mib::Value cell_of(const Object& object, const RowRef& row) const;
@@ -102,7 +105,9 @@ class Mib {
   std::optional<std::uint64_t> routes_known_at_;  // not by a time-out
   bool are_routes_readable_ = false;
   bool asks_for_routes_ = false;
-  bool asked_for_this_request_ = false;
+  std::uint64_t routes_answered_ = 0;  // the last request that had begun when the answer was asked for
+  std::uint64_t requests_ = 0;         // that have begun
+  std::uint64_t at_hand_ = 0;          // the number of those at hand
   std::optional<std::int64_t> up_time_zero_;
   std::size_t last_object_ = 0;  // that was looked for
   std::vector<Object> objects_;  // sorted by name; no name begins with another

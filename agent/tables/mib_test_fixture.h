@@ -23,7 +23,7 @@ inline oid::Oid name_of(const tables::Variable& variable) {
 class MibTest : public testing::Test {
  protected:
   tables::Answer Get(const oid::Oid& name) {
-    mib_.begin_requests();
+    mib_.begin_requests(clock_monotonic());
     return mib_.get(name.view(), &variable_);
   }
   std::uint32_t Number(const oid::Oid& name) {
@@ -33,7 +33,7 @@ class MibTest : public testing::Test {
   }
   // The name found, "end" or "failed".
   std::string Next(const oid::Oid& start, bool include = false, const oid::Oid& end = {}) {
-    mib_.begin_requests();
+    mib_.begin_requests(clock_monotonic());
     switch (mib_.next(start.view(), include, end.view(), &variable_)) {
       case tables::Answer::kValue:
         return oid::to_text(name_of(variable_).view());

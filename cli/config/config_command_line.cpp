@@ -11,7 +11,7 @@ namespace {
 using Command = std::function<void(const Session&)>;
 
 constexpr char kChanging[] =
-    "Changes are for root and the administrators' group, and outlive the daemon. What the command line sets\n"
+    "Changes are for root and the administrators' group, and outlive the daemon. What the command line sets "
     "overrides what a router file or a routing suite sets for the same item.\n"
     "\n";
 
@@ -41,9 +41,14 @@ struct Builder {
   ConfigOptions* options;
   Command* command;
 
+  // With the words of items in its help.
+  CLI::App* add_with_words(const char* name, const char* description, const Command& action) const {
+    CLI::App* app = add(name, description, action);
+    app->footer(config_footer());
+    return app;
+  }
   CLI::App* add(const char* name, const char* description, const Command& action) const {
     CLI::App* app = config->add_subcommand(name, description);
-    app->footer(config_footer());
     app->callback([target = command, action] { *target = action; });
     return app;
   }
@@ -61,8 +66,9 @@ struct Builder {
 
 void add_show(const Builder& builder) {
   ConfigOptions* options = builder.options;
-  CLI::App* app = builder.add("show", "Shows the effective configuration, as lines for \"config load\"",
-                              [options](const Session& session) { config_show(session, options->show); });
+  CLI::App* app =
+      builder.add_with_words("show", "Shows the effective configuration, as lines for \"config load\"",
+                             [options](const Session& session) { config_show(session, options->show); });
   app->add_option("WORDS", options->show.words, "The beginning of items; none: everything");
   app->add_flag("--owners", options->show.owners, "Shows the owner of each item");
   app->add_option("--owner", options->show.owner, "What this owner sets, effective or not: " + owner_names())
@@ -73,8 +79,8 @@ using Edit = void (*)(const Session&, const ConfigEditRequest&);
 
 void add_edit(const Builder& builder, const char* name, const char* description, Edit edit) {
   ConfigOptions* options = builder.options;
-  CLI::App* app = builder.add(name, description,
-                              [options, edit](const Session& session) { edit(session, options->edit); });
+  CLI::App* app = builder.add_with_words(
+      name, description, [options, edit](const Session& session) { edit(session, options->edit); });
   app->add_option("WORDS", options->edit.words, "An item of the configuration")->required();
   builder.add_comment(app);
   builder.add_dry_run(app);
@@ -83,9 +89,9 @@ void add_edit(const Builder& builder, const char* name, const char* description,
 
 void add_load(const Builder& builder) {
   ConfigOptions* options = builder.options;
-  CLI::App* app =
-      builder.add("load", "Commits the lines of a file, set WORDS and delete WORDS, together",
-                  [options](const Session& session) { config_load(session, options->file, options->edit); });
+  CLI::App* app = builder.add_with_words(
+      "load", "Commits the lines of a file, set WORDS and delete WORDS, together",
+      [options](const Session& session) { config_load(session, options->file, options->edit); });
   app->add_option("FILE", options->file, "Lines, and comments after #; - is the standard input")->required();
   builder.add_comment(app);
   builder.add_dry_run(app);

@@ -105,7 +105,7 @@ void WorkingCopy::apply(const ConfigEdit& edit) {
   try {
     edit.is_set ? set(edit.words) : remove(edit.words);
   } catch (const Failure& failure) {
-    if (edit.place.empty() || failure.exit_status() == kExitNoDaemon) throw;
+    if (edit.place.empty() || failure.exit_status() >= kExitNoDaemon) throw;
     throw line_failure(edit.place, failure.what());
   }
 }

@@ -68,7 +68,7 @@ Json seconds_of(const KvConfigCommit& commit) {
 }
 
 constexpr Column<KvConfigCommit> kCommitColumns[] = {
-    {"id", member_json<&KvConfigCommit::id>, number("COMMIT")},
+    {"id", [](const KvConfigCommit& commit) { return commit_json(commit.id); }, number("COMMIT")},
     {"time", seconds_of, {"TIME"}, time_of},
     {"owner", member_json<&KvConfigCommit::owner>, {"OWNER"}},
     {"changes", member_json<&KvConfigCommit::changes>, number("CHANGES")},

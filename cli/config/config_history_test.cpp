@@ -28,7 +28,7 @@ class ConfigurationCandidate : public Configuration {
 };
 class ConfigurationHistory : public Configuration {
  protected:
-  std::string NewestCommit() { return DoneAsJson("history --max 1").at(0).at("id"); }
+  std::string NewestCommit() { return DoneAsJson("history --max 1").at(0).at("id").dump(); }
 };
 
 TEST_F(ConfigurationCandidate, CollectsUntilItIsCommitted) {

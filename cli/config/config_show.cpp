@@ -10,6 +10,7 @@
 #include "cli/commands.h"
 #include "cli/config/config_tree.h"
 #include "cli/output/row_writer.h"
+#include "cli/show/tables.h"
 
 namespace cli {
 
@@ -91,6 +92,13 @@ bool asks_for_traps(const ConfigShowRequest& request) {
          request.owner.empty();
 }
 
+// Nothing is configured of a VRF that exists, or there is no such VRF.
+void check_vrf(const Session& session, kvtree::Client& client, const ConfigShowRequest& request) {
+  if (request.words.size() < 2 || request.words[0] != "vrf" || !request.owner.empty()) return;
+  const std::string& vrf = request.words[1];
+  if (client.get(provider_path("vrf", vrf)).status == kStatusNoSuchRow) require_vrf(session, client, vrf);
+}
+
 }  // namespace
 
 void config_words(const Session& session, const std::vector<std::string>& words) {
@@ -107,6 +115,7 @@ void config_show(const Session& session, const ConfigShowRequest& request) {
   check_beginning(request.words);
   const auto client = connect_to_daemon(session);
   const std::vector<Shown> all = shown_nodes(read_config(session, *client, request.owner), request.words);
+  if (all.empty()) check_vrf(session, *client, request);
   if (asks_for_traps(request)) return write_rows(session, kTrapColumns, all);
   if (session.json || request.owners) return write_rows(session, kShownColumns, all);
   print_lines(session, all);

@@ -10,6 +10,7 @@
 
 #include "cli/output/table.h"
 #include "platform/config/owners.h"
+#include "platform/core/text/numbers.h"
 #include "platform/core/text/words.h"
 
 namespace cli {
@@ -150,9 +151,14 @@ std::string make_commit(const Session& session, kvtree::Client& client, const st
   return std::move(result.id);
 }
 
+Json commit_json(const std::string& id) {
+  const std::optional<std::uint64_t> number = text::parse_number<std::uint64_t>(id);
+  return number ? Json(*number) : Json();
+}
+
 void print_commit(const Session& session, const std::string& id) {
   if (session.json) {
-    session.out << json_line({{"commit", id.empty() ? Json() : Json(id)}}) << '\n';
+    session.out << json_line({{"commit", commit_json(id)}}) << '\n';
   } else if (id.empty()) {
     session.out << "no effective item changed\n";
   } else {

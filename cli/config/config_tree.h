@@ -39,6 +39,8 @@ void print_changes(const Session& session, const std::vector<KvConfigCommitChang
 // Makes the commit; its id. Failure when it is rejected. `what` names it in the message.
 std::string make_commit(const Session& session, kvtree::Client& client, const std::string& what,
                         const std::vector<KvConfigChange>& changes, const std::string& comment);
+// A number; null for none.
+Json commit_json(const std::string& id);
 // "commit 12", or that no effective item changed.
 void print_commit(const Session& session, const std::string& id);
 

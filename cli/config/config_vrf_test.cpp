@@ -311,7 +311,7 @@ TEST_F(Configuration, RefusedCommitChangesNothing) {
   fault_arm("kvtree_config_commit", kStatusAccess);
   EXPECT_EQ(Refused("delete traps all"), "mplsvpn: traps all is not set\n");
   EXPECT_EQ(
-      Refused("set vrf red rd 65000:1"),
+      Refused("set vrf red rd 65000:1", kExitNoRight),
       "mplsvpn: permission denied: only root and the administrators' group (mpls_vpn_admin unless the daemon "
       "has another) may change the configuration\n");
   EXPECT_EQ(Done("show"), "");

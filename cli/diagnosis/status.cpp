@@ -122,15 +122,16 @@ void print_text(const Session& session, const ProcessStatus& status) {
   details.line("up for", duration_text(status.uptime));
   details.line("loop iterations over 50 ms", iterations_text(status));
   if (status.is_corrected != 0) details.line("route corrections", std::to_string(status.corrections));
+  if (status.has_messages != 0) details.line("malformed messages", std::to_string(status.malformed));
   session.out << '\n';
   RowWriter<ClientStatus> writer(session, kClientColumns);
   for (const ClientStatus& client : clients_of(status)) writer.add(client);
   writer.end();
 }
 
-// Null if the source corrects nothing.
-Json corrections_json(const ProcessStatus& status) {
-  return status.is_corrected != 0 ? Json(status.corrections) : Json(nullptr);
+// Null if the source has no such figure.
+Json figure_json(std::uint32_t is_known, std::uint32_t figure) {
+  return is_known != 0 ? Json(figure) : Json(nullptr);
 }
 
 void print_json(const Session& session, const ProcessStatus& status, const DebugClients& debug) {
@@ -143,7 +144,8 @@ void print_json(const Session& session, const ProcessStatus& status, const Debug
                             {"longIterations", status.long_iterations},
                             {"longestIteration", status.longest_iteration},
                             {"longestIterationTime", status.longest_iteration_time},
-                            {"routeCorrections", corrections_json(status)},
+                            {"routeCorrections", figure_json(status.is_corrected, status.corrections)},
+                            {"malformedMessages", figure_json(status.has_messages, status.malformed)},
                             {"clients", clients},
                             {"debugClients", json_of(debug)}})
               << '\n';

@@ -15,7 +15,8 @@ class ShowStatus : public ServedCommandLine {
  protected:
   void SetUp() override {
     ServedCommandLine::SetUp();
-    ASSERT_EQ(process_status_start(manager_, {"1.2.3", "the kernel", [] { return 7; }}), kStatusOk);
+    ASSERT_EQ(process_status_start(manager_, {"1.2.3", "the kernel", [] { return 7; }, [] { return 3; }}),
+              kStatusOk);
     debug_manager_ = event_manager_create("/dev/mpls/vpn/debug", 0);
     ASSERT_NE(debug_manager_, nullptr);
     ASSERT_EQ(debug_init_event(&flag_, &flag_, 0, 7, "prov", 1), kStatusOk);
@@ -56,6 +57,7 @@ TEST_F(ShowStatus, TextHasTheProcessAndALineForEachClient) {
                            "up for                      00:00:[0-9][0-9]\n"
                            "loop iterations over 50 ms  (none|[0-9]+, the longest .*)\n"
                            "route corrections           7\n"
+                           "malformed messages          3\n"
                            "\n" +
                            std::string(kClientTable) + "\nclients of the debug socket:\n" + kClientTable));
 }
@@ -73,6 +75,7 @@ TEST_F(ShowStatus, JsonHasTheSame) {
   EXPECT_EQ(status["version"], "1.2.3");
   EXPECT_EQ(status["source"], "the kernel");
   EXPECT_EQ(status["routeCorrections"], 7);
+  EXPECT_EQ(status["malformedMessages"], 3);
   ASSERT_EQ(status["clients"].size(), 1U);
   const Json& self = status["clients"][0];
   EXPECT_EQ(self["user"], getuid());
@@ -84,11 +87,13 @@ TEST_F(ShowStatus, JsonHasTheSame) {
   EXPECT_EQ(status["debugClients"][0]["role"], "configure");
 }
 
-TEST_F(ShowStatus, SourceThatCorrectsNothingHasNoCorrections) {
+TEST_F(ShowStatus, SourceWithoutAKernelHasNeitherCorrectionsNorMalformedMessages) {
   process_status_stop();
   ASSERT_EQ(process_status_start(manager_, {"1.2.3", "router file a.yaml"}), kStatusOk);
-  EXPECT_THAT(AskForText({"show", "status"}), ::testing::Not(::testing::HasSubstr("corrections")));
+  EXPECT_THAT(AskForText({"show", "status"}),
+              ::testing::Not(::testing::ContainsRegex("corrections|malformed")));
   EXPECT_TRUE(AskForJson({"show", "status"})["routeCorrections"].is_null());
+  EXPECT_TRUE(AskForJson({"show", "status"})["malformedMessages"].is_null());
 }
 
 TEST_F(ShowStatus, OlderDaemonIsReported) {

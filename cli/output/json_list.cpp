@@ -15,7 +15,12 @@ void JsonList::add(const Json& item) {
   is_empty_ = false;
 }
 
+JsonList::~JsonList() {
+  if (!is_empty_ && !is_ended_) end();
+}
+
 void JsonList::end() {
+  is_ended_ = true;
   out_ << (is_empty_ ? "[]\n" : "\n]\n");
 }
 

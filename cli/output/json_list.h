@@ -14,16 +14,20 @@ std::string json_line(const Json& value);
 // The text, or null for an empty one.
 Json text_or_null(const std::string& text);
 
-// An array. Without end() it stays open: a truncated list is not valid JSON.
+// An array. One that a failure cuts short is closed nevertheless, if it has an item.
 class JsonList {
  public:
   explicit JsonList(std::ostream& out) : out_(out) {}
+  JsonList(const JsonList&) = delete;
+  JsonList& operator=(const JsonList&) = delete;
+  ~JsonList();
   void add(const Json& item);
   void end();
 
  private:
   std::ostream& out_;
   bool is_empty_ = true;
+  bool is_ended_ = false;
 };
 
 }  // namespace cli

@@ -19,18 +19,17 @@ class RowWriter {
         columns_(columns),
         to_json_(to_json),
         list_(session.out),
-        table_(session.out, table_columns()) {}
+        table_(session.out, table_columns(), &session.terminal) {}
 
   void add(const Row& row) {
     if (!is_json_) return table_.add(cells_of(row));
     list_.add(to_json_ != nullptr ? to_json_(row) : row_json(columns_, row));
   }
-  // Prints the rows of a batch, aligned.
+  // The end of a batch.
   void flush() {
     if (!is_json_) table_.flush();
   }
-  // Not called for output that is cut short.
-  void end() { is_json_ ? list_.end() : table_.flush(); }
+  void end() { is_json_ ? list_.end() : table_.end(); }
 
  private:
   std::vector<TableColumn> table_columns() const {

@@ -4,6 +4,7 @@
 #include <fmt/ostream.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <utility>
 
@@ -11,37 +12,95 @@
 
 namespace cli {
 
-Table::Table(std::ostream& out, std::vector<TableColumn> columns) : out_(out), columns_(std::move(columns)) {
+namespace {
+
+constexpr std::size_t kRowsForWidths = 1000;
+constexpr std::string_view kCut = "...";
+
+// In characters. Printable texts are UTF-8.
+std::size_t width_of(std::string_view text) {
+  return static_cast<std::size_t>(
+      std::count_if(text.begin(), text.end(), [](char octet) { return (octet & 0xC0) != 0x80; }));
+}
+
+// The beginning of a text that is wider than `width`.
+std::string cut(std::string_view text, std::size_t width) {
+  const std::string_view mark = kCut.substr(0, width);
+  std::size_t length = 0;
+  for (std::size_t used = mark.size(); used < width; ++used) length += utf8_length(text.substr(length));
+  return std::string(text.substr(0, length)).append(mark);
+}
+
+std::string_view color_of(std::string_view state) {
+  if (state == "up") return "\x1b[32m";
+  return state == "down" ? "\x1b[31m" : "";
+}
+
+std::string colored(std::string_view state, const std::string& padded) {
+  const std::string_view color = color_of(state);
+  return color.empty() ? padded : std::string(color) + padded + "\x1b[0m";
+}
+
+}  // namespace
+
+Table::Table(std::ostream& out, std::vector<TableColumn> columns, const Terminal* terminal)
+    : out_(out), columns_(std::move(columns)), terminal_(terminal) {
   for (const TableColumn& column : columns_) widths_.push_back(std::strlen(column.title));
+}
+
+Table::~Table() {
+  if (!rows_.empty()) print_waiting();
 }
 
 void Table::add(const std::vector<std::string>& cells) {
   std::vector<std::string>& row = rows_.emplace_back();
   for (std::size_t at = 0; at < columns_.size(); ++at) {
     row.push_back(printable(cells.at(at), columns_[at].backslashes));
-    if (row[at].size() <= widths_[at]) continue;
-    widths_[at] = row[at].size();
-    titles_due_ = true;
+    if (!has_titles_) widths_[at] = std::max(widths_[at], width_of(row[at]));
   }
 }
 
 void Table::flush() {
-  if (titles_due_) {
+  if (has_titles_ || rows_.size() >= kRowsForWidths) print_waiting();
+}
+
+void Table::end() {
+  if (!has_titles_ || !rows_.empty()) print_waiting();
+}
+
+void Table::print_waiting() {
+  if (!has_titles_) {
     std::vector<std::string> titles;
     for (const TableColumn& column : columns_) titles.emplace_back(column.title);
-    print(titles);
-    titles_due_ = false;
+    print(titles, true);
+    has_titles_ = true;
   }
-  for (const std::vector<std::string>& row : rows_) print(row);
+  for (const std::vector<std::string>& row : rows_) print(row, false);
   rows_.clear();
 }
 
-void Table::print(const std::vector<std::string>& cells) {
+std::string Table::cell(std::size_t at, const std::string& text, bool is_title, std::size_t* room) const {
+  const bool is_last = at + 1 == columns_.size();
+  const std::size_t width = width_of(text);
+  const std::size_t wanted = std::max(is_last && !columns_[at].is_number ? 0 : widths_[at], width);
+  const std::size_t shown = std::min(wanted, *room);
+  *room -= shown;
+  if (width > shown) return cut(text, shown);
+  const std::string padding(shown - width, ' ');
+  const std::string padded = columns_[at].is_number ? padding + text : text + padding;
+  const bool has_color = !is_title && columns_[at].is_state && terminal_ != nullptr && terminal_->has_colors;
+  return has_color ? colored(text, padded) : padded;
+}
+
+void Table::print(const std::vector<std::string>& cells, bool is_title) {
+  std::size_t room = terminal_ == nullptr || terminal_->width == 0 ? SIZE_MAX : terminal_->width;
   std::string line;
   for (std::size_t at = 0; at < cells.size(); ++at) {
-    if (at != 0) line += "  ";
-    line += columns_[at].is_number ? fmt::format("{:>{}}", cells[at], widths_[at])
-                                   : fmt::format("{:<{}}", cells[at], widths_[at]);
+    if (at != 0) {
+      line.append(std::min<std::size_t>(room, 2), ' ');
+      room -= std::min<std::size_t>(room, 2);
+    }
+    line += cell(at, cells[at], is_title, &room);
   }
   line.erase(line.find_last_not_of(' ') + 1);
   fmt::print(out_, "{}\n", line);

@@ -1,5 +1,6 @@
-// Text tables, printed in batches: a column is as wide as its widest cell so far. Rows wait for flush(), so
-// that a batch is aligned. When a later batch needs a wider column, the titles are printed again above it.
+// Text tables with one line of titles. The first rows wait, so that their widest cells set the widths of the
+// columns; a wider cell of a later row moves only the rest of its own line. On a terminal, a line ends at its
+// width.
 #pragma once
 
 #include <cstddef>
@@ -7,6 +8,8 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "cli/output/terminal.h"
 
 namespace cli {
 
@@ -18,9 +21,13 @@ struct TableColumn {
   const char* title = nullptr;
   bool is_number = false;  // right-aligned
   Backslashes backslashes = Backslashes::kDoubled;
+  bool is_state = false;  // "up" and "down" have colors on a terminal
 };
 constexpr TableColumn number(const char* title) {
   return {title, true};
+}
+constexpr TableColumn state(const char* title) {
+  return {title, false, Backslashes::kDoubled, true};
 }
 // Of texts that have their escapes already.
 constexpr TableColumn escaped(const char* title) {
@@ -29,20 +36,29 @@ constexpr TableColumn escaped(const char* title) {
 
 class Table {
  public:
-  Table(std::ostream& out, std::vector<TableColumn> columns);
+  // The terminal may be null; it must outlive the table.
+  Table(std::ostream& out, std::vector<TableColumn> columns, const Terminal* terminal = nullptr);
+  Table(const Table&) = delete;
+  Table& operator=(const Table&) = delete;
+  ~Table();  // prints the rows that still wait, after a failure
   // As many cells as columns; octets that are not printable are shown as \xNN.
   void add(const std::vector<std::string>& cells);
-  // Prints the new rows, after the titles if a column became wider or there were none yet.
+  // The end of a batch: prints the new rows, unless they are too few to set the widths.
   void flush();
+  // Prints all, and the titles of a table without rows, too.
+  void end();
 
  private:
-  void print(const std::vector<std::string>& cells);
+  void print_waiting();
+  void print(const std::vector<std::string>& cells, bool is_title);
+  std::string cell(std::size_t at, const std::string& text, bool is_title, std::size_t* room) const;
 
   std::ostream& out_;
   std::vector<TableColumn> columns_;
   std::vector<std::size_t> widths_;
   std::vector<std::vector<std::string>> rows_;
-  bool titles_due_ = true;
+  const Terminal* terminal_;
+  bool has_titles_ = false;  // they are printed
 };
 
 // The text with control characters, octets that are not UTF-8, and backslashes escaped, so that no name can

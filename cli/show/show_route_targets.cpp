@@ -24,22 +24,12 @@ Json target_json(const RouteTarget& row) {
 
 }  // namespace
 
-// Route targets may be configured for a VRF that does not exist, so only an unknown VRF without route targets
-// is a failure.
 void show_route_targets(const Session& session, const std::string& vrf) {
   RowWriter<RouteTarget> writer(session, kTargetCells, target_json);
   const auto client = connect_to_daemon(session);
-  bool is_known = vrf.empty();
-  const auto show = [&](const RouteTarget& row) {
-    is_known = true;
-    writer.add(row);
-  };
-  const auto batch_end = [&] {
-    if (!is_known) require_vrf(session, *client, vrf);
-    is_known = true;
-    writer.flush();
-  };
-  walk_rows_of(session, *client, kRouteTargetTable, vrf, {show, batch_end});
+  walk_rows_of_known<RouteTarget>(
+      session, *client, kRouteTargetTable, vrf,
+      {[&](const RouteTarget& row) { writer.add(row); }, [&] { writer.flush(); }});
   writer.end();
 }
 

@@ -115,7 +115,7 @@ TEST_F(ShowRoutes, PrefixWithoutARouteIsAFailure) {
   EXPECT_EQ(Err(), "mplsvpn: VRF red has no route for 10.13.0.0/16\n");
   EXPECT_EQ(Ask({"--json", "show", "routes", "red", "2001:db8:22::1"}), kExitFailed);
   EXPECT_EQ(Out(), "");
-  EXPECT_EQ(Err(), "mplsvpn: VRF red has no route to 2001:db8:22::1\n");
+  EXPECT_EQ(Json::parse(Err())["error"]["message"], "VRF red has no route to 2001:db8:22::1");
 }
 
 TEST_F(ShowRoutes, RouteOfAnotherVrfDoesNotMatch) {

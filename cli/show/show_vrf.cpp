@@ -1,10 +1,13 @@
 // "show vrf": a line for each row of the VRF table, printed batch by batch; and "show vrf invalid". A filter
 // by address family takes one more request for each VRF, as a row does not contain its tables.
+#include <optional>
+
 #include "cli/datalist_pages.h"
 #include "cli/output/row_writer.h"
 #include "cli/vrf/show_vrf_detail.h"
 #include "cli/vrf/vrf_lookup.h"
 #include "cli/vrf/vrf_report.h"
+#include "cli/vrf/vrf_selection.h"
 
 namespace cli {
 
@@ -38,11 +41,19 @@ void walk_all_vrfs(const Session& session, kvtree::Client& client, const VrfRequ
 
 void show_vrfs(const Session& session, const VrfRequest& request) {
   const auto client = connect_to_daemon(session);
-  const bool is_counted = are_routes_counted(*client);
-  RowWriter<VrfView> writer(session, vrf_cells(), vrf_row_json);
+  const bool is_counted = are_routes_counted(session, *client);
+  RowWriter<VrfView> writer(session, request.brief ? brief_vrf_cells() : vrf_cells(), vrf_row_json);
+  const VrfSelection selection(session, *client, request);
+  std::optional<SortedVrfs> sorted;
+  if (!request.sort.empty()) sorted.emplace(request.sort);
   const auto add = [&](const mpls_vpn_mib_vrf& row) { writer.add({row, is_counted}); };
+  const auto take = [&](const mpls_vpn_mib_vrf& row) {
+    if (!selection.has(row)) return;
+    sorted ? sorted->add(row) : add(row);
+  };
   const auto walk = request.name.empty() ? walk_all_vrfs : walk_named_vrf;
-  walk(session, *client, request, {add, [&] { writer.flush(); }});
+  walk(session, *client, request, {take, [&] { writer.flush(); }});
+  if (sorted) sorted->visit(session, add);
   writer.end();
 }
 

@@ -89,7 +89,7 @@ TEST_F(ShowVrf, NumberOfRoutesIsUnknownWhileRoutesCannotBeRead) {
   EXPECT_EQ(AskForJson({"show", "vrf", "red", "detail"})[0]["currNumRoutes"], Json());
   EXPECT_THAT(AskForText({"show", "vrf", "red"}), HasSubstr(" 1  unknown  00:01:15"));
   EXPECT_THAT(AskForText({"show", "vrf", "red", "detail"}),
-              HasSubstr("routes              unknown now, 0 added"));
+              HasSubstr("routes              unknown now, 0 dropped"));
   kvtree_guard("/oper/mpls_vpn/gl/route", nullptr);
   EXPECT_EQ(AskForJson({"show", "vrf"})[0]["currNumRoutes"], 7);
 }
@@ -187,15 +187,14 @@ TEST_F(ShowVrf, DetailShowsEverything) {
             "  description         Red Rail\n"
             "  route distinguisher 65000:10 (router file)\n"
             "  vni                 -\n"
-            "  state               up, administratively up\n"
+            "  state               up\n"
             "  created             2023-11-13 21:13:20 UTC (1d01h ago)\n"
             "  last changed        2023-11-14 22:12:05 UTC (00:01:15 ago)\n"
-            "  routes              7 now, 0 added, 0 deleted, 0 dropped\n"
+            "  routes              7 now, 0 dropped; additions and deletions are not counted\n"
             "  route thresholds    none\n"
             "  illegal labels      0\n"
             "  big                 no\n"
-            "  interface counts    2, 1 active\n"
-            "  interfaces          ge1 ge\\x0a2\n");
+            "  interfaces          2, 1 active: ge1 ge\\x0a2\n");
 }
 
 TEST_F(ShowVrf, RdThatIsNotConfiguredHasTheOriginOfTheModelsSource) {
@@ -209,7 +208,7 @@ TEST_F(ShowVrf, RdThatIsNotConfiguredHasTheOriginOfTheModelsSource) {
 TEST_F(ShowVrf, DetailShowsRouteTargetsAndPoliciesByFamily) {
   AddBlueWithTables();
   EXPECT_THAT(AskForText({"show", "vrf", "detail"}), HasSubstr("  big                 yes\n"));
-  EXPECT_THAT(Out(), HasSubstr("  interfaces          -\n"
+  EXPECT_THAT(Out(), HasSubstr("  interfaces          0, 0 active\n"
                                "  ipv4 unicast\n"
                                "    import targets    65000:20 65000:99\n"
                                "    export targets    65000:20\n"
@@ -227,11 +226,11 @@ TEST_F(ShowVrf, DetailShowsTheThresholdsOfEachFamily) {
   Configure("blue", Family::kIpv4, 600, 500);
   Configure("blue", Family::kIpv6, 4294967295, 0);
   EXPECT_THAT(AskForText({"show", "vrf", "blue", "detail"}),
-              HasSubstr("  route thresholds    ipv4 mid 500, high 600\n"
-                        "                      ipv6 mid none, high 4294967295\n"
+              HasSubstr("  route thresholds    ipv4 high 600, mid 500\n"
+                        "                      ipv6 high 4294967295, mid none\n"
                         "  illegal labels"));
   EXPECT_THAT(AskForText({"show", "vrf", "blue", "detail", "ipv6"}),
-              HasSubstr("  route thresholds    ipv6 mid none, high 4294967295\n"
+              HasSubstr("  route thresholds    ipv6 high 4294967295, mid none\n"
                         "  illegal labels"));
 }
 
@@ -257,7 +256,7 @@ TEST_F(ShowVrf, DetailShowsTheOriginOfEachItem) {
          {vrf_config::route_policy("blue", Family::kIpv4, Direction::kImport, "from-blue")});
   EXPECT_THAT(AskForText({"show", "vrf", "blue", "detail"}),
               HasSubstr("  route distinguisher 65000:20 (configured)\n"));
-  EXPECT_THAT(Out(), HasSubstr("  route thresholds    ipv4 mid 7, high 9 (operator)\n"));
+  EXPECT_THAT(Out(), HasSubstr("  route thresholds    ipv4 high 9, mid 7 (operator)\n"));
   EXPECT_THAT(Out(), HasSubstr("    import targets    65000:20 (operator) 65000:99 (derived)\n"
                                "    export targets    65000:20 (configured)\n"
                                "    import policy     from-blue (router file)\n"));
@@ -314,7 +313,7 @@ TEST_F(ShowVrf, DetailShowsThresholdsThatTheRowDoesNot) {
   fake.vrfs["blue"].mid_threshold = 0;
   fake.vrfs["blues"];
   Configure("blue", Family::kIpv6, 9, 7);
-  EXPECT_THAT(AskForText({"show", "vrf", "detail"}), HasSubstr("  route thresholds    ipv6 mid 7, high 9\n"));
+  EXPECT_THAT(AskForText({"show", "vrf", "detail"}), HasSubstr("  route thresholds    ipv6 high 9, mid 7\n"));
   EXPECT_THAT(Out(), HasSubstr("  route thresholds    none\n"));
   const Json vrfs = AskForJson({"show", "vrf", "detail"});
   EXPECT_EQ(vrfs[0]["midThresh"], 0);
@@ -445,6 +444,47 @@ TEST_F(ShowVrf, OddNamesTravelSafely) {
       EXPECT_THAT(NamesOf(AskForJson(words)), ElementsAre(name)) << ::testing::PrintToString(words);
     }
   }
+}
+
+// --- Brief, selected and sorted
+
+TEST_F(ShowVrf, BriefHasFewColumns) {
+  AddRed();
+  EXPECT_EQ(AskForText({"show", "vrf", "brief"}),
+            "VRF  RD        STATE  ROUTES\n"
+            "red  65000:10  up          7\n");
+  EXPECT_EQ(AskForText({"show", "vrf", "red", "brief"}), Out());
+  EXPECT_EQ(Ask({"show", "vrf", "brief", "detail"}), kExitUsage);
+  EXPECT_EQ(Ask({"show", "vrf", "red", "brif"}), kExitUsage);
+  EXPECT_THAT(Err(), HasSubstr("unknown word \"brif\"; did you mean \"brief\"?"));
+}
+
+TEST_F(ShowVrf, StateAndProtocolSelectVrfs) {
+  AddRed();
+  AddBlueWithTables();
+  fake.interfaces[{"red", 1}] = {"ge1", 0x40};
+  fake.interfaces[{"red", 2}] = {"ge2", 0x04};
+  EXPECT_THAT(NamesOf(AskForJson({"show", "vrf", "--state", "up"})), ElementsAre("red"));
+  EXPECT_THAT(NamesOf(AskForJson({"show", "vrf", "--state", "down"})), ElementsAre("blue"));
+  EXPECT_THAT(NamesOf(AskForJson({"show", "vrf", "--protocol", "bgp"})), ElementsAre("red"));
+  EXPECT_THAT(NamesOf(AskForJson({"show", "vrf", "--protocol", "static", "--state", "up"})),
+              ElementsAre("red"));
+  EXPECT_EQ(AskForJson({"show", "vrf", "--protocol", "rip"}), Json::array());
+  EXPECT_EQ(Ask({"show", "vrf", "--state", "sideways"}), kExitUsage);
+  EXPECT_EQ(Ask({"show", "vrf", "detail", "--state", "up"}), kExitUsage);
+}
+
+TEST_F(ShowVrf, LinesAreSortedByTheChosenColumn) {
+  AddRed();
+  AddBlueWithTables();
+  fake.vrfs["a"] = {"", "1:1", kNow - 10, kNow - 10, 0, 9, 0, {}, {}, false};
+  EXPECT_THAT(NamesOf(AskForJson({"show", "vrf", "--sort", "name"})), ElementsAre("a", "blue", "red"));
+  EXPECT_THAT(NamesOf(AskForJson({"show", "vrf", "--sort", "routes"})), ElementsAre("a", "red", "blue"));
+  EXPECT_THAT(NamesOf(AskForJson({"show", "vrf", "--sort", "changed"})), ElementsAre("blue", "a", "red"));
+  EXPECT_THAT(NamesOf(AskForJson({"show", "vrf", "--sort", "interfaces"})), ElementsAre("red", "a", "blue"));
+  EXPECT_THAT(NamesOf(AskForJson({"show", "vrf", "--sort", "state"})), ElementsAre("a", "blue", "red"));
+  EXPECT_THAT(NamesOf(AskForJson({"show", "vrf", "--sort", "rd"})), ElementsAre("blue", "a", "red"));
+  EXPECT_EQ(Ask({"show", "vrf", "--sort", "color"}), kExitUsage);
 }
 
 // --- The structured form

@@ -78,9 +78,12 @@ std::string route_path(const std::string& read, const std::string& vrf, std::int
 
 // Rows have counts in any case. Without a module every read of a route fails, whether or not the route
 // exists.
-bool are_routes_counted(kvtree::Client& client) {
+bool are_routes_counted(const Session& session, kvtree::Client& client) {
   const std::string path = route_path("route", "", kInetAddressIpv4, 0, kNoAddress, kNoAddress);
-  return client.get(path).status != kStatusNoRouteModule;
+  const Status status = client.get(path).status;
+  if (status == kStatusTimedOut || status == kStatusNotConnected)
+    throw request_failure(session, path, status);
+  return status != kStatusNoRouteModule;
 }
 
 void require_vrf(const Session& session, kvtree::Client& client, const std::string& vrf) {

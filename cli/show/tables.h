@@ -30,16 +30,34 @@ void walk_rows_of(const Session& session, kvtree::Client& client, const RowTable
   RowWalk<T>(session, client, table, of_vrf, sink.batch_end).run(table.first_path(vrf));
 }
 
+// Failure for a VRF that does not exist. An invalid one, to which interfaces are bound, has a message of its
+// own.
+void require_vrf(const Session& session, kvtree::Client& client, const std::string& vrf);
+
+// The same as walk_rows_of, but a named VRF without rows must exist. A VRF that does not exist may have rows,
+// as its route targets may be configured.
+template <typename T>
+void walk_rows_of_known(const Session& session, kvtree::Client& client, const RowTable<T>& table,
+                        const std::string& vrf, const RowSink<T>& sink) {
+  bool is_known = vrf.empty();
+  const auto row = [&](const T& found) {
+    is_known = true;
+    sink.row(found);
+  };
+  const auto batch_end = [&] {
+    if (!is_known) require_vrf(session, client, vrf);
+    is_known = true;
+    sink.batch_end();
+  };
+  walk_rows_of<T>(session, client, table, vrf, {row, batch_end});
+}
+
 // A route's key in a path. `read` is "route" (this one) or "route-next" (the first after it). Addresses are
 // hexadecimal with all digits; an all-zero next hop also means none.
 std::string route_path(const std::string& read, const std::string& vrf, std::int32_t type,
                        std::uint32_t length, const std::string& destination, const std::string& next_hop);
 
 // False while the daemon lacks a module of the routing table; the route counts of VRF rows are unknown then.
-bool are_routes_counted(kvtree::Client& client);
-
-// Failure for a VRF that does not exist. An invalid one, to which interfaces are bound, has a message of its
-// own.
-void require_vrf(const Session& session, kvtree::Client& client, const std::string& vrf);
+bool are_routes_counted(const Session& session, kvtree::Client& client);
 
 }  // namespace cli

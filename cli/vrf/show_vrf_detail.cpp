@@ -31,7 +31,7 @@ class DetailsWriter {
       : session_(session),
         client_(client),
         request_(request),
-        are_routes_counted_(are_routes_counted(client)),
+        are_routes_counted_(are_routes_counted(session, client)),
         model_rd_owner_(model_rd_owner(session, client)),
         nodes_(session, client),
         list_(session.out) {}

@@ -125,12 +125,19 @@ Json local_time_json(const VrfView& vrf) {
 constexpr Column<VrfView> kVrfCells[] = {
     {.cell = {"VRF"}, .text = member_text<&Vrf::name>},
     {.cell = {"RD"}, .text = member_or_dash<&Vrf::rd>},
-    {.cell = {"STATE"}, .text = member_name<&Vrf::operStatus, mib::kVrfStatus>},
+    {.cell = state("STATE"), .text = member_name<&Vrf::operStatus, mib::kVrfStatus>},
     {.cell = number("INTERFACES"), .text = member_text<&Vrf::associatedInterfaces>},
     {.cell = number("ACTIVE"), .text = member_text<&Vrf::activeInterfaces>},
     {.cell = number("ROUTES"), .text = routes_text},
     {.cell = number("CHANGED"), .text = changed_age},
     {.cell = {"DESCRIPTION"}, .text = member_or_dash<&Vrf::description>},
+};
+
+constexpr Column<VrfView> kBriefCells[] = {
+    {.cell = {"VRF"}, .text = member_text<&Vrf::name>},
+    {.cell = {"RD"}, .text = member_or_dash<&Vrf::rd>},
+    {.cell = state("STATE"), .text = member_name<&Vrf::operStatus, mib::kVrfStatus>},
+    {.cell = number("ROUTES"), .text = routes_text},
 };
 
 constexpr AddedKey<VrfView> kVrfKeys[] = {
@@ -150,8 +157,8 @@ std::string threshold_text(std::int64_t routes) {
 Lines threshold_lines(const VrfDetails& details) {
   Lines lines;
   for (const FamilyThresholds& family : details.thresholds) {
-    lines.push_back(with_origin(fmt::format("{} mid {}, high {}", afi_name(family.afi),
-                                            threshold_text(family.mid), threshold_text(family.high)),
+    lines.push_back(with_origin(fmt::format("{} high {}, mid {}", afi_name(family.afi),
+                                            threshold_text(family.high), threshold_text(family.mid)),
                                 details.origins.of_threshold(family.afi)));
   }
   return lines.empty() ? Lines{"none"} : lines;
@@ -168,9 +175,12 @@ Json thresholds_json(const VrfDetails& details) {
   return list;
 }
 
-Lines interface_words(const VrfDetails& details) {
-  Lines words = interface_names(details.shown);
-  for (std::string& name : words) name = printable(name);
+// "2, 1 active: ge1 ge2".
+Lines interface_words(const Vrf& row, const VrfDetails& details) {
+  const std::vector<std::string> names = interface_names(details.shown);
+  Lines words = {fmt::format("{}, {} active{}", row.associatedInterfaces, row.activeInterfaces,
+                             names.empty() ? "" : ":")};
+  for (const std::string& name : names) words.push_back(printable(name));
   return words;
 }
 
@@ -178,6 +188,10 @@ Lines interface_words(const VrfDetails& details) {
 
 std::span<const Column<VrfView>> vrf_cells() {
   return kVrfCells;
+}
+
+std::span<const Column<VrfView>> brief_vrf_cells() {
+  return kBriefCells;
 }
 
 std::vector<mpls_vpn_afi_safi> wanted_tables(const mpls_vpn_vrf& shown, const VrfRequest& request) {
@@ -228,18 +242,15 @@ void print_vrf(std::ostream& out, const VrfView& vrf, const VrfDetails& details)
   lines.line("description", with_origin(printable_or_dash(row.description), origins.of_description()));
   lines.line("route distinguisher", with_origin(printable_or_dash(row.rd), rd_origin(vrf, details)));
   lines.line("vni", with_origin(origins.vni() ? std::to_string(*origins.vni()) : "-", origins.of_vni()));
-  lines.line("state", fmt::format("{}, administratively {}", name_of(mib::kVrfStatus, row.operStatus),
-                                  name_of(mib::kVrfStatus, row.adminStatus)));
+  lines.line("state", name_of(mib::kVrfStatus, row.operStatus));
   lines.line("created", time_text(row.creationTime));
   lines.line("last changed", time_text(row.confLastChanged));
-  lines.line("routes", fmt::format("{} now, {} added, {} deleted, {} dropped", routes_text(vrf),
-                                   row.routesAdded, row.routesDeleted, row.routesDropped));
+  lines.line("routes", fmt::format("{} now, {} dropped; additions and deletions are not counted",
+                                   routes_text(vrf), row.routesDropped));
   lines.lines("route thresholds", threshold_lines(details));
   lines.line("illegal labels", std::to_string(row.illegalLabelViolations));
   lines.line("big", details.shown.isBigVrf != 0 ? "yes" : "no");
-  lines.line("interface counts",
-             fmt::format("{}, {} active", row.associatedInterfaces, row.activeInterfaces));
-  lines.words("interfaces", interface_words(details));
+  lines.words("interfaces", interface_words(row, details));
   for (const mpls_vpn_afi_safi& table : details.tables) print_family(out, {table, origins});
 }
 

@@ -26,6 +26,7 @@ struct VrfDetails {
 };
 
 std::span<const Column<VrfView>> vrf_cells();
+std::span<const Column<VrfView>> brief_vrf_cells();
 Json vrf_row_json(const VrfView& vrf);
 // The tables of the show record that the request asks for.
 std::vector<mpls_vpn_afi_safi> wanted_tables(const mpls_vpn_vrf& shown, const VrfRequest& request);

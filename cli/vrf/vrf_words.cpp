@@ -1,8 +1,11 @@
 // The words of "show vrf": a name first, then the details and families.
+#include <fmt/format.h>
+
 #include <array>
 
 #include "cli/commands.h"
 #include "cli/output/table.h"
+#include "platform/core/text/words.h"
 
 namespace cli {
 
@@ -17,6 +20,8 @@ struct Word {
 constexpr std::array kVrfWords = {
     Word{"detail", [](VrfRequest* request) { request->detail = true; },
          [](const VrfRequest& request) { return request.detail; }},
+    Word{"brief", [](VrfRequest* request) { request->brief = true; },
+         [](const VrfRequest& request) { return request.brief; }},
     Word{"ipv4", [](VrfRequest* request) { request->afi = 1; },
          [](const VrfRequest& request) { return request.afi != 0; }},
     Word{"ipv6", [](VrfRequest* request) { request->afi = 2; },
@@ -28,10 +33,11 @@ constexpr std::array kVrfWords = {
 };
 
 Failure usage(const std::string& what) {
-  return {kExitUsage,
-          what +
-              "; usage: mplsvpn show vrf [NAME] [detail] [ipv4|ipv6] [unicast|multicast], or mplsvpn show "
-              "vrf invalid"};
+  return {
+      kExitUsage,
+      what +
+          "; usage: mplsvpn show vrf [NAME] [brief|detail] [ipv4|ipv6] [unicast|multicast], or mplsvpn show "
+          "vrf invalid"};
 }
 
 const Word* find_word(const std::string& text) {
@@ -41,11 +47,18 @@ const Word* find_word(const std::string& text) {
   return nullptr;
 }
 
+std::string unknown_word(const std::string& wrong) {
+  std::vector<std::string> known;
+  for (const Word& word : kVrfWords) known.emplace_back(word.text);
+  const std::string similar = text::closest(wrong, known);
+  return fmt::format("unknown word {}; {}", text::quoted(printable(wrong)),
+                     similar.empty() ? "expected " + text::alternatives(known)
+                                     : "did you mean " + text::quoted(similar) + "?");
+}
+
 void take_word(const std::string& text, VrfRequest* request) {
   const Word* word = find_word(text);
-  if (word == nullptr)
-    throw usage("unknown word \"" + printable(text) +
-                "\"; expected detail, ipv4, ipv6, unicast or multicast");
+  if (word == nullptr) throw usage(unknown_word(text));
   if (word->is_taken(*request)) throw usage("\"" + text + "\" repeats or contradicts an earlier word");
   word->take(request);
 }
@@ -67,6 +80,7 @@ VrfRequest parse_vrf_words(const std::vector<std::string>& words, const std::str
       take_word(word, &request);
     }
   }
+  if (request.brief && request.detail) throw usage("\"brief\" and \"detail\" exclude each other");
   return request;
 }
 

@@ -39,6 +39,8 @@ class FileSource : public Source {
   // Watches the file and registers the action. The manager must outlive the source. kStatusExists when it was
   // started before. Fault point "file_source_start".
   [[nodiscard]] Status start(EventManager* manager) override;
+  // As the action "router reload", without an answer.
+  void reload() override { reload(KvActionEnd{}); }
   std::string describe() const override { return path_; }
   // For a router that has no file: removes what an earlier one configured.
   [[nodiscard]] static Status remove_configured(std::string* error);

@@ -199,7 +199,7 @@ Nodes ospf6_nodes(const RunningConfig& config, const router::Router& router) {
 }
 
 bool is_named(const IgpProcess& process, const router::Interface& interface) {
-  return std::ranges::find(process.interfaces, interface.name) != process.interfaces.end();
+  return std::ranges::find(process.interfaces, interface.name.view()) != process.interfaces.end();
 }
 
 Nodes nodes_of_rip(const std::vector<IgpProcess>& processes, const router::Router& router, Kind kind) {

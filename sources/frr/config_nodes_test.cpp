@@ -37,8 +37,9 @@ class ConfigNodes : public ::testing::Test {
     added.vrf = vrf;
     added.index = ++last_index;
     for (const std::string& text : addresses) {
-      added.addresses.emplace_back();
-      ASSERT_TRUE(router::parse_address(text, &added.addresses.back()));
+      router::Address address;
+      ASSERT_TRUE(router::parse_address(text, &address));
+      added.addresses.push_back(address);
     }
     ASSERT_EQ(router.add_interface(added), kStatusOk);
   }
@@ -49,7 +50,9 @@ class ConfigNodes : public ::testing::Test {
     ASSERT_TRUE(router::parse_address(address, &detail.address));
     ASSERT_TRUE(router::parse_address(peer, &detail.peer));
     detail.secondary = secondary;
-    interface.ipv4_details.push_back(detail);
+    std::vector<router::Ipv4Detail> details(interface.ipv4_details.begin(), interface.ipv4_details.end());
+    details.push_back(detail);
+    interface.ipv4_details = details;
     ASSERT_EQ(router.change_interface(interface), kStatusOk);
   }
   // The programs whose protocol a `network` line of VRF blue enables on an interface.

@@ -107,6 +107,18 @@ FrrSource::FrrSource(const router::Router* router, Options options)
   }
 }
 
+std::string FrrSource::state() const {
+  std::string names;
+  std::size_t count = 0;
+  for (const auto& follower : followers_) {
+    if (!follower->answering) continue;
+    if (count++ > 0) names += ", ";
+    names += follower->program.name;
+  }
+  if (count == 0) return "no program of FRR answers";
+  return "FRR: " + names + (count == 1 ? " answers" : " answer");
+}
+
 FrrSource::~FrrSource() {
   for (const auto& follower : followers_) {
     if (follower->timer != 0) event_timer_cancel(manager_, follower->timer);

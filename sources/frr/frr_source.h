@@ -62,6 +62,7 @@ class FrrSource : public Source {
   // "frr_source_start".
   [[nodiscard]] Status start(EventManager* manager) override;
   std::string describe() const override { return "the routing suite"; }
+  std::string state() const override;
 
   // How many questions are not answered yet, or have answers that are not in the tree.
   std::size_t pending_answers() const;

@@ -47,6 +47,20 @@ TEST_F(FrrSourceTest, TenThousandVrfsAreStored) {
   EXPECT_EQ(Stored().size(), kNodesOfSuitesVrf);
 }
 
+TEST_F(FrrSourceTest, StateNamesTheProgramsThatAnswer) {
+  StopSuite();
+  suite.Become("bgpd", "ok");
+  StartWith("bgpd", bgp_red(kRd10));
+  EXPECT_EQ(source->state(), "FRR: bgpd answers");
+  suite.Become("ospfd", "ok");
+  AwaitAnswer("ospfd");
+  EXPECT_EQ(source->state(), "FRR: bgpd, ospfd answer");
+  StopSuite();
+  AwaitFailure("bgpd");
+  AwaitFailure("ospfd");
+  EXPECT_EQ(source->state(), "no program of FRR answers");
+}
+
 TEST_F(FrrSourceTest, ChangesAreFollowed) {
   StartWith("bgpd", bgp_red(std::string(kRd10) + kTarget10));
   suite.Configure("bgpd", bgp_red("  rd vpn export 65000:11\n  rt vpn import 65000:12\n"));

@@ -50,8 +50,9 @@ class FrrSourceTest : public ::testing::Test {
     added.name = name;
     added.vrf = vrf;
     added.index = static_cast<std::uint32_t>(router.interface_count()) + 1;
-    added.addresses.emplace_back();
-    ASSERT_TRUE(router::parse_address(address, &added.addresses.back()));
+    router::Address parsed;
+    ASSERT_TRUE(router::parse_address(address, &parsed));
+    added.addresses.push_back(parsed);
     ASSERT_EQ(router.add_interface(added), kStatusOk);
   }
   FrrSource::Options Options() const {

@@ -80,6 +80,7 @@ namespace {
 constexpr unsigned kLoadAttempts = 5;
 constexpr int kLoadPatienceMs = 2000;  // without an answer, per datagram and attempt
 constexpr unsigned kMaxPostponements = 10;
+constexpr unsigned kMalformedDumpsMax = 5;
 
 const std::vector<int> kLinkGroups{RTNLGRP_LINK, RTNLGRP_IPV4_IFADDR, RTNLGRP_IPV6_IFADDR};
 
@@ -105,6 +106,7 @@ struct KernelSource::State : kernel::EventListener::Client {
 
   void stop();
   void on_datagram(std::span<const std::uint8_t> datagram) override;
+  void count_malformed(unsigned messages, const char* how);
   void on_events_lost() override;
   void on_listener_failure(kernel::EventListener::Failure failure, Status status) override;
   void schedule_settling();
@@ -116,6 +118,7 @@ struct KernelSource::State : kernel::EventListener::Client {
   void end_dump();
   void dump_failed(Status status);
   void finish_dump();
+  bool may_lack(const kernel::LinkDump& finished);
   void begin_adopting(kernel::LinkDump* finished);
   void adopt_some();
   void finish_adopting();
@@ -141,9 +144,11 @@ struct KernelSource::State : kernel::EventListener::Client {
   EventTimerId reread_timer = 0;
   std::uint64_t last_dump_began = 0;  // clock_monotonic()
   unsigned postponements = 0;
-  bool mirror_stale = false;  // events were lost and no later dump is complete
-  bool reread_soon = false;   // the running dump must be repeated
-  bool loss_logged = false;   // once per series of losses
+  unsigned malformed_dumps = 0;  // consecutive ones after a loss
+  bool dump_repeats = false;     // the one that is adopted
+  bool mirror_stale = false;     // events were lost and no later dump is complete
+  bool reread_soon = false;      // the running dump must be repeated
+  bool loss_logged = false;      // once per series of losses
   bool failure_logged = false;
   KernelSourceCounters counters;
 };
@@ -234,7 +239,13 @@ void KernelSource::State::stop() {
 
 void KernelSource::State::on_datagram(std::span<const std::uint8_t> datagram) {
   scratch.clear();
-  kernel::parse_link_datagram(datagram, &scratch);
+  const auto read = [this](const nlmsghdr* message) {
+    return fault_check(kernel::NetlinkFaultPoints{}.malformed) == kStatusOk &&
+           kernel::parse_link_message(message, &scratch);
+  };
+  const unsigned malformed = kernel::for_each_message(datagram, read).malformed;
+  count_malformed(malformed, "announced; reading all links and addresses");
+  if (malformed != 0) on_events_lost();
   const bool holds = holds_events();
   for (kernel::Event& event : scratch) {
     if (dump.is_open()) log.push_back(event);
@@ -252,6 +263,13 @@ void KernelSource::State::on_datagram(std::span<const std::uint8_t> datagram) {
   if (mirror.changed()) {
     schedule_settling();
   }
+}
+
+void KernelSource::State::count_malformed(unsigned messages, const char* how) {
+  if (messages == 0) return;
+  counters.malformed += messages;
+  log_warning("kernel", "malformed messages of links and addresses (%llu times so far), the last one %s",
+              static_cast<unsigned long long>(counters.malformed), how);
 }
 
 // Everything is read again when the socket has been replaced.
@@ -361,10 +379,21 @@ void KernelSource::State::finish_dump() {
   adopt_some();
 }
 
+// A link that a dump shows malformed is not removed. After a loss its removal may not have been announced:
+// the dump is repeated, and the last repetition removes what it does not show.
+bool KernelSource::State::may_lack(const kernel::LinkDump& finished) {
+  const bool is_malformed = finished.malformed() != 0;
+  malformed_dumps = is_malformed && mirror_stale ? malformed_dumps + 1 : 0;
+  const bool retains = is_malformed && malformed_dumps < kMalformedDumpsMax;
+  dump_repeats = finished.disturbed() || (retains && mirror_stale);
+  return finished.disturbed() || retains;
+}
+
 void KernelSource::State::begin_adopting(kernel::LinkDump* finished) {
   using Kind = kernel::Adoption::Kind;
   ++counters.dumps;
-  const Kind kind = finished->disturbed() ? Kind::kMerges : Kind::kReplaces;
+  count_malformed(finished->malformed(), "while reading all of them");
+  const Kind kind = may_lack(*finished) ? Kind::kMerges : Kind::kReplaces;
   adoption = std::make_unique<kernel::Adoption>(&mirror, finished->take(), kind, std::exchange(log, {}));
 }
 
@@ -388,9 +417,8 @@ void KernelSource::State::finish_adopting() {
 }
 
 void KernelSource::State::end_adopting() {
-  const bool merged = adoption->kind() == kernel::Adoption::Kind::kMerges;
   adoption.reset();
-  if (merged) {
+  if (dump_repeats) {
     ++counters.disturbed_dumps;
     reread_soon = true;
     return;

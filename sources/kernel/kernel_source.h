@@ -33,6 +33,9 @@ class KernelSource : public Source {
   [[nodiscard]] Status start(EventManager* manager) override;
   std::string describe() const override { return "the kernel"; }
   std::optional<std::uint64_t> corrections() const override { return counters().routes.corrections; }
+  std::optional<std::uint64_t> malformed() const override {
+    return counters().malformed + counters().routes.malformed;
+  }
 
   KernelSourceCounters counters() const;
   // True when everything that was received is in the model and nothing is being read.

@@ -221,6 +221,53 @@ TEST_F(LiveKernel, LossesCauseDumpsAtTheRetryIntervalOnly) {
   EXPECT_EQ(DescriptionOf("v0"), "loss19");
 }
 
+TEST_F(LiveKernel, MalformedAnnouncementLosesNoLink) {
+  Start();
+  const ScopedFault fault("netlink_malformed", EBADMSG, 1, 1);
+  AddVeth("v0", "v1");
+  event_run_pending(manager_);
+  Settle();
+  EXPECT_NE(Find("v0"), nullptr);
+  EXPECT_NE(Find("v1"), nullptr);
+  EXPECT_EQ(source_->counters().malformed, 1U);
+  EXPECT_EQ(source_->counters().losses, 1U);
+}
+
+TEST_F(LiveKernel, MalformedMessageOfADumpIsCounted) {
+  AddVeth("v0", "v1");
+  const ScopedFault fault("netlink_malformed", EBADMSG, 1, 1);
+  Start();
+  EXPECT_EQ(source_->counters().malformed, 1U);
+}
+
+TEST_F(LiveKernel, LinkThatEveryDumpShowsMalformedStays) {
+  AddVeth("v0", "v1");
+  Start();
+  const ScopedFault fault("netlink_malformed", EBADMSG, 1, 0);
+  for (int dumps = 0; dumps < 7; ++dumps) {
+    clock_.advance(30 * kNanosecondsPerSecond);
+    EXPECT_THAT(SettledLines(), IsEmpty());
+  }
+}
+
+TEST_F(LiveKernel, LinkDeletedInAnOverrunIsRemovedAlthoughDumpsAreMalformed) {
+  AddVeth("v0", "v1");
+  Start();
+  {
+    const ScopedFault loss("netlink_receive", ENOBUFS, 1, 1);
+    Ip("link del v0");
+    event_run_pending(manager_);
+  }
+  const ScopedFault fault("netlink_malformed", EBADMSG, 1, 0);
+  const std::uint64_t before = source_->counters().dumps;
+  for (int turn = 0; turn < 20; ++turn) {
+    clock_.advance(100 * kNanosecondsPerMillisecond);
+    Settle();
+  }
+  EXPECT_EQ(Find("v0"), nullptr);
+  EXPECT_LE(source_->counters().dumps - before, 6U);
+}
+
 TEST_F(LiveKernel, DisturbedDumpIsRepeatedAndRemovesNothing) {
   AddVeth("v0", "v1");
   Start();

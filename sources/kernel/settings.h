@@ -10,8 +10,10 @@ struct KernelSourceSettings {
   // Datagrams of events in one iteration of the loop. Of a dump, whose datagrams are much larger, an eighth
   // of that, of next-hop objects a sixteenth, of routes one.
   unsigned batch = 64;
-  std::size_t log = 100'000;              // events stored during a dump; more count as a loss
-  std::size_t history = 500'000;          // changes of links, until tables have them; more count as a loss
+  std::size_t log = 100'000;  // events stored during a dump; more count as a loss
+  // Changes of links and next-hop objects, until tables have them; more count as a loss.
+  std::size_t history = 500'000;
+  std::size_t announced = 250'000;        // prefixes announced during a reading; more abandon it
   std::uint64_t settle = 20'000'000;      // nanoseconds from the first event to the change of the model
   std::uint64_t reread = 30'000'000'000;  // nanoseconds between complete dumps
   std::uint64_t retry = 100'000'000;      // nanoseconds between dumps after losses or failures
@@ -30,6 +32,7 @@ struct KernelRouteCounters {
   std::uint64_t unresolved = 0;          // routes with an unknown next-hop object
   // Prefixes and next-hop objects of which a reading showed that the events had not given their state.
   std::uint64_t corrections = 0;
+  std::uint64_t malformed = 0;  // messages of routes and next-hop objects, and datagrams, that are malformed
 };
 
 struct KernelSourceCounters {
@@ -38,5 +41,6 @@ struct KernelSourceCounters {
   std::uint64_t disturbed_dumps = 0;  // those among them that changes interrupted
   std::uint64_t failures = 0;         // readings and receptions that failed
   std::uint64_t refused = 0;          // changes that the model refused
+  std::uint64_t malformed = 0;        // messages of links and addresses, and datagrams, that are malformed
   KernelRouteCounters routes;
 };

@@ -257,9 +257,9 @@ Status Run::free_name(std::size_t item) {
   return make({Operation::kChangeInterface, owner->name, owner->index}, nullptr, change);
 }
 
-std::string Run::vrf_of(const Interface& wanted) const {
+SharedText Run::vrf_of(const Interface& wanted) const {
   const bool exists = model_->find_vrf(wanted.vrf) != nullptr;
-  return exists || policy_->allows_missing_vrfs() ? wanted.vrf : std::string(router::kDefaultVrf);
+  return exists || policy_->allows_missing_vrfs() ? wanted.vrf : router::default_vrf_name();
 }
 
 Status Run::place_interface(std::size_t item) {

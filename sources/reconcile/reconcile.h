@@ -149,7 +149,7 @@ class Run {
 
   bool leaves(const router::Interface& member) const;
   const router::Interface* wanted_interface(std::uint32_t index) const;
-  std::string vrf_of(const router::Interface& wanted) const;
+  SharedText vrf_of(const router::Interface& wanted) const;
 
   // Makes one change. A refused one is reported: *made says whether the change was made.
   template <typename Change>

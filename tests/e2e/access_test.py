@@ -213,7 +213,7 @@ class RolesTest(unittest.TestCase):
         self.spawn_as("agent", [0], "mpls_vpn_snmp", "--agentx-socket", str(self.system.agentx))
         self.system.wait_registered()
         wait_until("the refusal", lambda: "refused the subscription" in self.system.log("agent"))
-        self.assertIn("add this process's user to the agents' group (mpls_vpn_agent)", self.system.log("agent"))
+        self.assertIn("add the sub-agent's user to the agents' group (mpls_vpn_agent)", self.system.log("agent"))
 
     def test_reader_agent_and_others_have_their_rights_and_no_more(self):
         self.system.start_daemon()

@@ -222,12 +222,12 @@ class BadStart(SystemTest):
 
     def test_invalid_router_file_ends_the_start_with_line_and_column(self):
         status, log = self.start("vrfs:\n  - {name: red, table: ten}\n")
-        self.assertEqual(status, 1)
+        self.assertEqual(status, 78)
         self.assertIn("router.yaml:2:24:", log)
 
     def test_invalid_settings_end_the_start_with_line_and_column(self):
         status, log = self.start(ROUTER, settings="sauce: file\n")
-        self.assertEqual(status, 1)
+        self.assertEqual(status, 78)
         self.assertIn("platform.yaml:1:1: unknown key 'sauce'", log)
 
     def test_start_with_faults_or_without_settings_logs_warnings(self):

@@ -126,10 +126,10 @@ class Configuration(SystemTest):
                               env=environment, capture_output=True, text=True, check=True).stdout.split()
 
     def test_completion_offers_the_words_and_vrfs_that_may_follow(self):
-        self.assertEqual(self.completed("config", "set", "vrf"), ["red", "blue"])
-        self.assertEqual(self.completed("config", "set", "vrf", "red", "rt"), ["import", "export", "both"])
+        self.assertEqual(self.completed("config", "set", "vrf"), ["blue", "red"])
+        self.assertEqual(self.completed("config", "set", "vrf", "red", "rt"), ["both", "export", "import"])
         self.assertEqual(self.completed("config", "set", "vrf", "red", "rt", "both", "65000", ":", "1"),
-                         ["ipv4", "ipv6", "evpn"])
+                         ["evpn", "ipv4", "ipv6"])
         self.assertEqual(self.completed("config", "set", "vrf", "red", "rt", "both"), [])
 
     def test_format_of_as_numbers_applies_without_a_restart_and_survives_one(self):

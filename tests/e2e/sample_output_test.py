@@ -31,7 +31,7 @@ class Samples(SharedSystemTest):
         self.assertGreater(len(lines), 30)
         many = f"{L3VPN}.1.3.1.1.3.5." + ".".join(str(octet) for octet in b"green")
         wait_until("the generated routes", lambda: self.system.get_value(many) == "101")
-        walked = subprocess.run(["snmpwalk", "-v2c", "-c", "public", "-m", "MPLS-L3VPN-STD-MIB", "-M", ROOT / "examples/mibs", "-OS",
+        walked = subprocess.run(["snmpwalk", "-v2c", "-c", "public", "-m", "MPLS-L3VPN-STD-MIB", "-M", ROOT / "packaging/mibs", "-OS",
                                  f"127.0.0.1:{self.system.port}", L3VPN], check=True, capture_output=True, text=True)
         walk = {line.rstrip() for line in walked.stdout.splitlines()}
         self.assertEqual([line for line in lines if line not in walk], [])

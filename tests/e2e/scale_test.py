@@ -3,7 +3,7 @@
 import time
 import unittest
 
-from system import IF_CONF, SCALARS, SystemTest, check_increasing, parse_walk
+from system import IF_CONF, SCALARS, SLOW, SystemTest, check_increasing, parse_walk
 
 
 class Scale(SystemTest):
@@ -23,6 +23,19 @@ class Scale(SystemTest):
         check_increasing(rows)
         listed = system.cli("--json", "show", "interfaces", check=True).stdout
         self.assertEqual(listed.count('"ifConfIndex"'), 100000)
+        self.check_completion(system)
+
+    def check_completion(self, system):
+        """A user who types does not wait for names."""
+        for words, least in (("show", "routes", "customer-0999"), 10), (("config", "set", "vrf", ""), 100):
+            durations = []
+            for _ in range(5):
+                start = time.monotonic()
+                offered = system.cli("complete", "--", *words, check=True).stdout.split()
+                durations.append(time.monotonic() - start)
+            self.assertGreaterEqual(len(offered), least)
+            print(f"completion of {' '.join(words)}: {min(durations) * 1000:.0f} ms")
+            self.assertLess(min(durations), 0.1 * SLOW)
 
 
 if __name__ == "__main__":

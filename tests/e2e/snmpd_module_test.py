@@ -6,6 +6,7 @@ import json
 import pathlib
 import random
 import re
+import select
 import signal
 import socket
 import subprocess
@@ -381,6 +382,27 @@ class DaemonAway(ModuleTest):
         self.assertLess(max(latencies), 0.3 * SLOW)
         running.processes["daemon"].send_signal(signal.SIGCONT)
         wait_until("the rows", lambda: running.get_value(SCALARS + ".1.0") == "2")
+
+    def test_small_requests_are_answered_between_large_ones_that_arrived_before(self):
+        running = self.start()
+        time.sleep(1.1 * SLOW)  # the rows that were read have become too old
+        index = (3,) + tuple(b"red") + (1, 4, 20)
+        large, small = ([self.client(running) for _ in range(count)] for count in (20, 5))
+        running.processes["daemon"].send_signal(signal.SIGSTOP)
+        for number, client in enumerate(large):  # rows at more places than there are windows
+            client.send(GET_NEXT, [ROUTE_ENTRY + (7 + place % 12,) + index + (place % 8, 30 * place % 256, number) for place in range(700)])
+            time.sleep(0.005)
+        for client in small:
+            client.send(GET_NEXT, [ROUTE_ENTRY + (7,) + index + (3, 90, 0)])
+        time.sleep(0.05)
+        running.processes["daemon"].send_signal(signal.SIGCONT)
+        waiting, order = {client.socket: client for client in large + small}, []
+        while waiting:
+            for ready in select.select(list(waiting), [], [], 10 * SLOW)[0]:
+                client = waiting.pop(ready)
+                client.receive()
+                order.append(client in small)
+        self.assertLess(max(place for place, is_small in enumerate(order) if is_small), len(order) // 2)
 
     def test_rows_return_after_the_daemon_was_killed(self):
         running = self.start()

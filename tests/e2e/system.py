@@ -99,6 +99,7 @@ class System:
         self.agentx = self.folder / "agentx"
         self.module = MODULE if IN_SNMPD else None  # that snmpd loads
         self.snmpd_wrapper = ()  # a program that runs snmpd
+        self.snmpd_options = ("-Lo",)
         self.more_snmpd_settings = ""
 
     def __enter__(self):
@@ -159,7 +160,7 @@ class System:
             self.port, conf = port, self.folder / "snmpd.conf"
             conf.write_text(f"agentAddress udp:127.0.0.1:{port}\nagentXSocket {self.agentx}\n" + self.snmpd_settings() +
                             self.more_snmpd_settings + self.trap_sink())
-            return *self.snmpd_wrapper, "snmpd", "-f", "-Lo", "-C", "-c", str(conf), "-p", str(self.folder / "snmpd.pid")
+            return *self.snmpd_wrapper, "snmpd", "-f", *self.snmpd_options, "-C", "-c", str(conf), "-p", str(self.folder / "snmpd.pid")
         self.start_on_a_port("snmpd", self.port, command, lambda _: self.agentx.exists() and
                              self.snmp("get", "1.3.6.1.2.1.1.3.0", timeout=1).returncode == 0)
 
@@ -170,13 +171,20 @@ class System:
     def trap_sink(self):
         return f"trap2sink 127.0.0.1:{self.trap_port} public\n" if self.trap_port else ""
 
+    def trapd_settings(self):
+        return (ROOT / "examples/snmp/snmptrapd.conf").read_text().replace(" COMMUNITY", " public")
+
+    def trapd_format(self):
+        """Options that make it log what traps() reads."""
+        return ["-One", "-Oq", "-F", "TRAP\t%v\n"]
+
     def start_trapd(self):
         """Starts a stock snmptrapd that logs each notification on a line. Call it before start_snmpd, whose snmpd sends there."""
         def command(port):
             self.trap_port, conf = port, self.folder / "snmptrapd.conf"
-            conf.write_text("disableAuthorization yes\n")
-            return ("snmptrapd", "-f", "-Lo", "-C", "-c", str(conf), "-One", "-Oq", "-F", "TRAP\t%v\n", "-p",
-                    str(self.folder / "trapd.pid"), f"udp:127.0.0.1:{port}")
+            conf.write_text(self.trapd_settings())
+            return ("snmptrapd", "-f", "-Lo", "-C", "-c", str(conf), *self.trapd_format(), "-p", str(self.folder / "trapd.pid"),
+                    f"udp:127.0.0.1:{port}")
         self.start_on_a_port("trapd", 0, command, lambda port: f":{port:04X} " in pathlib.Path("/proc/net/udp").read_text())
 
     def traps(self):

@@ -121,7 +121,7 @@ class Thresholds(TrapCase):
         self.config("delete", "vrf", "red", "threshold", "ipv4")
         wait_until("no thresholds of red in the row", lambda: self.thresholds_in_the_mib("red") == (0, 0, 0))
         detail = self.system.cli("show", "vrf", "red", "detail", check=True).stdout
-        self.assertIn("  route thresholds    ipv6 mid none, high 60 (operator)\n", detail)
+        self.assertIn("  route thresholds    ipv6 high 60, mid none (operator)\n", detail)
         self.assertIn("  route thresholds    none\n", self.system.cli("show", "vrf", "blue", "detail", check=True).stdout)
 
     def test_changed_threshold_takes_effect_at_once(self):

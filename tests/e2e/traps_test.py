@@ -1,9 +1,11 @@
 #!/usr/bin/env python3
 """Traps from the router's changes to a stock snmptrapd: each switch, every kind of change, restarts of each process in
 between, and a queue that overflows."""
+import contextlib
 import json
 import signal
 import subprocess
+import threading
 import time
 import unittest
 
@@ -22,6 +24,7 @@ interfaces:
   - {name: ge2, index: 13, state: up, addresses: [10.0.2.1/24]}
 """
 UP, DOWN = 1, 2
+PAIRS = 500  # of traps while something restarts: fewer than QUEUE
 QUEUE = 4096  # traps that the daemon stores for the sub-agent
 
 
@@ -139,6 +142,43 @@ class Traps(TrapCase):
             self.flap(1)
             snmpd.send_signal(signal.SIGCONT)
             self.expect()
+
+    def test_clean_restarts_lose_and_repeat_nothing(self):
+        """Each restart finds some on their way; no more are raised than the daemon stores."""
+        sink = TrapSink()
+        self.system.trap_port = sink.port
+        self.restart_snmpd()
+        self.config("set", "traps", "all")
+        restarts = [self.restart_snmpd, self.restart_sub_agent] * 4
+
+        def flap():
+            for _ in range(PAIRS // 10):
+                self.flap_quickly(10)
+                time.sleep(0.01)
+        for restart in restarts:
+            flapper = threading.Thread(target=flap)
+            flapper.start()
+            time.sleep(0.1)
+            restart()
+            flapper.join()
+        expected = [DOWN, UP] * (PAIRS * len(restarts))
+        with contextlib.suppress(AssertionError):
+            wait_until("every trap", lambda: len(sink.traps()) >= len(expected), 20)
+        time.sleep(0.5)  # for those that would be sent twice
+        self.assertNotIn("lost while the queue was full", self.system.log("daemon"))
+        received = [number for number, _ in sink.traps()]
+        self.assertEqual(len(received), len(expected))
+        self.assertEqual(received, expected)
+
+    def restart_sub_agent(self):
+        if not IN_SNMPD:
+            self.system.kill("agent", signal.SIGTERM)
+            self.system.start_agent()
+
+    def restart_snmpd(self):
+        self.system.kill("snmpd", signal.SIGTERM)
+        self.system.agentx.unlink(missing_ok=True)
+        self.system.start_snmpd()
 
     @unittest.skipIf(IN_SNMPD, "SKIPPED: while snmpd runs, the module takes every trap at once")
     def test_full_queue_drops_the_oldest_and_reports_how_many(self):

@@ -301,7 +301,7 @@ class WholeMib(SharedSystemTest):
                            ("mplsL3VpnVrfRteTable", sum(len(list(paths(vrf))) for vrf in vrfs()))):
             environment = {key: value for key, value in self.system.environment.items() if not key.startswith("MIB")}
             result = subprocess.run(
-                ["snmptable", "-v2c", "-c", "public", "-m", "MPLS-L3VPN-STD-MIB", "-M", str(ROOT / "examples/mibs"), "-Cf", "|",
+                ["snmptable", "-v2c", "-c", "public", "-m", "MPLS-L3VPN-STD-MIB", "-M", str(ROOT / "packaging/mibs"), "-Cf", "|",
                  "-CH", f"127.0.0.1:{self.system.port}", f"MPLS-L3VPN-STD-MIB::{name}"],
                 env=environment, capture_output=True, text=True, timeout=120, check=False)
             lines = [line for line in result.stdout.splitlines() if "|" in line]

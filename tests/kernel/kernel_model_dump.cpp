@@ -10,7 +10,8 @@
 //    "routes": {"red": [{"prefix", "next_hop", "index", "type", "protocol", "metric", "labels": [100]}]},
 //                                               with --count-routes their number instead of the list
 //    "changes": ["moved d0 from default to red"],    notified by the model since the previous line
-//    "losses", "dumps", "refused", "route_losses", "tables_read", "corrections": counters of the source}
+//    "losses", "dumps", "refused", "route_losses", "tables_read", "corrections", "malformed": counters of the
+//                                               source}
 //
 // --vrf adds a VRF to the model, for kernels without VRF devices.
 //
@@ -157,7 +158,8 @@ void print_model(Program* program) {
                     {"refused", counters.refused + counters.routes.refused},
                     {"route_losses", counters.routes.losses},
                     {"tables_read", counters.routes.tables_read},
-                    {"corrections", counters.routes.corrections}};
+                    {"corrections", counters.routes.corrections},
+                    {"malformed", counters.malformed + counters.routes.malformed}};
   std::puts(all.dump(-1, ' ', false, json::error_handler_t::replace).c_str());
   std::fflush(stdout);
 }

@@ -1,6 +1,8 @@
 // Status texts, fault points, the manual clock, tagged memory and directories.
 #include <gtest/gtest.h>
 #include <malloc.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <memory>
@@ -30,6 +32,25 @@ TEST(Memory, FreedBlocksAreJoinedAtOnce) {
   for (auto& block : blocks) block = std::make_unique<char[]>(40);
   blocks.clear();
   EXPECT_EQ(mallinfo2().fsmblks, 0U) << "octets in freed blocks that are not joined";
+}
+
+// A page between two blocks that are in use.
+TEST(Memory, FreedPagesAreReturned) {
+  const std::size_t page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+  std::vector<std::unique_ptr<char[]>> blocks(64);
+  for (auto& block : blocks) block = std::make_unique<char[]>(8 * page);
+  char* const within = blocks[31].get() + 4 * page;
+  char* const start = within - reinterpret_cast<std::uintptr_t>(within) % page;
+  const auto is_resident = [start, page] {
+    unsigned char state = 0;
+    EXPECT_EQ(mincore(start, page, &state), 0);
+    return (state & 1) != 0;
+  };
+  EXPECT_TRUE(is_resident());
+  blocks[31].reset();
+  if (mallinfo2().fordblks < 8 * page) GTEST_SKIP() << "this allocator does not return pages";
+  heap_return_freed_memory();
+  EXPECT_FALSE(is_resident());
 }
 
 TEST(FaultPoint, UnarmedPointLetsEveryCallPass) {

@@ -31,9 +31,18 @@ void heap_join_freed_blocks_at_once() {
   mallopt(M_MXFAST, 0);
 }
 
+void heap_return_freed_memory() {
+  malloc_trim(0);
+}
+
 char* text_copy(const char* text) {
   if (text == nullptr || fault_check("text_copy") != kStatusOk) return nullptr;
   return strdup(text);
+}
+
+char* text_copy_to(char* place, const char* text) {
+  if (text == nullptr || fault_check("text_copy") != kStatusOk) return nullptr;
+  return std::strcpy(place, text);
 }
 
 void text_replace(char** slot, const char* text) {

@@ -17,8 +17,14 @@
 // those of a whole configuration in one call later: 50 ms for 10,000 VRFs, in whatever allocates next.
 void heap_join_freed_blocks_at_once();
 
+// Returns freed memory to the kernel, whole pages of it. Takes milliseconds for a large heap: at start-up
+// only.
+void heap_return_freed_memory();
+
 // A heap copy of text; null for null or when memory is exhausted. The caller frees it.
 [[nodiscard]] char* text_copy(const char* text);
+// The same into memory that the caller has for it. The fault point is text_copy's.
+[[nodiscard]] char* text_copy_to(char* place, const char* text);
 
 // Frees what *slot owns and stores a copy of text (null clears the slot).
 void text_replace(char** slot, const char* text);

@@ -255,6 +255,32 @@ TEST_F(CheckpointTest, RecordsMayBeDeletedDuringAnIteration) {
   EXPECT_THAT(Rows(), IsEmpty());
 }
 
+TEST_F(CheckpointTest, IterationContinuesAfterItsLastRecordWhateverIsCreatedOrDeletedMeanwhile) {
+  Start();
+  for (const char* key : {"key1", "key2", "key3", "key4"}) Put(key, "data");
+  ChkptIterator* iterator = nullptr;
+  ASSERT_EQ(chkpt_iterate_start(table, &iterator), kStatusOk);
+  const auto next = [&iterator] {
+    char key[8] = {};
+    std::size_t key_size = sizeof key;
+    std::size_t size = 0;
+    std::uint64_t object_id = 0;
+    EXPECT_EQ(chkpt_iterate_next(iterator, key, &key_size, key, &size, &object_id), kStatusOk);
+    return object_id == 0 ? "end" : std::string(key, key_size);
+  };
+  EXPECT_EQ(next(), "key1");
+  for (const char* key : {"key1", "key2"}) EXPECT_EQ(chkpt_delete(table, Map(key)), kStatusOk);
+  EXPECT_EQ(next(), "key3");
+  Put("key5", "data");
+  EXPECT_EQ(next(), "key4");
+  EXPECT_EQ(next(), "key5");
+  EXPECT_EQ(next(), "end");
+  Put("key6", "data");
+  EXPECT_EQ(next(), "key6");
+  EXPECT_EQ(next(), "end");
+  EXPECT_EQ(chkpt_iterate_end(iterator), kStatusOk);
+}
+
 TEST_F(CheckpointTest, IterationCopiesWhatTheBuffersTakeAndSetsTheTrueSizes) {
   Start();
   Put("key1", "long data");

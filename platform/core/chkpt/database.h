@@ -2,13 +2,14 @@
 // this folder. The file is locked while it is open, so that no two processes use it.
 #pragma once
 
+#include <absl/container/flat_hash_map.h>
+
 #include <cstdint>
 #include <map>
 #include <memory>
 #include <span>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 
 #include "platform/core/chkpt/chkpt.h"
 #include "platform/core/sqlite/sqlite.h"
@@ -30,7 +31,8 @@ struct Record {
 // The records of a table by object id, and the object ids by key. Keys are those of the records.
 struct Records {
   std::map<std::uint64_t, Record> by_id;
-  std::unordered_map<std::string_view, std::uint64_t> ids;
+  absl::flat_hash_map<std::string_view, std::uint64_t> ids;
+  std::uint64_t deletions = 0;  // places in by_id are valid as long as this is the same
 };
 
 // Null for a key that a record has.

@@ -14,7 +14,10 @@
 
 struct ChkptIterator {
   ChkptTable* table;
-  std::uint64_t last;  // object id of the last record returned
+  std::uint64_t last = 0;  // object id of the last record returned
+  // Its place, if the table has deleted no record since.
+  std::map<std::uint64_t, chkpt::Record>::const_iterator at{};
+  std::uint64_t deletions = 0;
 };
 
 namespace chkpt {
@@ -56,6 +59,12 @@ void report_corrected_name(const std::string& directory, const ChkptApplication&
   log_warning("chkpt",
               "the name of application %u in %s is not \"%s\": it is corrected, the records are used",
               application.number, chkpt::Database::file_name(directory).c_str(), application.name);
+}
+
+std::map<std::uint64_t, chkpt::Record>::const_iterator next_record(const ChkptIterator& iterator) {
+  const chkpt::Records& records = iterator.table->records;
+  const bool has_place = iterator.last != 0 && iterator.deletions == records.deletions;
+  return has_place ? std::next(iterator.at) : records.by_id.upper_bound(iterator.last);
 }
 
 Store* registered_store(const void* table) {
@@ -159,13 +168,14 @@ Status chkpt_delete(ChkptTable* table, std::uint64_t object_id) {
   chkpt::mark_deleted(store, object_id);
   table->records.ids.erase(found->second.key);
   table->records.by_id.erase(found);
+  ++table->records.deletions;
   return store->failure;
 }
 
 Status chkpt_iterate_start(ChkptTable* table, ChkptIterator** iterator) {
   if (const Status status = fault_check("chkpt_iterate_start")) return status;
   if (registered_store(table) == nullptr || iterator == nullptr) return kStatusInvalid;
-  *iterator = std::make_unique<ChkptIterator>(ChkptIterator{table, 0}).release();
+  *iterator = std::make_unique<ChkptIterator>(ChkptIterator{table}).release();
   return kStatusOk;
 }
 
@@ -176,7 +186,7 @@ Status chkpt_iterate_next(ChkptIterator* iterator, void* key, std::size_t* key_s
       object_id == nullptr) {
     return kStatusInvalid;
   }
-  const auto next = iterator->table->records.by_id.upper_bound(iterator->last);
+  const auto next = next_record(*iterator);
   *object_id = 0;
   if (next == iterator->table->records.by_id.end()) return kStatusOk;
   const auto copy = [](const std::string& from, void* to, std::size_t* room) {
@@ -186,6 +196,8 @@ Status chkpt_iterate_next(ChkptIterator* iterator, void* key, std::size_t* key_s
   copy(next->second.key, key, key_size);
   copy(next->second.data, data, size);
   *object_id = iterator->last = next->first;
+  iterator->at = next;
+  iterator->deletions = iterator->table->records.deletions;
   return kStatusOk;
 }
 

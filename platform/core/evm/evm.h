@@ -10,9 +10,12 @@
 // too; an event already collected for a removed descriptor is dropped.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <optional>
 
 #include "platform/core/base/status.h"
 
@@ -32,6 +35,14 @@ struct EventContext {
 // the system's error. The socket has mode 0660. All values of the flags are accepted; there is one kind of
 // manager. Fault point "event_manager_create" (its status becomes errno).
 EventManager* event_manager_create(const char* name, std::uint32_t flags);
+// For a process that ends without destroying its managers. Any thread; a file that is another process's
+// stays.
+void event_manager_remove_socket(const EventManager* manager);
+// Removes the lock file of the run directory, unless another process has the lock.
+void event_run_directory_unlock();
+// The process that listens on the socket of this name, 0 if it cannot be seen from here; none if none
+// listens.
+std::optional<pid_t> event_manager_server(const char* name);
 // Removes the socket. Not from within a handler. The callers destroy their managed connections before. Null
 // is allowed.
 void event_manager_destroy(EventManager* manager);
@@ -50,6 +61,17 @@ void event_dispatch(EventContext* context);
 // Waits for up to `nanoseconds` for a first event and dispatches until nothing is pending. Returns true iff
 // anything was dispatched. For tests and small programs.
 bool event_run_pending(EventManager* manager, std::uint64_t nanoseconds = 0);
+
+// What the loop runs now: each descriptor, timer and deferred function is a step of its own, and has the
+// number after that of the one before. `began` is a time of clock_monotonic(), for descriptors only. Within a
+// dispatch, on the manager's thread.
+struct EventStep {
+  std::uint64_t number = 0;
+  std::uint64_t began = 0;
+};
+EventStep event_step(const EventManager* manager);
+// A deferred function ends at this time, which it has read: the loop need not read the clock again.
+void event_ends_at(EventManager* manager, std::uint64_t now);
 
 // An iteration of the loop (one dispatch, without the wait) is long from here on: others wait meanwhile.
 inline constexpr std::uint64_t kLongIteration = 50'000'000;  // nanoseconds
@@ -78,8 +100,9 @@ void event_post_first(EventManager* manager, std::function<void()> function);
 
 // Runs a function once every descriptor and timer of the dispatch at hand has been served; for a caller that
 // is itself deferred, or outside a dispatch, those of the next dispatch, before which no wait blocks.
-// Manager's thread only.
-void event_defer(EventManager* manager, std::function<void()> function);
+// Manager's thread only. Those with an owner can be cancelled: they do not run.
+void event_defer(EventManager* manager, std::function<void()> function, const void* owner = nullptr);
+void event_defer_cancel(EventManager* manager, const void* owner);
 
 // Asynchronous events: a number and its handler. Raises coalesce: however often an event is raised before its
 // handler runs, the handler runs once, inside event_dispatch. If the handler raises its own event, it runs

@@ -379,6 +379,26 @@ TEST_F(EventManagerTest, FunctionDeferredByADeferredFunctionWaitsForTheNextDispa
   EXPECT_FALSE(event_run_pending(manager));
 }
 
+// The others run, also those that a cancelled one waits with.
+TEST_F(EventManagerTest, DeferredFunctionsOfAnOwnerAreCancelledBeforeAndWhileTheyWaitForEachOther) {
+  const int owners[2] = {};
+  std::vector<std::string> ran;
+  event_defer(
+      manager, [&] { ran.emplace_back("cancelled before"); }, &owners[0]);
+  event_defer(manager, [&] { ran.emplace_back("without owner"); });
+  event_defer_cancel(manager, &owners[0]);
+  event_defer(manager, [&] {
+    ran.emplace_back("cancels");
+    event_defer_cancel(manager, &owners[1]);
+  });
+  event_defer(
+      manager, [&] { ran.emplace_back("cancelled meanwhile"); }, &owners[1]);
+  event_defer(
+      manager, [&] { ran.emplace_back("last"); }, &owners[0]);
+  Iterate();
+  EXPECT_THAT(ran, ElementsAre("without owner", "cancels", "last"));
+}
+
 // --- Timers
 
 TEST_F(EventManagerTest, TimersRunByDeadlineAndEqualDeadlinesInStartingOrder) {

@@ -54,4 +54,25 @@ TEST_F(Iterations, NestedIterationIsPartOfTheOuterOne) {
   EXPECT_EQ(event_statistics(manager).long_iterations, 1U);
 }
 
+TEST_F(Iterations, TimeAfterADeferredFunctionThatStatesItsEndCounts) {
+  const auto end_here = [this] { event_ends_at(manager, clock_monotonic()); };
+  event_defer(manager, [this, end_here] {
+    clock.advance(kLongIteration);
+    end_here();
+  });
+  Iterate();
+  EXPECT_EQ(event_statistics(manager).long_iterations, 1U);
+  event_defer(manager, end_here);
+  event_defer(manager, [this] { clock.advance(kLongIteration); });
+  Iterate();
+  EXPECT_EQ(event_statistics(manager).long_iterations, 2U);
+  event_post(manager, [this, end_here] {
+    event_defer(manager, end_here);
+    event_run_pending(manager);
+    clock.advance(kLongIteration);
+  });
+  Iterate();
+  EXPECT_EQ(event_statistics(manager).long_iterations, 3U);
+}
+
 }  // namespace

@@ -36,12 +36,17 @@ constexpr std::chrono::seconds kLockPatience{5};
 
 class Descriptor {
  public:
-  explicit Descriptor(int fd) : fd_(fd) {}
+  explicit Descriptor(int fd = -1) : fd_(fd) {}
   ~Descriptor() {
     if (fd_ >= 0) close(fd_);
   }
   Descriptor(const Descriptor&) = delete;
   Descriptor& operator=(const Descriptor&) = delete;
+  Descriptor(Descriptor&&) = delete;
+  Descriptor& operator=(Descriptor&& other) noexcept {
+    std::swap(fd_, other.fd_);
+    return *this;
+  }
   int get() const { return fd_; }
   int release() { return std::exchange(fd_, -1); }
 
@@ -71,11 +76,16 @@ int report(const std::string& file, int error, const std::string& reason) {
   return error;
 }
 
-int report_server(int connected, const char* file) {
+// 0 for a process that cannot be seen from here.
+pid_t server_of(int connected) {
   ucred server{};
   socklen_t size = sizeof server;
-  if (getsockopt(connected, SOL_SOCKET, SO_PEERCRED, &server, &size) != 0) server.pid = 0;
-  return report(file, EADDRINUSE, describe_process(server.pid) + " listens on it: end it, then start again");
+  return getsockopt(connected, SOL_SOCKET, SO_PEERCRED, &server, &size) == 0 ? server.pid : 0;
+}
+
+int report_server(int connected, const char* file) {
+  return report(file, EADDRINUSE,
+                describe_process(server_of(connected)) + " listens on it: end it, then start again");
 }
 
 // Returns 0 if the name is free, possibly after the removal of a stale socket; otherwise errno.
@@ -112,6 +122,14 @@ int remember_file(EventListener* listener) {
   return 0;
 }
 
+void remove_own_file(const EventListener& listener) {
+  struct stat status {};
+  if (lstat(listener.path.c_str(), &status) == 0 && status.st_dev == listener.device &&
+      status.st_ino == listener.inode) {
+    unlink(listener.path.c_str());
+  }
+}
+
 // Another process has the lock for the moment in which it creates its socket, unless it is stopped.
 int lock_run_directory(int fd) {
   pid_t holder = 0;
@@ -122,6 +140,41 @@ int lock_run_directory(int fd) {
               static_cast<long long>(kLockPatience.count()));
   }
   return static_cast<int>(status);
+}
+
+bool is_file_of(int fd, const std::string& path) {
+  struct stat opened {};
+  struct stat named {};
+  return fstat(fd, &opened) == 0 && lstat(path.c_str(), &named) == 0 && opened.st_dev == named.st_dev &&
+         opened.st_ino == named.st_ino;
+}
+
+// A process that ends removes the file. The lock of a removed file excludes no process: the new file is
+// locked. Returns 0 with the locked descriptor, or errno.
+int open_lock(const std::string& path, Descriptor* lock) {
+  do {
+    *lock = Descriptor(open_private_file(path, O_RDWR));
+    if (lock->get() < 0) return report(path, errno, std::strerror(errno));
+    if (const int error = lock_run_directory(lock->get())) return error;
+  } while (!is_file_of(lock->get(), path));
+  return 0;
+}
+
+// The file's lock is for processes.
+std::mutex& threads_of_lock() {
+  static std::mutex mutex;
+  return mutex;
+}
+
+std::string lock_path() {
+  return run_directory() + "/lock";
+}
+
+// The room for a path in an address includes the terminating octet.
+int report_long_path(const std::string& path) {
+  return report(path, ENAMETOOLONG,
+                "the path of a socket has at most " + std::to_string(sizeof sockaddr_un::sun_path - 1) +
+                    " octets: set MPLS_VPN_MIB_RUN_DIR to a shorter run directory");
 }
 
 // Without free descriptors the waiting connection would wake the loop forever: it is accepted with the spare
@@ -139,15 +192,12 @@ void refuse_connection(EventListener* listener) {
 int event_listener_open(const std::string& manager_name, EventListener* listener) {
   if (const Status status = prepare_directory(run_directory(), kRunDirectoryMode))
     return static_cast<int>(status);
-  static std::mutex threads;  // the file's lock is for processes
-  const std::lock_guard one_thread(threads);
-  const std::string lock_path = run_directory() + "/lock";
-  const Descriptor lock(open_private_file(lock_path, O_RDWR));
-  if (lock.get() < 0) return report(lock_path, errno, std::strerror(errno));
-  if (const int error = lock_run_directory(lock.get())) return error;
+  const std::lock_guard one_thread(threads_of_lock());
+  Descriptor lock;
+  if (const int error = open_lock(lock_path(), &lock)) return error;
   const std::string path = event_manager_socket(manager_name);
   sockaddr_un address;
-  if (!make_address(path, &address)) return ENAMETOOLONG;
+  if (!make_address(path, &address)) return report_long_path(path);
   if (const int error = clear_name(address)) return error;
   Descriptor fd(new_socket());
   if (fd.get() < 0) return errno;
@@ -161,12 +211,29 @@ int event_listener_open(const std::string& manager_name, EventListener* listener
 void event_listener_close(EventListener* listener) {
   if (listener->spare_fd >= 0) close(listener->spare_fd);
   if (listener->fd < 0) return;
-  struct stat status {};
-  if (lstat(listener->path.c_str(), &status) == 0 && status.st_dev == listener->device &&
-      status.st_ino == listener->inode) {
-    unlink(listener->path.c_str());
-  }
+  remove_own_file(*listener);
   close(listener->fd);
+}
+
+void event_manager_remove_socket(const EventManager* manager) {
+  remove_own_file(manager->listener);
+}
+
+void event_run_directory_unlock() {
+  const std::lock_guard one_thread(threads_of_lock());
+  const Descriptor lock(open(lock_path().c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW));
+  pid_t holder = 0;
+  if (lock.get() < 0 || lock_file(lock.get(), std::chrono::seconds(0), &holder) != kStatusOk) return;
+  if (is_file_of(lock.get(), lock_path())) unlink(lock_path().c_str());
+}
+
+std::optional<pid_t> event_manager_server(const char* name) {
+  sockaddr_un address;
+  if (!make_address(event_manager_socket(name), &address)) return std::nullopt;
+  const Descriptor probe(new_socket());
+  if (probe.get() < 0) return std::nullopt;
+  if (connect(probe.get(), generic(address), sizeof address) == 0) return server_of(probe.get());
+  return errno == EAGAIN ? std::optional<pid_t>(0) : std::nullopt;
 }
 
 void event_listener_accept(EventManager* manager) {

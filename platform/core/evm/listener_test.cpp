@@ -1,11 +1,18 @@
 // Tests of a manager's creation and of its socket: names, stale and live sockets, accepting.
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
+#include <optional>
+#include <string>
 #include <vector>
 
 #include "platform/core/evm/test_manager.h"
@@ -100,6 +107,105 @@ TEST_F(EventManagerTest, FailureIsLoggedWithItsFileAndItsReason) {
   std::filesystem::remove(lock);
   std::filesystem::create_symlink(path, lock);
   EXPECT_EQ(log_of("/dev/other"), "evm: " + lock + ": Too many levels of symbolic links\n");
+}
+
+TEST_F(EventManagerTest, RunDirectoryThatIsTooLongIsLogged) {
+  const std::string longest = directory.path() + "/" + std::string(100, 'd');
+  setenv("MPLS_VPN_MIB_RUN_DIR", longest.c_str(), 1);
+  CaptureStderr();
+  EXPECT_EQ(event_manager_create("/dev/other", kFlags), nullptr);
+  EXPECT_EQ(errno, ENAMETOOLONG);
+  EXPECT_EQ(
+      GetCapturedStderr(),
+      "evm: " + longest +
+          "/dev.other: the path of a socket has at most 107 octets: set MPLS_VPN_MIB_RUN_DIR to a shorter "
+          "run directory\n");
+}
+
+// Leaves only so many free descriptors.
+class FewDescriptors {
+ public:
+  explicit FewDescriptors(int count) {
+    const int next = dup(0);
+    close(next);
+    EXPECT_EQ(getrlimit(RLIMIT_NOFILE, &former_), 0);
+    const rlimit few{static_cast<rlim_t>(next + count), former_.rlim_max};
+    EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+  }
+  ~FewDescriptors() { EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &former_), 0); }
+  FewDescriptors(const FewDescriptors&) = delete;
+  FewDescriptors& operator=(const FewDescriptors&) = delete;
+
+ private:
+  rlimit former_{};
+};
+
+TEST_F(EventManagerTest, MissingDescriptorsAreLogged) {
+  for (int count = 0; count < 5; ++count) {
+    CaptureStderr();
+    EventManager* other = nullptr;
+    int error = 0;
+    {
+      const FewDescriptors few(count);
+      other = event_manager_create("/dev/other", kFlags);
+      error = errno;
+    }
+    EXPECT_THAT(GetCapturedStderr(), testing::HasSubstr("/dev/other cannot be created: Too many open files"));
+    EXPECT_EQ(other, nullptr);
+    EXPECT_EQ(error, EMFILE);
+  }
+}
+
+TEST_F(EventManagerTest, ProcessThatListensIsNamed) {
+  EXPECT_EQ(event_manager_server("/dev/mpls/vpn/main"), std::optional<pid_t>(getpid()));
+  EXPECT_EQ(event_manager_server("/dev/none"), std::nullopt);
+}
+
+TEST_F(EventManagerTest, ProcessThatEndsLeavesNoSocketAndNoLock) {
+  event_manager_remove_socket(manager);
+  EXPECT_FALSE(std::filesystem::exists(SocketPath()));
+  EXPECT_EQ(event_manager_server("/dev/mpls/vpn/main"), std::nullopt);
+  EXPECT_TRUE(std::filesystem::exists(directory.path() + "/lock"));
+  event_run_directory_unlock();
+  EXPECT_FALSE(std::filesystem::exists(directory.path() + "/lock"));
+  event_run_directory_unlock();  // there is none
+}
+
+// Has the lock of the run directory until it is destroyed.
+class LockingProcess {
+ public:
+  explicit LockingProcess(const std::string& path) {
+    if (pipe(pipe_.data()) != 0) return;
+    process_ = fork();
+    if (process_ != 0) {
+      char locked = 0;
+      EXPECT_EQ(read(pipe_[0], &locked, 1), 1);
+      return;
+    }
+    const int fd = open(path.c_str(), O_RDWR);
+    struct flock lock {};
+    lock.l_type = F_WRLCK;
+    if (fcntl(fd, F_SETLK, &lock) == 0 && write(pipe_[1], "x", 1) == 1) pause();
+    _exit(1);
+  }
+  ~LockingProcess() {
+    kill(process_, SIGKILL);
+    waitpid(process_, nullptr, 0);
+    for (const int fd : pipe_) close(fd);
+  }
+  LockingProcess(const LockingProcess&) = delete;
+  LockingProcess& operator=(const LockingProcess&) = delete;
+
+ private:
+  std::array<int, 2> pipe_{};
+  pid_t process_ = -1;
+};
+
+TEST_F(EventManagerTest, LockOfAnotherProcessIsNotRemoved) {
+  const std::string path = directory.path() + "/lock";
+  const LockingProcess other(path);
+  event_run_directory_unlock();
+  EXPECT_TRUE(std::filesystem::exists(path));
 }
 
 TEST_F(EventManagerTest, MissingRunDirectoryIsMade) {

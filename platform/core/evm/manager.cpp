@@ -33,6 +33,7 @@
 #include <cerrno>
 #include <chrono>
 #include <climits>
+#include <cstring>
 
 #include "platform/core/base/clock.h"
 #include "platform/core/base/fault.h"
@@ -120,6 +121,9 @@ bool set_timer_descriptor(EventManager* manager, std::uint64_t nanoseconds) {
 // The time-out of a wait for at most `left`.
 int wait_timeout(EventManager* manager, std::uint64_t left) {
   if (!manager->deferred.empty()) return 0;
+  const bool timer_ends_wait =
+      manager->timers.empty() || manager->timers.begin()->first.first >= manager->wake_deadline;
+  if (left == kForever && timer_ends_wait) return -1;
   const std::uint64_t to_timer = time_to_first_timer(manager);
   const bool is_limited = left != kForever || to_timer == 0;
   if (!is_limited && (to_timer == kForever || set_timer_descriptor(manager, to_timer))) return -1;
@@ -170,17 +174,20 @@ void take_collected(EventContext* context) {
 void serve_descriptors(EventManager* manager, std::uint64_t start) {
   if (manager->ready.empty()) return;
   const std::uint64_t end = start + kDescriptorsTime;
+  std::uint64_t now = start;
   do {
+    manager->step = {manager->step.number + 1, now};
     const EventReady next = manager->ready.front();
     manager->ready.pop_front();
     const int fd = static_cast<int>(next.key & UINT32_MAX);
     EventSlot* slot = find_slot(manager, fd);
     if (slot != nullptr && slot->generation == next.key >> 32) slot->handler(fd, next.events);
-  } while (!manager->ready.empty() && clock_monotonic() < end);
+  } while (!manager->ready.empty() && (now = clock_monotonic()) < end);
 }
 
-void run_due_timers(EventManager* manager) {
-  if (manager->timers.empty()) return;
+// Those that were due when the dispatch began.
+void run_due_timers(EventManager* manager, std::uint64_t start) {
+  if (manager->timers.empty() || manager->timers.begin()->first.first > start) return;
   const std::uint64_t now = clock_monotonic();
   // A timer that a timer starts waits for the next dispatch, even if it is due at once.
   const EventTimerId first_new = manager->next_timer;
@@ -193,6 +200,7 @@ void run_due_timers(EventManager* manager) {
     const std::function<void()> function = std::move(next->second);
     manager->timer_deadlines.erase(next->first.second);
     manager->timers.erase(next);
+    ++manager->step.number;
     function();
     if (clock_monotonic() - now >= kTimersTime) return;
     next = manager->timers.begin();
@@ -235,11 +243,19 @@ void run_posted(EventManager* manager) {
 }
 
 void run_deferred(EventManager* manager) {
-  std::vector<std::function<void()>> functions;
-  functions.swap(manager->deferred);
-  for (const std::function<void()>& function : functions) function();
-  functions.clear();
-  if (manager->deferred.empty()) manager->deferred.swap(functions);  // its memory
+  if (manager->deferred.empty()) return;
+  std::vector<EventDeferred> batch;
+  batch.swap(manager->deferred);
+  manager->running_deferred.push_back(&batch);
+  for (EventDeferred& each : batch) {
+    ++manager->step.number;
+    manager->end = 0;
+    const std::function<void()> function = std::move(each.function);
+    if (function) function();
+  }
+  manager->running_deferred.pop_back();
+  batch.clear();
+  if (manager->deferred.empty()) manager->deferred.swap(batch);  // its memory
 }
 
 bool valid_name(const char* name) {
@@ -272,6 +288,13 @@ int set_up(EventManager* manager) {
                                          [manager](int, std::uint32_t) { event_listener_accept(manager); }));
 }
 
+// The callers' messages do not have the error. The listener has reported its own.
+void report_scarcity(int error, const char* name) {
+  if (error != EMFILE && error != ENFILE && error != ENOMEM) return;
+  log_error("evm", "%s cannot be created: %s: raise the limit (ulimit -n, LimitNOFILE=), then start again",
+            name, std::strerror(error));
+}
+
 }  // namespace
 
 EventManager* event_manager_create(const char* name, std::uint32_t /*flags*/) {
@@ -286,6 +309,7 @@ EventManager* event_manager_create(const char* name, std::uint32_t /*flags*/) {
   auto manager = std::make_unique<EventManager>();
   manager->name = name;
   if (const int error = set_up(manager.get())) {
+    report_scarcity(error, name);
     event_manager_destroy(manager.release());
     errno = error;
     return nullptr;
@@ -331,7 +355,7 @@ void event_dispatch(EventContext* context) {
   ++manager->dispatch_depth;
   take_collected(context);
   serve_descriptors(manager, iteration.start());
-  run_due_timers(manager);
+  run_due_timers(manager, iteration.start());
   run_deferred(manager);
   if (--manager->dispatch_depth == 0) manager->retired.clear();
 }
@@ -397,8 +421,18 @@ void event_post_first(EventManager* manager, std::function<void()> function) {
   if (manager->posted.size() == 1) wake(manager);
 }
 
-void event_defer(EventManager* manager, std::function<void()> function) {
-  manager->deferred.push_back(std::move(function));
+void event_defer(EventManager* manager, std::function<void()> function, const void* owner) {
+  manager->deferred.push_back({std::move(function), owner});
+}
+
+void event_defer_cancel(EventManager* manager, const void* owner) {
+  const auto cancel = [owner](std::vector<EventDeferred>& functions) {
+    for (EventDeferred& each : functions) {
+      if (each.owner == owner) each.function = nullptr;
+    }
+  };
+  cancel(manager->deferred);
+  for (std::vector<EventDeferred>* const batch : manager->running_deferred) cancel(*batch);
 }
 
 EventTimerId event_timer_start(EventManager* manager, std::uint64_t nanoseconds,

@@ -33,6 +33,12 @@ struct EventAsync {
   bool raised = false;  // a run is posted
 };
 
+// A function that runs after the descriptors and timers; empty once it is cancelled.
+struct EventDeferred {
+  std::function<void()> function;
+  const void* owner;
+};
+
 // A listening socket and the name it has in the file system.
 struct EventListener {
   int fd = -1;
@@ -56,6 +62,8 @@ struct EventManager {
   std::deque<EventReady> ready;  // collected and not yet served
   unsigned dispatch_depth = 0;
   EventStatistics statistics;
+  EventStep step;
+  std::uint64_t end = 0;  // of the deferred function that ran last, if it is known
 
   using TimerKey = std::pair<std::uint64_t, EventTimerId>;  // deadline, id: equal deadlines in starting order
   std::map<TimerKey, std::function<void()>> timers;
@@ -68,7 +76,9 @@ struct EventManager {
   std::deque<std::function<void()>> posted;  // guarded by posted_mutex
   bool batch_ends = false;                   // a function is to begin the next batch
 
-  std::vector<std::function<void()>> deferred;
+  std::vector<EventDeferred> deferred;
+  // Of the dispatch at hand, and of those around it.
+  std::vector<std::vector<EventDeferred>*> running_deferred;
 
   std::map<std::uint32_t, EventAsync> async_events;
 };

@@ -25,9 +25,9 @@ std::string config_directory() {
   return directory("MPLS_VPN_MIB_CONFIG_DIR", "/etc/mpls_vpn_mib");
 }
 
-std::string event_manager_socket(const std::string& manager_name) {
+std::string event_manager_socket(const std::string& manager_name, const std::string& directory) {
   std::string file = manager_name;
   while (!file.empty() && file.front() == '/') file.erase(file.begin());
   std::replace(file.begin(), file.end(), '/', '.');
-  return run_directory() + "/" + file;
+  return directory + "/" + file;
 }

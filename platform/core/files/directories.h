@@ -11,4 +11,5 @@ std::string config_directory();   // platform.yaml: /etc/mpls_vpn_mib, MPLS_VPN_
 
 // The Unix socket of the event manager with this name: "/dev/mpls/vpn/main" is
 // RUN_DIRECTORY/dev.mpls.vpn.main.
-std::string event_manager_socket(const std::string& manager_name);
+std::string event_manager_socket(const std::string& manager_name,
+                                 const std::string& directory = run_directory());

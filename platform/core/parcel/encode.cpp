@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 #include "platform/core/base/fault.h"
 #include "platform/core/base/memory.h"
@@ -25,20 +26,36 @@ class Buffer {
   Buffer(const Buffer&) = delete;
   Buffer& operator=(const Buffer&) = delete;
 
-  Status put(const void* octets, std::size_t count) {
-    if (count > capacity_ - size_) {
-      if (Status s = grow(count)) return s;
-    }
+  Status make_room(std::size_t count) { return count <= capacity_ - size_ ? kStatusOk : grow(count); }
+
+  // The add_* have room.
+  void add(const void* octets, std::size_t count) {
     if (count != 0) std::memcpy(octets_ + size_, octets, count);
     size_ += count;
+  }
+  void add_octet(std::uint8_t value) { octets_[size_++] = value; }
+  void add_u32(std::uint32_t value) {
+    const std::uint8_t octets[] = {static_cast<std::uint8_t>(value), static_cast<std::uint8_t>(value >> 8),
+                                   static_cast<std::uint8_t>(value >> 16),
+                                   static_cast<std::uint8_t>(value >> 24)};
+    add(octets, sizeof octets);
+  }
+  // A text in its encoded form: its length and 1, then its octets.
+  void add_text(std::string_view text) {
+    add_u32(static_cast<std::uint32_t>(text.size() + 1));
+    add(text.data(), text.size());
+  }
+
+  Status put(const void* octets, std::size_t count) {
+    if (Status s = make_room(count)) return s;
+    add(octets, count);
     return kStatusOk;
   }
 
   Status put_u32(std::uint32_t value) {
-    const std::uint8_t octets[] = {static_cast<std::uint8_t>(value), static_cast<std::uint8_t>(value >> 8),
-                                   static_cast<std::uint8_t>(value >> 16),
-                                   static_cast<std::uint8_t>(value >> 24)};
-    return put(octets, sizeof octets);
+    if (Status s = make_room(sizeof value)) return s;
+    add_u32(value);
+    return kStatusOk;
   }
 
   std::uint8_t* release(std::size_t* size) {
@@ -79,8 +96,9 @@ Status put_text(Buffer* out, const char* text) {
   if (text == nullptr) return out->put_u32(0);
   const std::size_t length = std::strlen(text);
   if (length >= kParcelMaxSize) return kStatusMessageTooLarge;
-  if (Status s = out->put_u32(static_cast<std::uint32_t>(length + 1))) return s;
-  return out->put(text, length);
+  if (Status s = out->make_room(sizeof(std::uint32_t) + length)) return s;
+  out->add_text({text, length});
+  return kStatusOk;
 }
 
 // A count and its elements' octets, each element `width` octets.
@@ -134,19 +152,24 @@ Status put_field(Buffer* out, const ParcelLayout& layout, const ParcelFieldLayou
 Status put_structure(Buffer* out, const ParcelLayout& layout, const ParcelStructLayout& structure,
                      const std::uint8_t* record) {
   for (const ParcelFieldLayout& field : structure.fields) {
-    if (Status s = put_field(out, layout, field, record)) return s;
+    const bool is_word = field.kind == FieldKind::kSigned || field.kind == FieldKind::kUnsigned;
+    const Status s = is_word ? out->put_u32(slot<std::uint32_t>(record, field.offset))
+                             : put_field(out, layout, field, record);
+    if (s != kStatusOk) return s;
   }
   return kStatusOk;
 }
 
 // The octets with which every record of the type begins.
 Status put_prefix(Buffer* out, const ParcelDescription& description) {
-  const auto format = static_cast<std::uint8_t>(description.format);
-  if (Status s = out->put(&format, 1)) return s;
-  if (Status s = put_text(out, description.type_name)) return s;
-  if (Status s = out->put_u32(description.version)) return s;
-  if (Status s = out->put_u32(description.reader_version)) return s;
-  return out->put_u32(description.schema_hash);
+  const std::string_view type_name = description.type_name;
+  if (Status s = out->make_room(1 + type_name.size() + 4 * sizeof(std::uint32_t))) return s;
+  out->add_octet(static_cast<std::uint8_t>(description.format));
+  out->add_text(type_name);
+  out->add_u32(description.version);
+  out->add_u32(description.reader_version);
+  out->add_u32(description.schema_hash);
+  return kStatusOk;
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
-// The process towards its service manager: readiness by sd_notify(3), and two questions to the system.
+// The process towards its service manager: readiness and state by sd_notify(3), and two questions to the
+// system.
 #include "platform/core/proc/proc.h"
 
 #include <fcntl.h>
@@ -22,6 +23,23 @@ Status proc_ready() {
   if (Status s = fault_check("proc_ready")) return s;
   const int sent = sd_notify(0, "READY=1");
   return sent < 0 ? static_cast<Status>(-sent) : kStatusOk;
+}
+
+void proc_status(const std::string& text) {
+  sd_notify(0, ("STATUS=" + text).c_str());
+}
+
+void proc_stopping(const std::string& text) {
+  sd_notify(0, ("STOPPING=1\nSTATUS=" + text).c_str());
+}
+
+std::uint64_t proc_watchdog_interval() {
+  std::uint64_t microseconds = 0;
+  return sd_watchdog_enabled(0, &microseconds) > 0 ? microseconds * 1000 / 2 : 0;
+}
+
+void proc_watchdog() {
+  sd_notify(0, "WATCHDOG=1");
 }
 
 void proc_name_thread(const char* name) {

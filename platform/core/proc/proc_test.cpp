@@ -53,6 +53,27 @@ TEST_F(ProcTest, ReadinessIsNotifiedToTheServiceManager) {
   EXPECT_EQ(Received(), "READY=1");
 }
 
+TEST_F(ProcTest, StateAndEndAreNotifiedToTheServiceManager) {
+  ListenAsServiceManager();
+  proc_status("12 VRFs");
+  EXPECT_EQ(Received(), "STATUS=12 VRFs");
+  proc_watchdog();
+  EXPECT_EQ(Received(), "WATCHDOG=1");
+  proc_stopping("ends");
+  EXPECT_EQ(Received(), "STOPPING=1\nSTATUS=ends");
+}
+
+TEST_F(ProcTest, WatchdogExpectsASignOfLifeTwiceInTheTimeOfTheServiceManager) {
+  EXPECT_EQ(proc_watchdog_interval(), 0U);
+  setenv("WATCHDOG_USEC", "60000000", 1);
+  setenv("WATCHDOG_PID", std::to_string(getpid()).c_str(), 1);
+  EXPECT_EQ(proc_watchdog_interval(), 30'000'000'000U);
+  setenv("WATCHDOG_PID", std::to_string(getppid()).c_str(), 1);
+  EXPECT_EQ(proc_watchdog_interval(), 0U);
+  unsetenv("WATCHDOG_USEC");
+  unsetenv("WATCHDOG_PID");
+}
+
 TEST_F(ProcTest, WithoutAServiceManagerReadinessSucceeds) {
   EXPECT_EQ(proc_ready(), kStatusOk);
 }

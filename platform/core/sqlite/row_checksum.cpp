@@ -3,23 +3,18 @@
 
 #include <bit>
 
+#include "platform/core/base/little_endian.h"
+
 namespace sqlite {
 
 namespace {
 
 constexpr std::size_t kWord = sizeof(std::uint64_t);
 
-std::uint64_t little_endian(std::string_view octets) {
+// Of less than a word.
+std::uint64_t last_word(std::string_view octets) {
   std::uint64_t word = 0;
   for (std::size_t i = 0; i < octets.size(); ++i)
-    word |= std::uint64_t{static_cast<std::uint8_t>(octets[i])} << (8 * i);
-  return word;
-}
-
-// The same for a whole word: compilers make a single load of it.
-std::uint64_t whole_word(const char* octets) {
-  std::uint64_t word = 0;
-  for (std::size_t i = 0; i < kWord; ++i)
     word |= std::uint64_t{static_cast<std::uint8_t>(octets[i])} << (8 * i);
   return word;
 }
@@ -40,8 +35,9 @@ void row_checksum(sqlite3_context* context, int count, sqlite3_value** values) {
 RowChecksum& RowChecksum::add_octets(int type, std::string_view octets) {
   add(static_cast<std::uint64_t>(type));
   add(octets.size());
-  for (; octets.size() >= kWord; octets.remove_prefix(kWord)) add(whole_word(octets.data()));
-  if (!octets.empty()) add(little_endian(octets));
+  for (; octets.size() >= kWord; octets.remove_prefix(kWord))
+    add(load_little_endian<std::uint64_t>(octets.data()));
+  if (!octets.empty()) add(last_word(octets));
   return *this;
 }
 

@@ -31,4 +31,7 @@ inline std::optional<double> parse_real(std::string_view digits) {
   return error == std::errc() && stopped == end ? std::optional(number) : std::nullopt;
 }
 
+// Seconds of a duration such as "500ms", "2s", "1.5m", "1h" or "1d". A number alone counts `unit` seconds.
+std::optional<double> parse_duration(std::string_view duration, double unit);
+
 }  // namespace text

@@ -33,6 +33,18 @@ TEST(Numbers, MayBeFractions) {
   }
 }
 
+TEST(Numbers, DurationsMayHaveAUnit) {
+  EXPECT_EQ(text::parse_duration("2", 1), 2.0);
+  EXPECT_EQ(text::parse_duration("250", 0.001), 0.25);
+  EXPECT_EQ(text::parse_duration("500ms", 1), 0.5);
+  EXPECT_EQ(text::parse_duration("2s", 0.001), 2.0);
+  EXPECT_EQ(text::parse_duration("1.5m", 1), 90.0);
+  EXPECT_EQ(text::parse_duration("1h", 1), 3600.0);
+  EXPECT_EQ(text::parse_duration("1d", 1), 86400.0);
+  for (const char* text : {"", "s", "ms", "2x", "2 s", "2S", "1h30m"})
+    EXPECT_EQ(text::parse_duration(text, 1), std::nullopt) << text;
+}
+
 TEST(Words, AreSplitAtSeparators) {
   EXPECT_THAT(text::split("a/b//c", '/'), ElementsAre("a", "b", "", "c"));
   EXPECT_THAT(text::split("/a/", '/'), ElementsAre("", "a"));
@@ -44,6 +56,18 @@ TEST(Words, AreListedAsAlternatives) {
   EXPECT_EQ(text::alternatives({"a", "b"}), "a or b");
   EXPECT_EQ(text::alternatives({"a"}), "a");
   EXPECT_EQ(text::alternatives({}), "");
+}
+
+TEST(Words, ClosestIsTheWordThatIsMisspelled) {
+  const std::vector<std::string> words = {"show", "get", "list", "datalist", "config", "vrf"};
+  EXPECT_EQ(text::closest("shwo", words), "show");
+  EXPECT_EQ(text::closest("vrfs", words), "vrf");
+  EXPECT_EQ(text::closest("confg", words), "config");
+  EXPECT_EQ(text::closest("lst", words), "list");
+  EXPECT_EQ(text::closest("nonsense", words), "");
+  EXPECT_EQ(text::closest("x", {"y"}), "");
+  EXPECT_EQ(text::closest("", words), "");
+  EXPECT_EQ(text::closest(std::string(100000, 'a'), words), "");
 }
 
 }  // namespace

@@ -18,4 +18,8 @@ std::string quoted(std::string_view whole);
 // "a", "a or b", "a, b or c".
 std::string alternatives(const std::vector<std::string>& words);
 
+// The word of the list that `word` most likely misspells: about one letter in three differs, and two
+// exchanged letters count as one. Empty when there is none.
+std::string closest(std::string_view word, const std::vector<std::string>& words);
+
 }  // namespace text

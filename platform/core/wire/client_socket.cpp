@@ -129,9 +129,9 @@ Status ClientSocket::receive(Message* message) {
   return receive(message, timeout_);
 }
 
-Status ClientSocket::receive(Message* message, std::chrono::milliseconds timeout) {
+Status ClientSocket::receive(Message* message, std::chrono::milliseconds timeout,
+                             Clock::time_point deadline) {
   if (fd_ < 0) return kStatusNotConnected;
-  Clock::time_point deadline{};
   // The first read uses the socket's own timeout if it is the requested one.
   bool block = timeout == timeout_;
   for (;;) {

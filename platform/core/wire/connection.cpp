@@ -9,8 +9,8 @@
 // request. Input that is left in the socket therefore has to be watched for anew.
 //
 // A client that ends the connection, breaks the framing or exceeds a limit is closed with a logged reason.
-// Its Connection lives until the call that it is in has returned (shared_from_this); other clients are not
-// affected.
+// Its Connection lives until the call that it is in has returned (shared_from_this, Visit); other
+// clients are not affected.
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -29,6 +29,7 @@ namespace wire {
 namespace {
 
 constexpr std::size_t kFirstRequestBuffer = 16U << 10;
+constexpr unsigned kReadsBeforeTrust = 16;
 constexpr std::size_t kRetainedBuffer = 1U << 20;  // a larger output buffer is freed once it is empty
 
 }  // namespace
@@ -48,10 +49,9 @@ Connection::~Connection() {
   if (fd_ >= 0) ::close(fd_);
 }
 
-void Connection::send(std::uint16_t type, std::uint32_t request, OctetSpan payload) {
-  begin(type, request);
-  out_.insert(out_.end(), payload.begin(), payload.end());
-  finish();
+void Connection::send(std::uint16_t type, std::uint32_t request, OctetSpan head, OctetSpan body) {
+  append_frame(&out_, type, request, head, body);
+  take_queued_message();
 }
 
 Writer Connection::begin(std::uint16_t type, std::uint32_t request) {
@@ -59,13 +59,14 @@ Writer Connection::begin(std::uint16_t type, std::uint32_t request) {
   return Writer(&out_);
 }
 
-// The write may end the connection, and with it the server's reference.
 void Connection::finish() {
   finish_frame(&out_, frame_);
-  if (!open()) {
-    out_.clear();
-    return;
-  }
+  take_queued_message();
+}
+
+// The write may end the connection, and with it the server's reference.
+void Connection::take_queued_message() {
+  if (!open() || peer_closed_) return drop_output();
   ++unsent_messages_;
   const std::shared_ptr<Connection> self = handling_ ? nullptr : shared_from_this();
   if (!handling_) {
@@ -81,6 +82,10 @@ void Connection::close(const char* reason) {
   if (!open()) return;
   const std::shared_ptr<Connection> self = shared_from_this();
   end(reason);
+}
+
+void Connection::destroy() {
+  std::erase_if(server_->ended_, [this](const auto& each) { return each.get() == this; });
 }
 
 // The caller keeps the connection alive.
@@ -103,15 +108,17 @@ bool Connection::paused() const {
 }
 
 void Connection::on_event(std::uint32_t events) {
-  const std::shared_ptr<Connection> self = shared_from_this();
+  const Visit visit(this);
   if ((events & EPOLLOUT) != 0) write_queue();
   if (!open()) return;
   if ((watched_ & EPOLLIN) != 0) {
     leaves_input_ = (events & ~static_cast<std::uint32_t>(EPOLLIN | EPOLLOUT)) != 0;  // the end, for example
     if ((events & ~static_cast<std::uint32_t>(EPOLLOUT)) != 0 && !fill()) return;
   } else if ((events & (EPOLLHUP | EPOLLERR)) != 0) {
-    return close(queued() > 0 ? "it went away with answers unread" : nullptr);
+    if (waiting_ && !held_ && user_->trusted) return watch();  // the end is noticed after its messages
+    return close(queued() > 0 || peer_closed_ ? "it went away with answers unread" : nullptr);
   }
+  if (!server_->scheduled_) server_->read_step_ = event_step(server_->manager_);
   proceed();
 }
 
@@ -141,6 +148,34 @@ void Connection::finish_service() {
   proceed();
 }
 
+// A read ends after descriptors that the client passes, which the kernel discards and only recvmsg() reports:
+// what follows them is left in the socket. recv() takes 0.1 us less. It is for a client that sends one
+// message at a time and has passed no descriptors: nothing follows, or check_input() finds it.
+ssize_t Connection::read_socket(std::span<std::uint8_t> room) {
+  const bool was_lone = in_end_ == 0 && handled_since_read_ == 1;
+  lone_reads_ = was_lone && !passes_descriptors_ ? lone_reads_ + 1 : 0;
+  handled_since_read_ = 0;
+  if (lone_reads_ > kReadsBeforeTrust) {
+    lone_reads_ = kReadsBeforeTrust;
+    if (!std::exchange(unchecked_, true)) server_->check_inputs_later();
+    return recv(fd_, room.data(), room.size(), MSG_DONTWAIT);
+  }
+  iovec part{room.data(), room.size()};
+  msghdr received{};
+  received.msg_iov = &part;
+  received.msg_iovlen = 1;
+  const ssize_t got = recvmsg(fd_, &received, MSG_DONTWAIT);
+  if (got > 0 && (received.msg_flags & MSG_CTRUNC) != 0) passes_descriptors_ = leaves_input_ = true;
+  return got;
+}
+
+// Lets the event manager look for input that a read has left.
+void Connection::check_input() {
+  if (!std::exchange(unchecked_, false)) return;
+  leaves_input_ = true;
+  if (!handling_ && !waiting_) watch();
+}
+
 // Reads once. False if that closed the connection.
 bool Connection::fill() {
   if (in_start_ > 0) {
@@ -150,19 +185,13 @@ bool Connection::fill() {
     in_start_ = 0;
   }
   if (in_.empty()) in_.resize(kFirstRequestBuffer);
-  Message message;
-  std::size_t needed = 0;
-  // Called for the size of the first message, so that there is room for it. An invalid header is refused by
-  // handle_next().
-  const Status status =
-      parse_frame(OctetSpan(in_).first(in_end_), server_->limits_.max_payload, &message, &needed);
-  if (status == kStatusIncomplete && needed > in_.size()) in_.resize(needed);
+  if (in_end_ > 0) make_room();
   const std::size_t room = in_.size() - in_end_;
   if (room == 0) {  // full of whole messages
     leaves_input_ = true;
     return true;
   }
-  const ssize_t got = recv(fd_, in_.data() + in_end_, room, MSG_DONTWAIT);
+  const ssize_t got = read_socket({in_.data() + in_end_, room});
   if (got > 0) {
     in_end_ += static_cast<std::size_t>(got);
     leaves_input_ = leaves_input_ || in_end_ == in_.size();
@@ -175,7 +204,17 @@ bool Connection::fill() {
   return true;
 }
 
+// For the first message. An invalid header is refused by handle_next().
+void Connection::make_room() {
+  Message message;
+  std::size_t needed = 0;
+  const Status status =
+      parse_frame(OctetSpan(in_).first(in_end_), server_->limits_.max_payload, &message, &needed);
+  if (status == kStatusIncomplete && needed > in_.size()) in_.resize(needed);
+}
+
 bool Connection::has_message() const {
+  if (in_end_ - in_start_ < kHeaderSize) return false;
   Message message;
   std::size_t used = 0;
   const OctetSpan data = OctetSpan(in_).subspan(in_start_, in_end_ - in_start_);
@@ -200,7 +239,7 @@ void Connection::handle_next() {
   message.time = server_->now_;
   in_start_ += used;
   incomplete_since_ = 0;
-  repeats_ = false;
+  if (!std::exchange(repeats_, false)) ++handled_since_read_;
   if (!server_->on_message_(*this, message)) return close("a malformed request");
   if (repeats_) in_start_ -= used;
   if (in_start_ == in_end_) in_start_ = in_end_ = 0;
@@ -241,7 +280,7 @@ void Connection::write_octets(std::size_t count) {
   if (count > 0) {
     const ssize_t sent = ::send(fd_, out_.data() + out_start_, count, MSG_NOSIGNAL | MSG_DONTWAIT);
     if (sent < 0) {
-      if (errno != EAGAIN && errno != EINTR) close(std::strerror(errno));
+      if (errno != EAGAIN && errno != EINTR) lose_output(errno);
       return;
     }
     out_start_ += static_cast<std::size_t>(sent);
@@ -258,6 +297,27 @@ void Connection::write_octets(std::size_t count) {
     unsent_messages_ = out_start_ = 0;
   }
   first_unsent_ = 0;
+}
+
+// A peer that has ended may have sent messages before, an acknowledgement, for example: those are handled. A
+// peer that may only read has sent none that matters. One that has only shut down its receiving side can send
+// nothing further.
+void Connection::lose_output(int error) {
+  std::uint8_t octet = 0;
+  const bool has_input = in_start_ != in_end_ || ::recv(fd_, &octet, 1, MSG_PEEK | MSG_DONTWAIT) > 0;
+  const bool has_ended = error == EPIPE || error == ECONNRESET;
+  if (!has_ended || !has_input || !user_->trusted) return close(std::strerror(error));
+  ::shutdown(fd_, SHUT_RD);
+  peer_closed_ = true;
+  leaves_input_ = true;
+  drop_output();
+}
+
+void Connection::drop_output() {
+  out_.clear();
+  out_start_ = first_unsent_ = unsent_messages_ = 0;
+  gated_ = {};
+  sent_ = 0;
 }
 
 // The queue may never be empty while others are appended.
@@ -286,7 +346,9 @@ void Connection::watch() {
   const bool reads = !peer_finished_ && !paused() && !waiting_;
   note_incomplete(reads && in_start_ != in_end_);
   const bool writes = queued() > 0 && !gated_.is_held(sent_, sent_ + queued());
-  const std::uint32_t wanted = writes ? (reads ? EPOLLIN : 0U) | EPOLLOUT : reads ? kReadEvents : 0U;
+  // The end of a client that waits for the server is reported once, not in each wait.
+  const std::uint32_t idle = waiting_ && user_->trusted ? EPOLLET : 0U;
+  const std::uint32_t wanted = writes ? (reads ? EPOLLIN : 0U) | EPOLLOUT : reads ? kReadEvents : idle;
   if (wanted == watched_ && !(reads && leaves_input_)) return;
   watched_ = wanted;
   leaves_input_ = false;

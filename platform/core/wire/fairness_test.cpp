@@ -2,6 +2,9 @@
 // messages between two events.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <map>
@@ -190,6 +193,28 @@ TEST_F(FairServerTest, ClientsThatAskOnceAreAnsweredInTheOrderOfTheirConnections
   for (int i = 0; i < 5; ++i) Request(ConnectRaw(kGreedyUser), kMicrosecond);
   Iterate();
   EXPECT_THAT(served, ElementsAre(1, 2, 3, 4, 5));
+}
+
+TEST_F(FairServerTest, ClientIsChargedForNoOtherDescriptorOrTimerOfTheIteration) {
+  const int other = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+  ASSERT_EQ(event_fd_add(manager, other, EPOLLIN | EPOLLET,
+                         [this](int, std::uint32_t) { clock.advance(kMillisecond); }),
+            kStatusOk);
+  const auto make_ready = [other] { EXPECT_EQ(eventfd_write(other, 1), 0); };
+  const int client = ConnectRaw(kGreedyUser);
+  for (const bool is_first : {true, false}) {
+    if (is_first) make_ready();
+    Request(client, kMicrosecond);
+    if (!is_first) make_ready();
+    Iterate();
+  }
+  event_timer_start(manager, 0, [this] { clock.advance(kMillisecond); });
+  Request(client, kMicrosecond);
+  Iterate();
+  EXPECT_THAT(served, SizeIs(3));
+  EXPECT_EQ(server->find(1)->statistics().nanoseconds, 3 * kMicrosecond);
+  event_fd_remove(manager, other);
+  ::close(other);
 }
 
 TEST_F(FairServerTest, LoneRequestsOfOneIterationAreAnsweredInIt) {

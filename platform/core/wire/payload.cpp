@@ -1,8 +1,8 @@
-// Payload and frame encoding. Shifts encode integers, so neither the host's byte order nor alignment matters;
-// compilers make single loads and stores of them.
+// Payload and frame encoding. Neither the host's byte order nor alignment matters.
+#include <algorithm>
 #include <array>
-#include <cstring>
 
+#include "platform/core/base/little_endian.h"
 #include "platform/core/wire/wire.h"
 
 namespace wire {
@@ -15,24 +15,24 @@ constexpr std::size_t kRequestOffset = 8;
 constexpr std::size_t kLengthOffset = 12;
 
 template <typename Integer>
-void store(std::uint8_t* to, Integer value) {
-  for (std::size_t i = 0; i < sizeof(Integer); ++i) {
-    to[i] = static_cast<std::uint8_t>(static_cast<std::uint64_t>(value) >> (8 * i));
-  }
-}
-
-template <typename Integer>
 void append(Octets* out, Integer value) {
   std::array<std::uint8_t, sizeof(Integer)> octets;
-  store(octets.data(), value);
+  store_little_endian(octets.data(), value);
   out->insert(out->end(), octets.begin(), octets.end());
 }
 
-template <typename Integer>
-Integer load(const std::uint8_t* from) {
-  std::uint64_t value = 0;
-  for (std::size_t i = 0; i < sizeof(Integer); ++i) value |= std::uint64_t{from[i]} << (8 * i);
-  return static_cast<Integer>(value);
+// Appends a header and room for `more` octets, and returns where that is.
+std::uint8_t* append_header(Octets* out, std::uint16_t type, std::uint32_t request, std::size_t payload,
+                            std::size_t more) {
+  const std::size_t frame = out->size();
+  out->resize(frame + kHeaderSize + more);
+  std::uint8_t* const header = out->data() + frame;
+  store_little_endian(header, kMagic);
+  store_little_endian(header + kVersionOffset, kVersion);
+  store_little_endian(header + kTypeOffset, type);
+  store_little_endian(header + kRequestOffset, request);
+  store_little_endian(header + kLengthOffset, static_cast<std::uint32_t>(payload));
+  return header + kHeaderSize;
 }
 
 }  // namespace
@@ -51,10 +51,8 @@ void Writer::u64(std::uint64_t value) {
 }
 
 void Writer::octets(OctetSpan value) {
-  const std::size_t at = out_->size();
-  out_->resize(at + sizeof(std::uint32_t) + value.size());
-  store(out_->data() + at, static_cast<std::uint32_t>(value.size()));
-  if (!value.empty()) std::memcpy(out_->data() + at + sizeof(std::uint32_t), value.data(), value.size());
+  u32(static_cast<std::uint32_t>(value.size()));
+  out_->insert(out_->end(), value.begin(), value.end());
 }
 
 void Writer::text(std::string_view value) {
@@ -62,7 +60,7 @@ void Writer::text(std::string_view value) {
 }
 
 void Writer::patch_u32(std::size_t offset, std::uint32_t value) {
-  store(out_->data() + offset, value);
+  store_little_endian(out_->data() + offset, value);
 }
 
 void Writer::truncate(std::size_t size) {
@@ -87,17 +85,17 @@ std::uint8_t Reader::u8() {
 
 std::uint16_t Reader::u16() {
   const OctetSpan taken = take(2);
-  return taken.empty() ? std::uint16_t{0} : load<std::uint16_t>(taken.data());
+  return taken.empty() ? std::uint16_t{0} : load_little_endian<std::uint16_t>(taken.data());
 }
 
 std::uint32_t Reader::u32() {
   const OctetSpan taken = take(4);
-  return taken.empty() ? 0 : load<std::uint32_t>(taken.data());
+  return taken.empty() ? 0 : load_little_endian<std::uint32_t>(taken.data());
 }
 
 std::uint64_t Reader::u64() {
   const OctetSpan taken = take(8);
-  return taken.empty() ? 0 : load<std::uint64_t>(taken.data());
+  return taken.empty() ? 0 : load_little_endian<std::uint64_t>(taken.data());
 }
 
 OctetSpan Reader::octets() {
@@ -111,29 +109,30 @@ std::string_view Reader::text() {
 
 std::size_t begin_frame(Octets* out, std::uint16_t type, std::uint32_t request) {
   const std::size_t frame = out->size();
-  std::array<std::uint8_t, kHeaderSize> header{};
-  store(header.data(), kMagic);
-  store(header.data() + kVersionOffset, kVersion);
-  store(header.data() + kTypeOffset, type);
-  store(header.data() + kRequestOffset, request);
-  out->insert(out->end(), header.begin(), header.end());
+  append_header(out, type, request, 0, 0);
   return frame;
+}
+
+void append_frame(Octets* out, std::uint16_t type, std::uint32_t request, OctetSpan head, OctetSpan body) {
+  std::uint8_t* const place = append_header(out, type, request, head.size() + body.size(), head.size());
+  std::copy(head.begin(), head.end(), place);
+  out->insert(out->end(), body.begin(), body.end());
 }
 
 void finish_frame(Octets* out, std::size_t frame) {
   const std::size_t payload = out->size() - frame - kHeaderSize;
-  store(out->data() + frame + kLengthOffset, static_cast<std::uint32_t>(payload));
+  store_little_endian(out->data() + frame + kLengthOffset, static_cast<std::uint32_t>(payload));
 }
 
 Status parse_frame(OctetSpan data, std::size_t max_payload, Message* message, std::size_t* used) {
   *used = kHeaderSize;
   if (data.size() < kHeaderSize) return kStatusIncomplete;
   const std::uint8_t* const header = data.data();
-  if (load<std::uint32_t>(header) != kMagic) return kStatusBadMessage;
-  if (load<std::uint16_t>(header + kVersionOffset) != kVersion) return kStatusVersionMismatch;
-  message->type = load<std::uint16_t>(header + kTypeOffset);
-  message->request = load<std::uint32_t>(header + kRequestOffset);
-  const auto length = load<std::uint32_t>(header + kLengthOffset);
+  if (load_little_endian<std::uint32_t>(header) != kMagic) return kStatusBadMessage;
+  if (load_little_endian<std::uint16_t>(header + kVersionOffset) != kVersion) return kStatusVersionMismatch;
+  message->type = load_little_endian<std::uint16_t>(header + kTypeOffset);
+  message->request = load_little_endian<std::uint32_t>(header + kRequestOffset);
+  const auto length = load_little_endian<std::uint32_t>(header + kLengthOffset);
   if (length > max_payload) return kStatusMessageTooLarge;
   *used = kHeaderSize + length;
   if (data.size() < *used) return kStatusIncomplete;

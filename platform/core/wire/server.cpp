@@ -21,6 +21,7 @@ namespace wire {
 
 namespace {
 
+constexpr std::uint64_t kInputCheckInterval = 100 * kNanosecondsPerMillisecond;
 constexpr std::uint64_t kGateTime = 2 * kNanosecondsPerMillisecond;  // of writes when the gate opens
 
 }  // namespace
@@ -35,6 +36,7 @@ Server::Server(EventManager* manager, std::string name, Limits limits, MessageHa
       users_(std::make_unique<Users>(limits_)) {}
 
 Server::~Server() {
+  event_defer_cancel(manager_, this);
   stop();
 }
 
@@ -47,7 +49,7 @@ void Server::start() {
 void Server::stop() {
   if (accepting_) event_set_acceptor(manager_, nullptr);
   accepting_ = false;
-  for (EventTimerId* timer : {&deadline_timer_, &rate_timer_})
+  for (EventTimerId* timer : {&deadline_timer_, &rate_timer_, &input_timer_})
     event_timer_cancel(manager_, std::exchange(*timer, 0));
   while (!clients_.empty()) {
     const std::shared_ptr<Connection> first = clients_.begin()->second;
@@ -98,17 +100,23 @@ void Server::enqueue(Connection& connection) {
 void Server::schedule() {
   if (scheduled_) return;
   scheduled_ = true;
-  event_defer(manager_, [this, weak = std::weak_ptr(alive_)] {
-    if (!weak.expired()) run_slice();
-  });
+  event_defer(
+      manager_, [this] { run_slice(); }, this);
 }
 
 void Server::run_slice() {
   scheduled_ = false;
-  std::uint64_t now = clock_monotonic();
+  // A client that was read just before, and nothing since, is charged for that, too. Slices are
+  // scheduled within a dispatch only (wire.h), so that the step before is of the same iteration.
+  const bool is_alone = read_step_.number + 1 == event_step(manager_).number;
+  std::uint64_t now = is_alone ? read_step_.began : clock_monotonic();
   const std::uint64_t end = now + limits_.slice;
   for (Connection* client = nullptr; now < end && (client = users_->next(now)) != nullptr;) {
     now = serve(*client, now);
+  }
+  if (users_->is_idle()) {
+    stop_rate_timer();
+    return event_ends_at(manager_, now);
   }
   suspend_waiting(now);
   schedule_next(now);
@@ -125,9 +133,13 @@ void Server::suspend_waiting(std::uint64_t now) {
   }
 }
 
+void Server::stop_rate_timer() {
+  if (rate_timer_ != 0) event_timer_cancel(manager_, std::exchange(rate_timer_, 0));
+}
+
 void Server::schedule_next(std::uint64_t now) {
   if (users_->next(now) != nullptr) return schedule();
-  if (rate_timer_ != 0) event_timer_cancel(manager_, std::exchange(rate_timer_, 0));
+  stop_rate_timer();
   const std::uint64_t pause_ends = users_->next_pause_end();
   if (pause_ends <= now) return;
   rate_timer_ = event_timer_start(manager_, pause_ends - now, [this] {
@@ -138,16 +150,16 @@ void Server::schedule_next(std::uint64_t now) {
 
 // Returns the time after it.
 std::uint64_t Server::serve(Connection& connection, std::uint64_t now) {
-  const std::shared_ptr<Connection> client = connection.shared_from_this();
+  const Connection::Visit visit(&connection);
   now_ = now;
-  client->serve();
+  connection.serve();
   const std::uint64_t after = clock_monotonic();
-  users_->charge(*client, after - now);
-  client->active_ = after;
-  client->counter_.add_time(after - now);
-  if (client->repeats_) return after;
-  users_->spend(*client->user_, 1, after);
-  client->counter_.count(after);
+  users_->charge(connection, after - now);
+  connection.active_ = after;
+  connection.counter_.add_time(after - now);
+  if (connection.repeats_) return after;
+  users_->spend(*connection.user_, 1, after);
+  connection.counter_.count(after);
   return after;
 }
 
@@ -178,13 +190,22 @@ void Server::check_deadlines() {
   if (next != UINT64_MAX) start_deadline_timer(next);
 }
 
+void Server::check_inputs_later() {
+  if (input_timer_ != 0) return;
+  input_timer_ = event_timer_start(manager_, kInputCheckInterval, [this] {
+    input_timer_ = 0;
+    for_each([](Connection& client) { client.check_input(); });
+  });
+}
+
 void Server::forget(Connection& connection, const char* reason) {
   users_->leave(connection);
   if (reason != nullptr) {
     log_info(name_.c_str(), "client %llu closed: %s", static_cast<unsigned long long>(connection.id()),
              reason);
   }
-  clients_.erase(connection.id());
+  const auto client = clients_.extract(connection.id());
+  if (connection.visits_ > 0 && !client.empty()) ended_.push_back(client.mapped());
   --connection.user_->connections;
   if (on_close_) on_close_(connection);
 }

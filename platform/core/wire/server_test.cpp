@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <malloc.h>
 
+#include "platform/core/base/clock.h"
 #include "platform/core/files/directories.h"
 #include "platform/core/wire/test_server.h"
 
@@ -318,6 +319,124 @@ TEST_F(WireServerTest, HeldClientThatShutsDownItsSendingSideGetsItsAnswer) {
   ReleaseHeld();
   EXPECT_EQ(ReadAll(client), Frame(kHeld, 0, {}));
   for (int turn = 0; turn < 5; ++turn) Step();
+  EXPECT_EQ(closed, 1);
+}
+
+// A read ends after each descriptor that a client passes, with more in the socket.
+TEST_F(WireServerTest, ClientThatPassesDescriptorsWithItsMessagesIsAnswered) {
+  const int client = ConnectRaw();
+  const Octets first = Frame(kEcho, 1, {1, 2, 3});
+  const Octets second = Frame(kEcho, 2, {4});
+  WriteWithDescriptor(client, {first.begin(), first.begin() + 7});
+  WriteWithDescriptor(client, {first.begin() + 7, first.end()});
+  WriteWithDescriptor(client, second);
+  Octets expected = first;
+  expected.insert(expected.end(), second.begin(), second.end());
+  for (int turn = 0; turn < 5; ++turn) Step();
+  EXPECT_EQ(ReadAll(client), expected);
+}
+
+// The server no longer expects descriptors of such a client.
+TEST_F(WireServerTest, ClientThatPassesDescriptorsLateIsAnsweredWithinATenthOfASecond) {
+  ManualClock clock(1);
+  const int client = ConnectRaw();
+  for (std::uint32_t number = 0; number < 40; ++number) {
+    const Octets request = Frame(kEcho, number, {1, 2, 3});
+    Write(client, request);
+    Step();
+    ASSERT_EQ(ReadAll(client), request);
+  }
+  const Octets first = Frame(kEcho, 100, {1, 2, 3});
+  const Octets second = Frame(kEcho, 101, {4});
+  WriteWithDescriptor(client, first);
+  WriteWithDescriptor(client, second);
+  WriteWithDescriptor(client, {first.begin(), first.begin() + 7});
+  WriteWithDescriptor(client, {first.begin() + 7, first.end()});
+  Octets answers;
+  for (int turn = 0; turn < 8; ++turn) {
+    clock.advance(100 * kNanosecondsPerMillisecond);
+    Step();
+    const Octets more = ReadAll(client);
+    answers.insert(answers.end(), more.begin(), more.end());
+  }
+  Octets expected = first;
+  for (const Octets& each : {second, first}) expected.insert(expected.end(), each.begin(), each.end());
+  EXPECT_EQ(answers, expected);
+}
+
+// A sub-agent acknowledges notifications and ends, while the next one is on its way to it.
+TEST_F(WireServerTest, LastMessagesOfAClientThatClosedAreHandledAlthoughAWriteToItFails) {
+  const int client = ConnectRaw();
+  Write(client, Frame(kEcho, 1, {1}));
+  Write(client, Frame(kEcho, 2, {2}));
+  ::close(client);
+  raw_clients.pop_back();
+  server->for_each([](Connection& each) { each.send(kEcho, 0, {}); });
+  for (int turn = 0; turn < 5; ++turn) Step();
+  EXPECT_EQ(handled, 2);
+  EXPECT_EQ(closed, 1);
+  EXPECT_EQ(server->client_count(), 0U);
+}
+
+TEST_F(WireServerTest, ClientThatEndedIsClosedAfterItsMessagesAlthoughTheyTakeSeveralSlices) {
+  Limits limits;
+  limits.slice = 1;  // one message at a time
+  MakeServer(limits);
+  const int client = ConnectRaw();
+  for (std::uint32_t request = 1; request <= 5; ++request) Write(client, Frame(kEcho, request, {}));
+  ::close(client);
+  raw_clients.pop_back();
+  for (int turn = 0; turn < 20; ++turn) Step();
+  EXPECT_EQ(handled, 5);
+  EXPECT_EQ(closed, 1);
+}
+
+TEST_F(WireServerTest, LastMessagesOfAClientThatMayOnlyReadAreNotHandled) {
+  const int client = ConnectRaw(Peer{});
+  Write(client, Frame(kEcho, 1, {}));
+  ::close(client);
+  raw_clients.pop_back();
+  server->for_each([](Connection& each) { each.send(kEcho, 0, {}); });
+  for (int turn = 0; turn < 5; ++turn) Step();
+  EXPECT_EQ(handled, 0);
+  EXPECT_EQ(closed, 1);
+}
+
+TEST_F(WireServerTest, ClientThatTakesNoAnswersIsNotReadFurther) {
+  const int client = ConnectRaw();
+  Write(client, Frame(kEcho, 1, {}));
+  ASSERT_EQ(shutdown(client, SHUT_RD), 0);
+  server->for_each([](Connection& each) { each.send(kEcho, 0, {}); });
+  const Octets more = Frame(kEcho, 2, {});
+  EXPECT_EQ(send(client, more.data(), more.size(), MSG_NOSIGNAL), -1);
+  EXPECT_EQ(errno, EPIPE);
+  for (int turn = 0; turn < 5; ++turn) Step();
+  EXPECT_EQ(handled, 1);
+  EXPECT_EQ(closed, 1);
+}
+
+TEST_F(WireServerTest, ClientThatEndedIsReadNoFurtherAfterAMalformedRequest) {
+  const int client = ConnectRaw();
+  Write(client, Frame(kMalformed, 1, {}));
+  Write(client, Frame(kEcho, 2, {}));
+  ::close(client);
+  raw_clients.pop_back();
+  server->for_each([](Connection& each) { each.send(kEcho, 0, {}); });
+  for (int turn = 0; turn < 5; ++turn) Step();
+  EXPECT_EQ(handled, 1);
+  EXPECT_EQ(closed, 1);
+}
+
+TEST_F(WireServerTest, ClientThatEndedWithinAMessageIsClosedAlthoughAWriteToItFailed) {
+  const int client = ConnectRaw();
+  const Octets frame = Frame(kEcho, 1, {1});
+  Write(client, {frame.begin(), frame.begin() + 7});
+  Step();
+  ::close(client);
+  raw_clients.pop_back();
+  server->for_each([](Connection& each) { each.send(kEcho, 0, {}); });
+  for (int turn = 0; turn < 5; ++turn) Step();
+  EXPECT_EQ(handled, 0);
   EXPECT_EQ(closed, 1);
 }
 

@@ -7,6 +7,7 @@
 
 #include <array>
 #include <cerrno>
+#include <cstring>
 #include <memory>
 #include <vector>
 
@@ -95,6 +96,23 @@ class WireServerTest : public ::testing::Test {
   // Fails if the server has closed the client.
   static void Write(int fd, const Octets& octets) {
     ASSERT_EQ(send(fd, octets.data(), octets.size(), MSG_NOSIGNAL), static_cast<ssize_t>(octets.size()));
+  }
+  // Passes a descriptor with the octets.
+  static void WriteWithDescriptor(int fd, const Octets& octets) {
+    Octets copy = octets;
+    iovec part{copy.data(), copy.size()};
+    alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(int))> control{};
+    msghdr message{};
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    message.msg_control = control.data();
+    message.msg_controllen = control.size();
+    cmsghdr* const header = CMSG_FIRSTHDR(&message);
+    header->cmsg_level = SOL_SOCKET;
+    header->cmsg_type = SCM_RIGHTS;
+    header->cmsg_len = CMSG_LEN(sizeof fd);
+    std::memcpy(CMSG_DATA(header), &fd, sizeof fd);
+    ASSERT_EQ(sendmsg(fd, &message, MSG_NOSIGNAL), static_cast<ssize_t>(octets.size()));
   }
   void Step() const { event_run_pending(manager); }
   static Octets ReadAll(int fd) {

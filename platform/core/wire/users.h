@@ -62,6 +62,7 @@ class Users {
   void spend(User& user, std::uint64_t requests, std::uint64_t now) const;
   bool connects_too_often(const User& user) const;
   std::size_t count() const { return users_.size(); }
+  bool is_idle() const { return competition_.waiting.empty(); }
   // Charges the client and its user for the time that its message took.
   void charge(Connection& client, std::uint64_t nanoseconds);
 

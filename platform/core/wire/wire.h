@@ -13,9 +13,10 @@
 // payloads are read through a Reader, which never reads past the end.
 //
 // Thread: a Server and its Connections belong to the thread of their event manager; a ClientSocket to one
-// thread.
+// thread. A connection is released only within a dispatch of that manager.
 #pragma once
 
+#include <array>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -27,6 +28,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/core/base/little_endian.h"
 #include "platform/core/base/status.h"
 #include "platform/core/evm/evm.h"
 #include "platform/core/wire/output_gate.h"
@@ -52,6 +54,15 @@ struct Message {
 };
 
 // --- Payloads ------------------------------------------------------------------------------------
+
+// 32-bit integers as payloads have them.
+template <typename... Words>
+std::array<std::uint8_t, 4 * sizeof...(Words)> encode_words(Words... words) {
+  std::array<std::uint8_t, 4 * sizeof...(Words)> octets;
+  std::size_t at = 0;
+  ((store_little_endian(&octets[at], static_cast<std::uint32_t>(words)), at += 4), ...);
+  return octets;
+}
 
 // Appends to an octet vector, which must outlive it.
 class Writer {
@@ -98,6 +109,8 @@ class Reader {
 // was appended after it.
 std::size_t begin_frame(Octets* out, std::uint16_t type, std::uint32_t request);
 void finish_frame(Octets* out, std::size_t frame);
+// Appends a whole message, whose payload has two parts, the first of which is short.
+void append_frame(Octets* out, std::uint16_t type, std::uint32_t request, OctetSpan head, OctetSpan body);
 
 // Looks for one whole message at the beginning of `data`. kStatusOk: *message is there and *used octets
 // belong to it. kStatusIncomplete: more octets are needed, *used is the size of the message
@@ -150,7 +163,10 @@ class Connection : public std::enable_shared_from_this<Connection> {
   // Queues one message. Messages that are queued while a message of this client is handled leave with one
   // write after it; others are written at once, as far as the peer accepts them. Beyond close_octets the
   // client is closed.
-  void send(std::uint16_t type, std::uint32_t request, OctetSpan payload);
+  void send(std::uint16_t type, std::uint32_t request, OctetSpan payload) {
+    send(type, request, {}, payload);
+  }
+  void send(std::uint16_t type, std::uint32_t request, OctetSpan head, OctetSpan body);
   // The same without a copy: `Writer w = begin(...)`, write the payload, finish(). Nothing else may be sent
   // in between.
   Writer begin(std::uint16_t type, std::uint32_t request);
@@ -173,10 +189,27 @@ class Connection : public std::enable_shared_from_this<Connection> {
   friend class Server;
   friend class Users;
   friend void open_output_gate(std::uint64_t number);
+  // A call is in this connection, which may end and is then destroyed after it.
+  class Visit {
+   public:
+    explicit Visit(Connection* connection) : connection_(connection) { ++connection_->visits_; }
+    ~Visit() {
+      if (--connection_->visits_ == 0 && !connection_->open()) connection_->destroy();
+    }
+    Visit(const Visit&) = delete;
+    Visit& operator=(const Visit&) = delete;
+
+   private:
+    Connection* connection_;
+  };
+  void destroy();
   void end(const char* reason);
   void on_event(std::uint32_t events);
   void proceed();
   bool fill();
+  ssize_t read_socket(std::span<std::uint8_t> room);
+  void check_input();
+  void make_room();
   bool has_message() const;
   void serve();
   void finish_service();
@@ -186,8 +219,11 @@ class Connection : public std::enable_shared_from_this<Connection> {
   void write_queue();
   void write_octets(std::size_t count);
   void count_sent_messages();
+  void lose_output(int error);
+  void drop_output();
   void leave_gate(bool writes_now);
   void await_gate();
+  void take_queued_message();
   void note_incomplete(bool waits_for_the_rest);
   void watch();
   bool paused() const;
@@ -206,8 +242,14 @@ class Connection : public std::enable_shared_from_this<Connection> {
   bool leaves_input_ = false;           // the last read left input, or an end, in the socket
   bool handling_ = false;               // queued messages leave after the message at hand
   bool peer_finished_ = false;          // the peer has shut down its sending side
+  bool peer_closed_ = false;            // it takes no answers
   bool held_ = false;                   // an answer must be sent first
   bool repeats_ = false;                // the message handled last is handled again
+  bool passes_descriptors_ = false;     // with its messages
+  bool unchecked_ = false;              // input may be left in the socket unnoticed
+  unsigned visits_ = 0;
+  unsigned handled_since_read_ = 0;  // messages
+  unsigned lone_reads_ = 0;          // each of one whole message, since the last other one
   RequestCounter counter_{clock_monotonic()};
   Octets in_;
   std::size_t in_start_ = 0;
@@ -232,7 +274,7 @@ void set_output_gate(std::function<std::uint64_t()> next_number);
 // What waits for this number, or for a lower one, may leave. Not from within `next_number`.
 void open_output_gate(std::uint64_t number);
 
-// Serves clients on the named socket of an event manager, which must outlive it.
+// Serves clients on the named socket of an event manager. REQUIRES: it is destroyed before its manager.
 class Server {
  public:
   // False closes the client ("malformed request"). The handler may close any client.
@@ -267,11 +309,13 @@ class Server {
   void watch_deadlines();
   void start_deadline_timer(std::uint64_t when);
   void check_deadlines();
+  void check_inputs_later();
   void enqueue(Connection& connection);
   void schedule();
   void run_slice();
   void suspend_waiting(std::uint64_t now);
   void schedule_next(std::uint64_t now);
+  void stop_rate_timer();
   std::uint64_t serve(Connection& connection, std::uint64_t now);
 
   EventManager* manager_;
@@ -282,12 +326,14 @@ class Server {
   bool accepting_ = false;
   std::uint64_t next_id_ = 1;
   std::map<std::uint64_t, std::shared_ptr<Connection>> clients_;
+  std::vector<std::shared_ptr<Connection>> ended_;  // which calls are still in
   std::unique_ptr<Users> users_;
   EventTimerId deadline_timer_ = 0;
-  EventTimerId rate_timer_ = 0;                           // ends the pause of users who exceed their rate
-  bool scheduled_ = false;                                // a slice is deferred
-  std::uint64_t now_ = 0;                                 // when the message at hand began
-  std::shared_ptr<int> alive_ = std::make_shared<int>();  // deferred slices end with the server
+  EventTimerId input_timer_ = 0;
+  EventTimerId rate_timer_ = 0;  // ends the pause of users who exceed their rate
+  bool scheduled_ = false;       // a slice is deferred
+  EventStep read_step_;          // in which a client was read
+  std::uint64_t now_ = 0;        // when the message at hand began
 };
 
 // --- Client side ---------------------------------------------------------------------------------
@@ -318,7 +364,9 @@ class ClientSocket {
   // socket open and partial input buffered; every other failure closes it: kStatusNotConnected,
   // kStatusBadMessage, kStatusVersionMismatch, kStatusMessageTooLarge.
   [[nodiscard]] Status receive(Message* message);
-  [[nodiscard]] Status receive(Message* message, std::chrono::milliseconds timeout);
+  // `deadline` is when this timeout ends, for a caller that has read the clock.
+  [[nodiscard]] Status receive(Message* message, std::chrono::milliseconds timeout,
+                               std::chrono::steady_clock::time_point deadline = {});
 
  private:
   Status fail(Status status);

@@ -30,6 +30,30 @@ TEST_F(RouterModel, TakenInterfaceNamesAndIndexesAreRefused) {
   EXPECT_EQ(router_.interface_count(), 1U);
 }
 
+TEST_F(RouterModel, InterfacesOfAVrfShareItsNameAndNoTextWithTheSource) {
+  const Interface source = MakeInterface("ge0", 1, "red");
+  ASSERT_EQ(router_.add_interface(source), kStatusOk);
+  AddInterface("ge1", 2, "blue");
+  const Interface& first = *router_.find_interface_by_index(1);
+  const Interface& second = *router_.find_interface_by_index(2);
+  ASSERT_EQ(router_.move_interface(second.handle, "red"), kStatusOk);
+  EXPECT_TRUE(second.vrf.is_same(first.vrf));
+  EXPECT_FALSE(first.vrf.is_same(source.vrf));
+  EXPECT_FALSE(first.name.is_same(source.name));
+  EXPECT_EQ(first.name, source.name);
+}
+
+TEST_F(RouterModel, ChangedInterfaceKeepsTheNameThatServicesShare) {
+  AddInterface("ge0", 1);
+  const Interface& stored = *router_.find_interface_by_index(1);
+  const SharedText name = stored.name;
+  Interface next = MakeInterface("ge0", 1);
+  next.handle = stored.handle;
+  next.up = true;
+  ASSERT_EQ(router_.change_interface(next), kStatusOk);
+  EXPECT_TRUE(stored.name.is_same(name));
+}
+
 TEST_F(RouterModel, BadInterfacesAreRefused) {
   EXPECT_EQ(router_.add_interface(MakeInterface("", 7)), kStatusInvalid);
   EXPECT_EQ(router_.add_interface(MakeInterface(std::string(64, 'x'), 7)), kStatusInvalid);
@@ -37,11 +61,9 @@ TEST_F(RouterModel, BadInterfacesAreRefused) {
   EXPECT_EQ(router_.add_interface(MakeInterface("ge0", 2147483648U)), kStatusInvalid);
   EXPECT_EQ(router_.add_interface(MakeInterface("ge0", 7, "")), kStatusInvalid);
   Interface odd = MakeInterface("ge0", 7);
-  odd.addresses.resize(1);
-  odd.addresses[0].prefix_length = 33;
+  odd.addresses = {Address{.prefix_length = 33}};
   EXPECT_EQ(router_.add_interface(odd), kStatusInvalid);
-  odd.addresses[0].prefix_length = 24;
-  odd.addresses[0].octets[4] = 1;
+  odd.addresses = {Address{.prefix_length = 24, .octets = {0, 0, 0, 0, 1}}};
   EXPECT_EQ(router_.add_interface(odd), kStatusInvalid) << "an IPv4 address of more than four octets";
   EXPECT_EQ(router_.interface_count(), 0U);
   EXPECT_EQ(router_.add_interface(MakeInterface(std::string(63, 'x'), 2147483647U)), kStatusOk);

@@ -119,6 +119,8 @@ class RouteStore {
   // As put() of every row of one prefix, unchanged, if the first has this origin; the next hop of `prefix` is
   // zero. Returns kAbsent if the prefix has no rows.
   [[nodiscard]] RouteRetention keep(RouteTableId table, const RouteKey& prefix, std::uint32_t origin);
+  // Reverts put() and keep() since begin_refresh() for the rows of one prefix.
+  void unkeep(RouteTableId table, const RouteKey& prefix);
   // Calls `visit` for the rows of one prefix. The table must not change meanwhile.
   void visit_prefix(RouteTableId table, const RouteKey& prefix,
                     const std::function<void(const RouteMark&)>& visit) const;

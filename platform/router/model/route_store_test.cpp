@@ -336,6 +336,16 @@ TEST_F(RouteStoreRows, RefreshEndsInBoundedSteps) {
   EXPECT_THAT(Walk(store_, kRed), ElementsAre("1.0.0.0/8", "4.0.0.0/8", "9.0.0.0/8"));
 }
 
+TEST_F(RouteStoreRows, RefreshRemovesRowsThatWereConfirmedAndRejectedAgain) {
+  Put("10.0.0.0/8", "192.0.2.1");
+  store_.begin_refresh(kRed);
+  for (const char* hop : {"192.0.2.1", "192.0.2.2"}) Put("10.0.0.0/8", hop);
+  Put("10.0.0.0/9");
+  store_.unkeep(kRed, MakeKey("10.0.0.0/8"));
+  EXPECT_EQ(EndRefresh(), 2U);
+  EXPECT_THAT(Walk(store_, kRed), ElementsAre("10.0.0.0/9"));
+}
+
 TEST_F(RouteStoreRows, SecondRefreshAbandonsTheFirst) {
   for (const char* prefix : {"10.0.0.0/8", "11.0.0.0/8"}) Put(prefix);
   store_.begin_refresh(kRed);

@@ -188,6 +188,12 @@ class Table final : public RouteTable {
     return RouteRetention::kRetained;
   }
 
+  void unkeep(const RouteKey& prefix) override {
+    const Row<kWords> wanted = row_of<kWords>(prefix);
+    for (auto row = rows_.lower_bound(wanted); row != rows_.end() && same_prefix(*row, wanted); ++row)
+      row->generation = static_cast<std::uint8_t>(generation_ - 1);
+  }
+
   void visit_prefix(const RouteKey& prefix, const RouteVisitor& visit) const override {
     const Row<kWords> wanted = row_of<kWords>(prefix);
     for (auto row = rows_.lower_bound(wanted); row != rows_.end() && same_prefix(*row, wanted); ++row) {

@@ -24,6 +24,7 @@ class RouteTable {
   virtual void begin_refresh() = 0;
   virtual bool end_refresh(std::size_t limit, std::size_t* erased) = 0;
   virtual RouteRetention keep(const RouteKey& prefix, std::uint32_t origin) = 0;
+  virtual void unkeep(const RouteKey& prefix) = 0;
   virtual void visit_prefix(const RouteKey& prefix, const RouteVisitor& visit) const = 0;
   virtual bool visit_from(const RouteKey& first, std::size_t limit, const RouteVisitor& visit) const = 0;
   virtual bool find(const RouteKey& key, Route* route) const = 0;

@@ -91,6 +91,10 @@ RouteRetention RouteStore::keep(RouteTableId table, const RouteKey& prefix, std:
   return found == nullptr ? RouteRetention::kAbsent : found->rows->keep(prefix, origin);
 }
 
+void RouteStore::unkeep(RouteTableId table, const RouteKey& prefix) {
+  if (State::OpenTable* found = state_->find(table)) found->rows->unkeep(prefix);
+}
+
 void RouteStore::visit_prefix(RouteTableId table, const RouteKey& prefix,
                               const std::function<void(const RouteMark&)>& visit) const {
   if (const State::OpenTable* found = state_->find(table)) found->rows->visit_prefix(prefix, visit);

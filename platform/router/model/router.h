@@ -25,7 +25,10 @@
 #include <vector>
 
 #include "platform/core/base/status.h"
+#include "platform/core/compact/shared_block.h"
+#include "platform/core/compact/shared_text.h"
 #include "platform/router/model/address.h"
+#include "platform/router/model/address_list.h"
 #include "platform/router/model/default_vrf.h"
 #include "platform/router/model/route_store.h"
 
@@ -65,15 +68,18 @@ struct Ipv4Detail {
   bool operator==(const Ipv4Detail&) const = default;
 };
 
+SharedText default_vrf_name();
+
+// Small, because a router has 100,000: services share its texts and addresses instead of copying them.
 struct Interface {
   std::uint32_t handle = 0;  // never 0
   std::uint32_t index = 0;   // ifIndex, 1 to 2147483647
-  std::string name;
-  std::string description;
-  std::string vrf{kDefaultVrf};
-  bool up = false;                         // operationally up
-  std::vector<Address> addresses;          // in the source's order; the first of a family is its primary one
-  std::vector<Ipv4Detail> ipv4_details{};  // empty when the source knows no more than `addresses`
+  SharedText name;
+  SharedText description;
+  SharedText vrf = default_vrf_name();
+  AddressList addresses;                 // in the source's order; the first of a family is its primary one
+  SharedBlock<Ipv4Detail> ipv4_details;  // empty when the source knows no more than `addresses`
+  bool up = false;                       // operationally up
   bool operator==(const Interface&) const = default;
 };
 

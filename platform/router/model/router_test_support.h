@@ -25,6 +25,11 @@ class RouterTest : public testing::Test {
     vrf.id = id;
     return vrf;
   }
+  static Address AddressOf(std::string_view text) {
+    Address address;
+    EXPECT_TRUE(parse_address(text, &address)) << text;
+    return address;
+  }
   static Interface MakeInterface(const std::string& name, std::uint32_t index,
                                  const std::string& vrf = std::string(kDefaultVrf)) {
     Interface interface;

@@ -1,11 +1,11 @@
 // The state of a router::Router, shared by the sources that implement it.
 //
-// VRFs and interfaces are nodes of ordered maps, so references to them remain valid while others are added
-// and removed; the other look-ups point to these nodes. The name index of interfaces borrows its keys from
-// the interfaces: remove an entry before its name changes.
+// References to VRFs and interfaces remain valid while others are added and removed. The orders of interfaces
+// by name and by index read both in the interfaces: remove an entry before they change.
 #pragma once
 
 #include <absl/container/btree_map.h>
+#include <absl/container/btree_set.h>
 
 #include <utility>
 
@@ -19,11 +19,29 @@ struct Router::State {
   std::unordered_map<std::uint32_t, Vrf*> vrfs_by_id;
   std::map<std::string, std::uint8_t, ShorterFirst> references;  // the holders' bits, never 0
 
-  std::map<std::uint32_t, Interface> interfaces;  // by handle
+  struct ByName {
+    using is_transparent = void;
+    bool operator()(const Interface* left, const Interface* right) const { return left->name < right->name; }
+    bool operator()(const Interface* left, std::string_view right) const { return left->name < right; }
+    bool operator()(std::string_view left, const Interface* right) const { return left < right->name; }
+  };
+
+  struct ByIndex {
+    using is_transparent = void;
+    bool operator()(const Interface* left, const Interface* right) const {
+      return left->index < right->index;
+    }
+    bool operator()(const Interface* left, std::uint32_t right) const { return left->index < right; }
+    bool operator()(std::uint32_t left, const Interface* right) const { return left < right->index; }
+  };
+
   // A hash table that grows visits all its entries at once.
-  absl::btree_map<std::string_view, Interface*> interfaces_by_name;
-  absl::btree_map<std::uint32_t, Interface*> interfaces_by_index;
+  absl::btree_map<std::uint32_t, std::unique_ptr<Interface>> interfaces;  // by handle
+  absl::btree_set<Interface*, ByIndex> interfaces_by_index;
+  absl::btree_set<Interface*, ByName> interfaces_by_name;
   std::uint32_t last_handle = 0;
+  // The names of VRFs that interfaces are in, each once, with the number of those interfaces.
+  std::map<SharedText, std::uint32_t, ShorterFirst> members;
 
   RouteStore routes;
   std::string rd_owner;

@@ -28,8 +28,8 @@ bool is_obsolete_vrf(const Announced& announced, const Event& event) {
 
 bool is_obsolete_member(const Announced& announced, const Event& event) {
   if (event.kind == VmapEvent::kDelete) return !announced.interfaces.contains(event.handle);
-  const Member* member = service().members.find(event.handle);
-  return member == nullptr || *member->vrf != event.vrf_name;
+  const router::Interface* const member = service().member(event.handle);
+  return member == nullptr || member->vrf != event.vrf_name;
 }
 
 // The update of what ended since, or the deletion of what was never announced.
@@ -47,8 +47,8 @@ void note_update(Announced* announced, const Event& event) {
   if (event.is_vrf) {
     announced->vrfs[event.vrf_name] = {event, service().flags_of(event.vrf_name)};
   } else {
-    announced->interfaces[event.handle] = {service().members.find(event.handle)->vrf,
-                                           service().name_of(event.handle)};
+    const router::Interface* const member = service().member(event.handle);
+    announced->interfaces[event.handle] = {member->vrf, member->name};
   }
 }
 
@@ -71,9 +71,9 @@ bool leaves_on_rename(const Announced& announced, const Event& event) {
   if (event.is_vrf || event.kind != VmapEvent::kUpdate || service().must_leave_on_rename == nullptr)
     return false;
   const auto known = announced.interfaces.find(event.handle);
-  if (known == announced.interfaces.end() || known->second.name == service().name_of(event.handle))
+  if (known == announced.interfaces.end() || known->second.name == service().member(event.handle)->name)
     return false;
-  return service().must_leave_on_rename(known->second.vrf->c_str(), known->second.name.c_str());
+  return service().must_leave_on_rename(known->second.vrf.c_str(), known->second.name.c_str());
 }
 
 Event deletion_of(Event event) {
@@ -84,9 +84,9 @@ Event deletion_of(Event event) {
 std::vector<Event> stale_events(const Announced& announced) {
   std::vector<Event> events;
   for (const auto& [handle, interface] : announced.interfaces) {
-    const Member* member = service().members.find(handle);
-    if (member != nullptr && *member->vrf == *interface.vrf) continue;
-    events.push_back({VmapEvent::kDelete, false, handle, 0, 0, *interface.vrf});
+    const router::Interface* const member = service().member(handle);
+    if (member != nullptr && member->vrf == interface.vrf) continue;
+    events.push_back({VmapEvent::kDelete, false, handle, 0, 0, interface.vrf});
   }
   for (const auto& [name, vrf] : announced.vrfs) {
     if (service().incarnation_of(name) != vrf.event.incarnation) events.push_back(deletion_of(vrf.event));

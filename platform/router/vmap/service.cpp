@@ -25,7 +25,7 @@ Service& service() {
 
 void Service::attach(router::Router* model) {
   if (model_ != nullptr) model_->stop_observing(this);
-  members = {};
+  members_.clear();
   incarnations_.clear();
   model_ = model;
   if (model_ == nullptr) return;
@@ -33,7 +33,7 @@ void Service::attach(router::Router* model) {
     if (!is_default(vrf.name)) incarnations_[vrf.name] = ++last_incarnation_;
   });
   model_->for_each_interface([this](const router::Interface& interface) {
-    if (!is_default(interface.vrf)) members.join(interface.handle, interface.vrf);
+    if (!is_default(interface.vrf)) members_[interface.vrf].insert(interface.handle);
   });
   model_->observe(router::ObserverRank::kMembership, this);
 }
@@ -47,15 +47,16 @@ std::uint32_t Service::flags_of(std::string_view vrf) const {
   return model_->find_vrf(vrf)->flags;
 }
 
-const std::string& Service::name_of(std::uint32_t handle) const {
-  return model_->find_interface(handle)->name;
+const router::Interface* Service::member(std::uint32_t handle) const {
+  const router::Interface* const interface = model_->find_interface(handle);
+  return interface == nullptr || is_default(interface->vrf) ? nullptr : interface;
 }
 
 Event Service::vrf_event(VmapEvent kind, const router::Vrf& vrf) const {
   return {kind, true, 0, vrf.id, incarnation_of(vrf.name), vrf.name};
 }
 
-Event Service::interface_event(VmapEvent kind, std::uint32_t handle, const std::string& vrf) const {
+Event Service::interface_event(VmapEvent kind, std::uint32_t handle, const SharedText& vrf) const {
   const router::Vrf* const found = model_->find_vrf(vrf);
   return {kind, false, handle, found == nullptr ? 0 : found->id, 0, vrf};
 }
@@ -67,10 +68,12 @@ void Service::announce(const Event& event) {
   feed::append(model_->changes(), phase, &client->receiver, [event] { deliver(event); });
 }
 
-void Service::announce_members_of(const std::string& vrf) {
-  members.for_each_of(vrf, [this](std::uint32_t handle, const std::string& its_vrf) {
-    announce(interface_event(VmapEvent::kUpdate, handle, its_vrf));
-  });
+void Service::announce_members_of(std::string_view vrf) {
+  const auto found = members_.find(vrf);
+  if (found == members_.end()) return;
+  for (const std::uint32_t handle : found->second) {
+    announce(interface_event(VmapEvent::kUpdate, handle, found->first));
+  }
 }
 
 void Service::vrf_created(const router::Vrf& vrf) {
@@ -93,27 +96,27 @@ void Service::vrf_deleted(const router::Vrf& vrf) {
 
 void Service::join(const router::Interface& interface) {
   if (is_default(interface.vrf)) return;
-  members.join(interface.handle, interface.vrf);
+  members_[interface.vrf].insert(interface.handle);
   announce(interface_event(VmapEvent::kUpdate, interface.handle, interface.vrf));
 }
 
-void Service::leave(std::uint32_t handle) {
-  const Member* member = members.find(handle);
-  if (member == nullptr) return;
-  announce(interface_event(VmapEvent::kDelete, handle, *member->vrf));
-  members.leave(handle);
+void Service::leave(std::uint32_t handle, const SharedText& vrf) {
+  const auto found = members_.find(vrf);
+  if (found == members_.end()) return;
+  announce(interface_event(VmapEvent::kDelete, handle, vrf));
+  found->second.erase(handle);
+  if (found->second.empty()) members_.erase(found);
 }
 
 void Service::interface_changed(const router::Interface& before, const router::Interface& now) {
-  const Member* member = members.find(now.handle);
-  if (member == nullptr || (before.name == now.name && before.index == now.index)) return;
-  const auto announce_as = [&](VmapEvent kind) { announce(interface_event(kind, now.handle, *member->vrf)); };
+  if (is_default(now.vrf) || (before.name == now.name && before.index == now.index)) return;
+  const auto announce_as = [&](VmapEvent kind) { announce(interface_event(kind, now.handle, now.vrf)); };
   if (gets_a_subscribers_name(before, now)) announce_as(VmapEvent::kDelete);
   announce_as(VmapEvent::kUpdate);
 }
 
-void Service::interface_moved(const router::Interface& now, const std::string& /*from*/) {
-  leave(now.handle);
+void Service::interface_moved(const router::Interface& now, const std::string& from) {
+  leave(now.handle, from);
   join(now);
 }
 
@@ -122,8 +125,9 @@ std::vector<Event> Service::everything() const {
   model_->for_each_vrf([&](const router::Vrf& vrf) {
     if (!is_default(vrf.name)) events.push_back(vrf_event(VmapEvent::kUpdate, vrf));
   });
-  members.for_each([&](std::uint32_t handle, const std::string& vrf) {
-    events.push_back(interface_event(VmapEvent::kUpdate, handle, vrf));
+  model_->for_each_interface([&](const router::Interface& interface) {
+    if (is_default(interface.vrf)) return;
+    events.push_back(interface_event(VmapEvent::kUpdate, interface.handle, interface.vrf));
   });
   return events;
 }

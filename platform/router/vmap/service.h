@@ -7,6 +7,7 @@
 #pragma once
 
 #include <absl/container/btree_map.h>
+#include <absl/container/btree_set.h>
 
 #include <cstdint>
 #include <map>
@@ -16,7 +17,6 @@
 #include <vector>
 
 #include "platform/router/feed/feed.h"
-#include "platform/router/vmap/members.h"
 #include "platform/router/vmap/vmap.h"
 
 namespace vmap {
@@ -28,7 +28,7 @@ struct Event {
   std::uint32_t handle = 0;  // of an interface
   std::uint32_t vrf_id = 0;
   std::uint64_t incarnation = 0;  // of a VRF
-  std::string vrf_name;
+  SharedText vrf_name;
 };
 
 struct AnnouncedVrf {
@@ -37,12 +37,12 @@ struct AnnouncedVrf {
 };
 
 struct AnnouncedInterface {
-  SharedName vrf;
-  std::string name;  // at the time of the delivery, when the client looks it up
+  SharedText vrf;
+  SharedText name;  // at the time of the delivery, when the client looks it up
 };
 
 struct Announced {
-  std::map<std::string, AnnouncedVrf, router::ShorterFirst> vrfs;
+  std::map<SharedText, AnnouncedVrf, router::ShorterFirst> vrfs;
   absl::btree_map<std::uint32_t, AnnouncedInterface> interfaces;  // by handle
 };
 
@@ -74,8 +74,9 @@ class Service : public router::Observer {
   bool is_available() const { return model_ != nullptr; }
   // 0 for a VRF that does not exist.
   std::uint64_t incarnation_of(std::string_view vrf) const;
-  std::uint32_t flags_of(std::string_view vrf) const;      // REQUIRES: the VRF exists
-  const std::string& name_of(std::uint32_t handle) const;  // REQUIRES: the interface exists
+  std::uint32_t flags_of(std::string_view vrf) const;  // REQUIRES: the VRF exists
+  // Null for an interface that is in no VRF.
+  const router::Interface* member(std::uint32_t handle) const;
 
   void vrf_created(const router::Vrf& vrf) override;
   void vrf_changed(const router::Vrf& before, const router::Vrf& now) override;
@@ -83,24 +84,26 @@ class Service : public router::Observer {
   void interface_added(const router::Interface& interface) override { join(interface); }
   void interface_changed(const router::Interface& before, const router::Interface& now) override;
   void interface_moved(const router::Interface& now, const std::string& from) override;
-  void interface_removed(const router::Interface& interface) override { leave(interface.handle); }
+  void interface_removed(const router::Interface& interface) override {
+    leave(interface.handle, interface.vrf);
+  }
 
   // Every VRF that exists, then every interface in a VRF, as updates.
   std::vector<Event> everything() const;
 
-  Members members;
   std::unique_ptr<VmapClient> client;
   bool (*must_leave_on_rename)(const char* vrf_name, const char* if_name) = nullptr;
 
  private:
   Event vrf_event(VmapEvent kind, const router::Vrf& vrf) const;
-  Event interface_event(VmapEvent kind, std::uint32_t handle, const std::string& vrf) const;
+  Event interface_event(VmapEvent kind, std::uint32_t handle, const SharedText& vrf) const;
   void announce(const Event& event);
-  void announce_members_of(const std::string& vrf);
+  void announce_members_of(std::string_view vrf);
   void join(const router::Interface& interface);
-  void leave(std::uint32_t handle);
+  void leave(std::uint32_t handle, const SharedText& vrf);
 
   router::Router* model_ = nullptr;
+  std::map<SharedText, absl::btree_set<std::uint32_t>, router::ShorterFirst> members_;  // handles, by VRF
   std::map<std::string, std::uint64_t, router::ShorterFirst> incarnations_;
   std::uint64_t last_incarnation_ = 0;
 };

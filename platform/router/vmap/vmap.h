@@ -2,13 +2,13 @@
 //
 // A client binds (its descriptor hangs up when the service closes the connection), builds a member database,
 // subscribes to all interfaces and all VRFs, and registers. The registering call replays what exists, VRFs
-// first, then interfaces in the order they joined; later changes are delivered by the event manager, in the
-// order they happened, in bounded batches. Not announced: an interface that is in no VRF, the VRF "default",
-// and VRFs that are only referenced. A move is a Delete for the old VRF, then an Update for the new one. An
-// item is announced again when its contents have changed: an interface with a new name or index, the members
-// of a VRF that was created or deleted (their vrf_id). An item has the contents of the time of the change,
-// whatever happens before it is delivered. To a client that knows the interface by another name, it may be
-// announced as having left first (vmap_on_rename).
+// first, then interfaces in the order of their handles; later changes are delivered by the event manager, in
+// the order they happened, in bounded batches. Not announced: an interface that is in no VRF, the VRF
+// "default", and VRFs that are only referenced. A move is a Delete for the old VRF, then an Update for the
+// new one. An item is announced again when its contents have changed: an interface with a new name or index,
+// the members of a VRF that was created or deleted (their vrf_id). An item has the contents of the time of
+// the change, whatever happens before it is delivered. To a client that knows the interface by another name,
+// it may be announced as having left first (vmap_on_rename).
 //
 // Clients ignore interfaces of subscribers. An interface that gets a subscriber's name while it is in a VRF
 // is announced as having left, and then under its new name.

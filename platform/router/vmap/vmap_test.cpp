@@ -14,7 +14,7 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
-TEST_F(Membership, RegistrationReplaysVrfsByNameThenInterfacesInTheOrderTheyJoined) {
+TEST_F(Membership, RegistrationReplaysVrfsByNameThenInterfacesByHandle) {
   AddInterface("ge0", "default");
   AddInterface("ge1", "red");
   AddInterface("ge2", "vrf10");
@@ -24,8 +24,8 @@ TEST_F(Membership, RegistrationReplaysVrfsByNameThenInterfacesInTheOrderTheyJoin
   Move("ge1", "default");
   Move("ge1", "vrf9");
   Connect();
-  EXPECT_THAT(Calls(), ElementsAre("+vrf vrf9 9 flags 2", "+vrf vrf10 10", "+if 3 vrf10 10", "+if 1 vrf9 9",
-                                   "+if 2 vrf9 9"));
+  EXPECT_THAT(Calls(), ElementsAre("+vrf vrf9 9 flags 2", "+vrf vrf10 10", "+if 1 vrf9 9", "+if 2 vrf9 9",
+                                   "+if 3 vrf10 10"));
   EXPECT_EQ(num_results_, 5U);
 }
 

@@ -2,6 +2,8 @@
 // to the next: it looks the record's key up again, so a walk survives changes between its steps.
 #include "platform/router/vtab/vtab.h"
 
+#include <optional>
+
 #include "platform/core/base/fault.h"
 #include "platform/core/base/log.h"
 #include "platform/router/vtab/service.h"
@@ -23,11 +25,12 @@ std::uint32_t word(const std::uint8_t* octets) {
 }
 
 // The n-th address of the family, counted from 0.
-const router::Address* nth_address(const VtabIfRecord* record, router::Family family, std::uint32_t n) {
+std::optional<router::Address> nth_address(const VtabIfRecord* record, router::Family family,
+                                           std::uint32_t n) {
   for (const router::Address& address : static_cast<const IfNode*>(record)->addresses) {
-    if (address.family == family && n-- == 0) return &address;
+    if (address.family == family && n-- == 0) return address;
   }
-  return nullptr;
+  return std::nullopt;
 }
 
 const VtabTableRecord* table_from(const VrfNode* node, std::size_t place) {
@@ -172,7 +175,7 @@ Status vtab_lock_begin_access_if_record(const char* if_name, const char* vrf_nam
   *ipv4_change = *ipv6_change = kVtabNoChange;
   *reserved1 = *reserved2 = 0;
   const auto matches = [&](const vtab::StateEvent& event) {
-    return !event.was_taken && std::string_view(event.node->known_name()) == if_name &&
+    return !event.was_taken && service().interfaces.known_name(*event.node) == if_name &&
            event.vrf_name == vrf_name;
   };
   auto* const oldest = feed::find_oldest<vtab::StateEvent>(matches);
@@ -208,8 +211,8 @@ const VtabIfRecord* vtab_get_next_if_record(const VtabIfRecord* record) {
 Status vtab_get_if_primary_ipv4_address(const VtabIfRecord* record, std::uint32_t* address) {
   if (Status status = fault_check("vtab_get_if_primary_ipv4_address")) return status;
   if (record == nullptr || address == nullptr) return kStatusInvalid;
-  const router::Address* primary = nth_address(record, router::Family::kIpv4, 0);
-  if (primary == nullptr) return kStatusNoSuchRow;
+  const auto primary = nth_address(record, router::Family::kIpv4, 0);
+  if (!primary) return kStatusNoSuchRow;
   *address = word(primary->octets.data());
   return kStatusOk;
 }
@@ -218,8 +221,8 @@ Status vtab_get_if_next_ipv6_address(const VtabIfRecord* record, std::uint32_t* 
                                      std::uint32_t address[4]) {
   if (Status status = fault_check("vtab_get_if_next_ipv6_address")) return status;
   if (record == nullptr || cursor == nullptr || address == nullptr) return kStatusInvalid;
-  const router::Address* next = nth_address(record, router::Family::kIpv6, *cursor);
-  if (next == nullptr) return kStatusEndOfList;
+  const auto next = nth_address(record, router::Family::kIpv6, *cursor);
+  if (!next) return kStatusEndOfList;
   for (std::size_t n = 0; n < 4; ++n) address[n] = word(next->octets.data() + 4 * n);
   ++*cursor;
   return kStatusOk;

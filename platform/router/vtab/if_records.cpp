@@ -1,25 +1,24 @@
 #include "platform/router/vtab/if_records.h"
 
 #include <algorithm>
-
-#include "platform/router/vtab/vrf_records.h"
+#include <utility>
 
 namespace vtab {
 namespace {
 
 void set_identity(IfNode* node, const router::Interface& interface) {
-  set_name(node->if_name, interface.name);
-  set_name(node->vrf_name, interface.vrf);
+  node->if_name = interface.name;
+  node->vrf_name = interface.vrf;
   node->if_index = interface.index;
 }
 
-std::uint32_t family_state(const router::Interface& interface, router::Family family) {
+std::uint8_t family_state(const router::Interface& interface, router::Family family) {
   const auto is_of_family = [family](const router::Address& address) { return address.family == family; };
   const bool has_address = std::any_of(interface.addresses.begin(), interface.addresses.end(), is_of_family);
   return interface.up && has_address ? kVtabStateUp : kVtabStateDown;
 }
 
-std::uint32_t change_of_family(std::uint32_t before, std::uint32_t now) {
+std::uint32_t change_of_family(std::uint8_t before, std::uint8_t now) {
   if (before == now) return kVtabNoChange;
   return now == kVtabStateUp ? kVtabChangedUp : kVtabChangedDown;
 }
@@ -27,9 +26,8 @@ std::uint32_t change_of_family(std::uint32_t before, std::uint32_t now) {
 }  // namespace
 
 IfState state_of(const router::Interface& interface) {
-  return {family_state(interface, router::Family::kIpv4),
-          family_state(interface, router::Family::kIpv6),
-          {interface.addresses.begin(), interface.addresses.end()}};
+  return {family_state(interface, router::Family::kIpv4), family_state(interface, router::Family::kIpv6),
+          interface.addresses};
 }
 
 IfChange change_between(const IfState& before, const IfState& now) {
@@ -51,87 +49,85 @@ void IfRecords::show(IfNode* node, IfState state) {
 
 void IfRecords::report(const IfNode* node) const {
   if (changed == nullptr) return;
-  changed(node->if_name);
-  if (node->renaming == nullptr) return;
-  for (const std::string& name : node->renaming->former_names) changed(name.c_str());
+  changed(node->if_name.c_str());
+  if (!node->is_renamed) return;
+  for (const SharedText& name : renamings_.at(node).former_names) changed(name.c_str());
 }
 
-void Holders::add(IfNode* node) {
-  if (first_ == nullptr) {
-    first_ = node;
-    return;
-  }
-  if (others_ == nullptr) others_ = std::make_unique<std::vector<IfNode*>>();
-  others_->push_back(node);
-}
-
-void Holders::remove(const IfNode* node) {
-  if (others_ == nullptr) {
-    first_ = nullptr;
-    return;
-  }
-  if (first_ == node) std::swap(first_, others_->front());
-  others_->erase(std::ranges::find(*others_, node));
-  if (others_->empty()) others_.reset();
+const SharedText& IfRecords::known_name(const IfNode& node) const {
+  return node.is_renamed ? renamings_.at(&node).known_name : node.if_name;
 }
 
 IfNode* IfRecords::find(std::string_view name) const {
-  const auto found = holders_.find(name);
-  return found == holders_.end() ? nullptr : found->second.first();
+  const auto found = first_holders_.find(name);
+  return found == first_holders_.end() ? nullptr : found->second;
 }
 
 const IfNode* IfRecords::first() const {
-  return by_index_.empty() ? nullptr : &by_index_.begin()->second;
+  return by_index_.empty() ? nullptr : by_index_.begin()->get();
 }
 
 const IfNode* IfRecords::after(std::uint32_t index) const {
   const auto next = by_index_.upper_bound(index);
-  return next == by_index_.end() ? nullptr : &next->second;
+  return next == by_index_.end() ? nullptr : next->get();
 }
 
-void IfRecords::take_name(IfNode* node, const std::string& name) {
-  holders_[name].add(node);
+void IfRecords::take_name(IfNode* node, const SharedText& name) {
+  const bool is_first = first_holders_.try_emplace(name, node).second;
+  if (!is_first) other_holders_[name].push_back(node);
   if (changed != nullptr) changed(name.c_str());
 }
 
-void IfRecords::give_up_name(const IfNode* node, const std::string& name) {
-  const auto found = holders_.find(name);
-  found->second.remove(node);
-  if (found->second.first() == nullptr) holders_.erase(found);
+void IfRecords::give_up_name(const IfNode* node, const SharedText& name) {
+  const auto first = first_holders_.find(name);
+  const auto others = other_holders_.find(name);
+  if (others == other_holders_.end()) {
+    first_holders_.erase(first);
+  } else {
+    if (first->second == node) std::swap(first->second, others->second.front());
+    others->second.erase(std::ranges::find(others->second, node));
+    if (others->second.empty()) other_holders_.erase(others);
+  }
   if (changed != nullptr) changed(name.c_str());
 }
 
 IfNode* IfRecords::add(const router::Interface& interface) {
-  IfNode& node = by_index_[interface.index];
-  set_identity(&node, interface);
-  take_name(&node, interface.name);
-  show(&node, {});
-  return &node;
+  auto made = std::make_unique<IfNode>();
+  set_identity(made.get(), interface);
+  IfNode* const node = by_index_.insert(std::move(made)).first->get();
+  take_name(node, interface.name);
+  show(node, {});
+  return node;
+}
+
+std::unique_ptr<IfNode> IfRecords::take(std::uint32_t index) {
+  return std::move(by_index_.extract(by_index_.find(index)).value());
 }
 
 IfNode* IfRecords::change(std::uint32_t old_index, const router::Interface& now) {
-  auto taken = by_index_.extract(old_index);
-  IfNode* const node = &taken.mapped();
+  std::unique_ptr<IfNode> taken = take(old_index);
+  IfNode* const node = taken.get();
   if (now.name != node->if_name) {
-    if (node->renaming == nullptr) node->renaming = std::make_unique<Renaming>(Renaming{node->if_name, {}});
-    node->renaming->former_names.emplace_back(node->if_name);
+    Renaming& renaming = renamings_.try_emplace(node, Renaming{node->if_name, {}}).first->second;
+    renaming.former_names.push_back(node->if_name);
+    node->is_renamed = true;
     take_name(node, now.name);
   }
   set_identity(node, now);
-  taken.key() = now.index;
   by_index_.insert(std::move(taken));
   return node;
 }
 
 void IfRecords::know_name(IfNode* node) {
-  if (node->renaming == nullptr) return;
-  for (const std::string& name : node->renaming->former_names) give_up_name(node, name);
-  node->renaming.reset();
+  if (!node->is_renamed) return;
+  for (const SharedText& name : renamings_.at(node).former_names) give_up_name(node, name);
+  renamings_.erase(node);
+  node->is_renamed = false;
 }
 
 IfNode* IfRecords::remove(std::uint32_t index) {
-  auto taken = by_index_.extract(index);
-  IfNode* const node = &taken.mapped();
+  std::unique_ptr<IfNode> taken = take(index);
+  IfNode* const node = taken.get();
   node->is_removed = true;
   removed_.emplace(node, std::move(taken));
   return node;

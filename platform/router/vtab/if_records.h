@@ -1,8 +1,10 @@
 // The interface records, by index and by name.
 //
-// A node never moves while its interface exists, whatever its name and index become: the map's node is
-// extracted and inserted under the new key. The record of a removed interface can be found by its name until
-// all its notifications are delivered.
+// A node never moves while its interface exists, whatever its name and index become. The record of a removed
+// interface can be found by its name until all its notifications are delivered.
+//
+// Nodes are small, because a router has 100,000 interfaces: they share texts and addresses with the router
+// model, and what few nodes have is in maps beside them.
 //
 // Name, VRF and index of a record are the interface's own at once. Its states and addresses, and the record
 // that a look-up by name finds, are those that were delivered to the client: they change when the
@@ -11,12 +13,12 @@
 #pragma once
 
 #include <absl/container/btree_map.h>
-#include <absl/container/inlined_vector.h>
+#include <absl/container/btree_set.h>
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
-#include <string>
 #include <string_view>
 #include <vector>
 
@@ -25,14 +27,11 @@
 
 namespace vtab {
 
-// An address of each family needs no block of its own.
-using IfAddresses = absl::InlinedVector<router::Address, 2>;
-
 // The state of each address family: up while the link is up and the interface has an address of the family.
 struct IfState {
-  std::uint32_t ipv4 = kVtabStateDown;
-  std::uint32_t ipv6 = kVtabStateDown;
-  IfAddresses addresses;
+  std::uint8_t ipv4 = kVtabStateDown;
+  std::uint8_t ipv6 = kVtabStateDown;
+  router::AddressList addresses;
 };
 
 IfState state_of(const router::Interface& interface);
@@ -47,39 +46,24 @@ struct IfChange {
 
 IfChange change_between(const IfState& before, const IfState& now);
 
-// The names of a record until the client knows the present one.
-struct Renaming {
-  std::string known_name;
-  std::vector<std::string> former_names;
-};
-
 struct IfNode : VtabIfRecord {
-  IfNode() : VtabIfRecord{} {}
-
-  // The name under which the client knows it.
-  const char* known_name() const { return renaming == nullptr ? if_name : renaming->known_name.c_str(); }
-
-  IfAddresses addresses;
-  std::unique_ptr<Renaming> renaming;
-  std::uint32_t pending = 0;  // undelivered notifications
   bool is_removed = false;
+  bool is_renamed = false;    // the client does not know its present name yet
+  std::uint32_t pending = 0;  // undelivered notifications
+  router::AddressList addresses;
 };
 
-// The records that have or had a name, in the order in which they took it.
-class Holders {
- public:
-  IfNode* first() const { return first_; }  // null without one
-  void add(IfNode* node);
-  void remove(const IfNode* node);
-
- private:
-  IfNode* first_ = nullptr;
-  std::unique_ptr<std::vector<IfNode*>> others_;  // hardly a name has any
+// The names of such a record.
+struct Renaming {
+  SharedText known_name;
+  std::vector<SharedText> former_names;
 };
 
 class IfRecords {
  public:
   IfNode* find(std::string_view name) const;
+  // The name under which the client knows it.
+  const SharedText& known_name(const IfNode& node) const;
   const IfNode* first() const;
   const IfNode* after(std::uint32_t index) const;
 
@@ -103,15 +87,27 @@ class IfRecords {
   void (*changed)(const char* if_name) = nullptr;
 
  private:
-  void take_name(IfNode* node, const std::string& name);
-  void give_up_name(const IfNode* node, const std::string& name);
+  void take_name(IfNode* node, const SharedText& name);
+  void give_up_name(const IfNode* node, const SharedText& name);
+  std::unique_ptr<IfNode> take(std::uint32_t index);
   // Reports the names by which the node is found.
   void report(const IfNode* node) const;
 
-  using Map = std::map<std::uint32_t, IfNode>;
-  Map by_index_;
-  absl::btree_map<std::string, Holders, std::less<>> holders_;  // of a name; each has one
-  std::map<const IfNode*, Map::node_type> removed_;
+  struct ByIndex {
+    using is_transparent = void;
+    static std::uint32_t index_of(std::uint32_t index) { return index; }
+    static std::uint32_t index_of(const std::unique_ptr<IfNode>& node) { return node->if_index; }
+    template <typename Left, typename Right>
+    bool operator()(const Left& left, const Right& right) const {
+      return index_of(left) < index_of(right);
+    }
+  };
+
+  absl::btree_set<std::unique_ptr<IfNode>, ByIndex> by_index_;
+  absl::btree_map<SharedText, IfNode*, std::less<>> first_holders_;  // of each name
+  std::map<SharedText, std::vector<IfNode*>> other_holders_;         // of the names that have more
+  std::map<const IfNode*, Renaming> renamings_;                      // of the renamed nodes
+  std::map<const IfNode*, std::unique_ptr<IfNode>> removed_;
 };
 
 }  // namespace vtab

@@ -22,10 +22,10 @@ TEST_F(Records, InterfaceRecordShowsNameVrfAndIndex) {
   AddInterface("ge1", 8);
   const VtabIfRecord* record = vtab_get_if_record("ge0");
   ASSERT_NE(record, nullptr);
-  EXPECT_STREQ(record->if_name, "ge0");
-  EXPECT_STREQ(record->vrf_name, "red");
+  EXPECT_EQ(record->if_name, "ge0");
+  EXPECT_EQ(record->vrf_name, "red");
   EXPECT_EQ(record->if_index, 7U);
-  EXPECT_STREQ(vtab_get_if_record("ge1")->vrf_name, "default");
+  EXPECT_EQ(vtab_get_if_record("ge1")->vrf_name, "default");
   EXPECT_EQ(vtab_get_if_record("ge2"), nullptr);
   EXPECT_EQ(vtab_get_if_record(nullptr), nullptr);
 }
@@ -84,9 +84,9 @@ TEST_F(Records, MovedInterfaceNamesItsNewVrf) {
   AddInterface("ge0", 7, "red");
   const VtabIfRecord* record = vtab_get_if_record("ge0");
   Move("ge0", "blue");
-  EXPECT_STREQ(record->vrf_name, "blue");
+  EXPECT_EQ(record->vrf_name, "blue");
   Move("ge0", "default");
-  EXPECT_STREQ(record->vrf_name, "default");
+  EXPECT_EQ(record->vrf_name, "default");
 }
 
 TEST_F(Records, PrimaryIpv4AddressIsTheFirstOfItsFamilyInHostOrder) {
@@ -186,7 +186,7 @@ TEST_F(Records, InterfaceAddedWhileUpIsReportedAsUp) {
   interface.index = 7;
   interface.vrf = "red";
   interface.up = true;
-  ASSERT_TRUE(router::parse_address("10.1.2.3/24", &interface.addresses.emplace_back()));
+  interface.addresses = {AddressOf("10.1.2.3/24")};
   ASSERT_EQ(router_.add_interface(interface), kStatusOk);
   EXPECT_EQ(StatesOf("ge0"), "down down");
   EXPECT_THAT(Delivered(), ElementsAre("if ge0 in red changes 1 0 record ge0"));

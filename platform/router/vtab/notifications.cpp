@@ -25,7 +25,8 @@ void end_callback() {
     log_warning("record service", "the callback left the access to VRF %s open; closed", node->vrf_name);
   }
   if (const IfNode* node = std::exchange(service().client.interface_in_access, nullptr)) {
-    log_warning("record service", "the callback left the access to interface %s open; closed", node->if_name);
+    log_warning("record service", "the callback left the access to interface %s open; closed",
+                node->if_name.c_str());
   }
 }
 
@@ -39,16 +40,17 @@ void VrfEvent::deliver() {
   end_callback();
 }
 
-StateEvent::StateEvent(IfNode* about, const std::string& vrf, const IfChange& codes, IfState state)
-    : node(about), vrf_name(vrf), change(codes), to(std::move(state)) {
+StateEvent::StateEvent(IfNode* about, SharedText vrf, const IfChange& codes, IfState state)
+    : node(about), vrf_name(std::move(vrf)), change(codes), to(std::move(state)) {
   ++node->pending;
 }
 
 void StateEvent::deliver() {
   if (!change.has_up()) service().interfaces.show_downs(node, to);
   if (!was_taken && change.is_one() && service().client.if_callback != nullptr) {
+    const SharedText name = service().interfaces.known_name(*node);  // the callback may change the record
     begin_callback();
-    static_cast<void>(service().client.if_callback(node->known_name(), vrf_name.c_str()));
+    static_cast<void>(service().client.if_callback(name.c_str(), vrf_name.c_str()));
     end_callback();
   }
   --node->pending;

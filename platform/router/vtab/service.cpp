@@ -168,7 +168,7 @@ void Service::append_vrf_event(VrfNode* node, std::uint32_t code) {
   feed::append(model_->changes(), feed::Phase::kRecord, &receiver_, std::make_unique<VrfEvent>(node, code));
 }
 
-void Service::append_state(IfNode* node, const std::string& vrf_name, const IfChange& change, IfState to) {
+void Service::append_state(IfNode* node, const SharedText& vrf_name, const IfChange& change, IfState to) {
   const feed::Phase phase = change.has_up() ? feed::Phase::kUp : feed::Phase::kDown;
   feed::append(model_->changes(), phase, &receiver_,
                std::make_unique<StateEvent>(node, vrf_name, change, std::move(to)));

@@ -45,11 +45,11 @@ struct VrfEvent : feed::Notification {
 
 // An interface's states change from what the client knows to `to`.
 struct StateEvent : feed::Notification {
-  StateEvent(IfNode* about, const std::string& vrf, const IfChange& codes, IfState state);
+  StateEvent(IfNode* about, SharedText vrf, const IfChange& codes, IfState state);
   void deliver() override;
 
   IfNode* node;
-  std::string vrf_name;  // at the time of the change
+  SharedText vrf_name;  // at the time of the change
   IfChange change;
   IfState to;
   bool was_taken = false;
@@ -84,7 +84,7 @@ class Service : public router::Observer {
   void update_state(IfNode* node, const router::Interface& interface, const IfChange& change);
   void interface_reentered(IfNode* node, const router::Interface& before, const router::Interface& now);
   void append_rename(IfNode* node);
-  void append_state(IfNode* node, const std::string& vrf_name, const IfChange& change, IfState to);
+  void append_state(IfNode* node, const SharedText& vrf_name, const IfChange& change, IfState to);
   void delete_record(VrfNode* node);
 
   router::Router* model_ = nullptr;

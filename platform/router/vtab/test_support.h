@@ -51,17 +51,19 @@ class Records : public router::RouterTest {
   }
   void AddAddress(const std::string& name, const std::string& address) {
     router::Interface interface = Current(name);
-    ASSERT_TRUE(router::parse_address(address, &interface.addresses.emplace_back()));
+    interface.addresses.push_back(AddressOf(address));
     ChangeInterface(interface);
   }
   void ReplaceFirstAddress(const std::string& name, const std::string& address) {
     router::Interface interface = Current(name);
-    ASSERT_TRUE(router::parse_address(address, interface.addresses.data()));
+    std::vector<router::Address> addresses = interface.addresses.values();
+    addresses.at(0) = AddressOf(address);
+    interface.addresses = addresses;
     ChangeInterface(interface);
   }
   void RemoveAddresses(const std::string& name) {
     router::Interface interface = Current(name);
-    interface.addresses.clear();
+    interface.addresses = {};
     ChangeInterface(interface);
   }
   void SetLink(const std::string& name, bool up) {
@@ -108,7 +110,7 @@ class Records : public router::RouterTest {
     std::vector<std::string> walk;
     for (auto* record = vtab_get_first_if_record(); record != nullptr;
          record = vtab_get_next_if_record(record)) {
-      walk.push_back(std::string(record->if_name) + '=' + std::to_string(record->if_index));
+      walk.push_back(record->if_name + "=" + std::to_string(record->if_index));
     }
     return walk;
   }
@@ -150,7 +152,7 @@ class Records : public router::RouterTest {
       return status;
     }
     Note(line + " in " + vrf_name + " changes " + std::to_string(ipv4) + ' ' + std::to_string(ipv6) +
-         " record " + (record == nullptr ? "none" : record->if_name));
+         " record " + (record == nullptr ? "none" : record->if_name.c_str()));
     return record == nullptr ? kStatusOk : vtab_unlock_end_access_if_record(vrf_name, record);
   }
 

@@ -37,8 +37,8 @@
 #include "platform/router/model/router.h"
 
 inline constexpr std::size_t kVtabNameSize = 64;
-inline constexpr std::uint32_t kVtabStateUp = 3;  // protocol state "up"
-inline constexpr std::uint32_t kVtabStateDown = 1;
+inline constexpr std::uint8_t kVtabStateUp = 3;  // protocol state "up"
+inline constexpr std::uint8_t kVtabStateDown = 1;
 
 struct VtabVrfRecord {
   char vrf_name[kVtabNameSize];  // first, so that the record itself prints as its name
@@ -49,11 +49,11 @@ struct VtabVrfRecord {
 };
 
 struct VtabIfRecord {
-  char if_name[kVtabNameSize];
-  char vrf_name[router::kVrfNameMax + 1];  // "default" for an interface in no VRF
-  std::uint32_t if_index;
-  std::uint32_t ipv4_state;  // kVtabStateUp or kVtabStateDown
-  std::uint32_t ipv6_state;
+  SharedText if_name;
+  SharedText vrf_name;  // "default" for an interface in no VRF
+  std::uint32_t if_index = 0;
+  std::uint8_t ipv4_state = kVtabStateDown;  // or kVtabStateUp
+  std::uint8_t ipv6_state = kVtabStateDown;
 };
 
 struct VtabTableRecord {

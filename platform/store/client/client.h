@@ -104,7 +104,8 @@ class Client {
   Client(const Client&) = delete;
   Client& operator=(const Client&) = delete;
 
-  // The main socket of the daemon in this run directory (base/directories.h).
+  // The main socket of the daemon with this run directory (files/directories.h).
+  static std::string socket_in(const std::string& run_directory);
   static std::string default_socket();
 
   // Closes an existing connection and opens a new one. kStatusNotConnected if no process serves the socket,

@@ -6,6 +6,7 @@
 #include "platform/store/client/client_connection.h"
 
 #include <algorithm>
+#include <ctime>
 
 namespace kvtree {
 
@@ -19,6 +20,20 @@ constexpr std::size_t kMaxPending = kMaxSubscriptions * kNotificationWindow;
 
 // A change is answered after all subscribers are notified: a second or two for tens of thousands of changes.
 constexpr int kChangeTimes = 30;
+
+// Cheaper than the exact clock, and late by at most its resolution, which that of the kernel's time limits
+// is.
+SteadyClock::time_point deadline_after(milliseconds patience) {
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+  static const std::chrono::nanoseconds resolution = [] {
+    timespec step{};
+    clock_getres(CLOCK_MONOTONIC_COARSE, &step);
+    return std::chrono::nanoseconds(step.tv_nsec);
+  }();
+  const auto since_boot = std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec);
+  return SteadyClock::time_point(since_boot) + resolution + patience;
+}
 
 milliseconds time_left(SteadyClock::time_point deadline) {
   return std::max(milliseconds(0), std::chrono::ceil<milliseconds>(deadline - SteadyClock::now()));
@@ -65,9 +80,9 @@ Status Client::Connection::exchange(std::uint16_t type, wire::Reader* answer) {
 }
 
 Status Client::Connection::receive(std::uint16_t type, milliseconds patience, wire::Reader* answer) {
-  const SteadyClock::time_point deadline = SteadyClock::now() + patience;
+  const SteadyClock::time_point deadline = deadline_after(patience);
   wire::Message message;
-  if (const Status status = socket.receive(&message, patience)) return fail(status);
+  if (const Status status = socket.receive(&message, patience, deadline)) return fail(status);
   while (message.type == kNotification) {
     if (queue_notification(message) != kStatusOk) return kStatusBadMessage;
     if (const Status status = socket.receive(&message, time_left(deadline))) return fail(status);

@@ -49,8 +49,12 @@ Client::Client(std::string socket_path, milliseconds timeout) : connection_(std:
 
 Client::~Client() = default;
 
+std::string Client::socket_in(const std::string& run_directory) {
+  return event_manager_socket(kMainManager, run_directory);
+}
+
 std::string Client::default_socket() {
-  return event_manager_socket(kMainManager);
+  return socket_in(run_directory());
 }
 
 Status Client::connect() {

@@ -33,7 +33,8 @@ void notify_observer(const ConfigObserver& observer, std::size_t first, std::siz
   Changes changes;
   for (std::size_t i = first; i < end; ++i) {
     const PlannedChange& change = change_of(i);
-    if (change.is_effective && change.path.starts_with(observer.path)) changes.push_back(to_public(change));
+    if (change.is_effective && change.path.view().starts_with(observer.path))
+      changes.push_back(to_public(change));
   }
   if (!changes.empty()) observer.function(changes);
 }
@@ -78,14 +79,14 @@ void Application::take_some() {
 
 void Application::delete_one(const PlannedChange& change) {
   apply_to_tree(change);
-  erase_node({plan_, &change.path});
+  erase_node(change.path);
 }
 
 void Application::set_one(const PlannedChange& change) {
   apply_to_tree(change);
   if (!change.is_effective) return;
   const bool is_quiet = change.before != nullptr && is_counted(change.path);
-  node_place_ = std::next(put_node({plan_, &change.path}, change.after, node_place_, is_quiet));
+  node_place_ = std::next(put_node(change.path, change.after, node_place_, is_quiet));
 }
 
 void Application::apply_to_tree(const PlannedChange& change) {

@@ -51,22 +51,23 @@ Proposal proposal_of(const std::vector<KvConfigNode>& nodes) {
   Proposal wanted;
   wanted.reserve(nodes.size());
   for (const KvConfigNode& node : nodes) wanted.push_back({node.path, &node.value});
-  const auto path = [](const ProposedChange& change) { return change.path; };
-  if (!std::ranges::is_sorted(wanted, {}, path)) std::ranges::stable_sort(wanted, {}, path);
+  if (paths_ascend(wanted)) return wanted;
+  std::ranges::stable_sort(wanted, {}, &ProposedChange::path);
   const auto same_path = [](const auto& one, const auto& other) { return one.path == other.path; };
   wanted.erase(wanted.begin(), std::unique(wanted.rbegin(), wanted.rend(), same_path).base());
   return wanted;
 }
 
 // The wanted values, and the withdrawal of the owner's others, in the order of the paths.
-Proposal propose_replacement(std::size_t owner, const Proposal& wanted) {
+Proposal propose_replacement(std::size_t owner, Proposal wanted) {
   Proposal changes;
   auto next = wanted.begin();
   for (const auto& [path, node] : store().configuration) {
-    if (owner == kNoOwner || node.values[owner] == nullptr) continue;
+    if (owner == kNoOwner || node.value_of(owner) == nullptr) continue;
     while (next != wanted.end() && next->path < path) changes.push_back(*next++);
     if (next == wanted.end() || next->path != path) changes.push_back({path, nullptr});
   }
+  if (changes.empty()) return wanted;
   changes.insert(changes.end(), next, wanted.end());
   return changes;
 }

@@ -14,16 +14,17 @@ namespace kvtree {
 // A path of a tree, of the commit, or of both. `node` and `change` may be null, but not both.
 template <typename Node>
 struct Viewed {
-  const std::string& path;
+  std::string_view path;
   const Node* node;
   const PlannedChange* change;
 };
 
 // The owner's value, or null.
-inline SharedValue value_of(const Viewed<OwnedNode>& viewed, std::size_t owner) {
+inline const SharedValue& value_of(const Viewed<OwnedNode>& viewed, std::size_t owner) {
   const bool is_committed = viewed.change != nullptr && store().application->plan().owner == owner;
   if (is_committed) return viewed.change->value;
-  return viewed.node == nullptr ? nullptr : viewed.node->values[owner];
+  static const SharedValue kNone;
+  return viewed.node == nullptr ? kNone : viewed.node->value_of(owner);
 }
 
 struct EffectiveValue {
@@ -32,8 +33,7 @@ struct EffectiveValue {
 };
 inline EffectiveValue effective_value_of(const Viewed<OwnedNode>& viewed) {
   if (viewed.change != nullptr) return {viewed.change->after, viewed.change->owner_after};
-  const std::size_t owner = viewed.node->effective_owner();
-  return {owner == kNoOwner ? nullptr : viewed.node->values[owner], owner};
+  return {viewed.node->effective_value(), viewed.node->effective_owner()};
 }
 
 // Visits the paths from `first` on, or after it, in order, until `visit` returns false: bool visit(const
@@ -43,7 +43,7 @@ void visit_view(const Map& map, std::string_view first, bool after, const Visit&
   static const std::vector<const PlannedChange*> kNone;
   const auto& changes = store().application == nullptr ? kNone : store().application->plan().by_path;
   const auto is_before = [first, after](const PlannedChange* change) {
-    const int order = change->path.compare(first);
+    const int order = change->path.view().compare(first);
     return after ? order <= 0 : order < 0;
   };
   auto change = std::partition_point(changes.begin(), changes.end(), is_before);

@@ -53,7 +53,7 @@ std::string_view owner_of(std::string_view path, const SharedValue& value) {
 }
 
 // Skips a value that the configuration cannot have (a record).
-void add_node(ListAnswer* list, const std::string& path, std::string_view owner, const KvValue& value) {
+void add_node(ListAnswer* list, std::string_view path, std::string_view owner, const KvValue& value) {
   Writer* writer = list->begin();
   writer->text(path);
   writer->text(owner);

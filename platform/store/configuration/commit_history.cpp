@@ -94,7 +94,7 @@ bool NodeStore::read_page(std::int64_t id, const ReadCommit& commit, const KvCon
   sqlite::Blob content(database_.get(), "content", "octets", id);
   wire::Octets octets;
   std::size_t size = 0;
-  const auto take = [changes](PlannedChange change) { changes->push_back(to_public(std::move(change))); };
+  const auto take = [changes](const PlannedChange& change) { changes->push_back(to_public(change)); };
   for (std::size_t i = page.first; i < commit.places.size(); ++i) {
     if (changes->size() >= page.maximum || size >= page.octets) break;
     const ChangePlace& place = commit.places[i];

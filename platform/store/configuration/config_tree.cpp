@@ -1,6 +1,7 @@
 #include "platform/store/configuration/config_tree.h"
 
 #include <algorithm>
+#include <functional>
 #include <iterator>
 #include <unordered_set>
 
@@ -17,21 +18,19 @@ bool same_or_both_none(const SharedValue& one, const SharedValue& other) {
   return *one == *other;
 }
 
-// Plans the change of one node; `node` is null for one that no owner sets.
-PlannedChange plan_change(const OwnedNode* node, std::size_t owner, const ProposedChange& change) {
-  static const OwnedNode kUnset;
-  const OwnedNode& now = node == nullptr ? kUnset : *node;
+const OwnedNode kUnset;
+
+// Plans the change of one node; `place` is null for one that no owner sets.
+PlannedChange plan_change(const ConfigTree::value_type* place, std::size_t owner,
+                          const ProposedChange& change) {
+  const OwnedNode& now = place == nullptr ? kUnset : place->second;
   PlannedChange planned;
-  planned.path = change.path;
+  planned.path = place == nullptr ? SharedText(change.path) : place->first;
   if (change.value != nullptr) planned.value = std::make_shared<const KvValue>(*change.value);
   planned.owner_before = now.effective_owner();
-  if (planned.owner_before != kNoOwner) planned.before = now.values[planned.owner_before];
+  planned.before = now.effective_value();
   planned.owner_after = now.effective_owner_after(owner, planned.value != nullptr);
-  if (planned.owner_after == owner) {
-    planned.after = planned.value;
-  } else if (planned.owner_after != kNoOwner) {
-    planned.after = now.values[planned.owner_after];
-  }
+  planned.after = planned.owner_after == owner ? planned.value : now.value_of(planned.owner_after);
   planned.is_effective = !same_or_both_none(planned.before, planned.after);
   return planned;
 }
@@ -51,10 +50,10 @@ Status check_change(const ProposedChange& change, std::string* error) {
 class Cursor {
  public:
   explicit Cursor(const ConfigTree& tree) : tree_(tree), at_(tree.begin()) {}
-  // The node of the path, or null.
-  const OwnedNode* find(std::string_view path) {
+  // The place of the path, or null.
+  const ConfigTree::value_type* find(std::string_view path) {
     if (!step_to(path)) at_ = tree_.lower_bound(path);
-    return at_ != tree_.end() && at_->first == path ? &at_->second : nullptr;
+    return at_ != tree_.end() && at_->first == path ? &*at_ : nullptr;
   }
 
  private:
@@ -68,23 +67,6 @@ class Cursor {
 
   const ConfigTree& tree_;
   ConfigTree::const_iterator at_;
-};
-
-// The paths of a commit. While they ascend, each is compared with the one before it only.
-class Seen {
- public:
-  explicit Seen(const std::vector<ProposedChange>& changes) : changes_(changes) {}
-  // Whether no change before this one has its path. In the order of the changes.
-  bool is_new(std::size_t change) {
-    const std::string_view path = changes_[change].path;
-    if (unordered_.empty() && (change == 0 || changes_[change - 1].path < path)) return true;
-    for (std::size_t i = 0; unordered_.size() < change; ++i) unordered_.insert(changes_[i].path);
-    return unordered_.insert(path).second;
-  }
-
- private:
-  const std::vector<ProposedChange>& changes_;
-  std::unordered_set<std::string_view> unordered_;  // all of them, once one was out of order
 };
 
 std::optional<KvValue> copy(const SharedValue& value) {
@@ -103,39 +85,59 @@ void count_change(const PlannedChange& change, std::size_t before, CommitPlan* p
 // Appends the planned change.
 Status plan_one(Cursor* cursor, const ProposedChange& change, CommitPlan* plan, std::string* error) {
   if (const Status status = check_change(change, error)) return status;
-  const OwnedNode* node = cursor->find(change.path);
-  const SharedValue held = node == nullptr ? nullptr : node->values[plan->owner];
+  const ConfigTree::value_type* place = cursor->find(change.path);
+  const SharedValue& held = (place == nullptr ? kUnset : place->second).value_of(plan->owner);
   if (change.value == nullptr && held == nullptr) {
     *error = std::string(owner_name(plan->owner)) + " does not set it";
     return kStatusNoSuchRow;
   }
   if (change.value != nullptr && held != nullptr && *change.value == *held) return kStatusOk;
-  plan->changes.push_back(plan_change(node, plan->owner, change));
+  plan->changes.push_back(plan_change(place, plan->owner, change));
   count_change(plan->changes.back(), octets_of(change.path, held.get()), plan);
   return kStatusOk;
 }
 
 }  // namespace
 
+bool paths_ascend(const std::vector<ProposedChange>& changes) {
+  return std::ranges::adjacent_find(changes, std::greater_equal(), &ProposedChange::path) == changes.end();
+}
+
 std::size_t octets_of(std::string_view path, const KvValue* value) {
   if (value == nullptr) return 0;
   return path.size() + value->text.size() + value->tuple.size() * sizeof(std::int64_t);
 }
 
-std::size_t OwnedNode::effective_owner() const {
-  return static_cast<std::size_t>(
-      std::find_if(values.begin(), values.end(), [](const SharedValue& each) { return each != nullptr; }) -
-      values.begin());
+const SharedValue& OwnedNode::value_of(std::size_t owner) const {
+  static const SharedValue kNone;
+  if (owner == effective_owner_) return effective_;
+  return values_ == nullptr || owner == kNoOwner ? kNone : (*values_)[owner];
+}
+
+void OwnedNode::set(std::size_t owner, SharedValue value) {
+  const bool is_only_owner = effective_owner_ == kNoOwner || effective_owner_ == owner;
+  if (values_ == nullptr && is_only_owner) {
+    effective_owner_ = value == nullptr ? kNoOwner : owner;
+    effective_ = std::move(value);
+    return;
+  }
+  if (values_ == nullptr) {
+    values_ = std::make_unique<Values>();
+    (*values_)[effective_owner_] = effective_;
+  }
+  effective_owner_ = effective_owner_after(owner, value != nullptr);
+  (*values_)[owner] = std::move(value);
+  effective_ = effective_owner_ == kNoOwner ? nullptr : (*values_)[effective_owner_];
 }
 
 std::size_t OwnedNode::effective_owner_after(std::size_t owner, bool sets) const {
   std::size_t first = 0;
-  while (first < values.size() && !(first == owner ? sets : values[first] != nullptr)) ++first;
+  while (first < kNoOwner && !(first == owner ? sets : value_of(first) != nullptr)) ++first;
   return first;
 }
 
-KvConfigCommitChange to_public(PlannedChange change) {
-  return {std::move(change.path), copy(change.before), copy(change.after),
+KvConfigCommitChange to_public(const PlannedChange& change) {
+  return {std::string(change.path), copy(change.before), copy(change.after),
           std::string(owner_name(change.owner_before)), std::string(owner_name(change.owner_after))};
 }
 
@@ -174,13 +176,13 @@ Status plan_commit(const ConfigTree& tree, std::string_view owner, const std::ve
     *error = "unknown owner \"" + std::string(owner) + "\"";
     return kStatusInvalid;
   }
-  Seen seen(changes);
+  plan->ascends = paths_ascend(changes);
+  std::unordered_set<std::string_view> seen;  // unless the paths ascend
   Cursor cursor(tree);
   plan->changes.reserve(changes.size());
-  for (std::size_t i = 0; i < changes.size(); ++i) {
-    const ProposedChange& change = changes[i];
+  for (const ProposedChange& change : changes) {
     Status status = plan_one(&cursor, change, plan, error);
-    if (status == kStatusOk && !seen.is_new(i)) {
+    if (status == kStatusOk && !plan->ascends && !seen.insert(change.path).second) {
       *error = "it is changed twice";
       status = kStatusInvalid;
     }
@@ -194,20 +196,20 @@ Status plan_commit(const ConfigTree& tree, std::string_view owner, const std::ve
 void index_by_path(CommitPlan* plan) {
   plan->by_path.reserve(plan->changes.size());
   for (const PlannedChange& change : plan->changes) plan->by_path.push_back(&change);
-  const auto path = [](const PlannedChange* change) -> const std::string& { return change->path; };
-  if (!std::ranges::is_sorted(plan->by_path, {}, path)) std::ranges::sort(plan->by_path, {}, path);
+  if (plan->ascends) return;
+  std::ranges::sort(plan->by_path, {}, [](const PlannedChange* change) { return change->path.view(); });
 }
 
 ConfigTree::iterator apply_change(ConfigTree* tree, std::size_t owner, const PlannedChange& change,
                                   ConfigTree::iterator place) {
   if (change.value != nullptr) {
     const auto node = tree->try_emplace(place, change.path);
-    node->second.values[owner] = change.value;
+    node->second.set(owner, change.value);
     return std::next(node);
   }
   const bool is_there = place != tree->end() && place->first == change.path;
   const auto node = is_there ? place : tree->find(change.path);
-  node->second.values[owner] = nullptr;
+  node->second.set(owner, nullptr);
   return node->second.effective_owner() == kNoOwner ? tree->erase(node) : std::next(node);
 }
 

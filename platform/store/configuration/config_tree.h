@@ -13,6 +13,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/core/compact/shared_text.h"
 #include "platform/store/configuration/configuration.h"
 
 namespace kvtree {
@@ -35,25 +36,38 @@ bool is_counted(std::string_view path);
 
 using SharedValue = std::shared_ptr<const KvValue>;
 
-struct OwnedNode {
-  std::array<SharedValue, kMaxConfigOwners> values;
+// The values of a path's owners. Mostly there is one: only a second owner's value needs more memory.
+class OwnedNode {
+ public:
+  // Null if the owner sets none; so for kNoOwner.
+  const SharedValue& value_of(std::size_t owner) const;
+  void set(std::size_t owner, SharedValue value);
   // The owner whose value is effective; kNoOwner if none sets the node.
-  std::size_t effective_owner() const;
-  // The same once the owner sets the node, or does not.
+  std::size_t effective_owner() const { return effective_owner_; }
+  const SharedValue& effective_value() const { return effective_; }
+  // effective_owner() once the owner sets the node, or does not.
   std::size_t effective_owner_after(std::size_t owner, bool sets) const;
+
+ private:
+  using Values = std::array<SharedValue, kMaxConfigOwners>;
+  std::size_t effective_owner_ = kNoOwner;
+  SharedValue effective_;
+  std::unique_ptr<Values> values_;  // of all owners, the effective one's included; null without a second one
 };
 
-using ConfigTree = std::map<std::string, OwnedNode, std::less<>>;
+using ConfigTree = std::map<SharedText, OwnedNode, std::less<>>;
 
 // A requested change. Path and value are the caller's and outlive the planning.
 struct ProposedChange {
   std::string_view path;
   const KvValue* value;  // null: the owner withdraws its value
 };
+// Whether every path follows the one before it, so that none is there twice.
+bool paths_ascend(const std::vector<ProposedChange>& changes);
 
 // The owner's new value, and the effective values before and after.
 struct PlannedChange {
-  std::string path;
+  SharedText path;
   SharedValue value;  // null: the owner withdraws its value
   SharedValue before;
   SharedValue after;
@@ -65,6 +79,7 @@ struct PlannedChange {
 struct CommitPlan {
   std::size_t owner = kNoOwner;
   std::vector<PlannedChange> changes;         // only those that change the owner's values
+  bool ascends = false;                       // their paths do
   std::size_t effective_changes = 0;          // of them
   std::int64_t added_nodes = 0;               // to the tree; negative if it becomes smaller
   std::int64_t added_octets = 0;              // the same, in octets_of()
@@ -82,7 +97,7 @@ std::size_t octets_of(std::string_view path, const KvValue* value);
 Status check_configuration_value(const KvValue& value, std::string* error);
 
 // For readers of the history and for observers.
-KvConfigCommitChange to_public(PlannedChange change);
+KvConfigCommitChange to_public(const PlannedChange& change);
 
 // Checks the changes and plans them. Status and *error are those of kvtree_config_commit.
 Status plan_commit(const ConfigTree& tree, std::string_view owner, const std::vector<ProposedChange>& changes,

@@ -86,19 +86,18 @@ Places effective_places(const std::vector<std::string>& paths) {
 }
 
 void notify_deletion(ConfigTree::const_iterator place) {
-  notify_subscribers(std::make_shared<const std::string>(place->first), nullptr, kKvEventDeleted);
+  notify_subscribers(place->first, nullptr, kKvEventDeleted);
 }
 
 void notify_set(ConfigTree::const_iterator place) {
-  const OwnedNode& node = place->second;
-  notify_subscribers(std::make_shared<const std::string>(place->first), node.values[node.effective_owner()],
-                     kKvEventCreated | kKvEventSet);
+  notify_subscribers(place->first, place->second.effective_value(), kKvEventCreated | kKvEventSet);
 }
 
 std::int64_t octets_of_all(const ConfigTree& tree) {
   std::size_t octets = 0;
   for (const auto& [path, node] : tree) {
-    for (const SharedValue& value : node.values) octets += octets_of(path, value.get());
+    for (std::size_t owner = 0; owner < kNoOwner; ++owner)
+      octets += octets_of(path, node.value_of(owner).get());
   }
   return static_cast<std::int64_t>(octets);
 }
@@ -174,7 +173,8 @@ void kvtree_config_owned(std::string_view owner, const std::function<void(const 
   const std::size_t number = kvtree::find_owner(owner);
   if (number == kvtree::kNoOwner) return;
   kvtree::visit_view(store().configuration, {}, false, [&](const auto& viewed) {
-    if (const kvtree::SharedValue value = kvtree::value_of(viewed, number)) visit({viewed.path, *value});
+    if (const kvtree::SharedValue value = kvtree::value_of(viewed, number))
+      visit({std::string(viewed.path), *value});
     return true;
   });
 }
@@ -183,7 +183,7 @@ void kvtree_config_effective(std::string_view path, const std::function<void(con
   kvtree::visit_view(store().configuration, path, false, [&](const auto& viewed) {
     if (!viewed.path.starts_with(path)) return false;
     if (const kvtree::SharedValue value = kvtree::effective_value_of(viewed).value)
-      visit({viewed.path, *value});
+      visit({std::string(viewed.path), *value});
     return true;
   });
 }
@@ -218,7 +218,7 @@ Status kvtree_config_announce(const std::string& path) {
     if (place != store().configuration.end()) {
       kvtree::notify_set(place);
     } else {
-      kvtree::notify_subscribers(std::make_shared<const std::string>(path), nullptr, kKvEventDeleted);
+      kvtree::notify_subscribers(path, nullptr, kKvEventDeleted);
     }
   });
 }
@@ -266,10 +266,7 @@ Status kvtree_keep_configuration(const std::string& directory) {
   kvtree::StoredConfiguration stored;
   if (const Status status = kvtree::read_stored(node_store.get(), &stored)) return status;
   for (const auto& place : stored.in_order) {
-    const kvtree::OwnedNode& node = place->second;
-    // There are no subscribers: the path is not shared with notifications.
-    const kvtree::SharedPath path(kvtree::SharedPath(), &place->first);
-    kvtree::put_node(path, node.values[node.effective_owner()], store().nodes.end(), true);
+    kvtree::put_node(place->first, place->second.effective_value(), store().nodes.end(), true);
   }
   store().configuration = std::move(stored.tree);
   store().configuration_octets = kvtree::octets_of_all(store().configuration);

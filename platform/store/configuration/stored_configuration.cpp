@@ -53,8 +53,8 @@ bool StoredReading::take_row(std::string_view owner, std::string_view path, KvVa
                 path.data(), static_cast<int>(owner.size()), owner.data());
     return true;
   }
-  const auto place = tree_->try_emplace(tree_->end(), std::string(path));
-  place->second.values[number] = std::make_shared<const KvValue>(std::move(value));
+  const auto place = tree_->try_emplace(tree_->end(), path);
+  place->second.set(number, std::make_shared<const KvValue>(std::move(value)));
   if (const auto changed = changed_.find(path); changed != changed_.end()) {
     changed->second = notified;
   } else if (notified_.empty() || notified_.back().second != place) {

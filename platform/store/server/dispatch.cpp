@@ -1,7 +1,7 @@
 // Dispatch: the handler that a table of paths has for a request or a notification.
 //
 // A table is compiled once in the life of the process, and found again by the address of its rows.
-#include <unordered_map>
+#include <deque>
 
 #include "platform/core/base/fault.h"
 #include "platform/store/server/store.h"
@@ -13,15 +13,22 @@ namespace kvtree {
 
 namespace {
 
-std::unordered_map<const KvPathRow*, CompiledTable>& compiled_tables() {
-  static std::unordered_map<const KvPathRow*, CompiledTable> tables;
+struct KnownTable {
+  const KvPathRow* rows;
+  CompiledTable compiled;
+};
+
+// One for each provider and subscription of the process: few.
+std::deque<KnownTable>& known_tables() {
+  static std::deque<KnownTable> tables;
   return tables;
 }
 
 const CompiledTable& compiled_table(const KvPathTable& table) {
-  const auto [compiled, added] = compiled_tables().try_emplace(table.rows);
-  if (added) compiled->second = compile_table(table);
-  return compiled->second;
+  for (const KnownTable& known : known_tables()) {
+    if (known.rows == table.rows) return known.compiled;
+  }
+  return known_tables().emplace_back(KnownTable{table.rows, compile_table(table)}).compiled;
 }
 
 // The handler entry that fits, with the arguments in *match.
@@ -51,7 +58,7 @@ Status call_handler(const char* fault_point, const KvRequest* request, const KvP
 }  // namespace
 
 void forget_compiled_tables() {
-  compiled_tables().clear();
+  known_tables().clear();
 }
 
 }  // namespace kvtree

@@ -123,18 +123,33 @@ bool answer_get(wire::Connection* from, Reader* request, wire::Octets* answer) {
   if (!read_flags(request, &structured)) return false;
   const std::string_view path = request->text();
   if (!request->finished()) return false;
-  auto read = begin_step<AnswerInSteps>(from);
+  // Most answers are complete after one step: only others have something on the heap.
+  std::unique_ptr<AnswerInSteps> stored = take_unfinished<AnswerInSteps>(from);
+  KvSteps first;
+  KvSteps* const steps = stored == nullptr ? &first : &stored->steps;
+  steps->end = step_end(from);
   KvReply reply{};
-  reply.steps = steps_for(from, read.get());
+  reply.steps = from == nullptr ? nullptr : steps;
   Status status = kvtree_get(path, structured, &reply);
   const std::unique_ptr<std::uint8_t, decltype(&std::free)> owned(reply.data, &std::free);
-  if (is_postponed(status, from, &read)) return true;
+  if (status == kStatusUnfinished && stored == nullptr) {
+    stored = std::make_unique<AnswerInSteps>();
+    stored->steps = std::move(first);
+  }
+  if (is_postponed(status, from, &stored)) return true;
   if (status == kStatusOk && reply.length + 64 > kMaxAnswer) status = kStatusMessageTooLarge;
-  answer_status(answer, status);
-  if (status != kStatusOk) return true;
-  Writer writer(answer);
-  writer.u32(reply.kind);
-  writer.octets({reply.data, reply.length});
+  if (status != kStatusOk) {
+    answer_status(answer, status);
+    return true;
+  }
+  const auto head = wire::encode_words(status, reply.kind, reply.length);
+  const wire::OctetSpan record(reply.data, reply.length);
+  if (from != nullptr) {  // copied once, to the client's output
+    from->send(kGet | kAnswer, the_server()->at_hand.request, head, record);
+    return true;
+  }
+  answer->assign(head.begin(), head.end());
+  answer->insert(answer->end(), record.begin(), record.end());
   return true;
 }
 

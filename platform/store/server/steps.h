@@ -15,17 +15,26 @@ struct AnswerInSteps : Unfinished {
   wire::Octets octets;  // of the answer, so far
 };
 
+// The client's unfinished answer; null without one.
+template <typename Answer>
+std::unique_ptr<Answer> take_unfinished(const wire::Connection* from) {
+  if (from == nullptr || the_server()->unfinished.empty()) return nullptr;
+  const auto stored = the_server()->unfinished.extract(from->id());
+  // Of the same type: the same message is handled again.
+  return std::unique_ptr<Answer>(stored.empty() ? nullptr : static_cast<Answer*>(stored.mapped().release()));
+}
+
+// When a step that begins now ends.
+inline std::uint64_t step_end(const wire::Connection* from) {
+  return (from == nullptr ? clock_monotonic() : the_server()->at_hand.time) + kKvStepTime;
+}
+
 // The client's unfinished answer, or a new one; its next step begins.
 template <typename Answer>
 std::unique_ptr<Answer> begin_step(const wire::Connection* from) {
-  std::unique_ptr<Answer> answer;
-  if (from != nullptr && !the_server()->unfinished.empty()) {
-    const auto stored = the_server()->unfinished.extract(from->id());
-    // Of the same type: the same message is handled again.
-    if (!stored.empty()) answer.reset(static_cast<Answer*>(stored.mapped().release()));
-  }
+  std::unique_ptr<Answer> answer = take_unfinished<Answer>(from);
   if (answer == nullptr) answer = std::make_unique<Answer>();
-  answer->steps.end = (from == nullptr ? clock_monotonic() : the_server()->at_hand.time) + kKvStepTime;
+  answer->steps.end = step_end(from);
   return answer;
 }
 

@@ -35,10 +35,10 @@ std::string registered_prefix(const KvConnection& connection, const char* path) 
 }
 
 void deliver(const KvRegistration& registration, const KvPendingChange& change) {
-  const std::string& path = *change.path;
+  const std::string_view path = change.path;
   const std::size_t item = path.rfind('/') + 1;
-  const KvNotification notification{std::string_view(path).substr(registration.prefix.size()),
-                                    {path.c_str() + item, change.events, change.value.get()}};
+  const KvNotification notification{path.substr(registration.prefix.size()),
+                                    {change.path.c_str() + item, change.events, change.value.get()}};
   if (registration.entry) registration.entry(&notification);
 }
 
@@ -70,9 +70,8 @@ void replay(const KvRegistration& registration) {
   std::vector<KvPendingChange> existing;
   const auto& nodes = store().nodes;
   for (auto node = nodes.lower_bound(registration.prefix);
-       node != nodes.end() && node->first.starts_with(registration.prefix); ++node) {
-    existing.push_back({node->second.set_number, std::make_shared<const std::string>(node->first),
-                        node->second.value, events});
+       node != nodes.end() && node->first.view().starts_with(registration.prefix); ++node) {
+    existing.push_back({node->second.set_number, node->first, node->second.value, events});
   }
   std::ranges::sort(existing, {}, &KvPendingChange::number);
   for (const KvPendingChange& change : existing) deliver(registration, change);
@@ -85,12 +84,12 @@ Status check_node_path(std::string_view path) {
 
 }  // namespace
 
-void notify_subscribers(const SharedPath& path, const std::shared_ptr<const KvValue>& value,
+void notify_subscribers(const SharedText& path, const std::shared_ptr<const KvValue>& value,
                         std::uint32_t events) {
   const std::uint64_t number = ++store().changes;
   for (const std::shared_ptr<KvRegistration>& registration : store().registrations) {
     const std::uint32_t wanted = events & registration->events;
-    if (wanted == 0 || !path->starts_with(registration->prefix)) continue;
+    if (wanted == 0 || !path.view().starts_with(registration->prefix)) continue;
     registration->pending.push_back({number, path, value, wanted});
     if (store().run != nullptr) {
       store().run->add(registration, number);
@@ -123,19 +122,18 @@ void DeliveryRun::post() {
   deliveries_.clear();
 }
 
-Nodes::iterator put_node(const SharedPath& path, std::shared_ptr<const KvValue> value,
+Nodes::iterator put_node(const SharedText& path, std::shared_ptr<const KvValue> value,
                          Nodes::const_iterator place, bool is_quiet) {
   const std::size_t before = store().nodes.size();
-  const auto node =
-      store().nodes.insert_or_assign(place, *path, StoredNode{std::move(value), ++store().sets});
+  const auto node = store().nodes.insert_or_assign(place, path, StoredNode{std::move(value), ++store().sets});
   const bool created = store().nodes.size() > before;
   if (!is_quiet)
     notify_subscribers(path, node->second.value, created ? kKvEventCreated | kKvEventSet : kKvEventSet);
   return node;
 }
 
-void erase_node(const SharedPath& path) {
-  if (store().nodes.erase(*path) > 0) notify_subscribers(path, nullptr, kKvEventDeleted);
+void erase_node(const SharedText& path) {
+  if (store().nodes.erase(path) > 0) notify_subscribers(path, nullptr, kKvEventDeleted);
 }
 
 Store& store() {
@@ -233,8 +231,7 @@ Status kvtree_register_notification(KvConnection* connection, const char* path, 
 Status kvtree_set(std::string_view path, KvValue value) {
   if (const Status status = fault_check("kvtree_set")) return status;
   if (const Status status = kvtree::check_node_path(path)) return status;
-  kvtree::put_node(std::make_shared<const std::string>(path),
-                   std::make_shared<const KvValue>(std::move(value)), store().nodes.end());
+  kvtree::put_node(path, std::make_shared<const KvValue>(std::move(value)), store().nodes.end());
   return kStatusOk;
 }
 
@@ -242,7 +239,7 @@ Status kvtree_delete(std::string_view path) {
   if (const Status status = fault_check("kvtree_delete")) return status;
   if (const Status status = kvtree::check_node_path(path)) return status;
   if (!store().nodes.contains(path)) return kStatusNoSuchRow;
-  kvtree::erase_node(std::make_shared<const std::string>(path));
+  kvtree::erase_node(path);
   return kStatusOk;
 }
 

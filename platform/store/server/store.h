@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/core/compact/shared_text.h"
 #include "platform/core/wire/wire.h"
 #include "platform/store/configuration/config_tree.h"
 #include "platform/store/configuration/node_store.h"
@@ -36,7 +37,7 @@ struct KvConnection {
 // A change that has not been delivered to a subscriber yet.
 struct KvPendingChange {
   std::uint64_t number;  // in the order of the changes
-  std::shared_ptr<const std::string> path;
+  SharedText path;
   std::shared_ptr<const KvValue> value;  // null for a deletion
   std::uint32_t events;
 };
@@ -84,7 +85,7 @@ struct StoredNode {
   std::uint64_t set_number = 0;  // of its last set, counted by Store::sets
 };
 
-using Nodes = std::map<std::string, StoredNode, std::less<>>;
+using Nodes = std::map<SharedText, StoredNode, std::less<>>;
 
 // One change for one subscriber.
 struct Delivery {
@@ -132,17 +133,14 @@ struct Store {
 
 Store& store();
 
-// A path that the notifications of a change share, with the changes of a commit if it is one of them.
-using SharedPath = std::shared_ptr<const std::string>;
-
 // Sets a node and notifies its subscribers, unless it `is_quiet`. `place` is a hint: the node is inserted
 // right before it if that preserves the order.
-Nodes::iterator put_node(const SharedPath& path, std::shared_ptr<const KvValue> value,
+Nodes::iterator put_node(const SharedText& path, std::shared_ptr<const KvValue> value,
                          Nodes::const_iterator place, bool is_quiet = false);
 // Deletes an existing node and notifies its subscribers.
-void erase_node(const SharedPath& path);
+void erase_node(const SharedText& path);
 // Posts a change (no value: a deletion) to the subscribers of one of these events of this path.
-void notify_subscribers(const SharedPath& path, const std::shared_ptr<const KvValue>& value,
+void notify_subscribers(const SharedText& path, const std::shared_ptr<const KvValue>& value,
                         std::uint32_t events);
 
 // kvtree_register_notification for any function, and its fault point.

@@ -32,6 +32,8 @@ constexpr std::array kStatusFields = {
     PARCEL_FIELD(ProcessStatus, clients, parcel_array_of(kClient)),
     PARCEL_FIELD(ProcessStatus, is_corrected),
     PARCEL_FIELD(ProcessStatus, corrections),
+    PARCEL_FIELD(ProcessStatus, has_messages),
+    PARCEL_FIELD(ProcessStatus, malformed),
 };
 constexpr auto kStatus = parcel_structure<ProcessStatus>(1, kStatusFields);
 

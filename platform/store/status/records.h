@@ -38,8 +38,10 @@ struct ProcessStatus {
   ParcelArray clients;                   // of ClientStatus
   std::uint32_t is_corrected;            // 1: the source corrects the model when it finds a difference
   std::uint32_t corrections;             // ... that many times so far
+  std::uint32_t has_messages;            // 1: the source receives messages
+  std::uint32_t malformed;               // ... so many malformed ones so far
 };
-static_assert(sizeof(ProcessStatus) == 56);
+static_assert(sizeof(ProcessStatus) == 64);
 
 extern const ParcelDescription kProcessStatusParcel;
 

@@ -54,8 +54,8 @@ std::vector<ClientStatus> clients() {
   return all;
 }
 
-std::optional<std::uint64_t> corrections_of(const ProcessIdentity& identity) {
-  return identity.corrections ? identity.corrections() : std::nullopt;
+std::optional<std::uint64_t> ask(const std::function<std::optional<std::uint64_t>()>& figure) {
+  return figure ? figure() : std::nullopt;
 }
 
 Status get_status(const KvRequest* request, KvReply* reply) {
@@ -63,7 +63,8 @@ Status get_status(const KvRequest* request, KvReply* reply) {
   Provided& process = *provided();
   std::vector<ClientStatus> all = clients();
   const EventStatistics loop = event_statistics(process.manager);
-  const std::optional<std::uint64_t> corrections = corrections_of(process.identity);
+  const std::optional<std::uint64_t> corrections = ask(process.identity.corrections);
+  const std::optional<std::uint64_t> malformed = ask(process.identity.malformed);
   const ProcessStatus status{process.identity.version.data(),
                              process.identity.source.data(),
                              seconds_since(process.started),
@@ -72,7 +73,9 @@ Status get_status(const KvRequest* request, KvReply* reply) {
                              saturated(loop.longest_stamp / kNanosecondsPerSecond),
                              {all.size(), all.data()},
                              corrections ? 1U : 0U,
-                             saturated(corrections.value_or(0))};
+                             saturated(corrections.value_or(0)),
+                             malformed ? 1U : 0U,
+                             saturated(malformed.value_or(0))};
   reply->kind = kKvKindRecord;
   return parcel_encode(&kProcessStatusParcel, &status, &reply->data, &reply->length);
 }

@@ -16,6 +16,8 @@ struct ProcessIdentity {
   std::string source;  // of the router, as its log lines name it
   // How much the source had to correct; null, or without a value, if it corrects nothing.
   std::function<std::optional<std::uint64_t>()> corrections{};
+  // The messages that it dropped because they are malformed; the same.
+  std::function<std::optional<std::uint64_t>()> malformed{};
 };
 
 // Time begins now. The manager is the one that serves the store and must live until process_status_stop.

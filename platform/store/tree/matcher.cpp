@@ -5,6 +5,7 @@
 // is allocated: key texts are decoded into the match's own buffer, whose use is rolled back with the branch.
 #include "platform/store/tree/matcher.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "platform/core/address/address.h"
@@ -100,12 +101,15 @@ class Matching {
 
   // False when the path has more components than any pattern may have.
   bool split(std::string_view path) {
-    std::string_view component;
-    for (bool more = !path.empty(); take_component(&path, &more, &component);) {
-      if (count_ == components_.size()) return false;
-      components_[count_++] = component;
+    if (path.empty()) return true;
+    for (std::size_t start = 0;;) {
+      const std::size_t slash = path.find('/', start);
+      const std::size_t end = std::min(slash, path.size());
+      if (count_ == parts_.size()) return false;
+      parts_[count_++] = {path.data() + start, end - start};
+      if (slash == std::string_view::npos) return true;
+      start = slash + 1;
     }
-    return true;
   }
 
   // The row that matches from the children of `parent` on, or kNoNode.
@@ -120,22 +124,31 @@ class Matching {
   bool bad_key() const { return bad_key_; }
 
  private:
+  // A component of the path. Unlike views, they need not be initialized.
+  struct Part {
+    const char* octets;
+    std::size_t size;
+  };
+
   const PatternNode& node(int index) const { return nodes_[static_cast<std::size_t>(index)]; }
+  std::string_view part(std::size_t component) const {
+    return {parts_[component].octets, parts_[component].size};
+  }
 
   int try_node(int index, std::size_t component, unsigned keys) {
     const PatternNode& here = node(index);
     const bool ended = component == count_;
     if (here.kind == NodeKind::kLiteral) {
-      if (ended || here.literal != components_[component]) return kNoNode;
+      if (ended || here.literal != part(component)) return kNoNode;
       return below(index, component + 1, keys);
     }
     if (here.kind == NodeKind::kPassed) return below(index, ended ? component : component + 1, keys);
     const std::size_t texts_used = texts_used_;
     int row = kNoNode;
-    if (ended || components_[component] == kAbsentKey) {
+    if (ended || part(component) == kAbsentKey) {
       set_absent(keys);
       row = below(index, ended ? component : component + 1, keys + 1);
-    } else if (decode_key(here.kind, components_[component], keys)) {
+    } else if (decode_key(here.kind, part(component), keys)) {
       row = below(index, component + 1, keys + 1);
     } else if (below(index, component + 1, keys + 1) != kNoNode) {
       bad_key_ = true;
@@ -212,7 +225,7 @@ class Matching {
   const std::vector<PatternNode>& nodes_;
   bool encoded_;
   PathMatch* match_;
-  std::array<std::string_view, kMaxComponents> components_;
+  std::array<Part, kMaxComponents> parts_;
   std::size_t count_ = 0;
   std::size_t texts_used_ = 0;
   bool bad_key_ = false;

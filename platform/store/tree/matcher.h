@@ -38,12 +38,12 @@ CompiledTable compile_table(const KvPathTable& table);
 
 // The outcome of a match. Texts and numbers of the arguments point into it, so it stays where it is.
 struct PathMatch {
-  PathMatch() = default;
+  PathMatch() { args.absent_mask = args.form = args.count = 0; }
   PathMatch(const PathMatch&) = delete;
   PathMatch& operator=(const PathMatch&) = delete;
 
   int row = kNoNode;
-  RequestArgs args{};
+  RequestArgs args;  // the arguments are valid after a match
   std::array<std::uint32_t, kKvMaxArguments> numbers;
   std::array<char, kKvMaxPath + kKvMaxArguments> texts;  // each key at most its component, and a NUL
 };

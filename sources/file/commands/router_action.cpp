@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "platform/core/text/words.h"
 #include "sources/file/commands/router_commands.h"
 
 namespace {
@@ -15,10 +16,27 @@ const RouterCommand* find_command(const std::string& word) {
   return found == commands.end() ? nullptr : &*found;
 }
 
+std::string unknown_command(const std::string& name) {
+  std::vector<std::string> words;
+  for (const RouterCommand& command : router_commands()) words.emplace_back(command.word);
+  const std::string similar = text::closest(name, words);
+  return "unknown command " + text::quoted(name) + "; " +
+         (similar.empty() ? "" : "did you mean " + text::quoted(similar) + "? ") +
+         "\"router help\" lists the commands";
+}
+
 std::string usage(const RouterCommand& command) {
   std::string text = std::string("router ") + command.word;
   if (*command.arguments != '\0') text += std::string(" ") + command.arguments;
   return text;
+}
+
+bool is_help(const std::string& word) {
+  return word == "--help" || word == "-h";
+}
+
+std::string help_of(const RouterCommand& command) {
+  return "usage: " + usage(command) + "\n  " + command.help;
 }
 
 std::string help() {
@@ -38,14 +56,20 @@ RouterAction::RouterAction(router::Router* model, Reload reload)
 Status RouterAction::run(const KvActionContext& context, const std::vector<std::string>& words,
                          std::string* text) {
   text->clear();
-  if (words.size() < 2 || words[1] == "help") {
+  const bool is_help_word = words.size() > 1 && (words[1] == "help" || is_help(words[1]));
+  if (words.size() < 2 || (is_help_word && words.size() == 2)) {
     *text = help();
     return kStatusOk;
   }
-  const RouterCommand* command = find_command(words[1]);
+  const std::string& name = words[is_help_word ? 2 : 1];
+  const RouterCommand* command = find_command(name);
   if (command == nullptr) {
-    *text = "unknown command \"" + words[1] + "\"; \"router help\" lists them";
+    *text = unknown_command(name);
     return kStatusInvalid;
+  }
+  if (is_help_word || (words.size() > 2 && is_help(words[2]))) {
+    *text = help_of(*command);
+    return kStatusOk;
   }
   if (command->changes && !context.may_change) {
     *text = "changing the router is for root and the administrators' group";

@@ -9,9 +9,9 @@ namespace {
 using ::testing::HasSubstr;
 using ::testing::Not;
 
-const router::Interface& interface_named(const router::Router& model, const std::string& name) {
+const router::Interface& interface_named(const router::Router& model, const char* name) {
   const router::Interface* interface = model.find_interface_by_name(name);
-  if (interface == nullptr) throw std::runtime_error("no interface " + name);
+  if (interface == nullptr) throw std::runtime_error(std::string("no interface ") + name);
   return *interface;
 }
 
@@ -26,7 +26,7 @@ TEST_F(RouterCommands, HelpListsEveryCommand) {
 
 TEST_F(RouterCommands, UnknownCommandIsRefused) {
   EXPECT_EQ(Say("reboot"), kStatusInvalid);
-  EXPECT_EQ(text_, "unknown command \"reboot\"; \"router help\" lists them");
+  EXPECT_EQ(text_, "unknown command \"reboot\"; \"router help\" lists the commands");
 }
 
 TEST_F(RouterCommands, EveryCommandThatChangesNeedsPermission) {
@@ -86,13 +86,46 @@ TEST_F(RouterCommands, BadWordsOfAVrfAreNamed) {
   EXPECT_EQ(router_.vrf_count(), 0U);
 }
 
-TEST_F(RouterCommands, RefusalByTheModelIsReported) {
+TEST_F(RouterCommands, RefusalNamesWhatIsInTheWay) {
   Do("add-vrf red id 7");
   EXPECT_EQ(Say("add-vrf red id 8"), kStatusExists);
-  EXPECT_EQ(text_, "refused: File exists");
+  EXPECT_EQ(text_, "VRF red exists");
+  EXPECT_EQ(Say("add-vrf blue id 7"), kStatusExists);
+  EXPECT_EQ(text_, "the VRF id 7 is that of VRF red");
   EXPECT_EQ(Say("add-vrf default"), kStatusInvalid);
   EXPECT_EQ(Say("delete-vrf blue"), kStatusNoSuchRow);
-  EXPECT_EQ(text_, "refused: No such file or directory");
+  EXPECT_EQ(text_, "there is no VRF \"blue\"");
+  EXPECT_EQ(Say("unreference blue"), kStatusNoSuchRow);
+  EXPECT_EQ(text_, "nothing references VRF blue");
+  Do("add-interface ge0 index 5");
+  EXPECT_EQ(Say("add-interface ge0 index 6"), kStatusExists);
+  EXPECT_EQ(text_, "interface ge0 exists");
+  EXPECT_EQ(Say("add-interface ge1 index 5"), kStatusExists);
+  EXPECT_EQ(text_, "the index 5 is that of interface ge0");
+}
+
+TEST_F(RouterCommands, HelpAfterACommandShowsItsUsageAndChangesNothing) {
+  for (const char* line : {"add-vrf --help", "add-vrf -h", "help add-vrf", "--help add-vrf"}) {
+    EXPECT_EQ(Say(line, false), kStatusOk) << line;
+    EXPECT_EQ(text_,
+              "usage: router add-vrf NAME [id N] [table N] [rd RD] [description TEXT] [big]\n"
+              "  creates a VRF; without an id it gets its table's number or the next free one")
+        << line;
+  }
+  EXPECT_EQ(Say("--help"), kStatusOk);
+  EXPECT_THAT(text_, HasSubstr("router add-interface"));
+  EXPECT_EQ(Say("help ad-vrf"), kStatusInvalid);
+  EXPECT_EQ(text_,
+            "unknown command \"ad-vrf\"; did you mean \"add-vrf\"? \"router help\" lists the commands");
+  EXPECT_EQ(router_.vrf_count(), 0U);
+}
+
+TEST_F(RouterCommands, NamesInCommandsDoNotLookLikeOptions) {
+  EXPECT_EQ(Say("add-vrf --hlep"), kStatusInvalid);
+  EXPECT_EQ(text_, "\"--hlep\" is not a VRF name; a name in a command does not begin with \"-\"");
+  EXPECT_EQ(Say("add-interface -x index 5"), kStatusInvalid);
+  EXPECT_EQ(Say("reference -x"), kStatusInvalid);
+  Do("add-vrf -");
 }
 
 TEST_F(RouterCommands, MembersOfADeletedVrfStillNameIt) {
@@ -167,7 +200,7 @@ TEST_F(RouterCommands, AddressesAreAddedAndRemoved) {
   EXPECT_EQ(Say("add-address ge0 10.0.1.1/30"), kStatusExists);
   Do("delete-address ge0 10.0.0.1");
   ASSERT_EQ(interface_named(router_, "ge0").addresses.size(), 1U);
-  EXPECT_EQ(router::format_address(interface_named(router_, "ge0").addresses[0]), "10.0.1.1/24");
+  EXPECT_EQ(router::format_address(*interface_named(router_, "ge0").addresses.begin()), "10.0.1.1/24");
   EXPECT_EQ(Say("delete-address ge0 10.0.0.1"), kStatusNoSuchRow);
   EXPECT_EQ(Say("add-address ge0 10.0.1"), kStatusInvalid);
   EXPECT_EQ(Say("delete-address ge0 10.0.1"), kStatusInvalid);

@@ -48,7 +48,10 @@ bool take_big(const std::string&, Vrf* vrf) {
   return true;
 }
 bool take_address(const std::string& value, Interface* interface) {
-  return router::parse_address(value, &interface->addresses.emplace_back());
+  Address address;
+  if (!router::parse_address(value, &address)) return false;
+  interface->addresses.push_back(address);
+  return true;
 }
 template <bool kUp>
 bool take_state(const std::string&, Interface* interface) {
@@ -73,6 +76,18 @@ constexpr Option<Interface> kInterfaceOptions[] = {
     {"down", false, take_state<false>},
 };
 
+// "--help" in place of a name asks for help. A router file may use such names.
+bool is_like_an_option(const std::string& name) {
+  return name.starts_with('-') && name.size() > 1;
+}
+
+Status bad_name(const RouterCommandContext& context, const char* kind) {
+  const std::string& name = context.arguments[0];
+  return refuse(context,
+                quoted(name) + " is not " + kind + " name" +
+                    (is_like_an_option(name) ? "; a name in a command does not begin with \"-\"" : ""));
+}
+
 // --- VRFs
 
 // One above the largest in use; 0 when there is none.
@@ -88,43 +103,71 @@ void complete_vrf(const router::Router& model, Vrf* vrf) {
   if (vrf->ipv4_table == 0) vrf->ipv4_table = vrf->ipv6_table = vrf->id;
 }
 
+std::string vrf_conflict(const router::Router& model, const Vrf& vrf) {
+  if (model.find_vrf(vrf.name) != nullptr) return "VRF " + vrf.name + " exists";
+  const Vrf* other = model.find_vrf_by_id(vrf.id);
+  return other == nullptr ? std::string()
+                          : "the VRF id " + std::to_string(vrf.id) + " is that of VRF " + other->name;
+}
+
+std::string no_vrf(const std::string& name) {
+  return "there is no VRF " + quoted(name);
+}
+
 Status add_vrf(const RouterCommandContext& context) {
   Vrf vrf;
   vrf.name = context.arguments[0];
-  if (!router::valid_vrf_name(vrf.name)) return refuse(context, quoted(vrf.name) + " is not a VRF name");
+  if (!router::valid_vrf_name(vrf.name) || is_like_an_option(vrf.name)) return bad_name(context, "a VRF");
   if (const Status status = apply_options(context, 1, kVrfOptions, &vrf)) return status;
   complete_vrf(*context.model, &vrf);
+  const std::string conflict = vrf_conflict(*context.model, vrf);
   return report(context, context.model->create_vrf(vrf),
-                "VRF " + vrf.name + " created with id " + std::to_string(vrf.id));
+                "VRF " + vrf.name + " created with id " + std::to_string(vrf.id), conflict);
 }
 
 Status delete_vrf(const RouterCommandContext& context) {
   const std::string& name = context.arguments[0];
+  if (context.model->find_vrf(name) == nullptr) {
+    *context.text = no_vrf(name);
+    return kStatusNoSuchRow;
+  }
   return report(context, context.model->delete_vrf(name), "VRF " + name + " deleted");
 }
 
 Status reference_vrf(const RouterCommandContext& context) {
   const std::string& name = context.arguments[0];
+  if (is_like_an_option(name)) return bad_name(context, "a VRF");
   return report(context, context.model->reference_vrf(name), "VRF " + name + " is named");
 }
 
 Status unreference_vrf(const RouterCommandContext& context) {
   const std::string& name = context.arguments[0];
-  return report(context, context.model->unreference_vrf(name), "VRF " + name + " is not named any more");
+  return report(context, context.model->unreference_vrf(name), "VRF " + name + " is not named any more",
+                "nothing references VRF " + name);
 }
 
 // --- Interfaces
+
+std::string interface_conflict(const router::Router& model, const Interface& interface) {
+  if (model.find_interface_by_name(interface.name) != nullptr)
+    return "interface " + interface.name + " exists";
+  const Interface* other = model.find_interface_by_index(interface.index);
+  return other == nullptr
+             ? std::string()
+             : "the index " + std::to_string(interface.index) + " is that of interface " + other->name;
+}
 
 Status add_interface(const RouterCommandContext& context) {
   Interface interface;
   interface.name = context.arguments[0];
   interface.up = true;
-  if (!router::valid_interface_name(interface.name)) {
-    return refuse(context, quoted(interface.name) + " is not an interface name");
-  }
+  if (!router::valid_interface_name(interface.name) || is_like_an_option(interface.name))
+    return bad_name(context, "an interface");
   if (const Status status = apply_options(context, 1, kInterfaceOptions, &interface)) return status;
   if (interface.index == 0) return refuse(context, "an interface needs an index");
-  return report(context, context.model->add_interface(interface), "interface " + interface.name + " added");
+  const std::string conflict = interface_conflict(*context.model, interface);
+  return report(context, context.model->add_interface(interface), "interface " + interface.name + " added",
+                conflict);
 }
 
 Status delete_interface(const RouterCommandContext& context) {
@@ -169,10 +212,10 @@ Status leave_vrf(const RouterCommandContext& context) {
   return move_interface(context, std::string(kDefaultVrf));
 }
 
-auto find_address(Interface* interface, const Address& address) {
-  return std::find_if(interface->addresses.begin(), interface->addresses.end(), [&](const Address& other) {
+auto is_same_address(const Address& address) {
+  return [address](const Address& other) {
     return other.family == address.family && other.octets == address.octets;
-  });
+  };
 }
 
 Status add_address(const RouterCommandContext& context) {
@@ -180,7 +223,7 @@ Status add_address(const RouterCommandContext& context) {
   return change_interface(context, " has address " + text, [&](Interface* interface) {
     Address address;
     if (!router::parse_address(text, &address)) return refuse(context, quoted(text) + " is not an address");
-    if (find_address(interface, address) != interface->addresses.end()) {
+    if (std::ranges::any_of(interface->addresses, is_same_address(address))) {
       *context.text = "interface " + interface->name + " has this address already";
       return kStatusExists;
     }
@@ -194,12 +237,12 @@ Status delete_address(const RouterCommandContext& context) {
   return change_interface(context, " has no address " + text + " any more", [&](Interface* interface) {
     Address address;
     if (!router::parse_address(text, &address)) return refuse(context, quoted(text) + " is not an address");
-    const auto found = find_address(interface, address);
-    if (found == interface->addresses.end()) {
+    std::vector<Address> remaining = interface->addresses.values();
+    if (std::erase_if(remaining, is_same_address(address)) == 0) {
       *context.text = "interface " + interface->name + " has no such address";
       return kStatusNoSuchRow;
     }
-    interface->addresses.erase(found);
+    interface->addresses = remaining;
     return kStatusOk;
   });
 }

@@ -69,6 +69,10 @@ Status read_path(const RouterCommandContext& context, router::RouteTableId* tabl
   if (prefix.find('/') == std::string::npos || !router::parse_address(prefix, &path->prefix)) {
     return refuse(context, quoted(prefix) + " is not a prefix");
   }
+  const router::Address& typed = path->prefix;
+  if (inet::has_host_bits(typed.octets, typed.prefix_length))
+    return refuse(context,
+                  inet::host_bits_error(prefix, {{typed.family, typed.octets}, typed.prefix_length}));
   const bool is_ipv4 = path->prefix.family == router::Family::kIpv4;
   *table = {path->prefix.family, is_ipv4 ? vrf->ipv4_table : vrf->ipv6_table};
   return router_words::apply_options(context, 2, kOptions, path);
@@ -136,5 +140,6 @@ Status router_delete_route(const RouterCommandContext& context) {
   const Status status = context.model->routes().erase(table, key_of(path));
   context.model->flush_route_changes();
   return router_words::report(context, status,
-                              text_of(context, path) + " removed from VRF " + context.arguments[0]);
+                              text_of(context, path) + " removed from VRF " + context.arguments[0],
+                              "VRF " + context.arguments[0] + " has no " + text_of(context, path));
 }

@@ -108,7 +108,8 @@ TEST_F(RouteCommands, InvalidRoutesAreRefused) {
   EXPECT_EQ(refusal("red 10.1.0.0/16 type other protocol babel"), "\"babel\" is not a valid protocol");
   EXPECT_EQ(refusal("red 10.1.0.0/16 type other metric -1"), "\"-1\" is not a valid metric");
   EXPECT_EQ(refusal("red 10.1.0.0/16 via 192.0.2.1 label 1048576"), "\"1048576\" is not a valid label");
-  EXPECT_EQ(refusal("red 10.1.0.1/16 type other"), "refused: Invalid argument");
+  EXPECT_EQ(refusal("red 10.1.0.1/16 type other"),
+            "10.1.0.1/16 has host bits set; did you mean 10.1.0.0/16?");
   EXPECT_TRUE(Rows().empty());
 }
 

@@ -21,9 +21,13 @@ inline Status refuse(const RouterCommandContext& context, const std::string& why
   return kStatusInvalid;
 }
 
-// The answer of a change that the model was asked for: `done`, or what was refused and why.
-inline Status report(const RouterCommandContext& context, Status status, const std::string& done) {
-  *context.text = status == kStatusOk ? done : "refused: " + std::string(err_text(status));
+// The answer of a change that the model was asked for: `done`, or why it was refused. `reason`, when not
+// empty, says more than the status.
+inline Status report(const RouterCommandContext& context, Status status, const std::string& done,
+                     const std::string& reason = std::string()) {
+  *context.text = status == kStatusOk ? done
+                  : reason.empty()    ? std::string("refused: ") + err_text(status)
+                                      : reason;
   return status;
 }
 
@@ -44,7 +48,7 @@ struct Option {
 };
 
 // For tables of options: the value is stored in the member if it is valid.
-template <typename T, std::string T::*kMember, bool (*kIsValid)(std::string_view value)>
+template <typename T, auto kMember, bool (*kIsValid)(std::string_view value)>
 bool take_text(const std::string& value, T* into) {
   into->*kMember = value;
   return kIsValid(value);

@@ -30,7 +30,8 @@ struct VrfEntry {
 };
 
 struct InterfaceEntry {
-  router::Interface interface;
+  router::Interface interface;  // without `addresses`
+  std::vector<router::Address> addresses;
   Mark name_mark;
   Mark index_mark;
 };
@@ -202,12 +203,12 @@ void read_address(const Node& value, InterfaceEntry* entry) {
   if (!router::parse_address(text, &address)) {
     refuse(value.mark(), quoted(text) + " is not an address such as 192.0.2.1/24 or 2001:db8::1/64");
   }
-  for (const router::Address& other : entry->interface.addresses) {
+  for (const router::Address& other : entry->addresses) {
     if (other.family == address.family && other.octets == address.octets) {
       refuse(value.mark(), "the address " + quoted(text) + " is written twice");
     }
   }
-  entry->interface.addresses.push_back(address);
+  entry->addresses.push_back(address);
 }
 
 constexpr Key<InterfaceEntry> kInterfaceKeys[] = {
@@ -247,6 +248,7 @@ void read_interface(const Node& item, Document* document) {
   if (entry.interface.index == 0) {
     refuse(item.mark(), "the interface " + quoted(entry.interface.name) + " needs an index");
   }
+  entry.interface.addresses = std::exchange(entry.addresses, {});
   document->interfaces.push_back(std::move(entry));
 }
 

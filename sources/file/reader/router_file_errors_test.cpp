@@ -33,6 +33,23 @@ TEST(RouterFileError, TabInTheIndentationIsNamed) {
   EXPECT_EQ(ErrorIn("vrfs: @"), "1:7: " + what);
 }
 
+// Other parsers accept these; the messages name the place and what to write.
+TEST(RouterFileError, NotationsThatOtherParsersAcceptAreRefusedWithTheirPlace) {
+  EXPECT_EQ(
+      ErrorIn("vrfs: []\n\t\ninterfaces: []\n"),
+      "2:1: found character that cannot start any token while scanning for the next token; write blanks "
+      "instead of the tab");
+  const std::string colon = "found unexpected ':' while scanning a plain scalar (from 2:";
+  const std::string blank = "); write a blank after the colon, or the word in quotes";
+  EXPECT_EQ(ErrorInVrf("name:"), "2:10: " + colon + "6" + blank);
+  EXPECT_EQ(ErrorInVrf("name: red, table:"), "2:22: " + colon + "17" + blank);
+  const std::string value =
+      "did not find expected node content while parsing a flow node; a value is missing before this place";
+  EXPECT_EQ(ErrorInVrf("name: red, table: 10, route_targets: {both: [65000:1,,65000:2]}"), "2:59: " + value);
+  EXPECT_EQ(ErrorIn("vrfs: [,]\n"), "1:8: " + value);
+  EXPECT_EQ(ErrorInVrf("name: red,, table: 10"), "2:16: " + value);
+}
+
 TEST(RouterFileError, TextThatIsNotUtf8HasAPosition) {
   const std::string what = "; the file is text in UTF-8";
   EXPECT_EQ(ErrorIn("{\xff"), "1:2: invalid leading UTF-8 octet" + what);

@@ -191,7 +191,7 @@ TEST(GeneratedRouter, ManyVrfsHaveDistinctValidNamesAndAddresses) {
   }
   EXPECT_EQ(names.size(), 100'000U);
   EXPECT_EQ(addresses.size(), 200'000U);
-  EXPECT_EQ(file.interfaces.back().addresses[0].octets[0], 10);
+  EXPECT_EQ((*file.interfaces.back().addresses.begin()).octets[0], 10);
 }
 
 std::string JsonOfInterfaces(unsigned count) {

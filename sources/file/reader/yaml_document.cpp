@@ -121,8 +121,12 @@ class EventParser {
     return context + " (from " + std::to_string(mark.line) + ":" + std::to_string(mark.column) + ")";
   }
   std::string advice() const {
-    const bool is_at_tab = parser_.error == YAML_SCANNER_ERROR && *parser_.buffer.pointer == '\t';
-    return is_at_tab ? "; write blanks instead of the tab" : "";
+    if (parser_.error == YAML_SCANNER_ERROR && *parser_.buffer.pointer == '\t')
+      return "; write blanks instead of the tab";
+    const std::string_view problem = parser_.problem;
+    if (problem == "found unexpected ':'") return "; write a blank after the colon, or the word in quotes";
+    if (problem == "did not find expected node content") return "; a value is missing before this place";
+    return "";
   }
 
   std::string_view text_;

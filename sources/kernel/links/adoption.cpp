@@ -60,7 +60,8 @@ bool Adoption::find_touched() {
   if (each == dump_.links_.end()) return false;
   const auto& [index, link] = *each;
   const Link* known = mirror_->find(index);
-  if (known == nullptr || *known != link || mirror_->addresses(index) != dump_.addresses(index)) {
+  if (known == nullptr || *known != link || mirror_->addresses(index) != dump_.addresses(index) ||
+      mirror_->ipv4_details(index) != dump_.ipv4_details(index)) {
     mirror_->touch(index);
   }
   return true;

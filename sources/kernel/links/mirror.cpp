@@ -160,6 +160,10 @@ std::vector<router::Ipv4Detail> Mirror::ipv4_details(std::uint32_t index) const 
     peer.octets = address.peer;
     result.push_back({address.address, peer, address.secondary});
   }
+  const auto is_plain = [](const router::Ipv4Detail& each) {
+    return each.peer == each.address && !each.secondary;
+  };
+  if (std::all_of(result.begin(), result.end(), is_plain)) return {};
   return result;
 }
 

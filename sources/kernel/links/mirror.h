@@ -39,7 +39,8 @@ class Mirror {
   // first; then IPv6 by scope (the widest first) and octets, so that the order is independent of their
   // history.
   std::vector<router::Address> addresses(std::uint32_t index) const;
-  // Every IPv4 address, in the kernel's order. One with several peers is listed once per peer.
+  // Every IPv4 address, in the kernel's order. One with several peers is listed once per peer. Empty when no
+  // address has a peer or is secondary: then addresses() says the same.
   std::vector<router::Ipv4Detail> ipv4_details(std::uint32_t index) const;
 
   bool changed() const { return !changes_.empty(); }

@@ -12,6 +12,7 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::SizeIs;
 
 class KernelMirror : public ::testing::Test {
  protected:
@@ -136,6 +137,28 @@ TEST_F(KernelMirror, Ipv4DetailsHaveEveryPeerAndWhatIsSecondary) {
   EXPECT_THAT(texts, ElementsAre("10.0.0.1/32 10.0.0.1/32", "10.0.0.1/32 10.0.0.2/32",
                                  "10.1.0.2/24 10.1.0.2/24 secondary"));
   EXPECT_THAT(mirror_.ipv4_details(6), IsEmpty());
+}
+
+TEST_F(KernelMirror, Ipv4DetailsThatAddNothingToTheAddressesAreNotStored) {
+  Add(MakeAddress(5, "10.0.0.1/24"));
+  Add(MakeAddress(5, "10.1.0.1/24"));
+  EXPECT_THAT(mirror_.ipv4_details(5), IsEmpty());
+  Add(MakeAddress(5, "10.0.0.2/24", true));
+  EXPECT_THAT(mirror_.ipv4_details(5), SizeIs(3));
+}
+
+TEST_F(KernelMirror, DumpWithAnotherPeerOfAnAddressIsAChange) {
+  LinkAddress peer = MakeAddress(5, "10.0.0.1/32");
+  peer.peer[3] = 2;
+  See(5, "d0");
+  Add(peer);
+  (void)mirror_.take_changes();
+  peer.peer[3] = 3;
+  Mirror dump;
+  dump.apply(LinkSeen{MakeLink(5, "d0")});
+  dump.apply(AddressSeen{peer});
+  mirror_.replace(std::move(dump));
+  ExpectChanges({}, {5});
 }
 
 TEST_F(KernelMirror, SameLocalAddressToTwoPeersIsShownOnce) {

@@ -16,6 +16,7 @@ namespace kernel {
 Status Dump::begin(std::vector<DumpRequest> requests) {
   requests_ = std::move(requests);
   request_ = 0;
+  malformed_ = 0;
   disturbed_ = fault_check(faults_.disturbed) != kStatusOk;
   error_ = socket_.open();
   if (error_ == kStatusOk) error_ = socket_.send(requests_.front());
@@ -55,12 +56,13 @@ Dump::Progress Dump::read_datagram(std::span<const std::uint8_t> datagram, const
   const ParseReport report = for_each_message(datagram, [&](const nlmsghdr* message) {
     if (end.kind != Kind::kNone) return true;  // no content follows the end
     const DumpControl control = read_dump_control(message);
-    if (control.kind == Kind::kNone) return read(message);
+    if (control.kind == Kind::kNone) return fault_check(faults_.malformed) == kStatusOk && read(message);
     if (control.kind == Kind::kMalformed) return false;
     end = control;
     return true;
   });
   disturbed_ = disturbed_ || report.interrupted;
+  malformed_ += report.malformed;
   if (end.kind == Kind::kNone) return Progress::kMore;
   const bool lacks = requests_[request_].may_lack && (end.error == ENOENT || end.error == EOPNOTSUPP);
   return end.kind == Kind::kDone || lacks ? end_of_request() : fail(static_cast<Status>(end.error));

@@ -39,6 +39,9 @@ class Dump {
   // True when something changed while the kernel was being read: objects that exist may be missing. Fault
   // point "..._dump_disturbed" simulates it; "..._dump_gap" drops a datagram as well.
   bool disturbed() const { return disturbed_; }
+  // Messages of the content that are malformed: their objects are missing. Fault point "..._dump_malformed".
+  unsigned malformed() const { return malformed_; }
+  bool is_partial() const { return disturbed_ || malformed_ != 0; }
   // The caller knows of a change that the kernel does not report.
   void disturb() { disturbed_ = true; }
 
@@ -52,6 +55,7 @@ class Dump {
   std::vector<DumpRequest> requests_;
   std::size_t request_ = 0;  // the one that is being answered
   bool disturbed_ = false;
+  unsigned malformed_ = 0;
   Status error_ = kStatusOk;
 };
 

@@ -32,12 +32,20 @@ struct NetlinkFaultPoints {
   const char* receive = "netlink_receive";
   const char* disturbed = "netlink_dump_disturbed";
   const char* gap = "netlink_dump_gap";
+  const char* malformed = "netlink_malformed";  // a message
 };
-inline constexpr NetlinkFaultPoints kRouteEventFaultPoints{"netlink_route_open", "netlink_route_join",
-                                                           "netlink_route_request", "netlink_route_receive"};
-inline constexpr NetlinkFaultPoints kRouteDumpFaultPoints{
-    "netlink_route_dump_open",    "netlink_route_dump_join",      "netlink_route_dump_request",
-    "netlink_route_dump_receive", "netlink_route_dump_disturbed", "netlink_route_dump_gap"};
+inline constexpr NetlinkFaultPoints kRouteEventFaultPoints{.open = "netlink_route_open",
+                                                           .join = "netlink_route_join",
+                                                           .request = "netlink_route_request",
+                                                           .receive = "netlink_route_receive",
+                                                           .malformed = "netlink_route_malformed"};
+inline constexpr NetlinkFaultPoints kRouteDumpFaultPoints{.open = "netlink_route_dump_open",
+                                                          .join = "netlink_route_dump_join",
+                                                          .request = "netlink_route_dump_request",
+                                                          .receive = "netlink_route_dump_receive",
+                                                          .disturbed = "netlink_route_dump_disturbed",
+                                                          .gap = "netlink_route_dump_gap",
+                                                          .malformed = "netlink_route_dump_malformed"};
 
 class NetlinkSocket {
  public:

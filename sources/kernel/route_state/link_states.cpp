@@ -74,6 +74,7 @@ LinkStates::Change LinkStates::address_seen(const LinkAddress& address) {
   const bool is_new = addresses_.insert(own(address)).second;
   const auto link = links_.find(address.index);
   change.ipv4_up = is_new && link != links_.end() && kernel::is_up(link->second.flags);
+  change.carrier = change.ipv4_up && ignores_paths(address.index);
   return change;
 }
 

@@ -21,7 +21,7 @@ class LinkStates {
     bool ipv4_up = false;
     bool ipv6_up = false;
     bool objects_lost = false;  // the kernel has removed the objects over it
-    bool carrier = false;       // with ignore_routes_with_linkdown, paths over it may be dead
+    bool carrier = false;       // with ignore_routes_with_linkdown, paths over it may be dead or used again
     bool any() const { return ipv4_down || ipv6_down || ipv4_up || ipv6_up || objects_lost || carrier; }
   };
 

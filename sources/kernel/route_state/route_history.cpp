@@ -86,11 +86,16 @@ void RouteHistory::clear() {
   objects_.clear();
 }
 
+void RouteHistory::cut() {
+  clear();
+  cut_ = ++now_;
+}
+
 Verdict RouteHistory::apply_object(Moment since, const KernelRoute& route) const {
   const auto found = objects_.find(route.next_hop_object);
-  if (found == objects_.end()) return Verdict::kSame;
-  if (found->second.removed > since) return Verdict::kDeleted;
-  return found->second.changed > since ? Verdict::kChanged : Verdict::kSame;
+  const ObjectEntry entry = found == objects_.end() ? ObjectEntry{} : found->second;
+  if (entry.removed > since) return Verdict::kDeleted;
+  return std::max(entry.changed, cut_) > since ? Verdict::kChanged : Verdict::kSame;
 }
 
 // Of the links that the route uses, in their order.

@@ -36,9 +36,12 @@ class RouteHistory {
   void object_removed(std::uint32_t id);
   Moment now() const { return now_; }
   bool empty() const { return links_.empty() && objects_.empty(); }
-  std::size_t link_changes() const { return links_.size(); }
+  std::size_t size() const { return links_.size() + objects_.size(); }
   // Entries are forgotten, which is allowed when every route was compared with them.
   void clear();
+  // The same when they were not: every route of an object that was valid before counts as changed. Routes
+  // over links must be read again.
+  void cut();
 
   // Applies to the route, which was valid at `since`, what happened after it. A route whose next-hop object
   // changed is kChanged although it is equal.
@@ -60,6 +63,7 @@ class RouteHistory {
   absl::btree_map<std::pair<std::uint32_t, Moment>, LinkChange> links_;
   std::unordered_map<std::uint32_t, ObjectEntry> objects_;
   Moment now_ = 0;
+  Moment cut_ = 0;
 };
 
 }  // namespace kernel

@@ -49,6 +49,15 @@ TEST_F(RouteHistoryTest, RouteOverALinkThatIsDownIsDeleted) {
   EXPECT_EQ(Apply(Ipv6({5})), Verdict::kSame);
 }
 
+TEST_F(RouteHistoryTest, RoutesOfObjectsThatPrecedeACutHaveChanged) {
+  history_.object_removed(1);
+  history_.cut();
+  EXPECT_EQ(Apply(Named(1)), Verdict::kChanged);
+  EXPECT_EQ(Apply(Named(2)), Verdict::kChanged);
+  EXPECT_EQ(Apply(Named(2), history_.now()), Verdict::kSame);
+  EXPECT_EQ(history_.size(), 0U);
+}
+
 TEST_F(RouteHistoryTest, IgnoredPathKeepsItsRouteUntilItsLinkIsDown) {
   KernelRoute route = Ipv4({5, 6});
   route.paths[0].ignored = true;

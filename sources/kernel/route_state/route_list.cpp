@@ -52,10 +52,8 @@ struct Range {
 
 // The routes of the key; where they would be if there are none.
 Range range_of(const KernelRoute& key, RouteList* list) {
-  const auto begin = std::find_if(list->begin(), list->end(),
-                                  [&key](const KernelRoute& each) { return !precedes(each, key); });
-  return {begin,
-          std::find_if(begin, list->end(), [&key](const KernelRoute& each) { return !same_key(each, key); })};
+  const auto [begin, end] = std::equal_range(list->begin(), list->end(), key, precedes);
+  return {begin, end};
 }
 
 bool has_gateway(const KernelRoute& route) {
@@ -135,6 +133,11 @@ bool looks_same(const KernelRoute& left, const KernelRoute& right) {
 
 void sort_routes(RouteList* list) {
   if (list->size() > 1) std::stable_sort(list->begin(), list->end(), precedes);
+}
+
+bool lists(const RouteList& sorted, const KernelRoute& route) {
+  const auto [begin, end] = std::equal_range(sorted.begin(), sorted.end(), route, precedes);
+  return std::any_of(begin, end, [&route](const KernelRoute& each) { return same_route(each, route); });
 }
 
 bool announce(KernelRoute route, std::uint16_t flags, RouteList* list) {

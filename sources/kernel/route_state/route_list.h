@@ -22,6 +22,8 @@ bool looks_same(const KernelRoute& left, const KernelRoute& right);
 
 // Into the order of keys; routes of one key stay in their order.
 void sort_routes(RouteList* list);
+// Whether the list, which is sorted, has a route that is the same_route().
+bool lists(const RouteList& sorted, const KernelRoute& route);
 
 // An announced route, with the flags of the announcement (RouteSeen). False when the list cannot have been
 // the kernel's: it has a route that the announcement excludes. The list is corrected.

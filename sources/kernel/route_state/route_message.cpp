@@ -215,9 +215,18 @@ bool discards(std::uint8_t type) {
   return type == RTN_BLACKHOLE || type == RTN_UNREACHABLE || type == RTN_PROHIBIT || type == RTN_THROW;
 }
 
+router::Family family_of(const rtmsg& header) {
+  return header.rtm_family == AF_INET ? router::Family::kIpv4 : router::Family::kIpv6;
+}
+
+int read_table(const nlattr* attribute, void* data) {
+  if (mnl_attr_get_type(attribute) != RTA_TABLE) return MNL_CB_OK;
+  return verdict(read_number(attribute, static_cast<std::uint32_t*>(data)));
+}
+
 void begin_route(const rtmsg& header, RouteDraft* draft) {
   KernelRoute& route = draft->route;
-  route.family = header.rtm_family == AF_INET ? router::Family::kIpv4 : router::Family::kIpv6;
+  route.family = family_of(header);
   route.table = header.rtm_table;
   route.prefix_length = header.rtm_dst_len;
   route.type = header.rtm_type;
@@ -342,6 +351,16 @@ bool parse_route_message(const nlmsghdr* message, std::vector<RouteEvent>* event
     default:
       return true;
   }
+}
+
+std::optional<router::RouteTableId> find_table(const nlmsghdr* message) {
+  const bool is_route = message->nlmsg_type == RTM_NEWROUTE || message->nlmsg_type == RTM_DELROUTE;
+  if (!is_route || mnl_nlmsg_get_payload_len(message) < sizeof(rtmsg)) return std::nullopt;
+  const auto* header = static_cast<const rtmsg*>(mnl_nlmsg_get_payload(message));
+  std::uint32_t table = header->rtm_table == RT_TABLE_COMPAT ? 0 : header->rtm_table;
+  mnl_attr_parse(message, sizeof(rtmsg), read_table, &table);  // up to the attribute that is malformed
+  if (table == 0) return std::nullopt;
+  return router::RouteTableId{family_of(*header), table};
 }
 
 ParseReport parse_route_datagram(std::span<const std::uint8_t> datagram, std::vector<RouteEvent>* events) {

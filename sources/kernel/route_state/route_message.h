@@ -87,7 +87,9 @@ using RouteEvent = std::variant<RouteSeen, RouteRemoved, NextHopSeen, NextHopRem
 // Appends the message's event to *events. Adds none for anything but IPv4 and IPv6 routes and next-hop
 // objects. False when it is malformed.
 bool parse_route_message(const nlmsghdr* message, std::vector<RouteEvent>* events);
-// The same for each message of a datagram. REQUIRES: as for_each_message().
+// The table of a route that parse_route_message() finds malformed, if that can be read.
+std::optional<router::RouteTableId> find_table(const nlmsghdr* message);
+// As parse_route_message() for each message of a datagram. REQUIRES: as for_each_message().
 ParseReport parse_route_datagram(std::span<const std::uint8_t> datagram, std::vector<RouteEvent>* events);
 
 }  // namespace kernel

@@ -287,5 +287,29 @@ TEST(KernelRouteDatagrams, EveryOctetMayBeWrong) {
   }
 }
 
+router::RouteTableId TableOf(Octets message) {
+  const void* first = message.data();
+  return find_table(static_cast<const nlmsghdr*>(first)).value_or(router::RouteTableId{});
+}
+
+TEST(MalformedRoute, TableIsFound) {
+  EXPECT_EQ(TableOf(Encode(RouteMessage{.table = 10})), kRed4);
+  EXPECT_EQ(TableOf(Encode(RouteMessage{.prefix = "2001:db8::/64", .table = 10})), kRed6);
+  EXPECT_EQ(TableOf(Encode(RouteMessage{.table = {}, .short_table = 10})), kRed4);
+}
+
+TEST(MalformedRoute, TableOfATruncatedMessageIsFoundUnlessItIsMissing) {
+  Octets message = Encode(RouteMessage{.table = 1000});
+  const auto shorten = [&message](std::uint32_t length) {
+    std::memcpy(message.data(), &length, sizeof length);
+    return message;
+  };
+  const std::uint32_t header = sizeof(nlmsghdr) + sizeof(rtmsg);
+  EXPECT_EQ(TableOf(shorten(header + 8)).table, 1000U);  // RTA_TABLE is first
+  EXPECT_EQ(TableOf(shorten(header + 4)).table, 0U);
+  EXPECT_EQ(TableOf(shorten(header - 1)).table, 0U);
+  EXPECT_EQ(TableOf(Encode(ObjectMessage{.id = 1})).table, 0U);
+}
+
 }  // namespace
 }  // namespace kernel

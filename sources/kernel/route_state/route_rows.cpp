@@ -188,29 +188,42 @@ std::set<std::uint32_t> NextHopObjects::users(std::uint32_t id) const {
   return ids;
 }
 
-void NextHopObjects::add_differences(const NextHopObjects& other, std::set<std::uint32_t>* ids) const {
-  for (const auto& [id, object] : objects_) {
-    const NextHopObject* counterpart = other.find(id);
-    const auto is_in = [ids](std::uint32_t member) { return ids->contains(member); };
-    if (counterpart == nullptr || !(*counterpart == object) ||
-        std::any_of(object.members.begin(), object.members.end(), is_in)) {
-      ids->insert(id);
-    }
+// A group that loses its last member here has none in `read` either, or is changed when it is compared.
+void NextHopObjects::adopt(std::uint32_t id, const NextHopObject* read, Comparison* comparison) {
+  const NextHopObject* present = find(id);
+  if (read != nullptr && present != nullptr && *present == *read) return;
+  ++comparison->differences;
+  if (read == nullptr) {
+    remove(id, &comparison->affected);
+  } else {
+    update(*read);
+    comparison->affected.changed.merge(users(id));
   }
 }
 
-// The first pass finds the objects that differ, the second the groups that precede their members.
-NextHopObjects::Affected NextHopObjects::differences(const NextHopObjects& other) const {
-  Affected affected;
-  for (int pass = 0; pass < 2; ++pass) {
-    add_differences(other, &affected.changed);
-    other.add_differences(*this, &affected.changed);
+bool NextHopObjects::adopt_some(const NextHopObjects& read, std::size_t count, Comparison* comparison) {
+  constexpr std::uint64_t kNone = UINT64_MAX;
+  const auto first_of = [comparison](const NextHopObjects& objects) {
+    const auto found = objects.objects_.lower_bound(static_cast<std::uint32_t>(comparison->next));
+    return found == objects.objects_.end() ? kNone : found->first;
+  };
+  for (; count > 0 && comparison->next <= UINT32_MAX; --count) {
+    const std::uint64_t id = std::min(first_of(*this), first_of(read));
+    if (id == kNone) return false;
+    adopt(static_cast<std::uint32_t>(id), read.find(static_cast<std::uint32_t>(id)), comparison);
+    comparison->next = id + 1;
   }
-  for (const auto& [id, object] : objects_) {
-    if (other.find(id) == nullptr) affected.removed.insert(id);
-  }
-  for (const std::uint32_t id : affected.removed) affected.changed.erase(id);
-  return affected;
+  return comparison->next <= UINT32_MAX;
+}
+
+bool NextHopObjects::release_some(std::size_t count) {
+  const auto free_some = [count](auto* container) {
+    for (std::size_t freed = 0; freed < count && !container->empty(); ++freed)
+      container->erase(container->begin());
+    return !container->empty();
+  };
+  const std::array left{free_some(&objects_), free_some(&over_), free_some(&groups_)};
+  return std::ranges::find(left, true) != left.end();
 }
 
 bool is_shown(const KernelRoute& route) {

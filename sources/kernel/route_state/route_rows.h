@@ -34,15 +34,24 @@ class NextHopObjects {
   const NextHopObject* find(std::uint32_t id) const;  // valid until a change
   // The object and the groups that have it as a member.
   std::set<std::uint32_t> users(std::uint32_t id) const;
-  // What differs when these are replaced by `other`: an object or a member.
-  Affected differences(const NextHopObjects& other) const;
+  // A comparison with objects that were read, in steps. Changes and removals between the steps belong to
+  // both.
+  struct Comparison {
+    std::uint64_t next = 0;         // the lowest number that was not compared
+    std::uint64_t differences = 0;  // objects that were not equal
+    Affected affected{};            // since the caller emptied it
+  };
+  // Makes up to `count` objects those of `read`; false when all are.
+  [[nodiscard]] bool adopt_some(const NextHopObjects& read, std::size_t count, Comparison* comparison);
+  // Frees up to `count` objects; false when none is left. Nothing but this and destruction may follow.
+  [[nodiscard]] bool release_some(std::size_t count);
 
  private:
   using Pairs = std::set<std::pair<std::uint32_t, std::uint32_t>>;
   void enter(const NextHopObject& object);
   void withdraw(const NextHopObject& object);
   void remove(std::uint32_t id, Affected* affected);
-  void add_differences(const NextHopObjects& other, std::set<std::uint32_t>* ids) const;
+  void adopt(std::uint32_t id, const NextHopObject* read, Comparison* comparison);
 
   std::map<std::uint32_t, NextHopObject> objects_;
   Pairs over_;    // interface, object

@@ -169,7 +169,8 @@ TEST(KernelNextHopObjects, UsersAreTheObjectAndItsGroups) {
   EXPECT_THAT(objects.users(99), ElementsAre(99U));
 }
 
-TEST(KernelNextHopObjects, DifferencesIncludeGroupsOfWhatDiffers) {
+// The groups precede their members.
+TEST(KernelNextHopObjects, AdoptedDifferencesIncludeGroupsOfWhatDiffers) {
   NextHopObjects before;
   NextHopObjects now;
   for (NextHopObjects* each : {&before, &now}) {
@@ -181,9 +182,53 @@ TEST(KernelNextHopObjects, DifferencesIncludeGroupsOfWhatDiffers) {
   now.update(Object(5, Path(10)));
   before.update(Object(20, Path(9)));
   now.update(Object(21, Path(9)));
-  EXPECT_THAT(before.differences(now).changed, ElementsAre(2U, 5U, 21U));
-  EXPECT_THAT(before.differences(now).removed, ElementsAre(20U));
-  EXPECT_THAT(now.differences(now).changed, IsEmpty());
+  NextHopObjects::Comparison comparison;
+  EXPECT_FALSE(before.adopt_some(now, 100, &comparison));
+  EXPECT_THAT(comparison.affected.changed, ElementsAre(2U, 5U, 21U));
+  EXPECT_THAT(comparison.affected.removed, ElementsAre(20U));
+  EXPECT_EQ(comparison.differences, 3U);
+  NextHopObjects::Comparison again;
+  EXPECT_FALSE(before.adopt_some(now, 100, &again));
+  EXPECT_EQ(again.differences, 0U);
+  EXPECT_THAT(again.affected.changed, IsEmpty());
+}
+
+TEST(KernelNextHopObjects, GroupOfARemovedObjectIsAdoptedAsItWasRead) {
+  NextHopObjects before;
+  NextHopObjects now;
+  for (const std::uint32_t id : {5U, 6U, UINT32_MAX}) before.update(Object(id, Path(9)));
+  before.update(Group(3, {5}));
+  before.update(Group(4, {5, 6}));
+  before.update(Group(7, {5}));
+  now.update(Object(6, Path(9)));
+  now.update(Group(3, {6}));
+  now.update(Group(4, {6}));
+  NextHopObjects::Comparison comparison;
+  EXPECT_FALSE(before.adopt_some(now, 100, &comparison));
+  EXPECT_THAT(comparison.affected.removed, ElementsAre(5U, 7U, UINT32_MAX));
+  EXPECT_THAT(comparison.affected.changed, ElementsAre(3U, 4U));
+  EXPECT_EQ(before.find(3)->members, std::vector<std::uint32_t>{6});
+  EXPECT_EQ(before.find(4)->members, std::vector<std::uint32_t>{6});
+}
+
+TEST(KernelNextHopObjects, AreAdoptedAndReleasedInSteps) {
+  NextHopObjects objects;
+  NextHopObjects read;
+  for (std::uint32_t id = 1; id <= 10; ++id) read.update(Object(id, Path(9)));
+  NextHopObjects::Comparison comparison;
+  EXPECT_TRUE(objects.adopt_some(read, 4, &comparison));
+  EXPECT_EQ(comparison.differences, 4U);
+  EXPECT_EQ(objects.find(5), nullptr);
+  objects.remove(2);  // an announcement between the steps
+  read.remove(2);
+  EXPECT_TRUE(objects.adopt_some(read, 4, &comparison));
+  EXPECT_FALSE(objects.adopt_some(read, 4, &comparison));
+  EXPECT_EQ(comparison.differences, 10U);
+  EXPECT_EQ(objects.find(2), nullptr);
+  EXPECT_NE(objects.find(10), nullptr);
+  EXPECT_TRUE(read.release_some(8));
+  EXPECT_FALSE(read.release_some(8));
+  EXPECT_TRUE(read.empty());
 }
 
 // Every route of the recorded router's table 10, as its store would have it.

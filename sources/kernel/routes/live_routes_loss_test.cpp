@@ -42,6 +42,38 @@ TEST_F(LiveRoutes, LinkThatChangesTooOftenCountsAsAnOverrun) {
   EXPECT_EQ(SettledRows().size(), 2U);
 }
 
+// The object changes before the limit is reached, and the walk over its routes follows.
+TEST_F(LiveRoutes, NextHopObjectThatChangesBeforeTheHistoryIsCutChangesItsRoutes) {
+  ObjectsOnly();
+  Batch("nexthop add id 1 via 10.1.0.2 dev w0\nroute add 192.168.1.0/24 nhid 1 table 10\n");
+  StartWithRed({.history = 20});
+  std::string changes = "nexthop replace id 1 via 10.1.0.3 dev w0\n";
+  for (int turn = 0; turn < 10; ++turn) changes += "link set v0 down\nlink set v0 up\n";
+  Batch(changes);
+  EXPECT_THAT(SettledRows(), ElementsAre("192.168.1.0/24 via 10.1.0.3"));
+  EXPECT_GE(Counters().losses, 1U);
+  EXPECT_EQ(Counters().corrections, 0U);
+}
+
+// Their release takes several steps. The groups have lower numbers than their members.
+TEST_F(LiveRoutes, MemberOfAGroupIsDeletedWhileReadObjectsAreReleased) {
+  ObjectsOnly();
+  std::string objects;
+  for (int each = 1000; each < 9000; ++each)
+    objects += "nexthop add id " + std::to_string(each) + " via 10.0.0.2 dev v0\n";
+  for (int each = 1; each <= 600; ++each) {
+    objects += "nexthop add id " + std::to_string(each) + " group " + std::to_string(8000 + each);
+    for (int more = 0; more < 9; ++more) objects += "/" + std::to_string(1000 + (each * 9 + more) % 1000);
+    objects += "\n";
+  }
+  Batch(objects);
+  Start();
+  int deleted = 0;
+  while (deleted < 600 && RunOnce()) Ip("nexthop del id " + std::to_string(8600 - deleted++));
+  Settle();
+  EXPECT_GT(deleted, 3);
+}
+
 TEST_F(LiveRoutes, RoutesDeletedInAnOverrunAreRemoved) {
   AddManyRoutes(2000);
   StartWithRed({.receive_buffer = 4096});
@@ -99,6 +131,42 @@ TEST_F(LiveRoutes, NextReadingWaitsFourTimesTheDurationOfTheLast) {
   EXPECT_FALSE(source_->settled());
   clock_.advance(kNanosecondsPerSecond + kSettle);
   EXPECT_EQ(SettledRows().size(), 3001U);
+}
+
+TEST_F(LiveRoutes, ReadingInDoubtIsRepeatedAfterFourTimesItsDuration) {
+  AddManyRoutes(3000);
+  MakeVrf("red", 10, false);
+  const ScopedFault fault("netlink_route_dump_disturbed", EINTR, 2, 1);  // links and objects are read first
+  Start({.batch = 8});
+  ASSERT_TRUE(RunUntil([this] { return Rows().size() > 300; }));
+  clock_.advance(kNanosecondsPerSecond);  // the duration of the reading
+  ASSERT_TRUE(RunUntil([this] { return Counters().disturbed_readings == 1; }));
+  clock_.advance(3 * kNanosecondsPerSecond);
+  event_run_pending(manager_);
+  EXPECT_EQ(Counters().tables_read, 1U);
+  clock_.advance(kNanosecondsPerSecond + kSettle);
+  event_run_pending(manager_);
+  EXPECT_EQ(Counters().tables_read, 2U);
+}
+
+TEST_F(LiveRoutes, ReadingIsAbandonedWhenTooManyPrefixesAreAnnouncedMeanwhile) {
+  AddManyRoutes(3000);
+  StartWithRed({.batch = 8, .announced = 100});
+  const std::uint64_t before = Counters().tables_read;
+  const ScopedFault counted("netlink_route_dump_receive", EMFILE, 1'000'000, 1);
+  clock_.advance(KernelSourceSettings{}.route_reread);
+  ASSERT_TRUE(RunUntil([] { return fault_reached("netlink_route_dump_receive") > 5; }));
+  std::string changes;
+  for (int each = 0; each < 101; ++each)
+    changes += "route del 11.0." + std::to_string(each) + ".0/24 table 10\n";
+  Batch(changes);
+  ASSERT_TRUE(RunUntil([this] { return Rows().size() == 2899; }));
+  event_run_pending(manager_);
+  EXPECT_LE(Counters().tables_read, before + 1);  // that of the IPv6 table
+  EXPECT_FALSE(source_->settled());
+  EXPECT_EQ(SettledRows().size(), 2899U);
+  EXPECT_EQ(Counters().tables_read, before + 2);
+  EXPECT_EQ(Counters().corrections, 0U);
 }
 
 TEST_F(LiveRoutes, DisturbedReadingOfATableRemovesNothingAndIsRepeated) {
@@ -164,6 +232,21 @@ TEST_F(LiveRoutes, DisturbedReadingOfObjectsIsRepeated) {
   event_run_pending(manager_);
   EXPECT_THAT(Rows(), IsEmpty());
   EXPECT_THAT(SettledRows(), ElementsAre("192.168.1.0/24 via 10.0.0.2"));
+}
+
+TEST_F(LiveRoutes, ObjectsAreReadAgainSoonWhileTheyAreUnknown) {
+  Batch("nexthop add id 1 via 10.0.0.2 dev v0\nroute add 192.168.1.0/24 nhid 1 table 10\n");
+  ObjectsOnly();
+  const ScopedFault fault("netlink_route_dump_disturbed", EINTR, 1, 1);
+  MakeVrf("red", 10);
+  Start();
+  ASSERT_TRUE(RunUntil([] { return fault_reached("netlink_route_dump_disturbed") == 1; }));
+  clock_.advance(10 * kNanosecondsPerSecond);  // for which the reading lasts
+  event_run_pending(manager_);
+  ASSERT_THAT(Rows(), IsEmpty());
+  clock_.advance(KernelSourceSettings{}.retry);
+  event_run_pending(manager_);
+  EXPECT_THAT(Rows(), ElementsAre("192.168.1.0/24 via 10.0.0.2"));
 }
 
 // The kernel announces the link only.
@@ -329,6 +412,22 @@ TEST_F(LiveRoutes, VrfDeletedDuringTheSweepIsNotSweptFurther) {
   MakeVrf("red", 10);
   AddRoute("192.168.1.0/24 via 10.0.0.2 table 10");
   EXPECT_EQ(SettledRows().size(), 1U);
+}
+
+// The walk over the routes of the link overtakes the sweep.
+TEST_F(LiveRoutes, LinkThatFailsDuringTheSweepKeepsNoDeletedRoute) {
+  AddManyRoutes(16000);  // 16 steps
+  AddRoute("12.0.0.0/24 table 10 nexthop via 10.0.0.2 dev v0 nexthop via 10.1.0.2 dev w0");
+  StartWithRed({.batch = 512});
+  LoseAnnouncements("route del 11.0.0.0/24 table 10\nroute del 12.0.0.0/24 table 10\n");
+  clock_.advance(kSettle);
+  ASSERT_TRUE(RunUntil([this] { return model_.routes().total() == 16001; }));
+  ASSERT_EQ(Rows().back(), "12.0.0.0/24 via 10.1.0.2");
+  Ip("link set w0 down");
+  ASSERT_TRUE(RunOnce());
+  clock_.advance(kSettle);
+  EXPECT_EQ(SettledRows().size(), 15999U);
+  EXPECT_EQ(Rows().back(), "11.63.249.0/24 via 10.0.0.2");
 }
 
 TEST_F(LiveRoutes, SourceDestroyedDuringAReadingOfRoutesClosesItsSockets) {

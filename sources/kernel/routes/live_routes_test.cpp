@@ -238,6 +238,23 @@ TEST_F(LiveRoutes, RouteWithAnIgnoredPathIsDeletedWhenItsLinkIsSetDown) {
   EXPECT_EQ(Counters().corrections, 0U);
 }
 
+// The link's first address makes the kernel use its paths again, unless it ignores them.
+TEST_F(LiveRoutes, IgnoredPathRemainsUnusedWhenItsLinkHasAnAddressAgain) {
+  ASSERT_EQ(Shell("sysctl -qw net.ipv4.conf.v0.ignore_routes_with_linkdown=1"), 0);
+  AddRoute("192.168.1.0/24 table 10 nexthop via 10.0.0.2 dev v0 nexthop via 10.1.0.2 dev w0");
+  StartWithRed();
+  ASSERT_EQ(Rows().size(), 2U);
+  Ip("link set v1 down");
+  ASSERT_TRUE(EventuallyTrue([this] { return Rows().size() == 1; }));
+  Ip("addr del 10.0.0.1/24 dev v0");
+  Settle();
+  Ip("addr add 10.0.0.1/24 dev v0");
+  EXPECT_THAT(SettledRows(), ElementsAre("192.168.1.0/24 via 10.1.0.2"));
+  Ip("link set v1 up");
+  EXPECT_TRUE(EventuallyTrue([this] { return Rows().size() == 2; }));
+  EXPECT_EQ(Counters().corrections, 0U);
+}
+
 TEST_F(LiveRoutes, EveryTableIsReadAgainAtIntervals) {
   StartWithRed({.route_reread = 600 * kNanosecondsPerSecond});
   const std::uint64_t before = Counters().tables_read;
@@ -322,6 +339,27 @@ TEST_F(LiveNextHopObjects, RoutesWithTheirOwnPathsNeedNoObjects) {
   StartWithRed();
   EXPECT_EQ(Rows().size(), 5U);
   EXPECT_EQ(Counters().unresolved, 0U);
+}
+
+TEST_F(LiveNextHopObjects, ManyAreComparedInSteps) {
+  constexpr int kObjects = 6000;
+  constexpr int kLargestStep = 64 * 40;
+  std::string lines;
+  for (int id = 100; id < 100 + kObjects; ++id)
+    lines += "nexthop add id " + std::to_string(id) + " via 10.0.0.2 dev v0\n";
+  Batch(lines);
+  StartWithRed();
+  const ScopedFault counted("netlink_route_dump_receive", EMFILE, 1'000'000, 1);
+  clock_.advance(KernelSourceSettings{}.route_reread);
+  int steps = 0;
+  for (std::uint32_t before = 0; RunOnce();) {
+    const std::uint32_t datagrams = fault_reached("netlink_route_dump_receive");
+    if (datagrams == std::exchange(before, datagrams)) ++steps;
+  }
+  EXPECT_GE(steps, 2 * kObjects / kLargestStep);  // compared, then released
+  EXPECT_EQ(Counters().corrections, 0U);
+  Ip("nexthop replace id 1 via 10.0.0.9 dev v0");
+  EXPECT_THAT(SettledRows(), ::testing::Contains("192.168.1.0/24 via 10.0.0.9"));
 }
 
 TEST_F(LiveRoutes, TablesThatDependOnALinkAreFoundInSteps) {

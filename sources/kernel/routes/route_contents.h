@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -32,6 +33,8 @@ class RouteContents {
   void hold(Id id) { ++slot(id).holders; }  // of a content that find() found
   // The number that hold() would return; 0 for a content without holders.
   Id find(const KernelRoute& content);
+  // Holds the content that find() has just not found.
+  Id hold_new();
   void release(Id id);
   // Whether the kernel has changed the content since it was held. Its number is given to no further route.
   bool is_stale(Id id);
@@ -47,26 +50,31 @@ class RouteContents {
   void for_each(const std::function<void(const KernelRoute&)>& visit) const;
 
  private:
+  using Hash = std::uint32_t;
   struct Slot {
-    KernelRoute content;
-    std::size_t hash = 0;
+    std::string content;              // packed
+    RouteHistory::Moment moment = 0;  // at which the content was valid
+    Hash hash = 0;
     std::uint32_t holders = 0;  // 0: unused
     bool stale = false;
-    RouteHistory::Moment moment = 0;  // at which the content was valid
   };
   Slot& slot(Id id) { return slots_[id - 1]; }
-  Id find(const KernelRoute& content, std::size_t hash);
+  Id find_by_hash();
   void forget(Id id);
-  Id add(const KernelRoute& content, std::size_t hash);
 
   const RouteHistory* history_;
-  // A route may have a label of its own, and a table then has as many contents as routes: none of these is
-  // ever copied or hashed again as a whole.
+  // A route may have a label of its own, and a table then has as many contents as routes: these containers
+  // are never copied or hashed again as a whole.
   std::deque<Slot> slots_;  // of number n at n - 1
   std::deque<Id> unused_;
-  absl::btree_set<std::pair<std::size_t, Id>> numbers_;  // of contents that are not stale, by their hashes
+  using Numbers = absl::btree_set<std::pair<Hash, Id>>;
+  Numbers numbers_;  // of contents that are not stale, by their hashes
   absl::btree_set<std::pair<std::uint32_t, Id>> by_source_;  // those that prefer a source address
-  Id last_ = 0;                                              // that was found or added
+  Id last_ = 0;                                              // that was found or added, unless find() failed
+  KernelRoute last_content_;                                 // that find() looked for; of `last_`, if not 0
+  std::string wanted_;                                       // the same, packed when `last_` was another
+  Hash wanted_hash_ = 0;
+  Numbers::iterator wanted_place_{};  // among the numbers, of a content that was not found
 };
 
 }  // namespace kernel

@@ -27,14 +27,17 @@
 
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
+#include <net/if.h>
 
 #include <algorithm>
 #include <array>
 #include <cstring>
 #include <fstream>
+#include <optional>
 #include <utility>
 
 #include "platform/core/base/clock.h"
+#include "platform/core/base/fault.h"
 #include "platform/core/base/log.h"
 #include "sources/reconcile/reconcile.h"
 
@@ -61,9 +64,17 @@ bool intersects(const absl::btree_set<std::uint32_t>& changed, const Container& 
   return std::ranges::any_of(changed, [&used](std::uint32_t each) { return used.contains(each); });
 }
 
+bool is_of_objects(const nlmsghdr* message) {
+  return message->nlmsg_type == RTM_NEWNEXTHOP || message->nlmsg_type == RTM_DELNEXTHOP;
+}
+
+bool is_of_routes(const nlmsghdr* message) {
+  return message->nlmsg_type == RTM_NEWROUTE || message->nlmsg_type == RTM_DELROUTE || is_of_objects(message);
+}
+
 constexpr std::array kFamilies{"ipv4", "ipv6"};
 
-// Of a device or "all".
+// "all": of all links.
 bool ignores_linkdown(const std::string& device) {
   return std::any_of(kFamilies.begin(), kFamilies.end(), [&device](const char* family) {
     std::ifstream file(std::string("/proc/sys/net/") + family + "/conf/" + device +
@@ -71,6 +82,16 @@ bool ignores_linkdown(const std::string& device) {
     int value = 0;
     return file >> value && value != 0;
   });
+}
+
+std::optional<router::RouteTableId> table_of_malformed(const nlmsghdr* message) {
+  if (fault_check("netlink_route_table_malformed") != kStatusOk) return std::nullopt;
+  return find_table(message);
+}
+
+bool ignores_linkdown(std::uint32_t link) {
+  std::array<char, IF_NAMESIZE> name{};
+  return if_indextoname(link, name.data()) != nullptr && ignores_linkdown(name.data());
 }
 
 }  // namespace
@@ -124,12 +145,64 @@ bool RouteFollower::settled() const {
 void RouteFollower::on_datagram(std::span<const std::uint8_t> datagram) {
   scratch_.clear();
   link_events_.clear();
-  const auto read = [this](const nlmsghdr* message) {
-    return parse_link_message(message, &link_events_) && parse_route_message(message, &scratch_);
+  unsigned malformed = 0;
+  const auto read = [this, &malformed](const nlmsghdr* message) {
+    const char* const fault =
+        is_of_routes(message) ? kRouteEventFaultPoints.malformed : "netlink_route_link_malformed";
+    const bool good = fault_check(fault) == kStatusOk && parse_link_message(message, &link_events_) &&
+                      parse_route_message(message, &scratch_);
+    if (good) return true;
+    ++malformed;
+    take_malformed(message);
+    return false;
   };
-  for_each_message(datagram, read);
+  if (for_each_message(datagram, read).malformed != malformed) {
+    count_malformed(1, "in an announcement of " + std::to_string(datagram.size()) + " octets");
+    on_events_lost();
+  }
   for (const Event& event : link_events_) take_event(event);
   for (const RouteEvent& event : scratch_) take_event(event);
+}
+
+// What it announced is read. Malformed messages of links and addresses are counted by their own socket.
+void RouteFollower::take_malformed(const nlmsghdr* message) {
+  if (const auto table = table_of_malformed(message)) {
+    take_malformed_route(*table);
+  } else if (is_of_objects(message)) {
+    count_malformed(1, "in an announcement of a next-hop object; reading all of them");
+    objects_dirty_ = true;
+    objects_known_ = false;
+    basis_disturbed_ = true;
+    wake(settings_.retry);
+  } else {
+    if (is_of_routes(message))
+      count_malformed(1, "in an announcement of a route of an unknown table; reading all tables");
+    on_events_lost();
+  }
+}
+
+void RouteFollower::take_malformed_route(router::RouteTableId id) {
+  const auto table = tables_.find(id);
+  if (table == tables_.end()) return;
+  count_malformed(1, "in an announcement of a route of " + text_of(id) + "; reading the table again");
+  table->second.routes.commit();
+  table->second.routes.forget_announcements();
+  disturb_walk(id);
+  table->second.held_lost = is_being_read(id);
+  table->second.doubts_lost_one = table->second.held_lost || table->second.doubts != 0;
+  doubt(&table->second);
+  reread_soon(table);
+}
+
+std::string RouteFollower::text_of(router::RouteTableId id) {
+  return (id.family == router::Family::kIpv4 ? "IPv4" : "IPv6") + (" table " + std::to_string(id.table));
+}
+
+void RouteFollower::count_malformed(std::uint64_t messages, const std::string& where) {
+  if (messages == 0) return;
+  counters_.malformed += messages;
+  log_warning("kernel", "malformed messages of the kernel (%llu times so far), the last one %s",
+              static_cast<unsigned long long>(counters_.malformed), where.c_str());
 }
 
 // Several announcements of one prefix in a batch are one change of its rows.
@@ -144,7 +217,7 @@ void RouteFollower::commit() {
     const auto table = tables_.find(id);
     if (table == tables_.end()) continue;
     table->second.routes.commit();
-    if (account(&table->second)) reread_later(table, settings_.retry);
+    if (account(&table->second)) reread_soon(table);
   }
 }
 
@@ -174,6 +247,11 @@ void RouteFollower::set_knowledge(Knowledge knowledge, Table* table) {
   table->losses = counters_.losses;
 }
 
+// A difference that the next reading finds is not a correction.
+void RouteFollower::doubt(Table* table) {
+  if (table->knowledge == Knowledge::kComplete) table->knowledge = Knowledge::kUnconfirmed;
+}
+
 void RouteFollower::on_listener_failure(EventListener::Failure failure, Status status) {
   ++counters_.failures;
   log_failure(failure == EventListener::Failure::kReceiving ? "receiving events" : "listening for events",
@@ -184,22 +262,21 @@ void RouteFollower::take_event(const Event& event) {
   commit();
   if (const auto* link = std::get_if<LinkSeen>(&event)) {
     const LinkStates::Change change = links_.seen(*link);
-    if (is_reading_basis()) links_seen_.seen(*link);
-    if (change.carrier) changed_.carriers[link->link.index] = link->link.name;
+    if (keeps_basis_seen()) links_seen_.seen(*link);
     take_link_change(link->link.index, change);
   } else if (const auto* removed = std::get_if<LinkRemoved>(&event)) {
     links_.removed(removed->index);
-    if (is_reading_basis()) links_seen_.removed(removed->index);
+    if (keeps_basis_seen()) links_seen_.removed(removed->index);
     without_ipv6_.erase(removed->index);
     history_.add(removed->index, RouteHistory::LinkChange::kRemoved);
     take_link_change(removed->index, {.objects_lost = true});
   } else if (const auto* seen = std::get_if<AddressSeen>(&event)) {
     take_link_change(seen->address.index, links_.address_seen(seen->address));
     take_ipv6_address(seen->address, false);
-    if (is_reading_basis()) links_seen_.address_seen(seen->address);
+    if (keeps_basis_seen()) links_seen_.address_seen(seen->address);
   } else if (const auto* old = std::get_if<AddressRemoved>(&event)) {
     take_link_change(old->address.index, links_.address_removed(old->address));
-    if (is_reading_basis()) links_seen_.address_removed(old->address);
+    if (keeps_basis_seen()) links_seen_.address_removed(old->address);
     take_removed_address(old->address.address);
     take_ipv6_address(old->address, true);
   }
@@ -209,12 +286,13 @@ void RouteFollower::take_event(const Event& event) {
 void RouteFollower::take_link_change(std::uint32_t index, const LinkStates::Change& change) {
   using LinkChange = RouteHistory::LinkChange;
   if (!change.any()) return;
+  if (change.carrier) changed_.carriers.insert(index);
   if (change.ipv4_down) history_.add(index, LinkChange::kIpv4Down);
   if (change.ipv6_down) history_.add(index, LinkChange::kIpv6Down);
   if (change.ipv4_up) history_.add(index, LinkChange::kIpv4Up);
   if (change.ipv6_up) history_.add(index, LinkChange::kIpv6Up);
   if (change.objects_lost) {
-    if (is_reading_basis()) objects_seen_.remove_over(index);
+    if (keeps_basis_seen()) objects_seen_.remove_over(index);
     take_affected(objects_.remove_over(index));
   }
   changed_.links.insert(index);
@@ -223,11 +301,11 @@ void RouteFollower::take_link_change(std::uint32_t index, const LinkStates::Chan
   limit_history();
 }
 
-// Links that changed this often while tables were read: it is faster to read them all again.
+// So much has changed while tables were read: it is faster to read them all again.
 void RouteFollower::limit_history() {
-  if (history_.link_changes() <= settings_.history) return;
+  if (history_.size() <= settings_.history) return;
   on_events_lost();
-  history_.clear();
+  history_.cut();
 }
 
 // The kernel announces the routes that it deletes with their preferred source address, older ones do not.
@@ -262,12 +340,14 @@ void RouteFollower::take_affected(const NextHopObjects::Affected& affected) {
     changed_.objects.insert(ids->begin(), ids->end());
     meanwhile_.objects.insert(ids->begin(), ids->end());
   }
-  if (!affected.removed.empty() || !affected.changed.empty()) mark_soon();
+  if (affected.removed.empty() && affected.changed.empty()) return;
+  mark_soon();
+  limit_history();
 }
 
 void RouteFollower::take_object(const NextHopSeen& seen) {
   object_request_ = seen.request;
-  if (is_reading_basis()) objects_seen_.update(seen.object);
+  if (keeps_basis_seen()) objects_seen_.update(seen.object);
   if (objects_.update(seen.object)) take_affected({{}, objects_.users(seen.object.id)});
 }
 
@@ -297,19 +377,21 @@ void RouteFollower::take_event(const RouteEvent& event) {
     commit();
     basis_disturbed_ = true;
     object_request_ = 0;
-    objects_seen_.remove(old_object->id);
+    if (keeps_basis_seen()) objects_seen_.remove(old_object->id);
     take_affected(objects_.remove(old_object->id));
   }
+}
+
+// The kernel does not report that its walk over an IPv6 table is disturbed (dump.cpp).
+void RouteFollower::disturb_walk(router::RouteTableId id) {
+  const bool is_walked = phase_ == Phase::kTable || phase_ == Phase::kDelivery;
+  if (is_walked && id.family == router::Family::kIpv6 && reading_.table() == id) reading_.disturb();
 }
 
 void RouteFollower::take_route(const KernelRoute& route, const RouteEvent& event) {
   const auto table = tables_.find({route.family, route.table});
   if (table == tables_.end()) return;
-  const bool is_walked = phase_ == Phase::kTable || phase_ == Phase::kDelivery;
-  // The kernel does not report that its walk over an IPv6 table is disturbed (dump.cpp).
-  if (is_walked && route.family == router::Family::kIpv6 && reading_.table() == table->first) {
-    reading_.disturb();
-  }
+  disturb_walk(table->first);
   if (!is_shown(route)) return;
   if (knowledge_of(table->second) != Knowledge::kNone) {
     apply(event, history_.now(), table);
@@ -342,7 +424,7 @@ void RouteFollower::apply(const RouteEvent& event, RouteHistory::Moment moment, 
     count_corrections(
         1, "table " + std::to_string(route.table) + ": the routes to " + router::format_address(prefix));
   }
-  reread_later(table, settings_.retry);
+  reread_soon(table);
 }
 
 void RouteFollower::count_corrections(std::uint64_t count, const std::string& what) {
@@ -424,8 +506,9 @@ void RouteFollower::begin_marking() {
 // False when there was not enough time. A link takes 20 microseconds.
 bool RouteFollower::find_hiding(std::uint64_t end) {
   while (!marking_.carriers.empty()) {
-    const auto link = marking_.carriers.extract(marking_.carriers.begin());
-    if (all_hide_ || ignores_linkdown(link.mapped())) marking_.hiding.insert(link.key());
+    const std::uint32_t link = *marking_.carriers.begin();
+    marking_.carriers.erase(marking_.carriers.begin());
+    if (all_hide_ || ignores_linkdown(link)) marking_.hiding.insert(link);
     if (clock_monotonic() >= end) return false;
   }
   return true;
@@ -462,7 +545,7 @@ void RouteFollower::mark(router::RouteTableId id, Table* table) {
     return id.family == router::Family::kIpv4 && routes.has_preferred_source(address);
   });
   if (!marking_.everything && !lost_source && !intersects(marking_.hiding, routes.usage().interfaces)) return;
-  if (knowledge_of(*table) == Knowledge::kComplete) table->knowledge = Knowledge::kUnconfirmed;
+  doubt(table);
   dirty_.insert(id);
 }
 
@@ -479,7 +562,7 @@ void RouteFollower::walk() {
   for (int slice = 0; slice < kSlicesPerStep && !walking_.empty(); ++slice) {
     const auto table = tables_.find(*walking_.begin());
     table->second.routes.walk(kPrefixesPerSlice);
-    if (account(&table->second)) reread_later(table, settings_.retry);
+    if (account(&table->second)) reread_soon(table);
     if (!table->second.routes.is_walking()) walking_.erase(walking_.begin());
     if (clock_monotonic() - start >= reconcile::kStepTime) break;
   }

@@ -48,7 +48,7 @@ class RouteFollower final : public router::Observer, private EventListener::Clie
   void vrf_deleted(const router::Vrf& vrf) override;
 
  private:
-  enum class Phase { kIdle, kBasis, kBasisEnd, kTable, kDelivery, kSweep, kReplay };
+  enum class Phase { kIdle, kBasis, kBasisEnd, kObjects, kTable, kDelivery, kSweep, kReplay };
   enum class Knowledge {
     kNone,         // announcements are ignored, or held during a reading
     kUnconfirmed,  // they are applied; the table was read, but the reading may lack routes
@@ -63,20 +63,21 @@ class RouteFollower final : public router::Observer, private EventListener::Clie
     Knowledge knowledge = Knowledge::kNone;
     std::uint64_t losses = 0;  // of announcements, when `knowledge` was set
     std::deque<Held> held{};
-    bool held_lost = false;          // there were too many
+    bool held_lost = false;          // there were too many, or a malformed one
     std::uint64_t not_before = 0;    // clock_monotonic(): the next reading at the earliest
     std::uint64_t due = 0;           // ... at the latest
     unsigned doubts = 0;             // consecutive readings that were in doubt
     std::uint64_t doubts_since = 0;  // losses of announcements before the first of them
+    bool doubts_lost_one = false;    // an announcement was malformed since the first of them began
   };
   using Tables = std::map<router::RouteTableId, Table>;
   // What has changed, and on which tables may depend. Objects are with their groups.
   struct Changed {
     absl::btree_set<std::uint32_t> links;
     absl::btree_set<std::uint32_t> objects;
-    std::map<std::uint32_t, std::string> carriers;  // links; those that hide paths are moved to `hiding`
-    absl::btree_set<std::uint32_t> hiding;          // links that may hide paths
-    absl::btree_set<std::uint32_t> sources;         // removed IPv4 addresses
+    absl::btree_set<std::uint32_t> carriers;  // links; those that hide paths are moved to `hiding`
+    absl::btree_set<std::uint32_t> hiding;    // links that may hide paths
+    absl::btree_set<std::uint32_t> sources;   // removed IPv4 addresses
     bool everything = false;
     bool is_empty() const { return links.empty() && objects.empty() && sources.empty() && !everything; }
     bool concerns(const RouteUsage& usage) const;
@@ -86,6 +87,10 @@ class RouteFollower final : public router::Observer, private EventListener::Clie
   void on_batch_end() override;
   void on_events_lost() override;
   void on_listener_failure(EventListener::Failure failure, Status status) override;
+  void take_malformed(const nlmsghdr* message);
+  void take_malformed_route(router::RouteTableId id);
+  static std::string text_of(router::RouteTableId id);
+  void count_malformed(std::uint64_t messages, const std::string& where);
   void take_event(const Event& event);
   void take_event(const RouteEvent& event);
   void take_link_change(std::uint32_t index, const LinkStates::Change& change);
@@ -93,6 +98,7 @@ class RouteFollower final : public router::Observer, private EventListener::Clie
   void take_ipv6_address(const LinkAddress& address, bool is_removed);
   void take_object(const NextHopSeen& seen);
   void take_affected(const NextHopObjects::Affected& affected);
+  void disturb_walk(router::RouteTableId id);
   void take_route(const KernelRoute& route, const RouteEvent& event);
   void hold(const RouteEvent& event, Table* table);
   void apply(const RouteEvent& event, RouteHistory::Moment moment, Tables::iterator table);
@@ -114,6 +120,7 @@ class RouteFollower final : public router::Observer, private EventListener::Clie
   void mark_overdue();
   Knowledge knowledge_of(const Table& table) const;
   void set_knowledge(Knowledge knowledge, Table* table);
+  static void doubt(Table* table);
 
   void walk_soon();
   void walk();
@@ -125,14 +132,19 @@ class RouteFollower final : public router::Observer, private EventListener::Clie
   void step();
   bool begin_something();
   Tables::iterator next_dirty(std::uint64_t now, std::uint64_t* earliest);
+  std::uint64_t rest() const;
   void reread_later(Tables::iterator table, std::uint64_t delay);
+  void reread_soon(Tables::iterator table);
   bool drain_events();
 
   void begin_basis();
   void continue_basis();
   bool read_basis(const nlmsghdr* message);
   void end_basis();
-  void finish_basis();
+  void repeat_basis();
+  void adopt_basis(bool in_doubt);
+  void compare_objects();
+  bool compare_some_objects();
   void count_corrections(std::uint64_t count, const std::string& what);
   void basis_failed(Status status);
   void begin_table(Tables::iterator table);
@@ -147,8 +159,14 @@ class RouteFollower final : public router::Observer, private EventListener::Clie
   bool is_verifiable(const Table& table) const;
   bool is_outdated(const Table& table) const;
   bool is_being_read(router::RouteTableId table) const;
-  bool is_reading_basis() const { return phase_ == Phase::kBasis || phase_ == Phase::kBasisEnd; }
+  bool is_reading_basis() const {
+    return phase_ == Phase::kBasis || phase_ == Phase::kBasisEnd || phase_ == Phase::kObjects;
+  }
   void become_idle();
+  // Announcements belong to what was read of the basis until it is adopted or given up.
+  bool keeps_basis_seen() const {
+    return phase_ == Phase::kBasis || phase_ == Phase::kBasisEnd || (phase_ == Phase::kObjects && compares_);
+  }
   void close_dumps();
   void abandon_reading();
   void log_failure(const char* what, Status status);
@@ -163,6 +181,9 @@ class RouteFollower final : public router::Observer, private EventListener::Clie
   absl::btree_set<std::uint32_t> without_ipv6_;  // links that are up
   LinkStates links_seen_;                        // by the running reading of the basis
   NextHopObjects objects_seen_;                  // the same
+  NextHopObjects::Comparison comparison_;        // of the two
+  bool compares_ = false;                        // they are compared; otherwise `objects_seen_` is released
+  bool corrects_ = false;                        // a difference is a correction
   Dump basis_dump_{kRouteDumpFaultPoints};
   TableReading reading_;
   Dump::Progress progress_ = Dump::Progress::kMore;  // of the reading, when it waits for its delivery

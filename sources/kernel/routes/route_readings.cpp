@@ -10,10 +10,11 @@
 // the table depends may have deleted routes without an announcement after they were read; then the reading is
 // in doubt, or begins again if it only verifies.
 //
-// A reading is also in doubt when it was disturbed, when a route names an unknown object, or when the store
-// refused a row; a reading of an IPv6 table also when a route of the table was announced meanwhile. It adds
-// and updates but does not remove, and is repeated after `retry`. The kDoubtsMax-th consecutive one removes
-// what none of them has read, because deleted routes must not be shown for ever, unless it only verifies.
+// A reading is also in doubt when it was disturbed, when a message of it is malformed, when a route names an
+// unknown object, or when the store refused a row; a reading of an IPv6 table also when a route of the table
+// was announced meanwhile. It adds and updates but does not remove, and is repeated. The
+// kDoubtsMax-th consecutive one removes what none of them has read, because deleted routes must not be shown
+// for ever, unless it only verifies.
 #include <linux/netlink.h>
 #include <sys/epoll.h>
 
@@ -23,6 +24,7 @@
 #include "platform/core/base/clock.h"
 #include "platform/core/base/log.h"
 #include "sources/kernel/routes/route_follower.h"
+#include "sources/reconcile/reconcile.h"
 
 namespace kernel {
 namespace {
@@ -30,6 +32,8 @@ namespace {
 constexpr unsigned kDoubtsMax = 5;
 constexpr std::uint64_t kRest = 4;  // multiple of the duration of a reading
 constexpr std::size_t kPrefixesPerSweep = 1000;
+constexpr std::size_t kObjectsPerSlice = 64;
+constexpr int kSlicesOfObjects = 40;
 constexpr std::size_t kHeldPerStep = 200;
 constexpr int kReadsPerDrain = 4;
 constexpr std::uint64_t kSpread = 64;  // slots in the last quarter of the interval
@@ -63,6 +67,8 @@ void RouteFollower::step() {
   switch (phase_) {
     case Phase::kBasisEnd:
       return end_basis();
+    case Phase::kObjects:
+      return compare_objects();
     case Phase::kDelivery:
       return deliver();
     case Phase::kSweep:
@@ -111,6 +117,17 @@ RouteFollower::Tables::iterator RouteFollower::next_dirty(std::uint64_t now, std
 void RouteFollower::reread_later(Tables::iterator table, std::uint64_t delay) {
   dirty_.insert(table->first);
   table->second.not_before = std::max(table->second.not_before, clock_monotonic() + delay);
+  wake(delay);
+}
+
+// A stream of reasons does not postpone it.
+void RouteFollower::reread_soon(Tables::iterator table) {
+  if (!dirty_.contains(table->first)) reread_later(table, settings_.retry);
+}
+
+// Before the table that was just read, in doubt or not to the end, is read again.
+std::uint64_t RouteFollower::rest() const {
+  return std::max(settings_.retry, kRest * (clock_monotonic() - reading_began_));
 }
 
 void RouteFollower::step_soon() {
@@ -157,6 +174,7 @@ bool RouteFollower::drain_events() {
 }
 
 void RouteFollower::begin_basis() {
+  reading_began_ = clock_monotonic();
   basis_has_links_ = std::exchange(links_dirty_, false);
   objects_dirty_ = false;
   basis_disturbed_ = false;
@@ -208,27 +226,51 @@ void RouteFollower::continue_basis() {
 // What was announced before the dump was read is applied before the two are compared.
 void RouteFollower::end_basis() {
   if (!drain_events()) return step_soon();
-  finish_basis();
+  count_malformed(basis_dump_.malformed(), "while reading links, addresses and next-hop objects");
+  const bool in_doubt = basis_dump_.is_partial() || basis_disturbed_;
+  compares_ = !in_doubt || ++basis_doubts_ == kDoubtsMax;
+  if (compares_) {
+    adopt_basis(in_doubt);
+  } else {
+    repeat_basis();
+  }
   basis_has_links_ = false;
+  phase_ = Phase::kObjects;
+  compare_objects();
+}
+
+// Routes with objects that are not known have no rows: they do not wait for long.
+void RouteFollower::repeat_basis() {
+  links_dirty_ = links_dirty_ || basis_has_links_;
+  objects_dirty_ = true;
+  basis_not_before_ = clock_monotonic() + (objects_known_ ? rest() : settings_.retry);
+}
+
+void RouteFollower::adopt_basis(bool in_doubt) {
+  basis_doubts_ = 0;
+  if (basis_has_links_) links_ = std::exchange(links_seen_, {});
+  corrects_ = objects_known_ && !in_doubt;
+  objects_known_ = true;
+  comparison_ = {};
+}
+
+// A router may have a hundred thousand objects. What is announced between the steps changes both.
+void RouteFollower::compare_objects() {
+  const std::uint64_t start = clock_monotonic();
+  bool more = true;
+  for (int slice = 0; more && slice < kSlicesOfObjects; ++slice) {
+    more = compares_ ? compare_some_objects() : objects_seen_.release_some(kObjectsPerSlice);
+    if (clock_monotonic() - start >= reconcile::kStepTime) break;
+  }
+  if (more) return step_soon();
   become_idle();
 }
 
-void RouteFollower::finish_basis() {
-  const bool in_doubt = basis_dump_.disturbed() || basis_disturbed_;
-  if (in_doubt && ++basis_doubts_ < kDoubtsMax) {
-    links_dirty_ = links_dirty_ || basis_has_links_;
-    objects_dirty_ = true;
-    basis_not_before_ = clock_monotonic() + settings_.retry;
-    return;
-  }
-  basis_doubts_ = 0;
-  if (basis_has_links_) links_ = std::exchange(links_seen_, {});
-  const NextHopObjects::Affected affected = objects_.differences(objects_seen_);
-  objects_ = std::exchange(objects_seen_, {});
-  if (objects_known_ && !in_doubt)
-    count_corrections(affected.removed.size() + affected.changed.size(), "next-hop objects");
-  objects_known_ = true;
-  take_affected(affected);
+bool RouteFollower::compare_some_objects() {
+  compares_ = objects_.adopt_some(objects_seen_, kObjectsPerSlice, &comparison_);
+  take_affected(std::exchange(comparison_.affected, {}));
+  if (!compares_ && corrects_) count_corrections(comparison_.differences, "next-hop objects");
+  return true;
 }
 
 void RouteFollower::basis_failed(Status status) {
@@ -265,6 +307,7 @@ void RouteFollower::begin_table(Tables::iterator table) {
   }
   const bool continues = table->second.doubts != 0 && table->second.doubts_since == counters_.losses;
   table->second.doubts_since = counters_.losses;
+  table->second.doubts_lost_one = table->second.doubts_lost_one && continues;
   table->second.routes.begin_reading(
       is_verifiable(table->second) ? TableRoutes::Reading::kVerify : TableRoutes::Reading::kFirst, continues);
   phase_ = Phase::kTable;
@@ -282,7 +325,7 @@ void RouteFollower::continue_table() {
 
 // Something on which the table depends, or too much of the table, changed while a reading verified it.
 bool RouteFollower::is_outdated(const Table& table) const {
-  return table.routes.is_reading_overtaken() ||
+  return table.routes.announced_meanwhile() > settings_.announced ||
          (knowledge_of(table) != Knowledge::kNone && meanwhile_.concerns(table.routes.usage()));
 }
 
@@ -295,13 +338,13 @@ void RouteFollower::deliver() {
   if (needs_events && !drain_events()) return step_soon();
   if (is_outdated(table->second)) {
     abandon_reading();
-    reread_later(table, std::max(settings_.retry, kRest * (clock_monotonic() - reading_began_)));
+    reread_later(table, rest());
     return become_idle();
   }
   phase_ = Phase::kTable;
   const bool may_remove =
       table->second.doubts + 1 >= kDoubtsMax && knowledge_of(table->second) != Knowledge::kComplete;
-  reading_.deliver(is_complete, reading_.disturbed() && !may_remove, &table->second.routes);
+  reading_.deliver(is_complete, reading_.is_partial() && !may_remove, &table->second.routes);
   in_doubt_ = account(&table->second) || in_doubt_;
   if (std::exchange(store_changed_, false)) model_->flush_route_changes();
   if (!is_complete) return;
@@ -321,10 +364,14 @@ void RouteFollower::table_failed(Status status) {
 void RouteFollower::finish_table() {
   ++counters_.tables_read;
   const auto table = tables_.find(reading_.table());
-  in_doubt_ = in_doubt_ || reading_.disturbed() || table->second.held_lost ||
+  in_doubt_ = in_doubt_ || reading_.is_partial() || table->second.held_lost ||
               meanwhile_.concerns(table->second.routes.usage());
   const bool only_verifies = knowledge_of(table->second) == Knowledge::kComplete;
-  if (in_doubt_ && (++table->second.doubts < kDoubtsMax || only_verifies)) return end_in_doubt(table);
+  const bool rows_remain = in_doubt_ && (++table->second.doubts < kDoubtsMax || only_verifies);
+  count_malformed(reading_.malformed(),
+                  "while reading " + text_of(table->first) +
+                      (rows_remain ? "; its rows remain" : "; rows that it does not show are removed"));
+  if (rows_remain) return end_in_doubt(table);
   in_doubt_ = false;
   table->second.doubts = 0;
   phase_ = Phase::kSweep;
@@ -370,16 +417,18 @@ void RouteFollower::settle_table(Tables::iterator table) {
   const Knowledge knowledge = knowledge_of(table->second);
   const bool events_lost =
       std::exchange(table->second.held_lost, false) || reading_losses_ != counters_.losses;
-  const bool replayed = std::exchange(replayed_, false);
-  if (replayed) dirty_.insert(table->first);
-  if (!events_lost && !in_doubt_ && !replayed) {
+  // What an earlier reading of a series has shown may have been deleted by a malformed announcement.
+  const bool may_list_deleted = !in_doubt_ && std::exchange(table->second.doubts_lost_one, false);
+  const bool needs_another = std::exchange(replayed_, false) || may_list_deleted;
+  if (needs_another) dirty_.insert(table->first);
+  if (!events_lost && !in_doubt_ && !needs_another) {
     set_knowledge(Knowledge::kComplete, &table->second);
   } else if (!events_lost && knowledge == Knowledge::kNone) {
     set_knowledge(Knowledge::kUnconfirmed, &table->second);
   } else if (events_lost) {
     dirty_.insert(table->first);
   }
-  if (in_doubt_ && table->second.doubts < kDoubtsMax) return reread_later(table, settings_.retry);
+  if (in_doubt_ && table->second.doubts < kDoubtsMax) return reread_later(table, rest());
   table->second.doubts = 0;
   table->second.not_before = now + std::max(settings_.settle, kRest * (now - reading_began_));
   table->second.due = now + settings_.route_reread - spread_of(table->first, settings_.route_reread);

@@ -9,15 +9,17 @@
 namespace kernel {
 namespace {
 
-// The row of each next hop that has the lowest metric; the first one among equals.
-void add_row(router::Route row, std::vector<router::Route>* rows) {
-  const auto present = std::find_if(rows->begin(), rows->end(),
-                                    [&row](const router::Route& each) { return each.key == row.key; });
-  if (present == rows->end()) {
-    rows->push_back(std::move(row));
-  } else if (row.metrics[0] < present->metrics[0]) {
-    *present = std::move(row);
-  }
+// Leaves the row of each next hop that has the lowest metric; the first one among equals. Into the order of
+// keys.
+void select_rows(std::vector<router::Route>* rows) {
+  if (rows->size() < 2) return;
+  std::ranges::stable_sort(*rows, [](const router::Route& left, const router::Route& right) {
+    return std::pair(left.key, left.metrics[0]) < std::pair(right.key, right.metrics[0]);
+  });
+  const auto has_same_key = [](const router::Route& left, const router::Route& right) {
+    return left.key == right.key;
+  };
+  rows->erase(std::unique(rows->begin(), rows->end(), has_same_key), rows->end());
 }
 
 constexpr std::size_t kContentsPerStep = 10'000;  // half a millisecond
@@ -147,9 +149,10 @@ std::vector<router::Route> TableRoutes::rows_of(const Prefix& prefix, const Rout
       row.key.destination = prefix.destination;
       row.key.prefix_length = prefix.length;
       row.origin = ids[at];
-      add_row(std::move(row), &rows);
+      rows.push_back(std::move(row));
     }
   }
+  select_rows(&rows);
   return rows;
 }
 
@@ -173,9 +176,8 @@ bool TableRoutes::store(const Prefix& prefix, bool is_new, const std::vector<rou
 bool TableRoutes::erase_others(const Prefix& prefix, const std::vector<router::Route>& rows) {
   std::vector<router::RouteKey> others;
   model_->routes().visit_prefix(table_, prefix.key(), [&](const router::RouteMark& present) {
-    const bool stays = std::any_of(rows.begin(), rows.end(),
-                                   [&](const router::Route& row) { return row.key == present.key; });
-    if (!stays) others.push_back(present.key);
+    if (!std::ranges::binary_search(rows, present.key, {}, &router::Route::key))
+      others.push_back(present.key);
   });
   bool complete = true;
   for (const router::RouteKey& key : others) {

@@ -89,8 +89,8 @@ class TableRoutes {
   void compare(const Prefix& prefix, std::span<KernelRoute> routes, bool additions_only);
   bool end_some(std::size_t prefixes);
   void abandon_reading() { reading_.reset(); }
-  // So many prefixes were announced meanwhile that the reading must be abandoned.
-  bool is_reading_overtaken() const;
+  // Prefixes that were announced meanwhile, or addresses of several of them.
+  std::size_t announced_meanwhile() const { return reading_ ? reading_->touched.size() : 0; }
 
   // For a table that is closed: frees memory in steps; false when nothing is left.
   [[nodiscard]] bool release_some(std::size_t count);
@@ -137,12 +137,15 @@ class TableRoutes {
 
   Ids ids_of(const Prefix& prefix) const;
   bool any_stale(const Ids& ids);
+  bool is_read(const Prefix& prefix) const;
+  void mark_unread(const Prefix& prefix);
   RouteList routes_of(const Ids& ids) const;
   RouteList* pending(const Prefix& prefix);
   void replace(const Prefix& prefix, const Ids& before, const RouteList& routes);
   void add_read(const Prefix& prefix, const KernelRoute& route, RouteContents::Id id);
   std::vector<router::Route> rows_of(const Prefix& prefix, const RouteList& routes, const Ids& ids);
   bool store(const Prefix& prefix, bool is_new, const std::vector<router::Route>& rows);
+  // The rows are in the order of their keys.
   bool erase_others(const Prefix& prefix, const std::vector<router::Route>& rows);
   void refuse(Status status);
   void note_usage(const KernelRoute& content);

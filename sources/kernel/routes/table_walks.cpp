@@ -15,19 +15,12 @@ TableRoutes::Prefix successor(const TableRoutes::Prefix& prefix) {
   return {prefix.destination, static_cast<std::uint8_t>(prefix.length + 1)};
 }
 
-constexpr std::size_t kTouchedMax = 250'000;
-
-bool has(const RouteList& routes, const KernelRoute& wanted) {
-  return std::any_of(routes.begin(), routes.end(),
-                     [&wanted](const KernelRoute& each) { return same_route(each, wanted); });
-}
-
-// The kernel may show an IPv6 route twice when its table changes meanwhile.
+// The kernel may show an IPv6 route twice when its table changes meanwhile. The routes are sorted.
 void remove_repeated(RouteList* routes) {
   if (routes->size() < 2 || routes->front().family == router::Family::kIpv4) return;
   RouteList unique;
   for (KernelRoute& each : *routes) {
-    if (!has(unique, each)) unique.push_back(std::move(each));
+    if (!lists(unique, each)) unique.push_back(std::move(each));
   }
   *routes = std::move(unique);
 }
@@ -74,13 +67,32 @@ void TableRoutes::begin_walk() {
   }
 }
 
+// By the last reading, which may still be running.
+bool TableRoutes::is_read(const Prefix& prefix) const {
+  if (const auto listed = listed_.find(prefix); listed != listed_.end())
+    return listed->second.reading == readings_;
+  bool is_current = false;
+  model_->routes().visit_prefix(table_, prefix.key(),
+                                [&is_current](const router::RouteMark& row) { is_current = row.current; });
+  return is_current;
+}
+
+void TableRoutes::mark_unread(const Prefix& prefix) {
+  model_->routes().unkeep(table_, prefix.key());
+  if (const auto listed = listed_.find(prefix); listed != listed_.end()) listed->second.reading = 0;
+}
+
+// A prefix that the running reading has not shown remains one that it may remove.
 void TableRoutes::walk(std::size_t prefixes) {
   const auto is_stale = [this](const Prefix&, const router::RouteMark* row, const Listed* listed) {
     return row != nullptr ? row->origin != 0 && contents_.is_stale(row->origin) : any_stale(listed->ids);
   };
   for (const Prefix& prefix : step(&walk_, prefixes, is_stale)) {
     const Ids ids = ids_of(prefix);
-    replace(prefix, ids, routes_of(ids));
+    const RouteList routes = routes_of(ids);
+    const bool stays_unread = !routes.empty() && !is_read(prefix);
+    replace(prefix, ids, routes);
+    if (stays_unread) mark_unread(prefix);
   }
   if (!walk_.is_running && std::exchange(walk_again_, false)) begin_walk();
 }
@@ -154,9 +166,9 @@ bool TableRoutes::compare_single(const Prefix& prefix, const KernelRoute& route)
 // A route to a prefix without routes; the number of its content if that has one.
 void TableRoutes::add_read(const Prefix& prefix, const KernelRoute& route, RouteContents::Id id) {
   count_correction(prefix);
-  bool is_new = id == 0;
+  const bool is_new = id == 0;
   if (is_new) {
-    id = contents_.hold(route, &is_new);
+    id = contents_.hold_new();
     note_usage(route);
   } else {
     contents_.hold(id);
@@ -174,22 +186,18 @@ void TableRoutes::compare_all(const Prefix& prefix, RouteList routes, bool addit
   if (reading_->touched.contains(prefix.destination)) return;
   const router::RouteRetention retention = keep(prefix, routes);
   if (retention == router::RouteRetention::kRetained) return;
-  remove_repeated(&routes);
   sort_routes(&routes);
+  remove_repeated(&routes);
   const Ids ids = retention == router::RouteRetention::kAbsent ? Ids{} : ids_of(prefix);
   RouteList now = routes_of(ids);
   if (additions_only) {
-    std::erase_if(routes, [&now](const KernelRoute& each) { return has(now, each); });
+    std::erase_if(routes, [&now](const KernelRoute& each) { return kernel::lists(now, each); });
     routes.insert(routes.begin(), now.begin(), now.end());
     sort_routes(&routes);
   }
   const bool is_same = std::equal(now.begin(), now.end(), routes.begin(), routes.end(), looks_same);
   if (!is_same) count_correction(prefix);
   replace(prefix, ids, is_same ? now : routes);
-}
-
-bool TableRoutes::is_reading_overtaken() const {
-  return reading_ && reading_->touched.size() > kTouchedMax;
 }
 
 void TableRoutes::remove_unread(const Prefix& prefix) {

@@ -72,6 +72,7 @@ def view_errors(model, command_line, targets, vrfs):
     for what, expected, seen in (("show scalars", scalars, command_line.scalars()),
                                  ("show interfaces", members, command_line.interfaces()),
                                  ("corrections of routes", 0, command_line.corrections()),
+                                 ("malformed messages", 0, command_line.malformed_messages()),
                                  ("show route-targets", model.suite.targets, set(filter(model.is_stated, targets)))):
         if expected != seen:
             found.append(f"{what}: expected {expected}, shown {seen}")

@@ -51,6 +51,10 @@ class CommandLine:
         """What readings of the kernel's routes found that no announcement had led to."""
         return self.system.cli_json("show", "status")["routeCorrections"]
 
+    def malformed_messages(self):
+        """Messages of the kernel that the daemon could not decode."""
+        return self.system.cli_json("show", "status")["malformedMessages"]
+
     def interfaces(self):
         return {(row["vrfName"], row["ifConfIndex"]): row["name"] for row in self.system.cli_json("show", "interfaces")}
 

@@ -38,11 +38,11 @@ bool interface_is_active_silently(const VtabIfRecord* record) {
 
 bool interface_is_active(const VtabIfRecord* record) {
   const bool ipv4 = has_ipv4_address(record);
-  mpls_vpn_debug(DBASE, "%s/%s: IPv4=%s/%s", record->vrf_name, record->if_name,
+  mpls_vpn_debug(DBASE, "%s/%s: IPv4=%s/%s", record->vrf_name.c_str(), record->if_name.c_str(),
                  state_text(record->ipv4_state), address_text(ipv4));
   if (ipv4 && record->ipv4_state == kVtabStateUp) return true;
   const bool ipv6 = has_ipv6_address(record);
-  mpls_vpn_debug(DBASE, "%s/%s: IPv6=%s/%s", record->vrf_name, record->if_name,
+  mpls_vpn_debug(DBASE, "%s/%s: IPv6=%s/%s", record->vrf_name.c_str(), record->if_name.c_str(),
                  state_text(record->ipv6_state), address_text(ipv6));
   return ipv6 && record->ipv6_state == kVtabStateUp;
 }

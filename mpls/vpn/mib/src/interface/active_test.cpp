@@ -23,7 +23,7 @@ class ActiveInterface : public DaemonTest {
     return record != nullptr && interface_is_active(record);
   }
   // As IsActive(), with protocol states that are not the addresses'.
-  bool IsActiveWithStates(std::uint32_t ipv4_state, std::uint32_t ipv6_state) {
+  bool IsActiveWithStates(std::uint8_t ipv4_state, std::uint8_t ipv6_state) {
     Run();
     auto* record = const_cast<VtabIfRecord*>(vtab_get_if_record("ge0"));
     record->ipv4_state = ipv4_state;

@@ -1,6 +1,5 @@
 #include "mpls/vpn/mib/src/interface/columns.h"
 
-#include <charconv>
 #include <cstdint>
 #include <string>
 
@@ -13,7 +12,6 @@ namespace {
 
 constexpr std::span<const mib::Column<mib::Interface>> kInterfaceBatchColumns = mib::kInterfaceColumns;
 constexpr std::size_t kInterfaceComponents = 3;  // interface-next, VRF, ifIndex
-constexpr std::uint32_t kRowsPerClock = 16;      // between two looks at the clock
 
 struct InterfaceKey {
   std::string vrf_name;
@@ -24,13 +22,7 @@ bool read_interface_key(std::string_view path, InterfaceKey* key) {
   std::string_view components[kInterfaceComponents];
   if (!split_path(path, components, kInterfaceComponents) || !decode_vrf_name(components[1], &key->vrf_name))
     return false;
-  const std::string_view index = components[2];
-  const auto parsed = std::from_chars(index.data(), index.data() + index.size(), key->if_index);
-  return parsed.ec == std::errc() && parsed.ptr == index.data() + index.size();
-}
-
-bool is_step_over(const KvColumnBatch& batch) {
-  return batch.steps != nullptr && batch.rows % kRowsPerClock == 0 && batch.steps->is_over();
+  return decode_number(components[2], &key->if_index);
 }
 
 }  // namespace

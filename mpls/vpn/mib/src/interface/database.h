@@ -29,14 +29,15 @@ enum class TallyState : std::uint32_t { kNotCounted, kWithoutRecord, kInactive, 
 
 struct IfNode {
   WavlLink links[2];        // 0 by VRF and index, 1 by handle
-  char* vrf_name;           // owned; never null in a valid node
+  char* vrf_name;           // in the node's block; never null in a valid node
   std::uint32_t if_index;   // ifIndex; 0 while not resolved
   std::uint32_t if_handle;  // never 0
-  char* if_name;            // owned; null while not resolved
+  char* if_name;            // owned, see mpls_vpn_mib_set_if_name; null while not resolved
   std::uint32_t protocol_count[kMplsVpnProtocols];
   std::uint32_t vrf_down_trap_sent;  // 0 or 1
   std::uint32_t vrf_up_trap_sent;    // 0 or 1
   TallyState tally;                  // the tally's
+  std::uint32_t vrf_name_length;     // so that a search measures no name
 };
 
 // Creates the empty database. The tree's status. Once, at start-up, before the membership connection opens.
@@ -48,6 +49,8 @@ void mpls_vpn_mib_if_dbase_end();
 // Texts are copied. if_name may be null; if_index 0 sets DIRTY and keeps the node out of the VRF ordering.
 IfNode* mpls_vpn_mib_create_if_wavl_node(const char* vrf_name, std::uint32_t if_index, const char* if_name,
                                          std::uint32_t if_handle) MPLS_REQUIRES(mpls_vpn_mutex);
+// The node owns the text, which text_copy made, from now on; its former name is freed.
+void mpls_vpn_mib_set_if_name(IfNode* node, char* if_name) MPLS_REQUIRES(mpls_vpn_mutex);
 // 1: unlinked and freed. 0: nothing changed, nothing freed.
 int mpls_vpn_mib_delete_if_wavl_node(IfNode* node) MPLS_REQUIRES(mpls_vpn_mutex);
 

@@ -20,5 +20,7 @@ bool mpls_vpn_mib_if_is_complete(const IfNode* node);
 
 void mpls_vpn_mib_if_dbase_set_dirty(bool dirty) MPLS_REQUIRES(mpls_vpn_mutex);
 
-// Frees the node's texts and the node. REQUIRES: it is in no ordering. Null is allowed.
+// The node is about to be freed: no search continues from it.
+void mpls_vpn_mib_forget_latest(const IfNode* node);
+// Frees the node and its texts. REQUIRES: it is in no ordering. Null is allowed.
 void mpls_vpn_mib_free_if_node(IfNode* node);

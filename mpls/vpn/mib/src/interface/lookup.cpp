@@ -25,15 +25,31 @@ IfNode* search(unsigned thread, bool exact, const IfNode& key) {
   return static_cast<IfNode*>(found);
 }
 
+IfNode* successor(const IfNode* node) {
+  return static_cast<IfNode*>(wavl_next(mpls_vpn_mib_if_tree(), kIfByVrf, node));
+}
+
+// The latest answer to a search for a next node. A walk continues from there; null without one.
+IfNode* latest_next = nullptr;
+
+// The next node from the key on, if it is the latest one or follows that; null for any other.
+IfNode* next_near_latest(const IfNode& key) {
+  if (latest_next == nullptr || latest_next->links[kIfByVrf].linked == 0) return nullptr;
+  const WavlCompare compare = mpls_vpn_mib_if_tree()->compare[kIfByVrf];
+  const std::uint32_t order = compare(latest_next, &key);
+  if (order != kWavlLess) return order == kWavlEqual ? latest_next : nullptr;
+  IfNode* const following = successor(latest_next);
+  return following != nullptr && compare(following, &key) != kWavlLess ? following : nullptr;
+}
+
 IfNode* search_by_vrf(bool exact, const char* vrf_name, std::uint32_t if_index) {
   IfNode key{};
   key.vrf_name = const_cast<char*>(vrf_name);  // only read by the compare function
+  key.vrf_name_length = vrf_name == nullptr ? 0 : static_cast<std::uint32_t>(std::strlen(vrf_name));
   key.if_index = if_index;
-  return search(kIfByVrf, exact, key);
-}
-
-IfNode* successor(const IfNode* node) {
-  return static_cast<IfNode*>(wavl_next(mpls_vpn_mib_if_tree(), kIfByVrf, node));
+  if (exact) return search(kIfByVrf, true, key);
+  IfNode* const near = next_near_latest(key);
+  return latest_next = near != nullptr ? near : search(kIfByVrf, false, key);
 }
 
 bool is_of_vrf(const IfNode* node, const char* vrf_name) {
@@ -132,6 +148,10 @@ IfNode* find_in_vrf(const char* function, const char* vrf_name, Matches matches,
 }
 
 }  // namespace
+
+void mpls_vpn_mib_forget_latest(const IfNode* node) {
+  if (latest_next == node) latest_next = nullptr;
+}
 
 IfNode* mpls_vpn_mib_get_if(bool exact, const char* vrf_name, std::uint32_t if_index) {
   mpls_vpn_mib_clean_if_dbase();

@@ -1,4 +1,11 @@
 // Lookups of the interface database: by key, by handle, within a VRF, over invalid and valid VRFs.
+#include <array>
+#include <cstring>
+#include <map>
+#include <random>
+#include <string>
+#include <tuple>
+
 #include "mpls/vpn/mib/src/support/daemon_test_fixture.h"
 
 namespace {
@@ -50,6 +57,30 @@ TEST_F(IfLookup, GreaterOrEqualGetFindsTheNextKeyAlsoOfTheNextVrf) {
   EXPECT_EQ(mpls_vpn_mib_get_if(false, nullptr, 0), red7_);
   EXPECT_EQ(mpls_vpn_mib_get_if(false, "blue", 4), nullptr);
   EXPECT_EQ(Prints().back(), "get_greater_equal found node NULL");
+}
+
+// A search may continue from the latest answer, which is deleted here as well as its neighbors.
+TEST_F(IfLookup, NextNodeDependsOnTheDatabaseAlone) {
+  using Key = std::tuple<std::size_t, std::string, std::uint32_t>;
+  constexpr std::array<const char*, 4> kNames = {"a", "b", "bb", "cc"};
+  std::map<Key, IfNode*> expected;
+  std::minstd_rand random(7);
+  const auto below = [&random](std::uint32_t bound) { return static_cast<std::uint32_t>(random()) % bound; };
+  for (std::uint32_t turn = 1; turn <= 4000; ++turn) {
+    const char* const vrf_name = kNames.at(below(kNames.size()));
+    const std::uint32_t if_index = 1 + below(8);
+    const Key key(std::strlen(vrf_name), vrf_name, if_index);
+    const auto next = expected.lower_bound(key);
+    IfNode* const found = mpls_vpn_mib_get_if(false, vrf_name, if_index);
+    ASSERT_EQ(found, next == expected.end() ? nullptr : next->second) << turn;
+    if (below(4) != 0) continue;
+    if (next != expected.end() && below(2) == 0) {
+      DeleteIf(found);
+      expected.erase(next);
+    } else if (!expected.contains(key)) {
+      expected[key] = CreateIf(vrf_name, if_index, "ge0", turn);
+    }
+  }
 }
 
 TEST_F(IfLookup, GetThatLandsOnANodeWithoutNameIsNullAndDoesNotSkipIt) {

@@ -9,6 +9,7 @@
 #include "mpls/vpn/mib/src/interface/database.h"
 
 #include <cstdlib>
+#include <cstring>
 
 #include "mpls/vpn/mib/src/interface/database_internal.h"
 #include "mpls/vpn/mib/src/support/name.h"
@@ -22,11 +23,22 @@ namespace {
 
 bool dbase_dirty MPLS_GUARDED_BY(mpls_vpn_mutex) = false;
 
+// The order of mpls_vpn_name_compare().
+std::uint32_t compare_vrf_names(const IfNode* left, const IfNode* right) {
+  if (left->vrf_name_length != right->vrf_name_length) {
+    return mpls_vpn_order(left->vrf_name_length, right->vrf_name_length);
+  }
+  if (left->vrf_name == nullptr || right->vrf_name == nullptr) {
+    return mpls_vpn_order(left->vrf_name != nullptr, right->vrf_name != nullptr);
+  }
+  return mpls_vpn_order(std::memcmp(left->vrf_name, right->vrf_name, left->vrf_name_length), 0);
+}
+
 std::uint32_t compare_by_vrf(const void* left, const void* right) {
   if (left == nullptr || right == nullptr) return mpls_vpn_order(left != nullptr, right != nullptr);
   const auto* first = static_cast<const IfNode*>(left);
   const auto* second = static_cast<const IfNode*>(right);
-  const std::uint32_t names = mpls_vpn_name_compare(first->vrf_name, second->vrf_name);
+  const std::uint32_t names = compare_vrf_names(first, second);
   return names != kWavlEqual ? names : mpls_vpn_order(first->if_index, second->if_index);
 }
 
@@ -51,14 +63,32 @@ bool may_create(const char* vrf_name, std::uint32_t if_handle) {
   return true;
 }
 
-// A node with copies of the texts, in no ordering; null without memory for it and all it owns.
+// The texts of a node are in the node's block, the interface's name after the VRF's, which saves two blocks.
+// A name that the interface gets later has a block of its own.
+char* place_of_vrf_name(IfNode* node) {
+  return reinterpret_cast<char*>(node + 1);
+}
+
+char* place_of_if_name(IfNode* node, const char* vrf_name) {
+  return place_of_vrf_name(node) + std::strlen(vrf_name) + 1;
+}
+
+void free_if_name(IfNode* node) {
+  if (node->vrf_name != nullptr && node->if_name == place_of_if_name(node, node->vrf_name)) return;
+  std::free(node->if_name);
+}
+
+// A node with copies of the texts, in no ordering; null without memory for it.
 IfNode* new_if_node(const char* vrf_name, std::uint32_t if_index, const char* if_name,
                     std::uint32_t if_handle) {
-  auto* node = static_cast<IfNode*>(calloc_tagged(1, sizeof(IfNode), "IF node"));
+  const std::size_t vrf_name_length = std::strlen(vrf_name);
+  const std::size_t texts = vrf_name_length + 1 + (if_name == nullptr ? 0 : std::strlen(if_name)) + 1;
+  auto* node = static_cast<IfNode*>(calloc_tagged(1, sizeof(IfNode) + texts, "IF node"));
   if (node == nullptr) return nullptr;
-  node->vrf_name = text_copy(vrf_name);
+  node->vrf_name = text_copy_to(place_of_vrf_name(node), vrf_name);
+  node->vrf_name_length = static_cast<std::uint32_t>(vrf_name_length);
   node->if_index = if_index;
-  node->if_name = text_copy(if_name);
+  if (node->vrf_name != nullptr) node->if_name = text_copy_to(place_of_if_name(node, vrf_name), if_name);
   node->if_handle = if_handle;
   if (node->vrf_name != nullptr && (node->if_name != nullptr || if_name == nullptr)) return node;
   mpls_vpn_mib_free_if_node(node);
@@ -134,9 +164,17 @@ bool mpls_vpn_mib_if_is_complete(const IfNode* node) {
 
 void mpls_vpn_mib_free_if_node(IfNode* node) {
   if (node == nullptr) return;
-  std::free(node->vrf_name);
-  std::free(node->if_name);
+  mpls_vpn_mib_forget_latest(node);
+  free_if_name(node);
   std::free(node);
+}
+
+void mpls_vpn_mib_set_if_name(IfNode* node, char* if_name) {
+  const bool is_counted = node->tally != TallyState::kNotCounted;
+  mpls_vpn_tally_leave(node);
+  free_if_name(node);
+  node->if_name = if_name;
+  if (is_counted) mpls_vpn_tally_enter(node);
 }
 
 Status mpls_vpn_mib_if_dbase_init() {

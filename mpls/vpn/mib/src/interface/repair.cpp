@@ -25,10 +25,7 @@ namespace {
 
 void resolve_name(IfNode* node) MPLS_REQUIRES(mpls_vpn_mutex) {
   char* name = text_copy(mpls_vpn_get_interface_name(node->if_handle));
-  const bool is_counted = node->tally != TallyState::kNotCounted;
-  mpls_vpn_tally_leave(node);
-  node->if_name = name;
-  if (is_counted) mpls_vpn_tally_enter(node);
+  mpls_vpn_mib_set_if_name(node, name);
   if (node->if_name != nullptr) {
     mpls_vpn_report(DBASE, kTraceDbase, "Interface 0x%x: resolved if_name = %s", node->if_handle,
                     node->if_name);

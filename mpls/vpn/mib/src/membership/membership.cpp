@@ -24,7 +24,6 @@
 #include "mpls/vpn/mib/src/interface/cached_ifindex.h"
 #include "mpls/vpn/mib/src/interface/database.h"
 #include "mpls/vpn/mib/src/support/report.h"
-#include "mpls/vpn/mib/src/tally/tally.h"
 #include "mpls/vpn/mib/src/traps/procedures.h"
 #include "mpls/vpn/mib/src/vrf/database.h"
 #include "platform/core/base/clock.h"
@@ -51,7 +50,7 @@ void resolve_name(Joining* joining) {
   if (name != nullptr) std::snprintf(joining->if_name.data(), joining->if_name.size(), "%s", name);
 }
 
-void refresh_name(IfNode* node, const Joining& joining) {
+void refresh_name(IfNode* node, const Joining& joining) MPLS_REQUIRES(mpls_vpn_mutex) {
   if (node->if_name != nullptr && std::strcmp(node->if_name, joining.if_name.data()) == 0) {
     mpls_vpn_debug(VMAP, "Interface was already in this vrf. VRF is created or deleted");
     return;
@@ -61,10 +60,7 @@ void refresh_name(IfNode* node, const Joining& joining) {
     mpls_vpn_error("mpls_vpn_mib_if2vrf_add", "text_copy failed", kStatusNoMemory);
     return;
   }
-  mpls_vpn_tally_leave(node);
-  std::free(node->if_name);
-  node->if_name = name;
-  mpls_vpn_tally_enter(node);
+  mpls_vpn_mib_set_if_name(node, name);
   mpls_vpn_report(VMAP, kTraceVmap, "Updated in VRF %s the ifname for ifhandle 0x%x, ifindex %u",
                   joining.vrf_name, joining.if_handle, joining.if_index);
 }

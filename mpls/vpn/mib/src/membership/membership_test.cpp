@@ -1,6 +1,5 @@
 // Interfaces that join a VRF.
 #include "mpls/vpn/mib/src/membership/membership_test_support.h"
-#include "mpls/vpn/mib/src/tally/tally.h"
 #include "platform/core/base/memory.h"
 
 namespace {
@@ -145,9 +144,10 @@ TEST_F(InterfaceJoin, EachMessageIsPrintedUnderItsArea) {
   ExpectUnder(VMAP, "Interface was already in this vrf. VRF is created or deleted", join("red"));
   const auto rename = [&] {
     IfNode* node = NodeOf("red", "ge0");
-    mpls_vpn_tally_leave(node);  // it finds nodes by their names
-    text_replace(&node->if_name, "old");
-    mpls_vpn_tally_enter(node);
+    {
+      const MplsVpnLock lock(__func__, ERR);
+      mpls_vpn_mib_set_if_name(node, text_copy("old"));
+    }
     mpls_vpn_mib_if2vrf_add(handle_, "red");
   };
   ExpectUnder(VMAP, "Updated in VRF red the ifname for ifhandle " + Hex(handle_) + ", ifindex " + index_,

@@ -209,6 +209,14 @@ const RtNode* mpls_vpn_mib_get_next_rt_in_vrf(const RtNode* node, const char* vr
   return next != nullptr && is_of_vrf(next, vrf_name) ? report_in_vrf(next) : nullptr;
 }
 
+const RtNode* mpls_vpn_mib_rt_dbase_next(const RtNode* node) {
+  return successor(node);
+}
+
+bool mpls_vpn_mib_is_same_vrf(const RtNode* node, const RtNode* other) {
+  return other != nullptr && is_of_vrf(node, other->vrf_name);
+}
+
 void mpls_vpn_mib_rt_dbase_walk() {
   mpls_vpn_debug(DBASE, "Start walk");
   if (wavl_walk(&mpls_vpn_mib_rt_dbase, kByKey, print_rt_fn, nullptr) == 0) {

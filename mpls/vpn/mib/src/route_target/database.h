@@ -56,5 +56,10 @@ const RtNode* mpls_vpn_mib_get_rt(bool exact, const char* vrf_name, std::uint32_
 const RtNode* mpls_vpn_mib_get_first_rt_in_vrf(const char* vrf_name);
 const RtNode* mpls_vpn_mib_get_next_rt_in_vrf(const RtNode* node, const char* vrf_name);
 
+// The entry after this one, of whichever VRF; null at the end.
+const RtNode* mpls_vpn_mib_rt_dbase_next(const RtNode* node);
+// False also for null.
+bool mpls_vpn_mib_is_same_vrf(const RtNode* node, const RtNode* other);
+
 // Prints every entry.
 void mpls_vpn_mib_rt_dbase_walk();

@@ -45,6 +45,18 @@ Status refuse_unfilled(mpls_vpn_mib_rt* row) {
 
 }  // namespace
 
+mpls_vpn_mib_rt mpls_vpn_mib_rt_row(const RtNode* node, std::uint32_t index) {
+  mpls_vpn_mib_rt row{};
+  row.index = index;
+  row.type = node->type;
+  row.rt = node->value;
+  row.description = const_cast<char*>(family_text(node->afi, node->safi));  // only read
+  row.rowStatus = kRowStatusActive;
+  row.storageType = kStorageTypeReadOnly;
+  row.vrfName = node->vrf_name;
+  return row;
+}
+
 Status fill_rt_parcel(mpls_vpn_mib_rt* row, const RtNode* node, std::uint32_t index) {
   mpls_vpn_debug(PROV, "Entering function %s", kRtFill);
   *row = {};

@@ -15,6 +15,9 @@
 // encoding's status. Main thread.
 Status mpls_vpn_mib_prov_get_rt(KvReply* reply, const RequestArgs* args);
 
+// The row with the node's own texts, for batches of columns.
+mpls_vpn_mib_rt mpls_vpn_mib_rt_row(const RtNode* node, std::uint32_t index);
+
 // The row of a node under this number. Texts are heap copies; one that the node lacks is reported and stays
 // null. kStatusNoMemory, reported, with nothing in the row, when the name or the value cannot be copied.
 [[nodiscard]] Status fill_rt_parcel(mpls_vpn_mib_rt* row, const RtNode* node, std::uint32_t index);

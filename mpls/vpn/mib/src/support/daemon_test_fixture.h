@@ -128,8 +128,13 @@ class DaemonTest : public testing::Test {
   void Leave(std::string_view name) { Join(name, router::kDefaultVrf); }
   void LinkUp(std::string_view name) { SetLink(name, true); }
   void LinkDown(std::string_view name) { SetLink(name, false); }
+  static router::Address AddressOf(std::string_view text) {
+    router::Address address;
+    EXPECT_TRUE(router::parse_address(text, &address)) << text;
+    return address;
+  }
   void AddAddress(std::string_view name, std::string_view text) {
-    std::vector<router::Address> addresses = InterfaceOf(name).addresses;
+    std::vector<router::Address> addresses = InterfaceOf(name).addresses.values();
     addresses.push_back(AddressOf(text));
     SetAddresses(name, addresses);
   }
@@ -322,11 +327,6 @@ class DaemonTest : public testing::Test {
     mpls_vpn_mib_vrf_dbase_end();
     vtab_attach(&router_);
     mpls_vpn_mib_chkpt_end();
-  }
-  static router::Address AddressOf(std::string_view text) {
-    router::Address address;
-    EXPECT_TRUE(router::parse_address(text, &address)) << text;
-    return address;
   }
   void SetLink(std::string_view name, bool up) {
     router::Interface changed = InterfaceOf(name);

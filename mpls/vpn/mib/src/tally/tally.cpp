@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "mpls/vpn/mib/src/interface/active.h"
+#include "platform/core/compact/ordered_multiset.h"
 #include "platform/router/model/router.h"
 #include "platform/router/vtab/vtab.h"
 
@@ -39,7 +40,7 @@ struct Tally {
   TallyNames valid;    // VRFs with interfaces and a complete record
   TallyNames invalid;  // VRFs with interfaces and none
   MplsVpnTotals totals{};
-  std::multiset<IfNode*, ByIfName> nodes_by_name;  // grows without a pause, unlike a hash table
+  OrderedMultiset<IfNode*, ByIfName> nodes_by_name;
   std::uint32_t nameless = 0;
 };
 

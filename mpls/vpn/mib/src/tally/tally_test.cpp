@@ -143,11 +143,11 @@ class TallyTest : public DaemonTest {
         changed.index = static_cast<std::uint32_t>(1000 + Random(6));
         break;
       case 9:
-        if (Random(3) == 0) changed.addresses.clear();
+        if (Random(3) == 0) changed.addresses = {};
         break;
       case 10: {
         constexpr const char* kAddresses[] = {"192.0.2.1/24", "0.0.0.0/0", "2001:db8::1/64", "::/0"};
-        EXPECT_TRUE(router::parse_address(kAddresses[Random(4)], &changed.addresses.emplace_back()));
+        changed.addresses.push_back(AddressOf(kAddresses[Random(4)]));
         break;
       }
       default:

@@ -33,8 +33,7 @@ class RandomChanges : public TrapTest {
     interface.name = name;
     interface.vrf = DrawVrf();
     interface.up = Draw(2) != 0;
-    interface.addresses.resize(1);
-    ASSERT_TRUE(router::parse_address("192.0.2.1/24", interface.addresses.data()));
+    interface.addresses = {AddressOf("192.0.2.1/24")};
     do interface.index = 1 + Draw(12);
     while (router_.find_interface_by_index(interface.index) != nullptr);
     Note("add " + name + " in " + interface.vrf + (interface.up ? " up" : " down"));

@@ -27,13 +27,21 @@ bool is_row(const VrfNode* node) {
   return node->vrf_rec->vrf_id != 0 && node->vrf_name != router::kDefaultVrf;
 }
 
-// Null also when the node found is not valid.
-const VrfNode* find_next(const char* vrf_name) {
-  const VrfNode* node = mpls_vpn_mib_get_vrf_node(false, vrf_name);
+// The node or the first row after it. Null also when the node found is not valid.
+const VrfNode* row_from(const VrfNode* node) {
   while (node != nullptr && !is_row(node)) {
     node = mpls_vpn_mib_vrf_dbase_next(node);
     if (node != nullptr && mpls_vpn_mib_vrf_node_validate(node) != kStatusOk) return nullptr;
   }
+  return node;
+}
+
+const VrfNode* find_next(const char* vrf_name) {
+  return row_from(mpls_vpn_mib_get_vrf_node(false, vrf_name));
+}
+
+const VrfNode* completed(const VrfNode* node) {
+  if (node != nullptr) mpls_vpn_mib_vrf_complete_missing(node->vrf_rec);
   return node;
 }
 
@@ -43,10 +51,22 @@ void fill_texts(mpls_vpn_mib_vrf* row, const VtabVrfRecord* record, const mpls_v
   prov_copy_inner_text(&row->rd, attributes.rd, kVrfFill);
 }
 
-void fill_counts(mpls_vpn_mib_vrf* row, const VtabVrfRecord* record) {
+void fill_attributes(mpls_vpn_mib_vrf* row, const mpls_vpn_vrf_attr& attributes) {
+  row->creationTime = attributes.creation_time;
+  row->confLastChanged = attributes.conf_last_changed_time;
+  row->midThresh = attributes.mid_thresh;
+  row->highThresh = attributes.high_thresh;
+  row->rowStatus = kRowStatusActive;
+  row->storageType = kStorageTypeReadOnly;
+}
+
+void fill_interface_counts(mpls_vpn_mib_vrf* row, const VtabVrfRecord* record) {
   fill_vrf_counters(record->vrf_name, nullptr, &row->associatedInterfaces, &row->activeInterfaces);
   row->operStatus = row->activeInterfaces != 0 ? kVrfOperStatusUp : kVrfOperStatusDown;
   row->adminStatus = row->operStatus;
+}
+
+void fill_route_count(mpls_vpn_mib_vrf* row, const VtabVrfRecord* record) {
   row->currNumRoutes = mpls_vpn_mib_ipv4_unicast_active_routes(record->ipv4_table_id) +
                        mpls_vpn_mib_ipv6_unicast_active_routes(record->ipv6_table_id);
 }
@@ -62,13 +82,31 @@ void fill_vrf_parcel(mpls_vpn_mib_vrf* row, const VtabVrfRecord* record) {
   }
   const mpls_vpn_vrf_attr& attributes = *mpls_vpn_vrf_attributes(record);
   fill_texts(row, record, attributes);
-  row->creationTime = attributes.creation_time;
-  row->confLastChanged = attributes.conf_last_changed_time;
-  row->midThresh = attributes.mid_thresh;
-  row->highThresh = attributes.high_thresh;
-  row->rowStatus = kRowStatusActive;
-  row->storageType = kStorageTypeReadOnly;
-  fill_counts(row, record);
+  fill_attributes(row, attributes);
+  fill_interface_counts(row, record);
+  fill_route_count(row, record);
+}
+
+const VrfNode* mpls_vpn_mib_get_next_vrf(const char* vrf_name) {
+  return completed(find_next(vrf_name));
+}
+
+const VrfNode* mpls_vpn_mib_get_following_vrf(const VrfNode* node) {
+  const VrfNode* next = mpls_vpn_mib_vrf_dbase_next(node);
+  if (next == nullptr || mpls_vpn_mib_vrf_node_validate(next) != kStatusOk) return nullptr;
+  return completed(row_from(next));
+}
+
+mpls_vpn_mib_vrf mpls_vpn_mib_vrf_row(const VtabVrfRecord* record, VrfRowParts parts) {
+  const mpls_vpn_vrf_attr& attributes = *mpls_vpn_vrf_attributes(record);
+  mpls_vpn_mib_vrf row{};
+  row.name = const_cast<char*>(record->vrf_name);  // only read
+  row.description = attributes.description;
+  row.rd = attributes.rd;
+  fill_attributes(&row, attributes);
+  if (parts.with_interfaces) fill_interface_counts(&row, record);
+  if (parts.with_routes) fill_route_count(&row, record);
+  return row;
 }
 
 Status mpls_vpn_mib_prov_get_vrf(KvReply* reply, const RequestArgs* args) {

@@ -85,7 +85,7 @@ void add_default_vrf_ifs(ParcelArray* interfaces) {
   add_names(interfaces, "Def if in VRF", __func__, [](const auto& visit) {
     for (const VtabIfRecord* record = vtab_get_first_if_record(); record != nullptr;
          record = vtab_get_next_if_record(record)) {
-      if (is_in_default_vrf(record)) visit(record->if_name);
+      if (is_in_default_vrf(record)) visit(record->if_name.c_str());
     }
   });
 }

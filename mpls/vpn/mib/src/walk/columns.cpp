@@ -6,6 +6,8 @@
 #include "mpls/vpn/mib/src/records/layouts.h"
 #include "mpls/vpn/mib/src/records/pack.h"
 #include "mpls/vpn/mib/src/route/columns.h"
+#include "mpls/vpn/mib/src/route_target/columns.h"
+#include "mpls/vpn/mib/src/vrf/columns.h"
 
 namespace {
 
@@ -17,8 +19,9 @@ const KvColumnRule mpls_vpn_mib_column_rules[] = {
     {"scalars", mib::pack_reply<mib::Scalars, kMibScalarsParcel, mib::kScalarColumns>},
     {"interface-next", mib::pack_reply<mib::Interface, kMibInterfaceParcel, mib::kInterfaceColumns>,
      mpls_vpn_mib_read_interface_columns},
-    {"vrf-next", mib::pack_reply<mib::Vrf, kMibVrfParcel, mib::kVrfColumns>},
-    {"rt-next", mib::pack_reply<mib::RouteTarget, kMibRtParcel, mib::kRouteTargetColumns>},
+    {"vrf-next", mib::pack_reply<mib::Vrf, kMibVrfParcel, mib::kVrfColumns>, mpls_vpn_mib_read_vrf_columns},
+    {"rt-next", mib::pack_reply<mib::RouteTarget, kMibRtParcel, mib::kRouteTargetColumns>,
+     mpls_vpn_mib_read_rt_columns},
     {"route", kPackRoute},
     {"route-next", kPackRoute, mpls_vpn_mib_read_route_columns},
 };

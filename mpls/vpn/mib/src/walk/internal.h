@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -29,5 +30,10 @@ struct DecodedRow {
 // Splits a path into exactly `count` components. False when it has another number of them.
 bool split_path(std::string_view path, std::string_view* components, std::size_t count);
 
+// True when a batch must be interrupted: some rows are done, and the step is over.
+bool is_step_over(const KvColumnBatch& batch);
+
+// The number of a component. False when it is not one.
+bool decode_number(std::string_view component, std::uint32_t* number);
 // The VRF name of a component. False when it does not decode.
 bool decode_vrf_name(std::string_view component, std::string* name);

@@ -11,8 +11,10 @@
 #include <algorithm>
 #include <cstdlib>
 #include <iterator>
+#include <optional>
 
 #include "mpls/vpn/mib/src/walk/internal.h"
+#include "platform/core/text/numbers.h"
 #include "platform/router/vtab/vtab.h"
 
 const KvWalkRule mpls_vpn_mib_walk_rules[] = {
@@ -27,6 +29,7 @@ namespace {
 
 constexpr std::uint32_t kLastIfIndex = 0x7fffffff;
 constexpr std::size_t kLongestVrfName = kVtabNameSize - 1;
+constexpr std::uint32_t kRowsPerClock = 16;  // between two looks at the clock
 constexpr char kFirstOctet = '\x01';
 constexpr char kLastOctet = '\xff';
 
@@ -44,6 +47,16 @@ bool split_path(std::string_view path, std::string_view* components, std::size_t
     path.remove_prefix(std::min(length + 1, path.size()));
   }
   return true;
+}
+
+bool is_step_over(const KvColumnBatch& batch) {
+  return batch.steps != nullptr && batch.rows % kRowsPerClock == 0 && batch.steps->is_over();
+}
+
+bool decode_number(std::string_view component, std::uint32_t* number) {
+  const std::optional<std::uint32_t> parsed = text::parse_number(component);
+  *number = parsed.value_or(0);
+  return parsed.has_value();
 }
 
 bool decode_vrf_name(std::string_view component, std::string* name) {

@@ -119,6 +119,33 @@ TEST_F(Walks, VrfsThatRemainAreShownOnceWhileOthersAreAddedAndRemoved) {
   ExpectWalk(kVrfs, path, {"d", "e", "g"});
 }
 
+// What costs a search is left out of a row unless a column needs it.
+TEST_F(Walks, BatchOfEachColumnOfAVrfHasWhatItsRecordHas) {
+  AddVrf("red");
+  AddVrf("idle");
+  AddActiveInterface("ge0", "red");
+  AddRoute("red", MakeRoute("10.1.0.0/16", "192.0.2.1"));
+  Run();
+  bool end = false;
+  const std::vector<std::vector<std::uint8_t>> rows = WalkOnce("vrf-next/", 9, &end);
+  ASSERT_EQ(rows.size(), 2U);
+  for (std::uint8_t number = 0; number < std::size(mib::kVrfColumns); ++number) {
+    const std::uint8_t columns[] = {number};
+    KvColumnBatch expected;
+    expected.columns = columns;
+    expected.packer = kvtree::ColumnPacker(1);
+    for (std::vector<std::uint8_t> row : rows) {
+      const KvReply reply = {kKvKindRecord, row.data(), row.size()};
+      ASSERT_EQ((mib::pack_reply<mib::Vrf, kMibVrfParcel, mib::kVrfColumns>(reply, &expected)), kStatusOk);
+    }
+    KvColumnBatch batch;
+    batch.columns = columns;
+    batch.max_rows = 9;
+    ASSERT_EQ(kvtree_columns("/oper/mpls_vpn/gl/vrf-next/", &batch), kStatusOk);
+    EXPECT_EQ(batch.octets, expected.octets) << "column " << unsigned{number};
+  }
+}
+
 // --- Interfaces
 
 TEST_F(Walks, BatchesOfInterfacesShowWhatAWalkShows) {

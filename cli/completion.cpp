@@ -1,0 +1,282 @@
+#include "cli/completion.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <map>
+#include <optional>
+#include <set>
+
+#include "cli/arguments.h"
+#include "cli/show/tables.h"
+#include "cli/vrf/vrf_selection.h"
+#include "platform/config/owners.h"
+#include "platform/config/vrf_config.h"
+#include "platform/core/debug/debug_client.h"
+#include "platform/core/text/words.h"
+#include "platform/core/trace/trace.h"
+#include "platform/store/tree/kvtree.h"
+
+namespace cli {
+
+namespace {
+
+using Words = std::vector<std::string>;
+
+constexpr char kFiles[] = ":files";
+constexpr std::size_t kMostNames = 200;  // no user reads a longer list
+constexpr std::uint32_t kCompletedCommits = 20;
+
+// A word that every shell takes as it is.
+bool is_plain(const std::string& name) {
+  return !name.empty() && std::all_of(name.begin(), name.end(), [](unsigned char octet) {
+    return std::isalnum(octet) != 0 || octet == '_' || octet == '.' || octet == '-' || octet == '@' ||
+           octet == '/';
+  });
+}
+
+// One completion: the command of the words before, its own words, and what the user has typed of the next.
+struct Request {
+  const Session& session;
+  Words words;
+  std::string begun;
+};
+
+Words vrf_names(const Request& request) {
+  const auto client = connect_to_daemon(request.session);
+  Words names;
+  std::string path = provider_path("vrf-detail");
+  while (names.size() < kMostNames) {
+    const kvtree::ListResult page = client->list(path, kKvMaxListItems);
+    if (page.status) throw request_failure(request.session, path, page.status);
+    for (const kvtree::ListItem& item : page.items) {
+      if (item.key.starts_with(request.begun) && names.size() < kMostNames) names.push_back(item.key);
+    }
+    if (page.items.size() < kKvMaxListItems) break;
+    path = provider_path("vrf-detail", page.items.back().key);
+  }
+  return names;
+}
+
+Words interface_names(const Request& request) {
+  const auto client = connect_to_daemon(request.session);
+  Words names;
+  const auto take = [&](const mpls_vpn_mib_interface& row) {
+    const std::string name = text_or_empty(row.name);
+    if (name.starts_with(request.begun)) names.push_back(name);
+    return names.size() < kMostNames;
+  };
+  RowWalk<mpls_vpn_mib_interface>(request.session, *client, kInterfaceTable, take)
+      .run(kInterfaceTable.first_path(""));
+  return names;
+}
+
+Words first_word_vrf(const Request& request) {
+  return request.words.empty() ? vrf_names(request) : Words();
+}
+
+Words words_of_show_vrf(const Request& request) {
+  Words words = {"brief", "detail", "ipv4", "ipv6", "unicast", "multicast"};
+  std::erase_if(words, [&](const std::string& word) {
+    return std::find(request.words.begin(), request.words.end(), word) != request.words.end();
+  });
+  if (!request.words.empty()) return words;
+  words.emplace_back("invalid");
+  const Words names = vrf_names(request);
+  words.insert(words.end(), names.begin(), names.end());
+  return words;
+}
+
+// What users choose is in upper case; of that, VRFs are known.
+Words words_of_items(const Request& request) {
+  Words words;
+  for (const std::string& word : vrf_config::words_after(request.words)) {
+    if (word == "NAME") {
+      const Words names = vrf_names(request);
+      words.insert(words.end(), names.begin(), names.end());
+    } else if (std::isupper(static_cast<unsigned char>(word.front())) == 0) {
+      words.push_back(word);
+    }
+  }
+  return words;
+}
+
+Words commit_ids(const Request& request) {
+  if (!request.words.empty()) return {};
+  const auto client = connect_to_daemon(request.session);
+  Words ids;
+  for (const KvConfigCommit& commit : client->history(kCompletedCommits).commits) ids.push_back(commit.id);
+  return ids;
+}
+
+Words debug_words(const Request& request) {
+  if (request.words.size() == 1) return {"on", "off"};
+  if (!request.words.empty()) return {};
+  Words words = {"list", "watch", "all"};
+  DebugClient client(request.session.debug_socket);
+  std::vector<DebugFlagState> flags;
+  if (client.connect() == kStatusOk && client.list(&flags) == kStatusOk)
+    for (const DebugFlagState& flag : flags) words.push_back(flag.name);
+  return words;
+}
+
+Words trace_words(const Request& request) {
+  return request.words.empty() ? trace_names(request.session.run_directory) : Words();
+}
+
+Words watch_words(const Request& request) {
+  return request.words.empty() ? Words{"traps", "changes"} : Words();
+}
+
+// The daemon's own help has a line "  router WORD ARGUMENTS" for each command.
+Words router_words(const Request& request) {
+  const auto client = connect_to_daemon(request.session);
+  const kvtree::ActionResult help = client->action({"router", "help"});
+  Words commands;
+  std::string arguments;  // of the command that was typed
+  std::string_view rest = help.text;
+  while (!rest.empty()) {
+    std::string_view line = text::take_until(&rest, '\n');
+    if (!line.starts_with("  router ")) continue;
+    line.remove_prefix(std::string_view("  router ").size());
+    commands.emplace_back(text::take_until(&line, ' '));
+    if (!request.words.empty() && request.words[0] == commands.back()) arguments = line;
+  }
+  if (request.words.empty()) return commands;
+  const std::string& command = request.words[0];
+  const bool wants_vrf =
+      command.ends_with("-vrf") || command.ends_with("reference") || command.ends_with("-route");
+  if (request.words.size() == 1 && wants_vrf && command != "add-vrf") return vrf_names(request);
+  if (request.words.size() == 1 && arguments.starts_with("NAME")) return interface_names(request);
+  if (request.words.size() == 2 && arguments.starts_with("NAME VRF")) return vrf_names(request);
+  return {};
+}
+
+Words files(const Request&) {
+  return {kFiles};
+}
+
+using Completer = Words (*)(const Request&);
+
+const std::map<std::string, Completer>& completers() {
+  static const std::map<std::string, Completer> table = {
+      {"mplsvpn show vrf", words_of_show_vrf},
+      {"mplsvpn show routes", first_word_vrf},
+      {"mplsvpn show interfaces", first_word_vrf},
+      {"mplsvpn show route-targets", first_word_vrf},
+      {"mplsvpn config show", words_of_items},
+      {"mplsvpn config set", words_of_items},
+      {"mplsvpn config delete", words_of_items},
+      {"mplsvpn config words", words_of_items},
+      {"mplsvpn config load", files},
+      {"mplsvpn config history", commit_ids},
+      {"mplsvpn config rollback", commit_ids},
+      {"mplsvpn debug", debug_words},
+      {"mplsvpn trace", trace_words},
+      {"mplsvpn watch", watch_words},
+      {"mplsvpn router", router_words},
+  };
+  return table;
+}
+
+Words values_of(const std::string& option, const Request& request) {
+  if (option == "--run-dir" || option == "--socket") return {kFiles};
+  if (option == "--name") return vrf_names(request);
+  if (option == "--state") return vrf_states();
+  if (option == "--protocol") return vrf_protocols();
+  if (option == "--sort") return vrf_orders();
+  if (option == "--owner") return {kConfigOwners.begin(), kConfigOwners.end()};
+  return {};
+}
+
+// The words before the one that is completed.
+class Line {
+ public:
+  Line(const CLI::App& app, const Words& words) : command_(&app) {
+    for (std::size_t at = 0; at + 1 < words.size(); ++at) take(words[at]);
+  }
+
+  const CLI::App& command() const { return *command_; }
+  const Words& words() const { return words_; }
+  const std::string& option() const { return option_; }  // whose value follows; empty: none
+  bool is_wrong() const { return is_wrong_; }
+  bool has_options() const { return !is_plain_ && !command_->get_prefix_command(); }
+  std::string value(const std::string& option) const {
+    const auto found = values_.find(option);
+    return found == values_.end() ? std::string() : found->second;
+  }
+
+ private:
+  void take(const std::string& word) {
+    if (!option_.empty()) {
+      values_[option_] = word;
+      option_.clear();
+    } else if (has_options() && word == "--") {
+      is_plain_ = true;
+    } else if (has_options() && word.starts_with("--")) {
+      take_option(word);
+    } else if (!command_->get_subcommands([](const CLI::App*) { return true; }).empty()) {
+      take_command(word);
+    } else {
+      words_.push_back(word);
+    }
+  }
+
+  void take_option(const std::string& word) {
+    const std::size_t length = word.find('=');
+    const CLI::Option* option = find_option(*command_, word.substr(0, length));
+    if (option == nullptr || option->get_items_expected_max() == 0) return;
+    if (length == std::string::npos) {
+      option_ = word;
+    } else {
+      values_[word.substr(0, length)] = word.substr(length + 1);
+    }
+  }
+
+  void take_command(const std::string& word) {
+    if (command_->get_parent() == nullptr && word == "help") return;
+    const CLI::App* command = find_command(*command_, word);
+    if (command == nullptr) command = abbreviated(word);
+    is_wrong_ = is_wrong_ || command == nullptr;
+    if (command != nullptr) command_ = command;
+  }
+
+  const CLI::App* abbreviated(const std::string& word) const {
+    std::vector<const CLI::App*> longer = subcommands_of(*command_);
+    std::erase_if(longer, [&](const CLI::App* command) { return !command->get_name().starts_with(word); });
+    return longer.size() == 1 ? longer[0] : nullptr;
+  }
+
+  const CLI::App* command_;
+  Words words_;
+  std::string option_;
+  std::map<std::string, std::string> values_;
+  bool is_plain_ = false;
+  bool is_wrong_ = false;
+};
+
+Words candidates(const Line& line, const Request& request) {
+  if (line.is_wrong()) return {};
+  if (!line.option().empty()) return values_of(line.option(), request);
+  if (line.has_options() && request.begun.starts_with('-')) return option_names(line.command());
+  Words names;
+  for (const CLI::App* command : subcommands_of(line.command())) names.push_back(command->get_name());
+  if (!names.empty()) return names;
+  const auto completer = completers().find(full_name(line.command()));
+  return completer == completers().end() ? Words() : completer->second(request);
+}
+
+}  // namespace
+
+void complete(const CLI::App& app, const Words& words, std::ostream& out, const MakeSession& make_session) {
+  const Line line(app, words);
+  const Session session = make_session(line.value("--run-dir"), line.value("--socket"));
+  const Request request{session, line.words(), words.empty() ? std::string() : words.back()};
+  std::set<std::string> sorted;
+  for (const std::string& word : candidates(line, request)) {
+    const bool fits = word == kFiles || (word.starts_with(request.begun) && (is_plain(word)));
+    if (fits) sorted.insert(word);
+  }
+  for (const std::string& word : sorted) out << word << '\n';
+}
+
+}  // namespace cli

@@ -1,0 +1,13 @@
+// Help texts for terminals.
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+namespace cli {
+
+// Breaks lines that are longer than `width` at their blanks. The rest of a line begins below its second
+// column, which follows two blanks or more, or else below its first word.
+std::string wrapped(const std::string& text, std::size_t width);
+
+}  // namespace cli

@@ -1,0 +1,272 @@
+#!/usr/bin/env python3
+"""The daemon and the sub-agent as services: signals, what the service manager is notified of, wrong settings, a second daemon,
+and --check."""
+import os
+import signal
+import socket
+import subprocess
+import tempfile
+import threading
+import unittest
+
+from system import BIN, SCALARS, SLOW, SystemTest, wait_until
+
+ROUTER = "vrfs: [{name: red, table: 10}]\ninterfaces: []\n"
+DAEMON = str(BIN / "mpls_vpn_mib")
+
+
+class ServiceManager:
+    """The notification socket of a service manager; collects what arrives."""
+
+    def __init__(self):
+        self.folder = tempfile.TemporaryDirectory(prefix="mpls_vpn_e2e.")
+        self.path = os.path.join(self.folder.name, "notify")
+        self.socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        self.socket.bind(self.path)
+        self.lines = []
+
+    def close(self):
+        self.socket.close()
+        self.folder.cleanup()
+
+    def environment(self, **more):
+        return {"NOTIFY_SOCKET": self.path, **more}
+
+    def read(self):
+        self.socket.setblocking(False)
+        try:
+            while True:
+                self.lines += self.socket.recv(4096).decode().split("\n")
+        except BlockingIOError:
+            return self.lines
+
+    def wait_for(self, line, seconds=10):
+        wait_until(line, lambda: line in self.read(), seconds)
+
+    def states(self):
+        return [line.removeprefix("STATUS=") for line in self.read() if line.startswith("STATUS=")]
+
+
+class ServiceTest(SystemTest):
+    def started(self, router=ROUTER, **environment):
+        system = self.new_system(router, environment=environment)
+        system.start_daemon()
+        return system
+
+    def service_manager(self):
+        manager = ServiceManager()
+        self.addCleanup(manager.close)
+        return manager
+
+    def refused(self, system, *arguments, **environment):
+        """What a start that fails prints, and its status."""
+        result = subprocess.run([DAEMON, *arguments], env=dict(system.environment, **environment), capture_output=True,
+                                text=True, timeout=60 * SLOW, check=False)
+        return result.returncode, result.stderr
+
+    def ended(self, system, name, number):
+        system.processes[name].send_signal(number)
+        return system.processes[name].wait(timeout=20 * SLOW)
+
+    def wait_for_line(self, system, name, text):
+        wait_until(text, lambda: text in system.log(name))
+
+
+class EndOfDaemon(ServiceTest):
+    def test_sigterm_and_sigint_end_it_with_a_line_and_without_sockets(self):
+        for number in signal.SIGTERM, signal.SIGINT:
+            system = self.started()
+            self.assertEqual(self.ended(system, "daemon", number), 0)
+            self.assertIn(f"mpls_vpn_mib: ended by {number.name} from process {os.getpid()}\n", system.log("daemon"))
+            left = {file.name for file in (system.folder / "run").iterdir()}
+            self.assertEqual(left & {"dev.mpls.vpn.main", "dev.mpls.vpn.debug", "lock"}, set())
+
+    def test_confirmed_commit_and_times_survive_the_end(self):
+        system = self.started()
+        confirmed = []
+
+        def commit():
+            for number in range(1, 1000):
+                if system.cli("config", "set", "vrf", "red", "rd", f"65000:{number}").returncode != 0:
+                    return
+                confirmed.append(number)
+        committing = threading.Thread(target=commit)
+        committing.start()
+        wait_until("commits", lambda: len(confirmed) > 5)
+        self.assertEqual(self.ended(system, "daemon", signal.SIGTERM), 0)
+        committing.join()
+        system.start_daemon()
+        vrf = system.cli_json("show", "vrf")[0]
+        self.assertIn(int(vrf["rd"].split(":")[1]), (confirmed[-1], confirmed[-1] + 1))
+        created = vrf["creationTime"]
+        self.ended(system, "daemon", signal.SIGTERM)
+        system.start_daemon()
+        self.assertEqual(system.cli_json("show", "vrf")[0]["creationTime"], created)
+
+    def test_signal_during_the_start_ends_it(self):
+        routes = ", ".join(f"{{prefix: 10.{i // 256}.{i % 256}.0/24, type: blackhole, protocol: static}}" for i in range(20000))
+        system = self.new_system(f"vrfs: [{{name: red, table: 10, routes: [{routes}]}}]\ninterfaces: []\n")
+        system.spawn("daemon", DAEMON)
+        wait_until("the lock", lambda: (system.folder / "state/configuration.db").exists())
+        self.assertIn(self.ended(system, "daemon", signal.SIGTERM), (0, -signal.SIGTERM))
+
+    def test_client_that_waits_loses_the_connection(self):
+        system = self.started()
+        watch = system.spawn("watch", str(BIN / "mplsvpn"), "watch", "traps", "--timeout", "30")
+        wait_until("the client", lambda: len(system.cli_json("show", "status")["clients"]) > 1)
+        self.assertEqual(self.ended(system, "daemon", signal.SIGTERM), 0)
+        wait_until("its end", lambda: watch.poll() is not None)
+
+
+class Reload(ServiceTest):
+    def hang_up(self, system, line):
+        system.processes["daemon"].send_signal(signal.SIGHUP)
+        self.wait_for_line(system, "daemon", line)
+        self.assertIsNone(system.processes["daemon"].poll())
+
+    def test_sighup_reads_settings_and_router_file_again(self):
+        system = self.started()
+        self.hang_up(system, f"SIGHUP from process {os.getpid()}: the settings have not changed\n")
+        self.wait_for_line(system, "daemon", f"{system.router_file} loaded: nothing changed\n")
+
+    def test_router_file_in_a_folder_that_is_not_watched_is_loaded(self):
+        system = self.new_system(ROUTER)
+        target = system.folder / "target.yaml"
+        target.write_text(ROUTER)
+        system.router_file.unlink()
+        system.router_file.symlink_to(target)
+        system.start_daemon()
+        target.write_text(ROUTER.replace("red", "blue"))
+        self.hang_up(system, "the settings have not changed\n")
+        self.becomes("the VRF", lambda: [vrf["name"] for vrf in system.cli_json("show", "vrf")], ["blue"])
+
+    def test_changed_settings_are_said_to_need_a_restart(self):
+        system = self.started()
+        settings = system.folder / "etc/platform.yaml"
+        settings.write_text("source: kernel\n")
+        self.hang_up(system, "the settings have changed; restart the daemon, then they take effect\n")
+        settings.write_text("source: kernel\nnosuch: 1\n")
+        self.hang_up(system, f"{settings}:2:1: unknown key 'nosuch' (SIGHUP from process {os.getpid()}; "
+                             "the former settings remain)\n")
+
+
+class Notifications(ServiceTest):
+    def test_service_manager_learns_state_life_and_end(self):
+        manager = self.service_manager()
+        system = self.started(**manager.environment(WATCHDOG_USEC="200000"))
+        manager.wait_for("READY=1")
+        manager.wait_for(f"STATUS=1 VRF and 0 interfaces from {system.router_file}")
+        manager.lines.clear()
+        wait_until("signs of life", lambda: manager.read().count("WATCHDOG=1") > 3)
+        self.assertEqual(self.ended(system, "daemon", signal.SIGTERM), 0)
+        manager.wait_for("STOPPING=1")
+        manager.wait_for(f"STATUS=ended by SIGTERM from process {os.getpid()}")
+
+    def test_state_follows_the_router(self):
+        manager = self.service_manager()
+        system = self.started(**manager.environment())
+        system.router_file.write_text("vrfs: [{name: red, table: 10}, {name: blue, table: 11}]\ninterfaces: []\n")
+        manager.wait_for(f"STATUS=2 VRFs and 0 interfaces from {system.router_file}")
+        self.assertEqual(manager.read().count("WATCHDOG=1"), 0)
+
+
+class SubAgent(ServiceTest):
+    def test_service_manager_learns_state_life_and_end(self):
+        manager = self.service_manager()
+        system = self.new_system(ROUTER)
+        system.module = None
+        socket_of_daemon = f"{system.folder}/run/dev.mpls.vpn.main"
+        system.environment |= manager.environment(WATCHDOG_USEC="200000")
+        system.spawn("agent", str(BIN / "mpls_vpn_snmp"), "--agentx-socket", str(system.agentx))
+        manager.wait_for("READY=1")
+        manager.wait_for(f"STATUS=waiting for the daemon at {socket_of_daemon}")
+        del system.environment["NOTIFY_SOCKET"]
+        system.start_daemon()
+        manager.wait_for(f"STATUS=waiting for the master agent at {system.agentx}")
+        system.start_snmpd()
+        manager.wait_for(f"STATUS=registered with the master agent at {system.agentx}")
+        system.kill("daemon")
+        manager.wait_for(f"STATUS=registered with the master agent at {system.agentx}; "
+                         f"waiting for the daemon at {socket_of_daemon}")
+        manager.lines.clear()
+        wait_until("signs of life", lambda: manager.read().count("WATCHDOG=1") > 3)
+        self.assertEqual(self.ended(system, "agent", signal.SIGTERM), 0)
+        self.assertIn(f"ended by SIGTERM from process {os.getpid()}\n", system.log("agent"))
+        manager.wait_for("STOPPING=1")
+
+    def test_sighup_connects_again(self):
+        system = self.new_system(ROUTER)
+        system.module = None
+        system.start_all()
+        system.processes["agent"].send_signal(signal.SIGHUP)
+        self.wait_for_line(system, "agent", f"SIGHUP from process {os.getpid()}: connecting again\n")
+        wait_until("its second registration", lambda: system.log("agent").count(": registered ") == 2)
+        self.assertEqual(system.get_value(SCALARS + ".1.0"), "1")
+        self.assertNotIn("away", system.log("agent"))
+
+
+class Refusals(ServiceTest):
+    def test_wrong_settings_have_a_status_of_their_own(self):
+        system = self.new_system(ROUTER)
+        (system.folder / "etc/platform.yaml").write_text("sauce: file\n")
+        status, log = self.refused(system)
+        self.assertEqual((status, log), (78, f"mpls_vpn_mib: {system.folder}/etc/platform.yaml:1:1: unknown key 'sauce'\n"))
+
+    def test_invalid_router_file_has_it_too_but_not_a_missing_one(self):
+        system = self.new_system("vrfs: [{name: red}]\n")
+        status, log = self.refused(system)
+        self.assertEqual((status, f"{system.router_file}:1:" in log), (78, True), log)
+        system.router_file.unlink()
+        self.assertEqual(self.refused(system)[0], 1)
+
+    def test_second_daemon_names_the_first_and_its_folder(self):
+        system = self.started()
+        first = system.processes["daemon"].pid
+        for own in {}, {"MPLS_VPN_MIB_STATE_DIR": str(system.folder / "other")}:
+            status, log = self.refused(system, **own)
+            self.assertEqual(status, 1)
+            self.assertEqual(log.splitlines()[0].split(":")[1], f" process {first} runs as the daemon of {system.folder}/run")
+        self.assertEqual(system.cli("show", "vrf").returncode, 0)
+
+    def test_run_directory_that_cannot_be_used_is_named_with_the_reason(self):
+        system = self.new_system(ROUTER)
+        for folder, reason in ("/proc/nosuch", "No such file or directory"), (
+                f"{system.folder}/{'d' * 90}", "at most 107 octets: set MPLS_VPN_MIB_RUN_DIR"):
+            status, log = self.refused(system, MPLS_VPN_MIB_RUN_DIR=folder)
+            self.assertEqual(status, 1)
+            self.assertRegex(log, f"{folder}.*: .*{reason}")
+
+
+class Check(ServiceTest):
+    def test_valid_files_are_named_and_nothing_is_created(self):
+        system = self.new_system(ROUTER)
+        fresh = {"MPLS_VPN_MIB_RUN_DIR": str(system.folder / "no_run"), "MPLS_VPN_MIB_STATE_DIR": str(system.folder / "no_state")}
+        result = subprocess.run([DAEMON, "--check"], env=dict(system.environment, **fresh), capture_output=True, text=True,
+                                timeout=60 * SLOW, check=False)
+        self.assertEqual((result.returncode, result.stderr), (0, ""))
+        self.assertEqual(result.stdout, f"{system.folder}/etc/platform.yaml: valid (source: file)\n{system.router_file}: valid\n")
+        self.assertEqual([file.name for file in system.folder.glob("no_*")], [])
+
+    def test_error_is_named_with_its_place(self):
+        system = self.started()
+        system.kill("daemon")
+        system.router_file.write_text("vrfs: [{name: red}]\ninterfaces: []\n")
+        status, log = self.refused(system, "--check")
+        self.assertEqual((status, log), (1, f"{system.router_file}:1:8: the VRF \"red\" needs an id or a table\n"))
+        settings = system.folder / "etc/platform.yaml"
+        settings.write_text("source: file\nrouter_file: router.yaml\nfrr: /nosuch/vtysh\n")
+        system.router_file.write_text(ROUTER)
+        status, log = self.refused(system, "--check")
+        self.assertEqual(status, 1)
+        self.assertIn("/nosuch/vtysh: ", log)
+        settings.write_text("source: flie\n")
+        self.assertEqual(self.refused(system, "--check"), (1, f"{settings}:1:9: 'source' is 'kernel' or 'file', not 'flie'\n"))
+
+    def test_running_daemon_is_not_disturbed(self):
+        system = self.started()
+        self.assertEqual(self.refused(system, "--check"), (0, ""))
+        self.assertEqual(system.cli("show", "vrf").returncode, 0)
+
+
+if __name__ == "__main__":
+    unittest.main()

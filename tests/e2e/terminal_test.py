@@ -1,0 +1,114 @@
+#!/usr/bin/env python3
+"""What mplsvpn prints on a terminal: colors, its width, the pager; and the exit statuses of a daemon that is not there, does not
+respond, or does not serve the user."""
+import fcntl
+import json
+import os
+import pty
+import shutil
+import signal
+import struct
+import subprocess
+import termios
+import unittest
+
+from system import BIN, ROOT, SLOW, SharedSystemTest, wait_until
+
+
+
+class Terminal(SharedSystemTest):
+    router = (ROOT / "examples/small-router.yaml").read_text()
+
+    def shown(self, *words, columns=200, **environment):
+        """The output on a terminal of this width."""
+        ours, theirs = pty.openpty()
+        fcntl.ioctl(theirs, termios.TIOCSWINSZ, struct.pack("HHHH", 24, columns, 0, 0))
+        variables = dict(self.system.environment, TERM="xterm", PAGER="cat")
+        variables.update(environment)
+        if "NO_COLOR" not in environment:
+            variables.pop("NO_COLOR", None)
+        process = subprocess.Popen([str(BIN / "mplsvpn"), *words], env=variables, stdin=theirs, stdout=theirs, stderr=theirs)
+        os.close(theirs)
+        text = b""
+        while True:
+            try:
+                part = os.read(ours, 65536)
+            except OSError:  # the terminal's other side is closed
+                break
+            if not part:
+                break
+            text += part
+        os.close(ours)
+        self.assertEqual(process.wait(timeout=20 * SLOW), 0, text)
+        return text.decode().replace("\r\n", "\n")
+
+    def setUp(self):
+        wait_until("VRFs", lambda: len(self.system.cli_json("show", "vrf")) == 3)
+
+    def test_states_have_colors_on_a_terminal_alone(self):
+        self.assertIn("\x1b[32mup", self.shown("show", "vrf"))
+        self.assertIn("\x1b[31mdown", self.shown("show", "vrf"))
+        self.assertNotIn("\x1b", self.shown("show", "vrf", NO_COLOR="1"))
+        self.assertNotIn("\x1b", self.shown("show", "vrf", TERM="dumb"))
+        self.assertNotIn("\x1b", self.system.cli("show", "vrf", check=True).stdout)
+
+    def test_lines_end_at_the_width_of_the_terminal(self):
+        lines = self.shown("show", "vrf", columns=60, NO_COLOR="1").splitlines()
+        self.assertEqual(max(len(line) for line in lines), 60)
+        self.assertTrue(any(line.endswith("...") for line in lines), lines)
+        self.assertIn("head office and branches", self.system.cli("show", "vrf", check=True).stdout)
+
+    def test_pager_shows_what_is_printed_on_a_terminal_alone(self):
+        marker = "sed s/^/paged:/"
+        self.assertIn("paged:VRF", self.shown("show", "vrf", PAGER=marker))
+        for words in (("--no-pager", "show", "vrf"), ("--json", "show", "vrf"), ("config", "words")):
+            self.assertNotIn("paged:", self.shown(*words, PAGER=marker), words)
+
+    def statuses(self, **options):
+        result = subprocess.run([str(BIN / "mplsvpn"), "--json", "--timeout", "300ms", "show", "vrf"], env=self.system.environment,
+                                capture_output=True, text=True, timeout=20 * SLOW, check=False, **options)
+        self.assertEqual(result.stdout, "")
+        error = json.loads(result.stderr)["error"]
+        self.assertEqual(error["status"], result.returncode)
+        return result.returncode, error["name"]
+
+    def test_daemon_that_does_not_respond_has_a_status_of_its_own(self):
+        self.system.processes["daemon"].send_signal(signal.SIGSTOP)
+        try:
+            self.assertEqual(self.statuses(), (4, "notResponding"))
+        finally:
+            self.system.processes["daemon"].send_signal(signal.SIGCONT)
+
+
+ZSH = """compadd() { shift; print -l -- "$@" }; _files() { print FILES }; complete_words() { source "$1" }
+file=$1; shift; words=("$@"); CURRENT=$#; complete_words $file"""
+
+
+class Completion(SharedSystemTest):
+    router = (ROOT / "examples/small-router.yaml").read_text()
+
+    def completed(self, shell, *words):
+        environment = dict(self.system.environment, PATH=f"{BIN}:{os.environ['PATH']}", HOME=str(self.system.folder))
+        folder = ROOT / "packaging"
+        commands = {"zsh": ["zsh", "-fc", ZSH, "zsh", folder / "zsh-completion/_mplsvpn", *words],
+                    "fish": ["fish", "--no-config", "-c", f"source {folder}/fish-completion/mplsvpn.fish; complete -C $argv[1]",
+                             " ".join(words)]}
+        result = subprocess.run([str(word) for word in commands[shell]], env=environment, stdin=subprocess.DEVNULL,
+                                capture_output=True, text=True, check=False, timeout=30 * SLOW)
+        self.assertEqual(result.stderr, "")
+        return sorted(result.stdout.split())
+
+    def test_shells_offer_words_options_and_vrfs(self):
+        wait_until("VRFs", lambda: len(self.system.cli_json("show", "vrf")) == 3)
+        for shell in "zsh", "fish":
+            with self.subTest(shell):
+                if shutil.which(shell) is None:
+                    self.skipTest(f"SKIPPED: no {shell}")
+                self.assertEqual(self.completed(shell, "mplsvpn", "show", "rou"), ["route-targets", "routes"])
+                self.assertEqual(self.completed(shell, "mplsvpn", "show", "routes", ""), ["blue", "green", "red"])
+                self.assertEqual(self.completed(shell, "mplsvpn", "show", "vrf", "--stat"), ["--state"])
+                self.assertEqual(self.completed(shell, "mplsvpn", "config", "rollback", "x"), [])
+
+
+if __name__ == "__main__":
+    unittest.main()
