@@ -170,18 +170,28 @@ class Directives(ModuleTest):
 class Failures(ModuleTest):
     """Exceptions in the functions that snmpd calls; most likely are those of failed allocations."""
 
-    def start_failing(self, variable, value, module=MODULE):
+    def start_failing(self, variable, value, module=MODULE, directives="", trap_port=0):
         running = self.new_module_system(module)
         running.snmpd_wrapper = ("env", f"{variable}={value}")
+        running.more_snmpd_settings = directives
+        running.trap_port = trap_port
         running.start_daemon()
         running.start_snmpd()
         return running
 
+    def start_with_faults(self, faults, **settings):
+        """Returns when the rows are there."""
+        running = self.start_failing("MPLS_VPN_MIB_FAULTS", faults, **settings)
+        self.wait_for_rows(running)
+        return running
+
+    def wait_for_rows(self, running, limit=10):
+        wait_until("the rows", lambda: running.get_value(SCALARS + ".1.0") == "2", limit)
+
     def test_exception_in_any_function_that_snmpd_calls_does_not_end_it(self):
         for place in ("settings", "request", "rows", "traps", "alarm"):
             with self.subTest(place):
-                running = self.start_failing("MPLS_VPN_MIB_FAULTS", f"mpls_vpn_snmpd_{place}=12@1+3")
-                wait_until("the rows", lambda: running.get_value(SCALARS + ".1.0") == "2")
+                running = self.start_with_faults(f"mpls_vpn_snmpd_{place}=12@1+3")
                 wait_until("the routes", lambda: self.rows_or_none(running) == ROWS)
                 self.assertTrue(f"mpls_vpn_snmpd: mpls_vpn_snmpd_{place}: std::bad_alloc" in running.log("snmpd"))
                 self.assertIsNone(running.processes["snmpd"].poll())
@@ -195,36 +205,21 @@ class Failures(ModuleTest):
             return None
 
     def test_directive_that_fails_is_reported_and_snmpd_starts(self):
-        running = self.new_module_system()
-        running.snmpd_wrapper = ("env", "MPLS_VPN_MIB_FAULTS=mplsVpnRowAge=12@1+1")
-        running.more_snmpd_settings = "mplsVpnRowAge 500\n"
-        running.start_daemon()
-        running.start_snmpd()
-        wait_until("the rows", lambda: running.get_value(SCALARS + ".1.0") == "2")
+        running = self.start_with_faults("mplsVpnRowAge=12@1+1", directives="mplsVpnRowAge 500\n")
         self.assertIn("mpls_vpn_snmpd: mplsVpnRowAge: std::bad_alloc", running.log("snmpd"))
 
     def test_request_that_fails_leaves_the_next_one_its_answer(self):
         """The daemon is not asked for a batch that counts as under way."""
-        running = self.new_module_system()
-        running.snmpd_wrapper = ("env", "MPLS_VPN_MIB_FAULTS=daemon_source_ask=12@30+1")
-        running.more_snmpd_settings = "mplsVpnRowAge 0\n"
-        running.start_daemon()
-        running.start_snmpd()
-        wait_until("the rows", lambda: running.get_value(SCALARS + ".1.0") == "2")
+        running = self.start_with_faults("daemon_source_ask=12@30+1", directives="mplsVpnRowAge 0\n")
         self.assertTrue(any(self.error_status(running, SCALARS + ".1.0") for _ in range(40)))
-        wait_until("the rows", lambda: running.get_value(SCALARS + ".1.0") == "2", 5)
+        self.wait_for_rows(running, 5)
         self.assertEqual(running.get_value(DESCRIPTION), '"Red Rail"')
         self.assertIn("mpls_vpn_snmpd_request: std::bad_alloc; answering genErr", running.log("snmpd"))
         self.assertNotIn("timed out", running.log("snmpd"))
 
     def test_notifications_stay_in_order_when_one_fails_and_then_the_first_new_connection(self):
         sink = TrapSink()
-        running = self.new_module_system()
-        running.trap_port = sink.port
-        running.snmpd_wrapper = ("env", "MPLS_VPN_MIB_FAULTS=trap_feed_keep=12@3+1,mpls_vpn_snmpd_start_over=12@1+1")
-        running.start_daemon()
-        running.start_snmpd()
-        wait_until("the rows", lambda: running.get_value(SCALARS + ".1.0") == "2")
+        running = self.start_with_faults("trap_feed_keep=12@3+1,mpls_vpn_snmpd_start_over=12@1+1", trap_port=sink.port)
         running.cli("config", "set", "traps", "all", check=True)
         with Client(running.folder / "run/dev.mpls.vpn.main") as client:
             for number in range(4):

@@ -180,21 +180,21 @@ class Traps(TrapCase):
         self.system.agentx.unlink(missing_ok=True)
         self.system.start_snmpd()
 
-    @unittest.skipIf(IN_SNMPD, "SKIPPED: while snmpd runs, the module takes every trap at once")
-    def test_full_queue_drops_the_oldest_and_reports_how_many(self):
-        sink = TrapSink()
-        self.system.kill("snmpd")
-        self.system.agentx.unlink(missing_ok=True)
-        self.system.trap_port = sink.port
-        self.system.start_snmpd()
-        self.system.kill("agent")
-        self.config("set", "traps", "all")
-        self.flap_quickly(QUEUE // 2 + 25)
-        self.system.start_agent()
-        wait_until("the traps of a whole queue", lambda: len(sink.traps()) >= QUEUE, 60)
-        self.assertEqual([number for number, _ in sink.traps()], [DOWN, UP] * (QUEUE // 2))
-        self.assertIn("traps: 50 lost because the queue of the daemon was full, 50 since the start", self.system.log("agent"))
-        self.assertIn("50 notifications were lost while the queue was full", self.system.log("daemon"))
+    if not IN_SNMPD:  # the module takes every trap at once while snmpd runs: nothing fills the queue
+        def test_full_queue_drops_the_oldest_and_reports_how_many(self):
+            sink = TrapSink()
+            self.system.kill("snmpd")
+            self.system.agentx.unlink(missing_ok=True)
+            self.system.trap_port = sink.port
+            self.system.start_snmpd()
+            self.system.kill("agent")
+            self.config("set", "traps", "all")
+            self.flap_quickly(QUEUE // 2 + 25)
+            self.system.start_agent()
+            wait_until("the traps of a whole queue", lambda: len(sink.traps()) >= QUEUE, 60)
+            self.assertEqual([number for number, _ in sink.traps()], [DOWN, UP] * (QUEUE // 2))
+            self.assertIn("traps: 50 lost because the queue of the daemon was full, 50 since the start", self.system.log("agent"))
+            self.assertIn("50 notifications were lost while the queue was full", self.system.log("daemon"))
 
     def flap_quickly(self, pairs):
         """Uses one connection: thousands of processes would take minutes."""

@@ -369,9 +369,7 @@ TEST_F(WireServerTest, LastMessagesOfAClientThatClosedAreHandledAlthoughAWriteTo
   const int client = ConnectRaw();
   Write(client, Frame(kEcho, 1, {1}));
   Write(client, Frame(kEcho, 2, {2}));
-  ::close(client);
-  raw_clients.pop_back();
-  server->for_each([](Connection& each) { each.send(kEcho, 0, {}); });
+  CloseWhileWrittenTo(client);
   for (int turn = 0; turn < 5; ++turn) Step();
   EXPECT_EQ(handled, 2);
   EXPECT_EQ(closed, 1);
@@ -384,8 +382,7 @@ TEST_F(WireServerTest, ClientThatEndedIsClosedAfterItsMessagesAlthoughTheyTakeSe
   MakeServer(limits);
   const int client = ConnectRaw();
   for (std::uint32_t request = 1; request <= 5; ++request) Write(client, Frame(kEcho, request, {}));
-  ::close(client);
-  raw_clients.pop_back();
+  CloseRaw(client);
   for (int turn = 0; turn < 20; ++turn) Step();
   EXPECT_EQ(handled, 5);
   EXPECT_EQ(closed, 1);
@@ -394,9 +391,7 @@ TEST_F(WireServerTest, ClientThatEndedIsClosedAfterItsMessagesAlthoughTheyTakeSe
 TEST_F(WireServerTest, LastMessagesOfAClientThatMayOnlyReadAreNotHandled) {
   const int client = ConnectRaw(Peer{});
   Write(client, Frame(kEcho, 1, {}));
-  ::close(client);
-  raw_clients.pop_back();
-  server->for_each([](Connection& each) { each.send(kEcho, 0, {}); });
+  CloseWhileWrittenTo(client);
   for (int turn = 0; turn < 5; ++turn) Step();
   EXPECT_EQ(handled, 0);
   EXPECT_EQ(closed, 1);
@@ -406,7 +401,7 @@ TEST_F(WireServerTest, ClientThatTakesNoAnswersIsNotReadFurther) {
   const int client = ConnectRaw();
   Write(client, Frame(kEcho, 1, {}));
   ASSERT_EQ(shutdown(client, SHUT_RD), 0);
-  server->for_each([](Connection& each) { each.send(kEcho, 0, {}); });
+  WriteToEach();
   const Octets more = Frame(kEcho, 2, {});
   EXPECT_EQ(send(client, more.data(), more.size(), MSG_NOSIGNAL), -1);
   EXPECT_EQ(errno, EPIPE);
@@ -419,9 +414,7 @@ TEST_F(WireServerTest, ClientThatEndedIsReadNoFurtherAfterAMalformedRequest) {
   const int client = ConnectRaw();
   Write(client, Frame(kMalformed, 1, {}));
   Write(client, Frame(kEcho, 2, {}));
-  ::close(client);
-  raw_clients.pop_back();
-  server->for_each([](Connection& each) { each.send(kEcho, 0, {}); });
+  CloseWhileWrittenTo(client);
   for (int turn = 0; turn < 5; ++turn) Step();
   EXPECT_EQ(handled, 1);
   EXPECT_EQ(closed, 1);
@@ -432,9 +425,7 @@ TEST_F(WireServerTest, ClientThatEndedWithinAMessageIsClosedAlthoughAWriteToItFa
   const Octets frame = Frame(kEcho, 1, {1});
   Write(client, {frame.begin(), frame.begin() + 7});
   Step();
-  ::close(client);
-  raw_clients.pop_back();
-  server->for_each([](Connection& each) { each.send(kEcho, 0, {}); });
+  CloseWhileWrittenTo(client);
   for (int turn = 0; turn < 5; ++turn) Step();
   EXPECT_EQ(handled, 0);
   EXPECT_EQ(closed, 1);

@@ -93,6 +93,20 @@ class WireServerTest : public ::testing::Test {
     raw_clients.push_back(pair[0]);
     return pair[1];
   }
+  // Of the client that connected last.
+  void CloseRaw(int client) {
+    ASSERT_EQ(raw_clients.back(), client);
+    ::close(client);
+    raw_clients.pop_back();
+  }
+  // The server's write to it fails; the client's own last messages wait.
+  void CloseWhileWrittenTo(int client) {
+    CloseRaw(client);
+    WriteToEach();
+  }
+  void WriteToEach() const {
+    server->for_each([](Connection& each) { each.send(kEcho, 0, {}); });
+  }
   // Fails if the server has closed the client.
   static void Write(int fd, const Octets& octets) {
     ASSERT_EQ(send(fd, octets.data(), octets.size(), MSG_NOSIGNAL), static_cast<ssize_t>(octets.size()));
