@@ -22,6 +22,8 @@
 #include "sources/kernel/route_state/link_states.h"
 #include "sources/kernel/route_state/route_history.h"
 #include "sources/kernel/route_state/route_rows.h"
+#include "sources/kernel/routes/retired_tables.h"
+#include "sources/kernel/routes/route_changes.h"
 #include "sources/kernel/routes/table_reading.h"
 #include "sources/kernel/routes/table_routes.h"
 #include "sources/kernel/settings.h"
@@ -71,17 +73,7 @@ class RouteFollower final : public router::Observer, private EventListener::Clie
     bool doubts_lost_one = false;    // an announcement was malformed since the first of them began
   };
   using Tables = std::map<router::RouteTableId, Table>;
-  // What has changed, and on which tables may depend. Objects are with their groups.
-  struct Changed {
-    absl::btree_set<std::uint32_t> links;
-    absl::btree_set<std::uint32_t> objects;
-    absl::btree_set<std::uint32_t> carriers;  // links; those that hide paths are moved to `hiding`
-    absl::btree_set<std::uint32_t> hiding;    // links that may hide paths
-    absl::btree_set<std::uint32_t> sources;   // removed IPv4 addresses
-    bool everything = false;
-    bool is_empty() const { return links.empty() && objects.empty() && sources.empty() && !everything; }
-    bool concerns(const RouteUsage& usage) const;
-  };
+  static constexpr unsigned kDoubtsMax = 5;  // consecutive readings in doubt
 
   void on_datagram(std::span<const std::uint8_t> datagram) override;
   void on_batch_end() override;
@@ -104,8 +96,6 @@ class RouteFollower final : public router::Observer, private EventListener::Clie
   void apply(const RouteEvent& event, RouteHistory::Moment moment, Tables::iterator table);
   bool repeats_object(const RouteSeen& seen) const;
 
-  void retire(TableRoutes routes);
-  void release_some();
   void add_tables(const router::Vrf& vrf);
   void drop_tables(const router::Vrf& vrf);
   void commit();
@@ -192,14 +182,14 @@ class RouteFollower final : public router::Observer, private EventListener::Clie
   RequestId object_request_ = 0;                     // that changed an object last
 
   Tables tables_;
-  std::deque<TableRoutes> retired_;           // of closed tables, which are freed in steps
+  RetiredTables retired_;                     // of VRFs that were deleted
   std::set<router::RouteTableId> announced_;  // those with announcements to commit
   std::set<router::RouteTableId> dirty_;      // those that must be read
   std::set<router::RouteTableId> walking_;
   bool store_changed_ = false;  // since the observers were notified
-  Changed changed_;             // since the last marking began
-  Changed marking_;             // dependants of these are being marked
-  Changed meanwhile_;           // since the running reading began; links and objects only
+  RouteChanges changed_;        // since the last marking began
+  RouteChanges marking_;        // dependants of these are being marked
+  RouteChanges meanwhile_;      // since the running reading began; links and objects only
   router::RouteTableId last_marked_{router::Family::kIpv4, 0};
   bool all_hide_ = false;  // ignore_routes_with_linkdown is set for all links
   bool in_doubt_ = false;  // the running reading
@@ -220,7 +210,6 @@ class RouteFollower final : public router::Observer, private EventListener::Clie
   std::uint64_t step_due_ = 0;  // clock_monotonic()
   EventTimerId mark_timer_ = 0;
   EventTimerId walk_timer_ = 0;
-  EventTimerId retire_timer_ = 0;
   EventTimerId reread_timer_ = 0;
   bool loss_logged_ = false;  // once per series of losses
   bool failure_logged_ = false;

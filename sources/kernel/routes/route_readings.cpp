@@ -29,11 +29,8 @@
 namespace kernel {
 namespace {
 
-constexpr unsigned kDoubtsMax = 5;
 constexpr std::uint64_t kRest = 4;  // multiple of the duration of a reading
 constexpr std::size_t kPrefixesPerSweep = 1000;
-constexpr std::size_t kObjectsPerSlice = 64;
-constexpr int kSlicesOfObjects = 40;
 constexpr std::size_t kHeldPerStep = 200;
 constexpr int kReadsPerDrain = 4;
 constexpr std::uint64_t kSpread = 64;  // slots in the last quarter of the interval
@@ -45,11 +42,6 @@ std::uint64_t spread_of(router::RouteTableId table, std::uint64_t interval) {
 }
 
 }  // namespace
-
-// Objects and links are not compared before they all have been read.
-unsigned RouteFollower::dump_batch() const {
-  return std::max(1U, settings_.batch / 16);
-}
 
 // During a reading no timer is needed: a step follows its end.
 void RouteFollower::wake(std::uint64_t delay) {
@@ -171,115 +163,6 @@ bool RouteFollower::drain_events() {
     if (events_.drained()) return true;
   }
   return false;
-}
-
-void RouteFollower::begin_basis() {
-  reading_began_ = clock_monotonic();
-  basis_has_links_ = std::exchange(links_dirty_, false);
-  objects_dirty_ = false;
-  basis_disturbed_ = false;
-  links_seen_ = {};
-  objects_seen_ = {};
-  std::vector<DumpRequest> requests{request_next_hops()};
-  if (basis_has_links_) requests = {request_next_hops(), request_links(), request_addresses()};
-  Status status = basis_dump_.begin(std::move(requests));
-  if (status == kStatusOk) {
-    status =
-        event_fd_add(manager_, basis_dump_.fd(), EPOLLIN, [this](int, std::uint32_t) { continue_basis(); });
-  }
-  if (status != kStatusOk) {
-    basis_dump_.close();
-    basis_failed(status);
-    return;
-  }
-  phase_ = Phase::kBasis;
-}
-
-bool RouteFollower::read_basis(const nlmsghdr* message) {
-  scratch_.clear();
-  link_events_.clear();
-  const bool good = parse_link_message(message, &link_events_) && parse_route_message(message, &scratch_);
-  for (const RouteEvent& event : scratch_) {
-    if (const auto* seen = std::get_if<NextHopSeen>(&event)) objects_seen_.update(seen->object);
-  }
-  for (const Event& event : link_events_) {
-    if (const auto* link = std::get_if<LinkSeen>(&event)) links_seen_.seen(*link);
-    if (const auto* address = std::get_if<AddressSeen>(&event)) links_seen_.address_seen(address->address);
-  }
-  return good;
-}
-
-void RouteFollower::continue_basis() {
-  const Dump::Progress progress =
-      basis_dump_.step(dump_batch(), [this](const nlmsghdr* message) { return read_basis(message); });
-  if (progress == Dump::Progress::kMore || progress == Dump::Progress::kWaiting) return;
-  close_dumps();
-  if (progress == Dump::Progress::kFailed) {
-    basis_failed(basis_dump_.error());
-    basis_has_links_ = false;
-    return become_idle();
-  }
-  phase_ = Phase::kBasisEnd;
-  end_basis();
-}
-
-// What was announced before the dump was read is applied before the two are compared.
-void RouteFollower::end_basis() {
-  if (!drain_events()) return step_soon();
-  count_malformed(basis_dump_.malformed(), "while reading links, addresses and next-hop objects");
-  const bool in_doubt = basis_dump_.is_partial() || basis_disturbed_;
-  compares_ = !in_doubt || ++basis_doubts_ == kDoubtsMax;
-  if (compares_) {
-    adopt_basis(in_doubt);
-  } else {
-    repeat_basis();
-  }
-  basis_has_links_ = false;
-  phase_ = Phase::kObjects;
-  compare_objects();
-}
-
-// Routes with objects that are not known have no rows: they do not wait for long.
-void RouteFollower::repeat_basis() {
-  links_dirty_ = links_dirty_ || basis_has_links_;
-  objects_dirty_ = true;
-  basis_not_before_ = clock_monotonic() + (objects_known_ ? rest() : settings_.retry);
-}
-
-void RouteFollower::adopt_basis(bool in_doubt) {
-  basis_doubts_ = 0;
-  if (basis_has_links_) links_ = std::exchange(links_seen_, {});
-  corrects_ = objects_known_ && !in_doubt;
-  objects_known_ = true;
-  comparison_ = {};
-}
-
-// A router may have a hundred thousand objects. What is announced between the steps changes both.
-void RouteFollower::compare_objects() {
-  const std::uint64_t start = clock_monotonic();
-  bool more = true;
-  for (int slice = 0; more && slice < kSlicesOfObjects; ++slice) {
-    more = compares_ ? compare_some_objects() : objects_seen_.release_some(kObjectsPerSlice);
-    if (clock_monotonic() - start >= reconcile::kStepTime) break;
-  }
-  if (more) return step_soon();
-  become_idle();
-}
-
-bool RouteFollower::compare_some_objects() {
-  compares_ = objects_.adopt_some(objects_seen_, kObjectsPerSlice, &comparison_);
-  take_affected(std::exchange(comparison_.affected, {}));
-  if (!compares_ && corrects_) count_corrections(comparison_.differences, "next-hop objects");
-  return true;
-}
-
-void RouteFollower::basis_failed(Status status) {
-  ++counters_.failures;
-  log_failure("reading next-hop objects", status);
-  links_dirty_ = links_dirty_ || std::exchange(basis_has_links_, false);
-  objects_dirty_ = true;
-  basis_not_before_ = clock_monotonic() + settings_.retry;
-  wake(0);  // tables are read without the objects
 }
 
 // A difference that is found is a correction, unless it follows from what has just changed.
