@@ -2,6 +2,7 @@
 # are compiled as one unit, except those after ALONE, which repeat names of others.
 # mpls_program(name SOURCES ... DEPS ...): a program; MPLS_VERSION is the project's version.
 # mpls_test(name SOURCES ... DEPS ... [LABELS ...] [TIMEOUT s]): a GoogleTest program, one CTest entry.
+# Sanitizers have twice the time.
 include(CMakeParseArguments)
 
 function(mpls_library name)
@@ -33,6 +34,9 @@ function(mpls_test name)
   cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;DEPS;LABELS" ${ARGN})
   if(NOT ARG_TIMEOUT)
     set(ARG_TIMEOUT 120)
+  endif()
+  if(MPLS_SANITIZE)
+    math(EXPR ARG_TIMEOUT "2 * ${ARG_TIMEOUT}")
   endif()
   if(NOT ARG_LABELS)
     set(ARG_LABELS unit)
