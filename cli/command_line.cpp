@@ -23,6 +23,7 @@
 #include "platform/core/files/directories.h"
 #include "platform/core/text/numbers.h"
 #include "platform/core/text/words.h"
+#include "platform/store/history/records.h"
 #include "platform/store/tree/kvtree.h"
 
 namespace cli {
@@ -181,6 +182,7 @@ struct Options {
   VrfRequest selection;  // its state, protocol and order
   bool structured = false;
   RoutesRequest routes;
+  TrapsRequest traps;
   PathRequest path;
   DebugRequest debug;
   TraceRequest trace;
@@ -261,6 +263,24 @@ void add_show_route_targets(CLI::App& show, Options* options) {
   on_choice(targets, options, show_route_targets, &Options::vrf);
 }
 
+constexpr char kTrapsFooter[] =
+    "The daemon stores the latest 500 and the numbers of each notification, also over restarts, whether or "
+    "not "
+    "snmpd has sent them. The latest is the last line.\n"
+    "\n"
+    "Examples:\n"
+    "  mplsvpn show traps\n"
+    "  mplsvpn --json show traps --last 500 | jq -r '.traps[] | select(.vrfName == \"red\").timeText'";
+
+void add_show_traps(CLI::App& show, Options* options) {
+  CLI::App* traps = show.add_subcommand("traps", "Shows how many traps were raised, and the latest of them");
+  traps->add_option("--last", options->traps.last, "Only the latest N traps (default 20, at most 500)")
+      ->type_name("N")
+      ->check(CLI::Range(0U, notification_history::kMostListed).description(""));
+  traps->footer(kTrapsFooter);
+  on_choice(traps, options, show_traps, &Options::traps);
+}
+
 void add_show(CLI::App& app, Options* options) {
   CLI::App* show = app.add_subcommand("show", "Shows the tables of the MIB, or the daemon");
   show->require_subcommand(1);
@@ -275,6 +295,7 @@ void add_show(CLI::App& app, Options* options) {
   add_show_vrf(*show, options);
   add_show_route_targets(*show, options);
   add_show_routes(*show, options);
+  add_show_traps(*show, options);
 }
 
 using PathCommand = void (*)(const Session&, const PathRequest&);

@@ -18,6 +18,12 @@ void show_interfaces(const Session& session, const std::string& vrf);
 // The daemon's process: version, source, long iterations of its event loop, clients.
 void show_status(const Session& session);
 
+struct TrapsRequest {
+  std::uint64_t last = 20;  // only so many, the latest
+};
+// How many traps of each type were raised, and the latest of them.
+void show_traps(const Session& session, const TrapsRequest& request);
+
 struct VrfRequest {
   std::string name;         // empty: every VRF
   bool is_invalid = false;  // VRFs that do not exist, though interfaces are bound to them

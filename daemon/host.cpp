@@ -24,7 +24,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstddef>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
@@ -34,11 +33,11 @@
 #include <vector>
 
 #include "daemon/lifecycle.h"
+#include "daemon/notifications.h"
 #include "daemon/route_modules.h"
 #include "daemon/settings.h"
 #include "daemon/signals.h"
 #include "daemon/sources.h"
-#include "mpls/vpn/mib/src/records/mib_constants.h"
 #include "platform/config/owners.h"
 #include "platform/core/base/fault.h"
 #include "platform/core/base/log.h"
@@ -60,8 +59,6 @@ namespace daemon_host {
 namespace {
 
 constexpr char kMainManager[] = "/dev/mpls/vpn/main";
-constexpr char kTrapSubscriber[] = "snmp";  // the SNMP sub-agent
-constexpr std::size_t kTrapQueue = 4096;    // traps for it while it or its master agent is down
 
 Host& host() {
   static auto* const instance = new Host;  // never destroyed: services have pointers into it
@@ -137,6 +134,7 @@ void start_on_main_manager(EventManager* manager) {
     std::exit(1);
   }
   provide_status(manager);
+  list_notifications(manager);
   provide_interface_states(manager);
   report_floods_regularly(manager);
   check_route_modules();
@@ -198,11 +196,7 @@ bool prepare_store() {
               err_text(opened));
     return false;
   }
-  const std::string traps = state_directory() + "/traps";
-  const Status retained = kvtree_retain_notifications(kMplsVpnPath, kTrapSubscriber, kTrapQueue, traps);
-  if (retained == kStatusOk) return true;
-  log_error("mpls_vpn_mib", "cannot use the queue of traps, %s: %s", traps.c_str(), err_text(retained));
-  return false;
+  return retain_notifications() == kStatusOk;
 }
 
 void warn_of_shared_user() {

@@ -46,23 +46,30 @@ constexpr TrapType kTrapTypes[] = {
 };
 
 // Null for an unknown type.
-const TrapType* find_type(const Trap& trap) {
-  return trap.trapType < std::size(kTrapTypes) ? &kTrapTypes[trap.trapType] : nullptr;
+const TrapType* find_type(std::uint32_t type) {
+  return type < std::size(kTrapTypes) ? &kTrapTypes[type] : nullptr;
 }
 
-std::string trap_name(const Trap& trap) {
-  const TrapType* type = find_type(trap);
-  return type != nullptr ? type->notification : fmt::format("trap {}", trap.trapType);
+}  // namespace
+
+std::string trap_name(std::uint32_t type) {
+  const TrapType* known = find_type(type);
+  return known != nullptr ? known->notification : fmt::format("trap {}", type);
+}
+
+// The MIB numbers its notifications from 1, in the order of the trap types.
+std::string trap_oid(std::uint32_t type) {
+  return find_type(type) != nullptr ? fmt::format("1.3.6.1.2.1.10.166.11.0.{}", type + 1) : std::string();
 }
 
 std::string trap_details(const Trap& trap) {
-  const TrapType* type = find_type(trap);
+  const TrapType* type = find_type(trap.trapType);
   return type != nullptr ? type->details(trap) : "of an unknown type";
 }
 
-Json trap_json(const Trap& trap, std::uint64_t lost_before) {
-  return {{"time", now_text()},
-          {"notification", trap_name(trap)},
+Json trap_json(const Trap& trap) {
+  return {{"notification", trap_name(trap.trapType)},
+          {"notificationOid", trap_oid(trap.trapType)},
           {"trapType", trap.trapType},
           {"vrfName", text_or_empty(trap.vrfName)},
           {"ifConfIndex", trap.ifConfIndex},
@@ -71,22 +78,22 @@ Json trap_json(const Trap& trap, std::uint64_t lost_before) {
           {"midThresh", trap.midThresh},
           {"highThresh", trap.highThresh},
           {"currNumRoutes", trap.currNumRoutes},
-          {"illegalLabelViolations", trap.illegalLabelViolations},
-          {"lostBefore", lost_before}};
+          {"illegalLabelViolations", trap.illegalLabelViolations}};
 }
-
-}  // namespace
 
 void print_trap(const Session& session, const kvtree::NotificationResult& notification) {
   const Record<Trap> trap(session, notification.path + notification.item_name, kMibTrapParcel,
                           notification.record);
   if (session.json) {
-    session.out << json_line(trap_json(*trap, notification.lost_before)) << '\n';
+    Json json = {{"time", now_text()}};
+    json.update(trap_json(*trap));
+    json["lostBefore"] = notification.lost_before;
+    session.out << json_line(json) << '\n';
     return;
   }
   if (notification.lost_before != 0)
     fmt::print(session.out, "... {} traps missed\n", notification.lost_before);
-  fmt::print(session.out, "{} {} {} {}\n", now_text(), trap_name(*trap),
+  fmt::print(session.out, "{} {} {} {}\n", now_text(), trap_name(trap->trapType),
              printable(text_or_empty(trap->vrfName)), trap_details(*trap));
 }
 

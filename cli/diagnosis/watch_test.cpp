@@ -111,6 +111,7 @@ TEST_F(Watch, JsonIsOneObjectALine) {
   EXPECT_THAT(first["time"].get<std::string>(), EndsWith("Z"));
   first.erase("time");
   EXPECT_EQ(first, (Json{{"notification", "mplsL3VpnVrfUp"},
+                         {"notificationOid", "1.3.6.1.2.1.10.166.11.0.1"},
                          {"trapType", 0},
                          {"vrfName", "red"},
                          {"ifConfIndex", 7},

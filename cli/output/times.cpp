@@ -43,11 +43,15 @@ std::string duration_text(std::uint64_t seconds) {
   return fmt::format("{:02}:{:02}:{:02}", seconds / kHour, seconds % kHour / kMinute, seconds % kMinute);
 }
 
+std::string utc_text(std::uint64_t seconds, std::uint32_t milliseconds) {
+  return fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:03}Z", fmt::gmtime(static_cast<std::time_t>(seconds)),
+                     milliseconds);
+}
+
 std::string now_text() {
   const std::uint64_t stamp = clock_stamp();
-  return fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:03}Z",
-                     fmt::gmtime(static_cast<std::time_t>(stamp / kNanosecondsPerSecond)),
-                     stamp / kNanosecondsPerMillisecond % 1000);
+  return utc_text(stamp / kNanosecondsPerSecond,
+                  static_cast<std::uint32_t>(stamp / kNanosecondsPerMillisecond % 1000));
 }
 
 std::chrono::milliseconds next_wait(double seconds, std::chrono::steady_clock::time_point started) {

@@ -14,7 +14,8 @@ std::string age_text(std::uint32_t seconds);
 // "08:05:09" below a day, "31d08h" above.
 std::string duration_text(std::uint64_t seconds);
 
-// The time of now in UTC, as "2026-01-31T08:05:09.123Z".
+// A time in UTC, as "2026-01-31T08:05:09.123Z".
+std::string utc_text(std::uint64_t seconds, std::uint32_t milliseconds);
 std::string now_text();
 
 // The longest that a watch may wait next, which began at `started` and lasts `seconds` (0: no limit); zero

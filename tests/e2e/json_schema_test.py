@@ -15,7 +15,7 @@ DEFINITIONS = json.loads((ROOT / "docs/mplsvpn.schema.json").read_text())["$defs
 # The schema is in OTHERS, or has the longest name with which the words begin.
 COMMANDS = ("show scalars", "show status", "show interfaces", "show interfaces red", "show vrf", "show vrf red", "show vrf detail",
             "show vrf red detail", "show vrf invalid", "show vrf brief --state up", "show vrf --structured", "show route-targets",
-            "show routes red", "show routes blue ::1", "get scalars", "get vrf/red", "list vrf-detail", "datalist vrf-detail",
+            "show routes red", "show routes blue ::1", "show traps", "get scalars", "get vrf/red", "list vrf-detail", "datalist vrf-detail",
             "debug list", "debug prov on", "debug prov off", "trace", "trace init", "config show", "config show --owners",
             "config show traps", "config load --dry-run examples/config.conf", "config set --candidate vrf blue description candidate",
             "config diff", "config commit", "config history", "config history 1", "config rollback 1 --dry-run", "config rollback 1",

@@ -9,7 +9,7 @@ import threading
 import time
 import unittest
 
-from system import BIN, IN_SNMPD, SLOW, name_index, wait_until
+from system import BIN, IN_SNMPD, L3VPN, SLOW, name_index, wait_until
 from trap_case import TrapCase
 from trap_sink import TrapSink
 from wire import Client
@@ -202,6 +202,27 @@ class Traps(TrapCase):
             for _ in range(pairs):
                 client.action("router", "down", "ge0")
                 client.action("router", "up", "ge0")
+
+    def test_history_has_what_the_manager_received_also_after_the_daemon_is_killed(self):
+        self.config("set", "traps", "all")
+        self.flap(3)
+        self.expect()
+        for _ in range(2):
+            self.assert_history_is_what_was_received()
+            self.kill_between("daemon")
+            self.system.start_daemon()
+            self.flap(1)
+            self.expect()
+        self.assert_history_is_what_was_received()
+
+    def assert_history_is_what_was_received(self):
+        wait_until("every acknowledgement", lambda: self.system.cli_json("show", "traps")["waiting"] == 0)
+        shown = self.system.cli_json("show", "traps", "--last", "500")
+        received = self.system.traps()
+        self.assertEqual([vrf_trap(each["trapType"] + 1, each["vrfName"], each["ifConfIndex"]) for each in shown["traps"]], received)
+        self.assertEqual([each["notificationOid"] for each in shown["traps"]], [f"{L3VPN}.0.{number}" for number, _ in received])
+        self.assertEqual({each["notificationOid"]: each["count"] for each in shown["raised"]},
+                         {f"{L3VPN}.0.{number}": [raised for raised, _ in received].count(number) for number in range(1, 7)})
 
     def test_watch_shows_the_traps_that_are_sent(self):
         self.config("set", "traps", "all")

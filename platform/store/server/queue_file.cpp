@@ -323,8 +323,8 @@ void QueueFile::report(Status status) {
   retry_at_ = clock_monotonic() + kNanosecondsPerSecond;
   retry_later();
   if (std::exchange(fails_, true)) return;
-  log_error("kvtree", "%s cannot be written: the waiting notifications are lost if the process ends: %s",
-            path_.c_str(), err_text(status));
+  log_error("kvtree", "%s cannot be written: %s are lost if the process ends: %s", path_.c_str(),
+            contents_.c_str(), err_text(status));
 }
 
 // There may be no further notification.

@@ -1,4 +1,5 @@
-// The file of a queue of notifications, so that they outlive the process. Only for this folder.
+// The file of a queue of notifications, so that they outlive the process. Only for this folder and the
+// history.
 //
 // A header, then a record for each notification that was added, lost or acknowledged, each with a checksum.
 // What was appended survives the death of the process at any moment. A power cut may lose the last records:
@@ -38,7 +39,9 @@ struct QueueState {
 
 class QueueFile {
  public:
-  explicit QueueFile(std::string path) : path_(std::move(path)) {}
+  // `contents`: what is lost if the file cannot be written and the process ends, for the log.
+  explicit QueueFile(std::string path, std::string contents = "the waiting notifications")
+      : path_(std::move(path)), contents_(std::move(contents)) {}
   ~QueueFile();
   QueueFile(const QueueFile&) = delete;
   QueueFile& operator=(const QueueFile&) = delete;
@@ -75,6 +78,7 @@ class QueueFile {
   void cancel_retry();
 
   std::string path_;
+  std::string contents_;
   const QueueState* state_ = nullptr;  // of open()
   int fd_ = -1;                        // none after a failure
   std::size_t size_ = 0;

@@ -80,6 +80,12 @@ struct ConfigObserver {
   KvConfigObserver function;
 };
 
+// An observer of providers' notifications.
+struct NotificationObserver {
+  std::string path;
+  KvNotificationObserver function;
+};
+
 struct StoredNode {
   std::shared_ptr<const KvValue> value;
   std::uint64_t set_number = 0;  // of its last set, counted by Store::sets
@@ -124,6 +130,7 @@ struct Store {
   std::map<std::string, Action, std::less<>> actions;
   std::map<std::string, Status (*)(), std::less<>> guards;  // by the beginning of the paths
   std::vector<RetainedQueue> retained;
+  std::vector<std::weak_ptr<const NotificationObserver>> notification_observers;
   std::shared_ptr<NodeStore> node_store;         // null until it is needed
   bool folding = false;                          // a step of folding is posted, runs, or waits for its timer
   std::shared_ptr<Application> application;      // the commit that is being applied

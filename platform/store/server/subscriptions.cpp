@@ -29,6 +29,13 @@ std::uint64_t find_subscriber(const NotificationQueue* queue) {
   return 0;
 }
 
+const RetainedQueue* find_retained(std::string_view path, std::string_view name) {
+  for (const RetainedQueue& retained : store().retained) {
+    if (retained.path == path && retained.name == name) return &retained;
+  }
+  return nullptr;
+}
+
 // The queue for a new subscription; a former subscriber of the same name is closed.
 Status find_queue(const wire::Connection& from, std::string_view path, std::string_view name,
                   std::shared_ptr<NotificationQueue>* queue) {
@@ -38,10 +45,9 @@ Status find_queue(const wire::Connection& from, std::string_view path, std::stri
     return kStatusOk;
   }
   if (from.role() == wire::Role::kRead) return kStatusAccess;
-  for (const RetainedQueue& retained : store().retained) {
-    if (retained.path == path && retained.name == name) *queue = retained.queue;
-  }
-  if (*queue == nullptr) return kStatusNoSuchRow;
+  const RetainedQueue* retained = find_retained(path, name);
+  if (retained == nullptr) return kStatusNoSuchRow;
+  *queue = retained->queue;
   wire::Connection* connection = the_server()->server.find(find_subscriber(queue->get()));
   if (connection == &from) return kStatusExists;
   if (connection != nullptr) connection->close("another client subscribed by the same name");
@@ -115,6 +121,15 @@ void push_to_queues(const std::string& provider, const std::shared_ptr<const wir
   }
 }
 
+void notify_observers(const std::string& provider, const KvProviderNotification& notification) {
+  auto& observers = store().notification_observers;
+  std::erase_if(observers, [](const auto& each) { return each.expired(); });
+  for (const auto& each : observers) {
+    const auto observer = each.lock();
+    if (observer != nullptr && provider.starts_with(observer->path)) observer->function(notification);
+  }
+}
+
 void send_to_all() {
   if (the_server() == nullptr) return;
   std::vector<std::uint64_t> clients;
@@ -169,9 +184,7 @@ Status kvtree_retain_notifications(std::string_view path, std::string_view name,
                                    const std::string& file) {
   if (const Status status = fault_check("kvtree_retain_notifications")) return status;
   if (kvtree::check_path(path) != kStatusOk || name.empty() || limit < 2) return kStatusInvalid;
-  for (const kvtree::RetainedQueue& other : kvtree::store().retained) {
-    if (other.path == path && other.name == name) return kStatusExists;
-  }
+  if (kvtree::find_retained(path, name) != nullptr) return kStatusExists;
   const std::string subscriber = "\"" + std::string(name) + "\" of " + std::string(path);
   const auto queue = std::make_shared<kvtree::NotificationQueue>(subscriber, limit);
   if (!file.empty()) {
@@ -182,11 +195,25 @@ Status kvtree_retain_notifications(std::string_view path, std::string_view name,
   return kStatusOk;
 }
 
+std::size_t kvtree_waiting_notifications(std::string_view path, std::string_view name) {
+  const kvtree::RetainedQueue* retained = kvtree::find_retained(path, name);
+  return retained == nullptr ? 0 : retained->queue->size();
+}
+
+std::shared_ptr<const void> kvtree_observe_notifications(std::string_view path,
+                                                         KvNotificationObserver observer) {
+  const auto added = std::make_shared<const kvtree::NotificationObserver>(
+      kvtree::NotificationObserver{std::string(path), std::move(observer)});
+  kvtree::store().notification_observers.push_back(added);
+  return added;
+}
+
 Status kvtree_prov_notify(KvConnection* connection, const KvProviderNotification* notification) {
   if (const Status status = fault_check("kvtree_prov_notify")) return status;
   if (!kvtree::is_bound(connection) || connection->mode != kKvBindProvider) return kStatusInvalid;
   if (notification == nullptr || notification->item_name == nullptr) return kStatusInvalid;
   if (notification->data == nullptr && notification->length != 0) return kStatusInvalid;
+  kvtree::notify_observers(connection->path, *notification);
   kvtree::push_to_queues(connection->path, kvtree::make_content(*connection, *notification));
   kvtree::send_to_all();
   return kStatusOk;

@@ -23,6 +23,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <span>
 #include <string>
 #include <string_view>
@@ -307,6 +308,13 @@ struct KvProviderNotification {
 // process: the system's error if it cannot be used.
 [[nodiscard]] Status kvtree_retain_notifications(std::string_view path, std::string_view name,
                                                  std::size_t limit, const std::string& file = {});
+// How many are retained for this subscriber and not acknowledged; 0 if none are retained.
+std::size_t kvtree_waiting_notifications(std::string_view path, std::string_view name);
+// While the result exists, `observer` is called with each notification of the providers below the path, in
+// order, before it is delivered. It must not notify.
+using KvNotificationObserver = std::function<void(const KvProviderNotification& notification)>;
+[[nodiscard]] std::shared_ptr<const void> kvtree_observe_notifications(std::string_view path,
+                                                                       KvNotificationObserver observer);
 // Sets the nodes that earlier processes stored in the directory's configuration.db, and from now on stores
 // commits there (platform/store/configuration/configuration.h). Call before subscribers register and before
 // the first commit (kStatusExists). kStatusIo (logged) if the database cannot be used; a database with

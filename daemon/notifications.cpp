@@ -1,0 +1,48 @@
+#include "daemon/notifications.h"
+
+#include <cstddef>
+#include <optional>
+#include <string>
+
+#include "mpls/vpn/mib/src/records/decoded.h"
+#include "mpls/vpn/mib/src/records/layouts.h"
+#include "mpls/vpn/mib/src/records/mib_constants.h"
+#include "mpls/vpn/mib/src/traps/info.h"
+#include "platform/core/base/log.h"
+#include "platform/core/files/directories.h"
+#include "platform/store/history/history.h"
+#include "platform/store/tree/kvtree.h"
+
+namespace daemon_host {
+
+namespace {
+
+constexpr char kTrapSubscriber[] = "snmp";  // the SNMP front end
+constexpr std::size_t kTrapQueue = 4096;    // traps for it while it or its master agent is down
+
+std::optional<std::uint32_t> type_of(const KvProviderNotification& notification) {
+  const Decoded<mpls_vpn_mib_trap> trap(kMibTrapParcel, notification.data, notification.length);
+  if (trap.status() == kStatusOk && trap->trapType < kTrapAll) return trap->trapType;
+  log_error("mpls_vpn_mib", "a notification is not listed by \"mplsvpn show traps\": %s",
+            trap.status() == kStatusOk ? "its type is unknown" : err_text(trap.status()));
+  return std::nullopt;
+}
+
+}  // namespace
+
+Status retain_notifications() {
+  const std::string file = state_directory() + "/traps";
+  const Status status = kvtree_retain_notifications(kMplsVpnPath, kTrapSubscriber, kTrapQueue, file);
+  if (status != kStatusOk)
+    log_error("mpls_vpn_mib", "cannot use the queue of traps, %s: %s", file.c_str(), err_text(status));
+  return status;
+}
+
+void list_notifications(EventManager* manager) {
+  const Status status = notification_history_start(
+      manager, {kMplsVpnPath, kTrapSubscriber, state_directory() + "/trap_history", kTrapAll, type_of});
+  if (status != kStatusOk)
+    log_error("mpls_vpn_mib", "\"mplsvpn show traps\" is not available: %s", err_text(status));
+}
+
+}  // namespace daemon_host

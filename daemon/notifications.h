@@ -1,0 +1,15 @@
+// The daemon's notifications on their way to SNMP: the queue in which they wait for its front end, and their
+// history.
+#pragma once
+
+#include "platform/core/base/status.h"
+#include "platform/core/evm/evm.h"
+
+namespace daemon_host {
+
+// Before the daemon raises any. Logs a failure, with which they would not survive a restart.
+[[nodiscard]] Status retain_notifications();
+// On the manager that serves the data store. A failure is logged.
+void list_notifications(EventManager* manager);
+
+}  // namespace daemon_host
