@@ -16,28 +16,40 @@ ROUTER = """\
 vrfs: [{name: red, table: 10, routes: [{prefix: 10.1.0.0/16, type: blackhole, protocol: static}]}]
 interfaces: []
 """
-PROGRAMS = {
-    "usr/sbin/mpls_vpn_mib": 0o755,
-    "usr/sbin/mpls_vpn_snmp": 0o755,
-    "usr/bin/mplsvpn": 0o755,
-    "usr/lib/mpls_vpn_mib/mib/libipv4_forwardmib.dll": None,
-    "usr/lib/mpls_vpn_mib/mib/libipv6_forwardmib.dll": None,
-    "usr/lib/systemd/system/mpls_vpn_mib.service": 0o644,
-    "usr/lib/systemd/system/mpls_vpn_snmp.service": 0o644,
-    "usr/lib/sysusers.d/mpls_vpn_mib.conf": 0o644,
-    "usr/share/bash-completion/completions/mplsvpn": 0o644,
-    "usr/share/fish/vendor_completions.d/mplsvpn.fish": 0o644,
-    "usr/share/zsh/vendor-completions/_mplsvpn": 0o644,
-    "usr/share/man/man1/mplsvpn.1": 0o644,
-    "usr/share/man/man5/mpls_vpn_router.5": 0o644,
-    "usr/share/man/man5/platform.yaml.5": 0o644,
-    "usr/share/man/man8/mpls_vpn_mib.8": 0o644,
-    "usr/share/man/man8/mpls_vpn_snmp.8": 0o644,
-    "usr/share/snmp/mibs/MPLS-L3VPN-STD-MIB.txt": 0o644,
-    "usr/share/mpls_vpn_mib/MPLS-L3VPN-STD-MIB.mib": 0o644,
+PACKAGES = {  # component, which has the name of its package: files
+    "mplsvpn": {
+        "usr/sbin/mpls_vpn_mib": 0o755,
+        "usr/bin/mplsvpn": 0o755,
+        "usr/lib/mpls_vpn_mib/mib/libipv4_forwardmib.dll": None,
+        "usr/lib/mpls_vpn_mib/mib/libipv6_forwardmib.dll": None,
+        "usr/lib/systemd/system/mpls_vpn_mib.service": 0o644,
+        "usr/lib/sysusers.d/mpls_vpn_mib.conf": 0o644,
+        "usr/share/bash-completion/completions/mplsvpn": 0o644,
+        "usr/share/fish/vendor_completions.d/mplsvpn.fish": 0o644,
+        "usr/share/zsh/vendor-completions/_mplsvpn": 0o644,
+        "usr/share/man/man1/mplsvpn.1": 0o644,
+        "usr/share/man/man5/mpls_vpn_router.5": 0o644,
+        "usr/share/man/man5/platform.yaml.5": 0o644,
+        "usr/share/man/man8/mpls_vpn_mib.8": 0o644,
+        "usr/share/doc/mplsvpn/examples/small-router.yaml": 0o644,
+    },
+    "mplsvpn-snmp": {
+        "usr/sbin/mpls_vpn_snmp": 0o755,
+        "usr/lib/systemd/system/mpls_vpn_snmp.service": 0o644,
+        "usr/lib/sysusers.d/mpls_vpn_snmp.conf": 0o644,
+        "usr/lib/tmpfiles.d/mpls_vpn_snmp.conf": 0o644,
+        "usr/share/man/man8/mpls_vpn_snmp.8": 0o644,
+        "usr/share/snmp/mibs/MPLS-L3VPN-STD-MIB.txt": 0o644,
+        "usr/share/mpls_vpn_mib/MPLS-L3VPN-STD-MIB.mib": 0o644,
+        "usr/share/doc/mplsvpn-snmp/examples/snmpd.conf": 0o644,
+        "usr/share/doc/mplsvpn-snmp/examples/snmpd_module.conf": 0o644,
+        "usr/share/doc/mplsvpn-snmp/examples/snmptrapd.conf": 0o644,
+        "usr/share/doc/mplsvpn-snmp/examples/snmpv3.conf": 0o644,
+    },
 }
 if MODULE.exists():  # built with libsnmp-dev only
-    PROGRAMS["usr/lib/mpls_vpn_mib/mpls_vpn_snmpd.so"] = None
+    PACKAGES["mplsvpn-snmp"]["usr/lib/mpls_vpn_mib/mpls_vpn_snmpd.so"] = None
+PROGRAMS = {name: mode for files in PACKAGES.values() for name, mode in files.items()}
 STRIPPED = sorted(name for name in PROGRAMS if "bin/" in name or name.endswith((".dll", ".so")))
 
 
@@ -73,7 +85,7 @@ class RouterWithSnmpd(System):
         package = pathlib.Path("/etc/snmp/snmpd.conf").read_text()
         lines = [line for line in package.splitlines() if not re.match(r"agentaddress|includeDir", line, re.IGNORECASE)]
         ours = (ROOT / "packaging/snmpd.conf").read_text()
-        return "\n".join(lines) + "\n" + ours.replace(" root mpls_vpn_snmp", " root root")  # a group of this machine
+        return "\n".join(lines) + "\n" + ours.replace(" 0 mpls_vpn_snmp", " 0 root")  # a group of this machine
 
 
 class Installed(unittest.TestCase):
@@ -92,8 +104,8 @@ class Installed(unittest.TestCase):
             if mode is not None:
                 self.assertEqual(oct(installed[name]), oct(mode), name)
 
-    def test_programs_and_debug_information_are_components(self):
-        for component, files in (("programs", PROGRAMS), ("debug", DEBUG)):
+    def test_each_file_is_in_the_component_of_its_package_only(self):
+        for component, files in (*PACKAGES.items(), ("debug", DEBUG)):
             with tempfile.TemporaryDirectory(prefix="mpls_vpn_install.") as root:
                 install(root, "--component", component)
                 self.assertEqual(sorted(files_below(pathlib.Path(root))), sorted(files))
@@ -154,7 +166,7 @@ class Installed(unittest.TestCase):
     @unittest.skipUnless(shutil.which("systemd-sysusers"), "SKIPPED: no systemd-sysusers")
     def test_users_and_groups_of_the_services_are_created(self):
         with tempfile.TemporaryDirectory(prefix="mpls_vpn_install.") as root:
-            install(root, "--component", "programs")
+            install(root)
             (pathlib.Path(root) / "etc").mkdir()
             subprocess.run(["systemd-sysusers", f"--root={root}"], check=True, capture_output=True, timeout=60)
             lines = [line.split(":") for line in (pathlib.Path(root) / "etc/group").read_text().splitlines()]

@@ -24,7 +24,7 @@ class Station(System):
     """A router with the example's settings, and a station that accepts its informs."""
 
     def snmpd_settings(self):
-        ours = V3.replace(" STATION", f" 127.0.0.1:{self.trap_port}").replace(" root mpls_vpn_snmp", " root root")
+        ours = V3.replace(" STATION", f" 127.0.0.1:{self.trap_port}").replace(" 0 mpls_vpn_snmp", " 0 root")
         return ours + "\nrocommunity public\n"  # for the tests' own look at the sub-agent
 
     def trap_sink(self):

@@ -47,7 +47,8 @@ def install():
         pathlib.Path(folder).mkdir(parents=True, exist_ok=True)
         for file in files:
             shutil.copy(file, folder)
-    shutil.copy(ROOT / "packaging/mpls_vpn_mib.sysusers", "/usr/lib/sysusers.d/mpls_vpn_mib.conf")
+    for users in (ROOT / "packaging").glob("*.sysusers"):
+        shutil.copy(users, f"/usr/lib/sysusers.d/{users.stem}.conf")
     run("systemd-sysusers")
     SETTINGS.parent.mkdir(parents=True, exist_ok=True)
 
