@@ -286,8 +286,7 @@ void add_show(CLI::App& app, Options* options) {
   show->require_subcommand(1);
   show->add_subcommand("scalars", "Shows the numbers of VRFs and interfaces, and the notification settings")
       ->callback([options] { options->command = show_scalars; });
-  show->add_subcommand("status",
-                       "Shows the daemon: version, source, long iterations of its event loop, clients")
+  show->add_subcommand("status", "Shows the daemon: version, sources, SNMP front end, databases, clients")
       ->callback([options] { options->command = show_status; });
   CLI::App* interfaces = show->add_subcommand("interfaces", "Shows the interfaces of all VRFs, or of one");
   interfaces->add_option("VRF", options->vrf, "Only this VRF's");

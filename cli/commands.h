@@ -15,7 +15,8 @@ void show_scalars(const Session& session);
 // Rows of the VRF interface table, of one VRF when the name is not empty.
 void show_interfaces(const Session& session, const std::string& vrf);
 
-// The daemon's process: version, source, long iterations of its event loop, clients.
+// The daemon's process: version, sources, SNMP front end, databases, long iterations of its event loop,
+// clients.
 void show_status(const Session& session);
 
 struct TrapsRequest {

@@ -26,6 +26,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <string>
@@ -38,6 +39,7 @@
 #include "daemon/settings.h"
 #include "daemon/signals.h"
 #include "daemon/sources.h"
+#include "mpls/vpn/mib/src/route/modules.h"
 #include "platform/config/owners.h"
 #include "platform/core/base/fault.h"
 #include "platform/core/base/log.h"
@@ -105,10 +107,28 @@ void start_sources(EventManager* manager) {
   }
 }
 
+std::vector<process_status::SourceFact> facts_of_sources() {
+  std::vector<process_status::SourceFact> all;
+  for (const auto& source : host().sources) std::ranges::move(source->facts(), std::back_inserter(all));
+  return all;
+}
+
+std::vector<process_status::DatabaseFact> facts_of_databases() {
+  const Status failure = chkpt_failure();
+  return {{"configuration", state_directory() + "/configuration.db"},
+          {"checkpoint", state_directory() + "/checkpoint.db", failure ? err_text(failure) : ""}};
+}
+
 void provide_status(EventManager* manager) {
   const Source* source = host().sources.front().get();  // lives as long as the process
-  const ProcessIdentity identity{MPLS_VERSION, source->describe(), [source] { return source->corrections(); },
-                                 [source] { return source->malformed(); }};
+  const ProcessIdentity identity{.version = MPLS_VERSION,
+                                 .source = source->describe(),
+                                 .corrections = [source] { return source->corrections(); },
+                                 .malformed = [source] { return source->malformed(); },
+                                 .sources = facts_of_sources,
+                                 .databases = facts_of_databases,
+                                 .route_module_failures = mpls_vpn_mib_route_module_failures,
+                                 .traps = waiting_notifications};
   if (const Status status = process_status_start(manager, identity)) {
     log_error("mpls_vpn_mib", "\"mplsvpn show status\" is not available: %s", err_text(status));
   }

@@ -38,6 +38,12 @@ Status retain_notifications() {
   return status;
 }
 
+std::optional<process_status::TrapsFact> waiting_notifications() {
+  const std::optional<KvRetained> queue = kvtree_retained_notifications(kMplsVpnPath, kTrapSubscriber);
+  if (!queue) return std::nullopt;
+  return process_status::TrapsFact{queue->waiting, queue->limit, queue->lost, queue->subscriber};
+}
+
 void list_notifications(EventManager* manager) {
   const Status status = notification_history_start(
       manager, {kMplsVpnPath, kTrapSubscriber, state_directory() + "/trap_history", kTrapAll, type_of});

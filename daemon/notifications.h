@@ -2,13 +2,18 @@
 // history.
 #pragma once
 
+#include <optional>
+
 #include "platform/core/base/status.h"
 #include "platform/core/evm/evm.h"
+#include "platform/store/status/facts.h"
 
 namespace daemon_host {
 
 // Before the daemon raises any. Logs a failure, with which they would not survive a restart.
 [[nodiscard]] Status retain_notifications();
+// Those that wait for the front end; none before they are retained.
+std::optional<process_status::TrapsFact> waiting_notifications();
 // On the manager that serves the data store. A failure is logged.
 void list_notifications(EventManager* manager);
 

@@ -9,9 +9,11 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "platform/core/base/status.h"
 #include "platform/core/evm/evm.h"
+#include "platform/store/status/facts.h"
 
 class Source {
  public:
@@ -32,6 +34,8 @@ class Source {
   // How the source is, in a few words for operators: "FRR: bgpd and zebra answer"; empty if there is nothing
   // to say.
   virtual std::string state() const { return {}; }
+  // What it asks, and how that answers; none for a source that asks nothing but the model.
+  virtual std::vector<process_status::SourceFact> facts() const { return {}; }
   // How much of the model later readings had to correct because changes had not been announced; none for a
   // source without such readings.
   virtual std::optional<std::uint64_t> corrections() const { return std::nullopt; }

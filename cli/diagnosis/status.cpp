@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "cli/commands.h"
+#include "cli/diagnosis/status_facts.h"
 #include "cli/output/columns.h"
 #include "cli/output/details.h"
 #include "cli/output/json_list.h"
@@ -117,13 +118,15 @@ Json json_of(const DebugClients& clients) {
 
 void print_text(const Session& session, const ProcessStatus& status) {
   Details details(session.out, 0, 28);
-  details.line("version", text_or_dash(status.version));
+  details.line("version", version_text(status));
   details.line("source", text_or_dash(status.source));
   details.line("up for", duration_text(status.uptime));
   details.line("loop iterations over 50 ms", iterations_text(status));
   if (status.is_corrected != 0) details.line("route corrections", std::to_string(status.corrections));
   if (status.has_messages != 0) details.line("malformed messages", std::to_string(status.malformed));
+  print_facts(details, status);
   session.out << '\n';
+  print_fact_tables(session, status);
   RowWriter<ClientStatus> writer(session, kClientColumns);
   for (const ClientStatus& client : clients_of(status)) writer.add(client);
   writer.end();
@@ -138,17 +141,18 @@ void print_json(const Session& session, const ProcessStatus& status, const Debug
   Json clients = Json::array();
   for (const ClientStatus& client : clients_of(status))
     clients.push_back(row_json<ClientStatus>(kClientColumns, client));
-  session.out << json_line({{"version", text_or_empty(status.version)},
-                            {"source", text_or_empty(status.source)},
-                            {"uptime", status.uptime},
-                            {"longIterations", status.long_iterations},
-                            {"longestIteration", status.longest_iteration},
-                            {"longestIterationTime", status.longest_iteration_time},
-                            {"routeCorrections", figure_json(status.is_corrected, status.corrections)},
-                            {"malformedMessages", figure_json(status.has_messages, status.malformed)},
-                            {"clients", clients},
-                            {"debugClients", json_of(debug)}})
-              << '\n';
+  Json json = {{"version", text_or_empty(status.version)},
+               {"source", text_or_empty(status.source)},
+               {"uptime", status.uptime},
+               {"longIterations", status.long_iterations},
+               {"longestIteration", status.longest_iteration},
+               {"longestIterationTime", status.longest_iteration_time},
+               {"routeCorrections", figure_json(status.is_corrected, status.corrections)},
+               {"malformedMessages", figure_json(status.has_messages, status.malformed)},
+               {"clients", clients},
+               {"debugClients", json_of(debug)}};
+  add_facts(status, &json);
+  session.out << json_line(json) << '\n';
 }
 
 }  // namespace

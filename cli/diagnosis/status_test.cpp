@@ -9,14 +9,16 @@
 namespace cli {
 namespace {
 
+using ::testing::ContainsRegex;
+using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
+using ::testing::StartsWith;
 
 class ShowStatus : public ServedCommandLine {
  protected:
   void SetUp() override {
     ServedCommandLine::SetUp();
-    ASSERT_EQ(process_status_start(manager_, {"1.2.3", "the kernel", [] { return 7; }, [] { return 3; }}),
-              kStatusOk);
+    StartStatus({MPLS_VERSION, "the kernel", [] { return 7; }, [] { return 3; }});
     debug_manager_ = event_manager_create("/dev/mpls/vpn/debug", 0);
     ASSERT_NE(debug_manager_, nullptr);
     ASSERT_EQ(debug_init_event(&flag_, &flag_, 0, 7, "prov", 1), kStatusOk);
@@ -29,6 +31,10 @@ class ShowStatus : public ServedCommandLine {
     EndDebugManager();
     process_status_stop();
     ServedCommandLine::TearDown();
+  }
+  void StartStatus(const ProcessIdentity& identity) {
+    process_status_stop();
+    ASSERT_EQ(process_status_start(manager_, identity), kStatusOk);
   }
   void EndDebugManager() {
     if (!debug_thread_.joinable()) return;
@@ -52,12 +58,13 @@ constexpr const char* kClientTable =
 
 TEST_F(ShowStatus, TextHasTheProcessAndALineForEachClient) {
   EXPECT_THAT(AskForText({"show", "status"}),
-              MatchesRegex("version                     1\\.2\\.3\n"
+              MatchesRegex("version                     " MPLS_VERSION "\n"
                            "source                      the kernel\n"
                            "up for                      00:00:[0-9][0-9]\n"
                            "loop iterations over 50 ms  (none|[0-9]+, the longest .*)\n"
                            "route corrections           7\n"
                            "malformed messages          3\n"
+                           "route modules               loaded\n"
                            "\n" +
                            std::string(kClientTable) + "\nclients of the debug socket:\n" + kClientTable));
 }
@@ -72,7 +79,8 @@ TEST_F(ShowStatus, ClientsOfADebugSocketWithoutAServerAreUnknown) {
 
 TEST_F(ShowStatus, JsonHasTheSame) {
   const Json status = AskForJson({"show", "status"});
-  EXPECT_EQ(status["version"], "1.2.3");
+  EXPECT_EQ(status["version"], MPLS_VERSION);
+  EXPECT_EQ(status["commandLineVersion"], MPLS_VERSION);
   EXPECT_EQ(status["source"], "the kernel");
   EXPECT_EQ(status["routeCorrections"], 7);
   EXPECT_EQ(status["malformedMessages"], 3);
@@ -88,12 +96,79 @@ TEST_F(ShowStatus, JsonHasTheSame) {
 }
 
 TEST_F(ShowStatus, SourceWithoutAKernelHasNeitherCorrectionsNorMalformedMessages) {
-  process_status_stop();
-  ASSERT_EQ(process_status_start(manager_, {"1.2.3", "router file a.yaml"}), kStatusOk);
+  StartStatus({MPLS_VERSION, "router file a.yaml"});
   EXPECT_THAT(AskForText({"show", "status"}),
               ::testing::Not(::testing::ContainsRegex("corrections|malformed")));
   EXPECT_TRUE(AskForJson({"show", "status"})["routeCorrections"].is_null());
   EXPECT_TRUE(AskForJson({"show", "status"})["malformedMessages"].is_null());
+}
+
+TEST_F(ShowStatus, DaemonOfAnotherVersionIsNamed) {
+  StartStatus({"0.0.1", "the kernel"});
+  EXPECT_THAT(AskForText({"show", "status"}),
+              StartsWith("version                     0.0.1, this command line is of version " MPLS_VERSION));
+}
+
+ProcessIdentity identity_with_facts() {
+  return {
+      .version = MPLS_VERSION,
+      .source = "the kernel",
+      .sources =
+          [] {
+            return std::vector<process_status::SourceFact>{{"kernel", "6.1.0", true, 1'700'000'000, ""},
+                                                           {"bgpd", "", false, 0, "it does not run"}};
+          },
+      .databases =
+          [] {
+            return std::vector<process_status::DatabaseFact>{{"checkpoint", "/nowhere/c.db", "disk full"}};
+          },
+      .route_module_failures = [] { return std::vector<std::string>{"mib/x.dll: missing"}; },
+      .traps =
+          [] {
+            return std::optional(process_status::TrapsFact{3, 4096, 2, 1});
+          }};
+}
+
+TEST_F(ShowStatus, TextHasSourcesDatabasesTrapsAndRouteModules) {
+  StartStatus(identity_with_facts());
+  const std::string text = AskForText({"show", "status"});
+  EXPECT_THAT(text, HasSubstr("route modules               not loaded: mib/x.dll: missing\n"));
+  EXPECT_THAT(text, ContainsRegex("SNMP front end              .+, process " + std::to_string(getpid()) +
+                                  ", connected for 00:00:"));
+  EXPECT_THAT(text,
+              HasSubstr("traps waiting for it        3 of at most 4096, 2 lost while the queue was full\n"));
+  EXPECT_THAT(text, ContainsRegex("SOURCE  STATE  VERSION  LAST ANSWER  PROBLEM\n"
+                                  "kernel  up     6\\.1\\.0 +[0-9]+d[0-9]+h  -\n"
+                                  "bgpd    down   - +-  it does not run\n"));
+  EXPECT_THAT(text, HasSubstr("DATABASE     SIZE  SET ASIDE  FILE           PROBLEM\n"
+                              "checkpoint  0 KiB          0  /nowhere/c.db  disk full\n"));
+}
+
+TEST_F(ShowStatus, JsonOfFactsIsTyped) {
+  StartStatus(identity_with_facts());
+  const Json status = AskForJson({"show", "status"});
+  EXPECT_EQ(status["sources"][0], Json({{"name", "kernel"},
+                                        {"state", "up"},
+                                        {"version", "6.1.0"},
+                                        {"lastAnswer", 1'700'000'000},
+                                        {"problem", nullptr}}));
+  EXPECT_EQ(status["sources"][1], Json({{"name", "bgpd"},
+                                        {"state", "down"},
+                                        {"version", nullptr},
+                                        {"lastAnswer", nullptr},
+                                        {"problem", "it does not run"}}));
+  EXPECT_EQ(status["routeModules"], Json({{"loaded", false}, {"problems", {"mib/x.dll: missing"}}}));
+  EXPECT_EQ(status["traps"], Json({{"waiting", 3}, {"capacity", 4096}, {"lost", 2}}));
+  EXPECT_EQ(status["frontEnd"]["kind"], "other");
+  EXPECT_EQ(status["frontEnd"]["process"], getpid());
+  EXPECT_EQ(status["databases"][0]["problem"], "disk full");
+}
+
+TEST_F(ShowStatus, FrontEndThatIsNotConnectedIsNull) {
+  StartStatus({.traps = [] { return std::optional(process_status::TrapsFact{0, 4096, 0, 0}); }});
+  EXPECT_THAT(AskForText({"show", "status"}),
+              HasSubstr("SNMP front end              none is connected; traps wait\n"));
+  EXPECT_TRUE(AskForJson({"show", "status"})["frontEnd"].is_null());
 }
 
 TEST_F(ShowStatus, OlderDaemonIsReported) {

@@ -83,6 +83,7 @@ Status FileSource::load(std::string* error) {
   stop_applying();
   take_requests();
   const Status status = load_at_once(error);
+  note_end(status, *error);
   answer(status, status ? *error : loaded_text());
   application_.reset();
   return status;
@@ -169,6 +170,7 @@ void FileSource::feed() {
   feed_later();
   if (stage_ == Stage::kFeeding) return end_load_if_fed(status, error);
   if (status != kStatusOk) {
+    note_end(status, error);
     log_failure(status, error);
     retry_if_useful(status);
   } else if (feeder_.is_done()) {
@@ -224,6 +226,15 @@ void FileSource::retry_if_useful(Status status) {
     retrying_ = 0;
     reader_->start();
   });
+}
+
+void FileSource::note_end(Status status, const std::string& error) {
+  problem_ = status == kStatusOk ? std::string() : error;
+  if (status == kStatusOk) loaded_ = clock_stamp();
+}
+
+std::vector<process_status::SourceFact> FileSource::facts() const {
+  return {{"file", "", problem_.empty(), loaded_ / kNanosecondsPerSecond, problem_}};
 }
 
 // Logs a failure once while retries fail in the same way.
@@ -313,6 +324,7 @@ void FileSource::end_load(Status status, const std::string& error) {
     log_failure(status, error);
   }
   stop_applying();
+  note_end(status, error);
   retry_if_useful(status);
   answer(status, status == kStatusOk || is_file_error(status) ? text : text + kRetried);
   if (next_) begin_load();

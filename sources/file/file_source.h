@@ -42,6 +42,7 @@ class FileSource : public Source {
   // As the action "router reload", without an answer.
   void reload() override { reload(KvActionEnd{}); }
   std::string describe() const override { return path_; }
+  std::vector<process_status::SourceFact> facts() const override;
   // For a router that has no file: removes what an earlier one configured.
   [[nodiscard]] static Status remove_configured(std::string* error);
   // Whether a changed file is being read or applied.
@@ -73,6 +74,7 @@ class FileSource : public Source {
   void feed();
   void retry_if_useful(Status status);
   void stop_retrying();
+  void note_end(Status status, const std::string& error);
   void log_failure(Status status, const std::string& error);
 
   router::Router* model_;
@@ -93,6 +95,8 @@ class FileSource : public Source {
   EventTimerId retrying_ = 0;      // the timer of the next attempt, likewise
   std::uint64_t retry_after_ = 0;  // nanoseconds; 0 when the last load did not fail
   std::string logged_failure_;     // of the load that is retried
+  std::uint64_t loaded_ = 0;       // clock_stamp() of the last load that succeeded
+  std::string problem_;            // of the last load; empty if it succeeded
   RouterAction action_;
   std::unique_ptr<FolderWatch> watch_;
   std::unique_ptr<router_file::BackgroundReader> reader_;  // from the start on

@@ -57,6 +57,26 @@ TEST_F(WatchedRouter, InvalidFileIsReportedWithThePositionAndChangesNothing) {
   EXPECT_FALSE(Has("blue"));
 }
 
+TEST_F(WatchedRouter, FactsHaveTheErrorOfAnInvalidFileUntilItIsLoaded) {
+  StartWith(kRed);
+  const std::uint64_t loaded = source_->facts().at(0).last_answer;
+  EXPECT_NE(loaded, 0U);
+  EXPECT_TRUE(source_->facts()[0].is_up);
+  Replace("vrfs: [{name: green, id: x}]\n");
+  EXPECT_TRUE(event_run_pending(manager_, kEventBound));
+  EXPECT_TRUE(ReadEnds());
+  const process_status::SourceFact invalid = source_->facts().at(0);
+  EXPECT_EQ(invalid.name, "file");
+  EXPECT_FALSE(invalid.is_up);
+  EXPECT_EQ(invalid.problem, path_ + ":1:26: a VRF's id is a number from 2 to 4294967295, not \"x\"");
+  EXPECT_EQ(invalid.last_answer, loaded);
+  Replace(kBlue);
+  EXPECT_TRUE(Appears("blue"));
+  EXPECT_TRUE(ReadEnds());
+  EXPECT_TRUE(source_->facts().at(0).is_up);
+  EXPECT_EQ(source_->facts()[0].problem, "");
+}
+
 TEST_F(WatchedRouter, FailedLoadIsReported) {
   Write(kRed);
   const ScopedFault fault("file_source_load", kStatusIo);

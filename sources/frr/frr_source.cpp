@@ -88,8 +88,11 @@ struct FrrSource::Follower {
   bool asked_twice = false;             // the last answer was not used: the commands had changed
   std::uint64_t text_since = 0;
   bool settling = true;
-  bool unknown = false;  // the suite has no such program
-  bool failed = false;   // it was asked and has never answered
+  bool unknown = false;           // the suite has no such program
+  bool failed = false;            // it was asked and has never answered
+  std::uint64_t last_answer = 0;  // clock_stamp() of the last whole one
+  std::string version{};          // of that answer
+  std::string problem{};          // why the last answer was not whole
   std::optional<frr::RunningConfig> config{};
   std::uint64_t router_changes = 0;  // when the nodes were computed
   Nodes nodes{};                     // of the last whole answer
@@ -117,6 +120,17 @@ std::string FrrSource::state() const {
   }
   if (count == 0) return "no program of FRR answers";
   return "FRR: " + names + (count == 1 ? " answers" : " answer");
+}
+
+std::vector<process_status::SourceFact> FrrSource::facts() const {
+  std::vector<process_status::SourceFact> facts;
+  for (const auto& each : followers_) {
+    if (!each->answered) continue;
+    facts.push_back({std::string(each->program.name), each->version, each->answering,
+                     each->last_answer / kNanosecondsPerSecond, each->problem});
+  }
+  if (facts.empty() && options_.wanted) facts.push_back({"frr", "", false, 0, followers_.front()->problem});
+  return facts;
 }
 
 FrrSource::~FrrSource() {
@@ -213,6 +227,7 @@ void FrrSource::compute(std::function<void()> work) {
 void FrrSource::on_loss(Follower& follower, const std::string& reason, bool unknown) {
   const bool was_answering = std::exchange(follower.answering, false);
   follower.failed = !follower.config.has_value();
+  follower.problem = reason;
   if (unknown) {
     follower.answered = false;
     follower.nodes.clear();
@@ -263,6 +278,8 @@ void FrrSource::take(Follower& follower, const std::shared_ptr<const Answer>& an
   if (!follower.answering) log_notice("frr", "%s answers", follower.program.name.data());
   follower.answering = follower.answered = true;
   follower.unknown = follower.failed = follower.loss_logged = false;
+  follower.last_answer = clock_stamp();
+  follower.problem.clear();
   if (answer->first) ask_lost_programs();
   const auto same_text = std::make_shared<bool>(false);
   worker_->run(
@@ -321,6 +338,7 @@ bool FrrSource::parse(Follower& follower, const Answer& answer) {
   follower.text = answer.configuration;
   follower.shown = answer.shown;
   follower.config = frr::parse_running_config(follower.text);
+  follower.version = follower.config->version;
   log_errors(follower.program, follower.config->errors);
   return false;
 }

@@ -63,6 +63,9 @@ class FrrSource : public Source {
   [[nodiscard]] Status start(EventManager* manager) override;
   std::string describe() const override { return "the routing suite"; }
   std::string state() const override;
+  // The programs that have answered, to this process or to an earlier one. If none has, and the suite is to
+  // be followed, the suite itself.
+  std::vector<process_status::SourceFact> facts() const override;
 
   // How many questions are not answered yet, or have answers that are not in the tree.
   std::size_t pending_answers() const;

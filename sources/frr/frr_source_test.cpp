@@ -61,6 +61,41 @@ TEST_F(FrrSourceTest, StateNamesTheProgramsThatAnswer) {
   EXPECT_EQ(source->state(), "no program of FRR answers");
 }
 
+TEST_F(FrrSourceTest, FactsHaveVersionAndLastAnswerOfEachProgramThatAnswered) {
+  StopSuite();
+  suite.Become("bgpd", "ok");
+  StartWith("bgpd", "frr version 10.3\n" + bgp_red(kRd10));
+  const auto answered = source->facts();
+  ASSERT_EQ(answered.size(), 1U);
+  EXPECT_EQ(answered[0].name, "bgpd");
+  EXPECT_EQ(answered[0].version, "10.3");
+  EXPECT_TRUE(answered[0].is_up);
+  EXPECT_GE(answered[0].last_answer, 1'000'000U);
+  EXPECT_EQ(answered[0].problem, "");
+  suite.Become("bgpd", "ended");
+  AwaitFailure("bgpd");
+  PumpFor(5 * kNanosecondsPerSecond);
+  const auto lost = source->facts();
+  ASSERT_EQ(lost.size(), 1U);
+  EXPECT_FALSE(lost[0].is_up);
+  EXPECT_LE(lost[0].last_answer + 4, clock_stamp() / kNanosecondsPerSecond);
+  EXPECT_NE(lost[0].problem, "");
+}
+
+TEST_F(FrrSourceTest, FactsNameTheSuiteIfItIsWantedAndNoProgramAnswers) {
+  StopSuite();
+  StartWanted();
+  const auto facts = source->facts();
+  ASSERT_EQ(facts.size(), 1U);
+  EXPECT_EQ(facts[0].name, "frr");
+  EXPECT_FALSE(facts[0].is_up);
+  EXPECT_EQ(facts[0].last_answer, 0U);
+  EXPECT_NE(facts[0].problem, "");
+  Restart();
+  AwaitFailure("bgpd");
+  EXPECT_TRUE(source->facts().empty());
+}
+
 TEST_F(FrrSourceTest, ChangesAreFollowed) {
   StartWith("bgpd", bgp_red(std::string(kRd10) + kTarget10));
   suite.Configure("bgpd", bgp_red("  rd vpn export 65000:11\n  rt vpn import 65000:12\n"));

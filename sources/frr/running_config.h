@@ -90,6 +90,7 @@ struct VrfStaticRoute {
 };
 
 struct RunningConfig {
+  std::string version{};  // of the program, as its line "frr version" states it
   std::vector<BgpInstance> bgp{};
   std::vector<IgpProcess> ospf{};
   std::vector<IgpProcess> ospf6{};  // without networks: areas are configured on interfaces only

@@ -194,7 +194,12 @@ void open_interface(Parser& parser, const Words& words) {
   parser.interface = words[1];
 }
 
+void take_version(Parser& parser, const Words& words) {
+  parser.config.version = words[2].substr(0, kTextMax);
+}
+
 constexpr LineRule kHeads[] = {
+    {"frr version *", take_version},
     {"router bgp * vrf * ...", open_bgp},
     {"router bgp *", open_default_bgp},
     {"router bgp * as-notation *", open_default_bgp},

@@ -30,6 +30,7 @@
 #include <linux/rtnetlink.h>
 #include <poll.h>
 #include <sys/epoll.h>
+#include <sys/utsname.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -150,6 +151,8 @@ struct KernelSource::State : kernel::EventListener::Client {
   bool reread_soon = false;      // the running dump must be repeated
   bool loss_logged = false;      // once per series of losses
   bool failure_logged = false;
+  std::string problem;            // since the last complete dump; empty for none
+  std::uint64_t last_answer = 0;  // clock_stamp()
   KernelSourceCounters counters;
 };
 
@@ -238,6 +241,7 @@ void KernelSource::State::stop() {
 }
 
 void KernelSource::State::on_datagram(std::span<const std::uint8_t> datagram) {
+  last_answer = clock_stamp();
   scratch.clear();
   const auto read = [this](const nlmsghdr* message) {
     return fault_check(kernel::NetlinkFaultPoints{}.malformed) == kStatusOk &&
@@ -276,6 +280,7 @@ void KernelSource::State::count_malformed(unsigned messages, const char* how) {
 void KernelSource::State::on_listener_failure(kernel::EventListener::Failure failure, Status status) {
   ++counters.failures;
   mirror_stale = true;
+  problem = std::string("receiving events: ") + err_text(status);
   if (failure == kernel::EventListener::Failure::kReceiving) {
     log_error("kernel", "receiving events: %s", err_text(status));
   } else if (!std::exchange(failure_logged, true)) {
@@ -367,6 +372,7 @@ void KernelSource::State::continue_dump() {
 
 void KernelSource::State::dump_failed(Status status) {
   ++counters.failures;
+  problem = std::string("reading links and addresses: ") + err_text(status);
   if (!std::exchange(failure_logged, true)) {
     log_error("kernel", "reading links and addresses: %s", err_text(status));
   }
@@ -418,6 +424,8 @@ void KernelSource::State::finish_adopting() {
 
 void KernelSource::State::end_adopting() {
   adoption.reset();
+  last_answer = clock_stamp();
+  problem.clear();
   if (dump_repeats) {
     ++counters.disturbed_dumps;
     reread_soon = true;
@@ -465,6 +473,13 @@ Status KernelSource::start(EventManager* manager) {
   }
   state_->schedule_reread(state_->reread_soon ? state_->settings.retry : state_->settings.reread);
   return kStatusOk;
+}
+
+std::vector<process_status::SourceFact> KernelSource::facts() const {
+  utsname system{};
+  const char* const version = uname(&system) == 0 ? system.release : "";
+  return {{"kernel", version, state_->problem.empty(), state_->last_answer / kNanosecondsPerSecond,
+           state_->problem}};
 }
 
 KernelSourceCounters KernelSource::counters() const {

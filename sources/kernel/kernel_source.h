@@ -32,6 +32,7 @@ class KernelSource : public Source {
   // REQUIRES: load() succeeded.
   [[nodiscard]] Status start(EventManager* manager) override;
   std::string describe() const override { return "the kernel"; }
+  std::vector<process_status::SourceFact> facts() const override;
   std::optional<std::uint64_t> corrections() const override { return counters().routes.corrections; }
   std::optional<std::uint64_t> malformed() const override {
     return counters().malformed + counters().routes.malformed;

@@ -321,6 +321,28 @@ TEST_F(LiveKernel, LoadThatIsAlwaysDisturbedUsesWhatItReadAndRepeatsSoon) {
   EXPECT_EQ(source_->counters().dumps, before + 1);
 }
 
+TEST_F(LiveKernel, FactsHaveTheLastAnswerAndWhyThereIsNoLaterOne) {
+  Start();
+  const process_status::SourceFact first = source_->facts().at(0);
+  EXPECT_EQ(first.name, "kernel");
+  EXPECT_NE(first.version, "");
+  EXPECT_TRUE(first.is_up);
+  EXPECT_EQ(first.last_answer, clock_stamp() / kNanosecondsPerSecond);
+  {
+    const ScopedFault fault("netlink_request", EMFILE, 1, 0);
+    clock_.advance(30 * kNanosecondsPerSecond);
+    event_run_pending(manager_);
+    const process_status::SourceFact failed = source_->facts().at(0);
+    EXPECT_FALSE(failed.is_up);
+    EXPECT_EQ(failed.problem, "reading links and addresses: Too many open files");
+    EXPECT_EQ(failed.last_answer, first.last_answer);
+  }
+  clock_.advance(100 * kNanosecondsPerMillisecond);
+  Settle();
+  EXPECT_TRUE(source_->facts().at(0).is_up);
+  EXPECT_GE(source_->facts()[0].last_answer, first.last_answer + 30);
+}
+
 TEST_F(LiveKernel, FailedDumpIsRetried) {
   AddVeth("v0", "v1");
   Start();

@@ -100,6 +100,8 @@ void chkpt_table_init(ChkptTableDescriptor* descriptor, std::uint32_t key_kind, 
 // The number of the last commit that has ended. A failed commit ends, too: what waits for it continues, as
 // the failure is logged and may last.
 std::uint64_t chkpt_committed();
+// Why the last commit failed; kStatusOk if it succeeded, or while no store is open.
+Status chkpt_failure();
 // Sets what is called on the main thread with that number whenever it has increased. Null removes it. It must
 // not end the store.
 void chkpt_on_commit(std::function<void(std::uint64_t number)> function);

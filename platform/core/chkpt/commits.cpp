@@ -190,6 +190,11 @@ using chkpt::progress;
 using chkpt::Store;
 using chkpt::the_store;
 
+Status chkpt_failure() {
+  const Store* const store = the_store().get();
+  return store == nullptr ? kStatusOk : store->failure;
+}
+
 std::uint64_t chkpt_begin_flush() {
   Store* const store = the_store().get();
   if (store == nullptr || store->failure != kStatusOk) return 0;

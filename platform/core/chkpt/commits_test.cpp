@@ -141,12 +141,14 @@ TEST_F(CheckpointCommits, FailedCommitReturnsWhatDidNotChangeAgain) {
   EXPECT_THAT(GetCapturedStderr(),
               AllOf(HasSubstr("/checkpoint.db: "),
                     HasSubstr("cannot be written and are retained: No space left on device")));
+  EXPECT_EQ(chkpt_failure(), static_cast<Status>(ENOSPC));
   EXPECT_EQ(chkpt_begin_flush(), 0U) << "output does not wait for a disk that fails";
   std::uint64_t object_id = 0;
   EXPECT_EQ(chkpt_create(table, "key4", 4, &object_id), static_cast<Status>(ENOSPC));
   const std::uint64_t failed = chkpt_committed();
   clock.advance(kNanosecondsPerSecond);
   Await(failed + 1);
+  EXPECT_EQ(chkpt_failure(), kStatusOk);
   EXPECT_THAT(Stored(), ElementsAre(Row{"key1", "changed again"}, Row{"key2", "created"}));
   Restart();
   EXPECT_THAT(Rows(), ElementsAre(Row{"key1", "changed again"}, Row{"key2", "created"}));

@@ -25,6 +25,12 @@ Status NotificationQueue::store_in(const std::string& path) {
   return kStatusOk;
 }
 
+std::uint64_t NotificationQueue::lost() const {
+  std::uint64_t lost = 0;
+  for (const QueuedNotification& each : state_.entries) lost += each.lost_before;
+  return lost;
+}
+
 void NotificationQueue::push(std::shared_ptr<const wire::Octets> content) {
   state_.entries.push_back({state_.next_sequence++, 0, std::move(content)});
   if (file_ != nullptr) file_->added(state_);

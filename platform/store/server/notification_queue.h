@@ -41,6 +41,9 @@ class NotificationQueue {
   void rewind() { sent_ = 0; }
 
   std::size_t size() const { return state_.entries.size(); }
+  std::size_t limit() const { return limit_; }
+  // How many are missing before those that wait.
+  std::uint64_t lost() const;
   // Sequence numbers of queues with other instances are unrelated: those of other processes, if they are not
   // stored.
   std::uint64_t instance() const { return state_.instance; }

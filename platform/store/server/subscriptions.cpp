@@ -208,6 +208,14 @@ std::shared_ptr<const void> kvtree_observe_notifications(std::string_view path,
   return added;
 }
 
+std::optional<KvRetained> kvtree_retained_notifications(std::string_view path, std::string_view name) {
+  const kvtree::RetainedQueue* const retained = kvtree::find_retained(path, name);
+  if (retained == nullptr) return std::nullopt;
+  const kvtree::NotificationQueue& queue = *retained->queue;
+  const std::uint64_t subscriber = kvtree::the_server() != nullptr ? kvtree::find_subscriber(&queue) : 0;
+  return KvRetained{queue.size(), queue.limit(), queue.lost(), subscriber};
+}
+
 Status kvtree_prov_notify(KvConnection* connection, const KvProviderNotification* notification) {
   if (const Status status = fault_check("kvtree_prov_notify")) return status;
   if (!kvtree::is_bound(connection) || connection->mode != kKvBindProvider) return kStatusInvalid;

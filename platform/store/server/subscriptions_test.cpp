@@ -243,6 +243,33 @@ TEST_F(Subscribers, WithANameReceiveWhatArrivedWhileTheyWereAway) {
   EXPECT_EQ(Next(client), "4");
 }
 
+TEST_F(Subscribers, WithANameAreStatedWithTheirQueue) {
+  EXPECT_FALSE(kvtree_retained_notifications(kSubtree, "snmp").has_value());
+  Retain(4);
+  StartAndConnect();
+  NotifyNumbers(1, 6);
+  const auto read = [this] {
+    std::promise<KvRetained> stated;
+    OnStore([&] { stated.set_value(*kvtree_retained_notifications(kSubtree, "snmp")); });
+    return stated.get_future().get();
+  };
+  const KvRetained before = read();
+  EXPECT_EQ(before.waiting, 4U);
+  EXPECT_EQ(before.limit, 4U);
+  EXPECT_EQ(before.lost, 2U);
+  EXPECT_EQ(before.subscriber, 0U);
+  const SubscribeResult subscribed = client.subscribe(kSubtree, "snmp");
+  ASSERT_EQ(subscribed.status, kStatusOk);
+  EXPECT_NE(read().subscriber, 0U);
+  const NotificationResult next = client.next_notification(5000ms);
+  ASSERT_EQ(client.acknowledge(subscribed.subscription, next.sequence), kStatusOk);
+  Next(client);  // is sent after the acknowledgement has been read
+  Next(client);
+  EXPECT_EQ(read().waiting, 3U);
+  EXPECT_EQ(read().lost, 0U);
+  EXPECT_FALSE(kvtree_retained_notifications(kSubtree, "other").has_value());
+}
+
 TEST_F(Subscribers, WithANameGetAgainWhatTheyDidNotAcknowledge) {
   Retain();
   StartAndConnect();

@@ -22,6 +22,23 @@ constexpr std::array kClientFields = {
 };
 constexpr auto kClient = parcel_structure<ClientStatus>(2, kClientFields);
 
+constexpr std::array kSourceFields = {
+    PARCEL_FIELD(SourceStatus, name),        PARCEL_FIELD(SourceStatus, version),
+    PARCEL_FIELD(SourceStatus, problem),     PARCEL_FIELD(SourceStatus, is_up),
+    PARCEL_FIELD(SourceStatus, last_answer),
+};
+constexpr auto kSource = parcel_structure<SourceStatus>(3, kSourceFields);
+
+constexpr std::array kDatabaseFields = {
+    PARCEL_FIELD(DatabaseStatus, name),      PARCEL_FIELD(DatabaseStatus, path),
+    PARCEL_FIELD(DatabaseStatus, problem),   PARCEL_FIELD(DatabaseStatus, kibibytes),
+    PARCEL_FIELD(DatabaseStatus, set_aside),
+};
+constexpr auto kDatabase = parcel_structure<DatabaseStatus>(4, kDatabaseFields);
+
+constexpr std::array kFailureFields = {PARCEL_FIELD(RouteModuleFailure, text)};
+constexpr auto kFailure = parcel_structure<RouteModuleFailure>(5, kFailureFields);
+
 constexpr std::array kStatusFields = {
     PARCEL_FIELD(ProcessStatus, version),
     PARCEL_FIELD(ProcessStatus, source),
@@ -34,12 +51,21 @@ constexpr std::array kStatusFields = {
     PARCEL_FIELD(ProcessStatus, corrections),
     PARCEL_FIELD(ProcessStatus, has_messages),
     PARCEL_FIELD(ProcessStatus, malformed),
+    PARCEL_FIELD(ProcessStatus, sources, parcel_array_of(kSource)),
+    PARCEL_FIELD(ProcessStatus, databases, parcel_array_of(kDatabase)),
+    PARCEL_FIELD(ProcessStatus, route_module_failures, parcel_array_of(kFailure)),
+    PARCEL_FIELD(ProcessStatus, has_traps),
+    PARCEL_FIELD(ProcessStatus, traps_waiting),
+    PARCEL_FIELD(ProcessStatus, traps_capacity),
+    PARCEL_FIELD(ProcessStatus, traps_lost),
+    PARCEL_FIELD(ProcessStatus, traps_subscriber),
 };
 constexpr auto kStatus = parcel_structure<ProcessStatus>(1, kStatusFields);
 
 }  // namespace
 
 constinit const ParcelDescription kProcessStatusParcel =
-    parcel_description<kStatus, kClient>("process_status", 1, 1, "process_status_desc.dll");
+    parcel_description<kStatus, kClient, kSource, kDatabase, kFailure>("process_status", 1, 1,
+                                                                       "process_status_desc.dll");
 
 }  // namespace process_status

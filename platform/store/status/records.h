@@ -26,6 +26,30 @@ struct ClientStatus {
 };
 static_assert(sizeof(ClientStatus) == 48);
 
+// What the process learns about the router from (facts.h). Texts may be empty.
+struct SourceStatus {
+  char* name;
+  char* version;
+  char* problem;
+  std::uint32_t is_up;
+  std::uint32_t last_answer;  // 0: none
+};
+static_assert(sizeof(SourceStatus) == 32);
+
+struct DatabaseStatus {
+  char* name;
+  char* path;
+  char* problem;
+  std::uint32_t kibibytes;  // with its log
+  std::uint32_t set_aside;  // files that were renamed because they could not be used
+};
+static_assert(sizeof(DatabaseStatus) == 32);
+
+struct RouteModuleFailure {
+  char* text;
+};
+static_assert(sizeof(RouteModuleFailure) == 8);
+
 // Times of day are seconds since 1970. An iteration of the event loop is long from kLongIteration
 // (platform/core/evm/evm.h).
 struct ProcessStatus {
@@ -40,8 +64,16 @@ struct ProcessStatus {
   std::uint32_t corrections;             // ... that many times so far
   std::uint32_t has_messages;            // 1: the source receives messages
   std::uint32_t malformed;               // ... so many malformed ones so far
+  ParcelArray sources;                   // of SourceStatus
+  ParcelArray databases;                 // of DatabaseStatus
+  ParcelArray route_module_failures;     // of RouteModuleFailure; empty: both modules are loaded
+  std::uint32_t has_traps;               // 1: traps are retained for the SNMP front end
+  std::uint32_t traps_waiting;
+  std::uint32_t traps_capacity;
+  std::uint32_t traps_lost;        // of which the front end does not know yet
+  std::uint32_t traps_subscriber;  // the id of the front end among the clients; 0: none
 };
-static_assert(sizeof(ProcessStatus) == 64);
+static_assert(sizeof(ProcessStatus) == 136);
 
 extern const ParcelDescription kProcessStatusParcel;
 

@@ -1,6 +1,9 @@
 #include "platform/store/status/status.h"
 
+#include <unistd.h>
+
 #include <cstdlib>
+#include <filesystem>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -54,28 +57,95 @@ std::vector<ClientStatus> clients() {
   return all;
 }
 
-std::optional<std::uint64_t> ask(const std::function<std::optional<std::uint64_t>()>& figure) {
-  return figure ? figure() : std::nullopt;
+// What the identity's function states; nothing without one.
+template <typename Result>
+Result ask(const std::function<Result()>& fact) {
+  return fact ? fact() : Result{};
+}
+
+// Borrows the texts.
+SourceStatus status_of(SourceFact& fact) {
+  return {fact.name.data(), fact.version.data(), fact.problem.data(), fact.is_up ? 1U : 0U,
+          saturated(fact.last_answer)};
+}
+
+std::uint64_t octets_of(const std::string& path) {
+  std::error_code missing;
+  const std::uintmax_t octets = std::filesystem::file_size(path, missing);
+  return missing ? 0 : octets;
+}
+
+// PATH.unusable.1 and so on (platform/core/sqlite/database_file.h).
+std::uint32_t set_aside(const std::string& path) {
+  std::uint32_t count = 0;
+  while (access((path + ".unusable." + std::to_string(count + 1)).c_str(), F_OK) == 0) ++count;
+  return count;
+}
+
+DatabaseStatus status_of(DatabaseFact& fact) {
+  const std::uint64_t octets = octets_of(fact.path) + octets_of(fact.path + "-wal");
+  return {fact.name.data(), fact.path.data(), fact.problem.data(), saturated((octets + 1023) / 1024),
+          set_aside(fact.path)};
+}
+
+RouteModuleFailure status_of(std::string& failure) {
+  return {failure.data()};
+}
+
+// The facts as records, which borrow their texts.
+template <typename Fact>
+class Records {
+ public:
+  explicit Records(const std::function<std::vector<Fact>()>& facts) : facts_(ask(facts)) {
+    for (Fact& fact : facts_) records_.push_back(status_of(fact));
+  }
+  ParcelArray array() { return {records_.size(), records_.data()}; }
+
+ private:
+  std::vector<Fact> facts_;
+  std::vector<decltype(status_of(std::declval<Fact&>()))> records_;
+};
+
+void set_traps(const std::optional<TrapsFact>& traps, ProcessStatus* status) {
+  if (!traps) return;
+  status->has_traps = 1;
+  status->traps_waiting = saturated(traps->waiting);
+  status->traps_capacity = saturated(traps->capacity);
+  status->traps_lost = saturated(traps->lost);
+  status->traps_subscriber = saturated(traps->subscriber);
+}
+
+void set_figure(const std::optional<std::uint64_t>& figure, std::uint32_t* is_known, std::uint32_t* value) {
+  *is_known = figure ? 1 : 0;
+  *value = saturated(figure.value_or(0));
+}
+
+void set_loop(const EventStatistics& loop, ProcessStatus* status) {
+  status->long_iterations = saturated(loop.long_iterations);
+  status->longest_iteration = saturated(loop.longest / kNanosecondsPerMillisecond);
+  status->longest_iteration_time = saturated(loop.longest_stamp / kNanosecondsPerSecond);
 }
 
 Status get_status(const KvRequest* request, KvReply* reply) {
   if (request->path != kItemName || provided() == nullptr) return kStatusUnknownPath;
   Provided& process = *provided();
+  ProcessIdentity& identity = process.identity;
   std::vector<ClientStatus> all = clients();
-  const EventStatistics loop = event_statistics(process.manager);
-  const std::optional<std::uint64_t> corrections = ask(process.identity.corrections);
-  const std::optional<std::uint64_t> malformed = ask(process.identity.malformed);
-  const ProcessStatus status{process.identity.version.data(),
-                             process.identity.source.data(),
-                             seconds_since(process.started),
-                             saturated(loop.long_iterations),
-                             saturated(loop.longest / kNanosecondsPerMillisecond),
-                             saturated(loop.longest_stamp / kNanosecondsPerSecond),
-                             {all.size(), all.data()},
-                             corrections ? 1U : 0U,
-                             saturated(corrections.value_or(0)),
-                             malformed ? 1U : 0U,
-                             saturated(malformed.value_or(0))};
+  Records<SourceFact> sources(identity.sources);
+  Records<DatabaseFact> databases(identity.databases);
+  Records<std::string> failures(identity.route_module_failures);
+  ProcessStatus status{};
+  status.version = identity.version.data();
+  status.source = identity.source.data();
+  status.uptime = seconds_since(process.started);
+  set_loop(event_statistics(process.manager), &status);
+  status.clients = {all.size(), all.data()};
+  set_figure(ask(identity.corrections), &status.is_corrected, &status.corrections);
+  set_figure(ask(identity.malformed), &status.has_messages, &status.malformed);
+  status.sources = sources.array();
+  status.databases = databases.array();
+  status.route_module_failures = failures.array();
+  set_traps(ask(identity.traps), &status);
   reply->kind = kKvKindRecord;
   return parcel_encode(&kProcessStatusParcel, &status, &reply->data, &reply->length);
 }
@@ -89,6 +159,10 @@ Status provide(Provided* process) {
 }
 
 }  // namespace
+
+std::vector<SourceFact> source_facts() {
+  return provided() == nullptr ? std::vector<SourceFact>{} : ask(provided()->identity.sources);
+}
 
 }  // namespace process_status
 

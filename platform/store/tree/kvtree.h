@@ -24,6 +24,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -315,6 +316,14 @@ std::size_t kvtree_waiting_notifications(std::string_view path, std::string_view
 using KvNotificationObserver = std::function<void(const KvProviderNotification& notification)>;
 [[nodiscard]] std::shared_ptr<const void> kvtree_observe_notifications(std::string_view path,
                                                                        KvNotificationObserver observer);
+// How that queue is now; none if they are not retained.
+struct KvRetained {
+  std::size_t waiting;  // not acknowledged
+  std::size_t limit;
+  std::uint64_t lost;        // before those that wait
+  std::uint64_t subscriber;  // the client that receives them, 0: none
+};
+std::optional<KvRetained> kvtree_retained_notifications(std::string_view path, std::string_view name);
 // Sets the nodes that earlier processes stored in the directory's configuration.db, and from now on stores
 // commits there (platform/store/configuration/configuration.h). Call before subscribers register and before
 // the first commit (kStatusExists). kStatusIo (logged) if the database cannot be used; a database with
