@@ -281,6 +281,24 @@ void add_show_traps(CLI::App& show, Options* options) {
   on_choice(traps, options, show_traps, &Options::traps);
 }
 
+constexpr char kThresholdsFooter[] =
+    "A table is low while it has had fewer than LOW routes FOR the configured time; mid and maximum are the "
+    "thresholds of the notifications. A prefix is absent while it has no route of its own.\n"
+    "\n"
+    "Examples:\n"
+    "  mplsvpn show thresholds\n"
+    "  mplsvpn --json show thresholds | jq -r '.[].prefixes[] | select(.present | not).prefix'\n"
+    "  mplsvpn config set vrf red low-water ipv4 1000 60\n"
+    "  mplsvpn config set vrf red watch 10.11.0.0/16";
+
+void add_show_thresholds(CLI::App& show, Options* options) {
+  CLI::App* thresholds = show.add_subcommand(
+      "thresholds", "Shows the thresholds and low-water marks of VRFs, and their watched prefixes");
+  thresholds->add_option("VRF", options->vrf, "Only this VRF's");
+  thresholds->footer(kThresholdsFooter);
+  on_choice(thresholds, options, show_thresholds, &Options::vrf);
+}
+
 void add_show(CLI::App& app, Options* options) {
   CLI::App* show = app.add_subcommand("show", "Shows the tables of the MIB, or the daemon");
   show->require_subcommand(1);
@@ -295,6 +313,7 @@ void add_show(CLI::App& app, Options* options) {
   add_show_route_targets(*show, options);
   add_show_routes(*show, options);
   add_show_traps(*show, options);
+  add_show_thresholds(*show, options);
 }
 
 using PathCommand = void (*)(const Session&, const PathRequest&);

@@ -51,6 +51,9 @@ struct RoutesRequest {
 // Rows of the VRF route table. Failure(kExitUsage) for a text that is not a prefix.
 void show_routes(const Session& session, const RoutesRequest& request);
 
+// Thresholds and low-water marks of VRFs and their watched prefixes, of one VRF when the name is not empty.
+void show_thresholds(const Session& session, const std::string& vrf);
+
 struct PathRequest {
   std::string path;  // below kMplsVpnPath unless it begins with '/'
   bool structured = false;

@@ -163,6 +163,7 @@ const std::map<std::string, Completer>& completers() {
       {"mplsvpn show routes", first_word_vrf},
       {"mplsvpn show interfaces", first_word_vrf},
       {"mplsvpn show route-targets", first_word_vrf},
+      {"mplsvpn show thresholds", first_word_vrf},
       {"mplsvpn config show", words_of_items},
       {"mplsvpn config set", words_of_items},
       {"mplsvpn config delete", words_of_items},

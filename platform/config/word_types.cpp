@@ -130,6 +130,7 @@ Fault read_choice(const WordType& /*type*/, const std::string& word, Draft* draf
 
 constexpr char kTraps[] = "ITEM";
 constexpr std::uint32_t kMostSeconds = kLongestReissue;
+constexpr std::uint32_t kMostHold = 86400;
 
 constexpr WordType kWordTypes[] = {
     {"NAME", "the VRF", read_name<&Fields::vrf, kLongestVrf>, write_name<&Fields::vrf>},
@@ -144,6 +145,9 @@ constexpr WordType kWordTypes[] = {
     {"MAX", "the maximum of routes", read_bounded<&Fields::number, 0, UINT32_MAX>,
      write_decimal<&Fields::number>},
     {"MID", "the mid threshold", read_mid, write_decimal<&Fields::mid>},
+    {"LOW", "a low-water mark (1 to 4294967295 routes)", read_bounded<&Fields::number, 1, UINT32_MAX>,
+     write_decimal<&Fields::number>},
+    {"HOLD", "seconds, 0 to 86400", read_bounded<&Fields::mid, 0, kMostHold>, write_decimal<&Fields::mid>},
     {"VNI", "a VNI (1 to 16777215)", read_bounded<&Fields::number, 1, kGreatestVni>,
      write_decimal<&Fields::number>},
     {"AS", "an AS number", read_bounded<&Fields::as_number, 1, UINT32_MAX>,

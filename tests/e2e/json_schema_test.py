@@ -15,7 +15,7 @@ DEFINITIONS = json.loads((ROOT / "docs/mplsvpn.schema.json").read_text())["$defs
 # The schema is in OTHERS, or has the longest name with which the words begin.
 COMMANDS = ("show scalars", "show status", "show interfaces", "show interfaces red", "show vrf", "show vrf red", "show vrf detail",
             "show vrf red detail", "show vrf invalid", "show vrf brief --state up", "show vrf --structured", "show route-targets",
-            "show routes red", "show routes blue ::1", "show traps", "get scalars", "get vrf/red", "list vrf-detail", "datalist vrf-detail",
+            "show routes red", "show routes blue ::1", "show traps", "show thresholds", "get scalars", "get vrf/red", "list vrf-detail", "datalist vrf-detail",
             "debug list", "debug prov on", "debug prov off", "trace", "trace init", "config show", "config show --owners",
             "config show traps", "config load --dry-run examples/config.conf", "config set --candidate vrf blue description candidate",
             "config diff", "config commit", "config history", "config history 1", "config rollback 1 --dry-run", "config rollback 1",
@@ -54,6 +54,8 @@ class Schema(SharedSystemTest):
     def test_output_of_commands_is_as_their_schemas_state(self):
         wait_until("VRFs", lambda: len(self.system.cli_json("show", "vrf")) == 3)
         self.system.cli("config", "set", "vrf", "red", "description", "the first commit", check=True)
+        self.system.cli("config", "set", "vrf", "red", "low-water", "ipv4", "1000", "0", check=True)
+        self.system.cli("config", "set", "vrf", "red", "watch", "10.99.0.0/16", check=True)
         for command in COMMANDS:
             with self.subTest(command):
                 silent = any(command.startswith(name) for name in SILENT)

@@ -62,6 +62,29 @@ class Thresholds(TrapCase):
         return tuple(int(self.system.get_value(f"{L3VPN}.1.2.2.1.{column}.{index}"))
                      for column in (MID_COLUMN, HIGH_COLUMN, MAX_ROUTES_COLUMN))
 
+    def watched(self):
+        """The state of red's IPv4 table, and its prefixes that are absent."""
+        red, = self.system.cli_json("show", "thresholds", "red")
+        return red["tables"][0]["state"], [each["prefix"] for each in red["prefixes"] if not each["present"]]
+
+    def test_missing_routes_are_shown_and_logged_also_after_a_restart(self):
+        self.config("set", "vrf", "red", "low-water", "ipv4", "2", "0")
+        for prefix in ("10.1.0.0/16", "10.2.0.0/16"):
+            self.config("set", "vrf", "red", "watch", prefix)
+        self.add_routes("red", 1, 2)
+        wait_until("both routes", lambda: self.watched() == ("ok", []))
+        self.delete_routes("red", 2)
+        wait_until("the loss", lambda: self.watched() == ("low", ["10.2.0.0/16"]))
+        self.assertIn("VRF red: 1 IPv4 routes, below its low-water mark of 2 for 0 s", self.system.log("daemon"))
+        self.assertIn("VRF red: the watched prefix 10.2.0.0/16 has no route any more", self.system.log("daemon"))
+        self.add_routes("red", 2)
+        wait_until("the return", lambda: self.watched() == ("ok", []))
+        self.assertIn("VRF red: the watched prefix 10.2.0.0/16 has a route again", self.system.log("daemon"))
+        self.system.kill("daemon")
+        self.system.start_daemon()
+        wait_until("the state without routes", lambda: self.watched() == ("low", ["10.1.0.0/16", "10.2.0.0/16"]))
+        self.expect_no_other()
+
     def test_one_trap_for_each_threshold_and_one_clearing(self):
         self.limit("red", 4, 2)
         self.add_routes("red", 1, 2)

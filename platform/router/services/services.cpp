@@ -7,6 +7,7 @@
 #include "platform/router/model/route_access.h"
 #include "platform/router/qic/qic.h"
 #include "platform/router/rib_threshold/rib_threshold.h"
+#include "platform/router/route_watch/route_watch.h"
 #include "platform/router/vmap/vmap.h"
 #include "platform/router/vpn_events/vpn_events.h"
 #include "platform/router/vtab/vtab.h"
@@ -25,6 +26,7 @@ struct StartedService {
 constexpr StartedService kStartedServices[] = {
     {"cannot follow the configuration", config_references_start, config_references_stop},
     {"cannot watch the route thresholds", rib_threshold_attach, rib_threshold_detach},
+    {"cannot watch for missing routes", route_watch_attach, route_watch_detach},
     {"cannot report changes of route distinguishers", vpn_events_attach, vpn_events_detach},
 };
 

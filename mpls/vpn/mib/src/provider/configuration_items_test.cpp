@@ -34,7 +34,8 @@ constexpr Subscribed kSubscribed[] = {
 };
 
 // Items that reach the daemon by a service, or not at all.
-const std::set<Kind> kOfServices = {Kind::kRouteDistinguisher, Kind::kVni, Kind::kAsFormat};
+const std::set<Kind> kOfServices = {Kind::kRouteDistinguisher, Kind::kLowWater, Kind::kWatchedPrefix,
+                                    Kind::kVni, Kind::kAsFormat};
 
 std::vector<std::size_t>& rows_hit() {
   static std::vector<std::size_t> rows;

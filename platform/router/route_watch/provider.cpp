@@ -1,0 +1,88 @@
+// Answers with the records of watched VRFs.
+#include <cstdlib>
+#include <memory>
+#include <vector>
+
+#include "platform/core/text/words.h"
+#include "platform/router/route_watch/records.h"
+#include "platform/router/route_watch/service.h"
+
+namespace route_watch {
+namespace {
+
+const Service*& provided_service() {
+  static const Service* service = nullptr;
+  return service;
+}
+
+std::vector<WatchedTableRecord> tables_of(const WatchedVrf& vrf) {
+  std::vector<WatchedTableRecord> records;
+  for (std::size_t family = 0; family < kFamilies; ++family) {
+    const WatchedTable& table = vrf.table(family);
+    if (!table.is_configured()) continue;
+    records.push_back({static_cast<std::uint32_t>(family + 1),
+                       WatchedVrf::routes_of(provided_service()->model(), vrf.name(), family), table.low,
+                       table.hold, table.is_low ? 1U : 0U, table.changed, table.mid, table.maximum});
+  }
+  return records;
+}
+
+Status encode(const WatchedVrf& vrf, KvReply* reply) {
+  std::vector<WatchedTableRecord> tables = tables_of(vrf);
+  std::vector<std::string> texts;
+  std::vector<WatchedPrefixRecord> prefixes;
+  texts.reserve(vrf.prefix_count());
+  vrf.for_each_prefix([&](const router::Address& prefix, const WatchedPrefix& watched) {
+    texts.push_back(router::format_address(prefix));
+    prefixes.push_back({texts.back().data(), watched.is_present ? 1U : 0U, watched.changed});
+  });
+  std::string name = vrf.name();
+  const WatchedVrfRecord record{
+      name.data(), {tables.size(), tables.data()}, {prefixes.size(), prefixes.data()}};
+  reply->kind = kKvKindRecord;
+  return parcel_encode(&kWatchedVrfParcel, &record, &reply->data, &reply->length);
+}
+
+// The name that a key of a path has; the absent key is before all.
+Status decode_name(std::string_view key, std::string* name) {
+  if (key == "-") return kStatusOk;
+  char* text = nullptr;
+  const Status status = kvtree_string_decode(std::string(key).c_str(), &text);
+  const std::unique_ptr<char, decltype(&std::free)> owned(text, &std::free);
+  if (status != kStatusOk) return status;
+  *name = text;
+  return kStatusOk;
+}
+
+Status get_vrf(const KvRequest* request, KvReply* reply) {
+  std::string_view path = kvtree_request_path(request);
+  if (text::take_until(&path, '/') != kVrfNext) return kStatusUnknownPath;
+  std::string name;
+  if (decode_name(path, &name) != kStatusOk) return kStatusBadKey;
+  const WatchedVrf* vrf = provided_service()->after(name);
+  return vrf == nullptr ? kStatusNoSuchRow : encode(*vrf, reply);
+}
+
+Status following(const KvReply* row, std::string* path) {
+  WatchedVrfRecord record{};
+  if (const Status status = parcel_decode(&kWatchedVrfParcel, row->data, row->length, &record)) return status;
+  *path = std::string(kVrfNext) + "/" + kvtree_encode_text(record.vrf);
+  return parcel_free_indirections(&kWatchedVrfParcel, &record);
+}
+
+constexpr KvWalkRule kWalkRules[] = {{kVrfNext, following}};
+
+}  // namespace
+
+Status provide(Service* service, EventManager* manager, KvConnection** connection) {
+  provided_service() = service;
+  if (const Status status = kvtree_bind(connection, kProviderPath, kKvBindProvider)) return status;
+  KvProviderFunctions functions;
+  if (const Status status = kvtree_init_prov_functions(&functions)) return status;
+  functions.get = get_vrf;
+  functions.walk_rules = kWalkRules;
+  functions.walk_rule_count = std::size(kWalkRules);
+  return kvtree_register_prov2(*connection, "", manager, &functions, 0, 0);
+}
+
+}  // namespace route_watch

@@ -1,0 +1,44 @@
+// The record of a VRF whose routes are watched: a contract with every process that decodes it.
+#pragma once
+
+#include <cstdint>
+
+#include "platform/core/parcel/parcel.h"
+
+namespace route_watch {
+
+// The provider, and what it answers: "vrf-next/NAME", the first watched VRF after this name; "-" is before
+// all.
+inline constexpr char kProviderPath[] = "/oper/route_watch/";
+inline constexpr char kVrfNext[] = "vrf-next";
+
+// Times are seconds since 1970; 0: it has not changed since the process started.
+struct WatchedTableRecord {
+  std::uint32_t afi;     // 1 ipv4, 2 ipv6
+  std::uint32_t routes;  // now
+  std::uint32_t low;     // the low-water mark; 0: none
+  std::uint32_t hold;    // seconds
+  std::uint32_t is_low;  // 1: there have been fewer routes than `low` for `hold` seconds
+  std::uint32_t changed;
+  std::uint32_t mid;      // 0: none
+  std::uint32_t maximum;  // 0: none
+};
+static_assert(sizeof(WatchedTableRecord) == 32);
+
+struct WatchedPrefixRecord {
+  char* prefix;
+  std::uint32_t is_present;
+  std::uint32_t changed;
+};
+static_assert(sizeof(WatchedPrefixRecord) == 16);
+
+struct WatchedVrfRecord {
+  char* vrf;
+  ParcelArray tables;    // of WatchedTableRecord: those with a mark or a threshold
+  ParcelArray prefixes;  // of WatchedPrefixRecord
+};
+static_assert(sizeof(WatchedVrfRecord) == 40);
+
+extern const ParcelDescription kWatchedVrfParcel;
+
+}  // namespace route_watch

@@ -1,0 +1,239 @@
+// Watched VRFs are indexed by name, because they may be configured before they exist, and by the numbers of
+// their tables. A VRF whose table is below its mark is due when its time is over. Attaching makes the only
+// instance; the handlers of the data store have no argument and find it in service().
+#include "platform/router/route_watch/route_watch.h"
+
+#include <algorithm>
+#include <memory>
+
+#include "platform/config/vrf_config.h"
+#include "platform/core/base/log.h"
+#include "platform/router/route_watch/records.h"
+#include "platform/router/route_watch/service.h"
+#include "platform/store/tree/tuple.h"
+
+namespace route_watch {
+namespace {
+
+constexpr std::uint64_t kStepTime = kNanosecondsPerMillisecond;
+
+std::unique_ptr<Service>& service() {
+  static std::unique_ptr<Service> the_service;
+  return the_service;
+}
+
+// --- The configuration
+
+bool is_set(const KvNotifyInfo& info) {
+  return (info.whichevent & (kKvEventCreated | kKvEventSet)) != 0;
+}
+
+// The pair of a set; zeros for a deletion and for a value that is not a pair.
+Pair pair_of(const KvNotifyInfo& info) {
+  Pair pair;
+  if (!is_set(info)) return pair;
+  const Status status = tuple_unpack(info.value, "%d%d", {&pair.first, &pair.second});
+  if (status == kStatusOk) return pair;
+  log_warning("route watch", "%s is not a pair of numbers: %s", info.item_name, err_text(status));
+  return {};
+}
+
+using SetPair = void (Service::*)(const std::string& vrf, std::size_t family, const Pair& pair);
+
+template <SetPair kSet>
+void notify_pair(const KvNotifyInfo* info, const RequestArgs* args) {
+  if (kvtree_absent(args, 0) || kvtree_absent(args, 1) || kvtree_absent(args, 2)) return;
+  const std::uint32_t family = *args->arg[1].number;
+  if (family < 1 || family > kFamilies || *args->arg[2].number != inet::kUnicastSafi) return;
+  ((*service()).*kSet)(args->arg[0].text, family - 1, pair_of(*info));
+}
+
+void notify_prefix(const KvNotifyInfo* info, const RequestArgs* args) {
+  if (kvtree_absent(args, 0) || kvtree_absent(args, 1) || kvtree_absent(args, 2)) return;
+  const std::string text = std::string(args->arg[1].text) + "/" + std::to_string(*args->arg[2].number);
+  router::Address prefix;
+  if (!router::parse_address(text, &prefix) || inet::has_host_bits(prefix.octets, prefix.prefix_length)) {
+    log_warning("route watch", "%s of the VRF %s is not a prefix and is not watched", text.c_str(),
+                args->arg[0].text);
+    return;
+  }
+  service()->watch_prefix(args->arg[0].text, prefix, is_set(*info));
+}
+
+constexpr KvPathRow kItems[] = {
+    {"vrf/<s>/ord_z/afi_safi/<n>/<n>/default/ord_e/rib/low-water",
+     {0, notify_pair<&Service::set_low>, nullptr, nullptr, nullptr}},
+    {"vrf/<s>/ord_z/afi_safi/<n>/<n>/default/ord_e/rib/table-prefix-limit",
+     {0, notify_pair<&Service::set_thresholds>, nullptr, nullptr, nullptr}},
+    {"vrf/<s>/ord_a/vmap/ord_m/watch/<ad>/<n>", {0, notify_prefix, nullptr, nullptr, nullptr}},
+};
+constexpr KvPathTable kItemTable{kItems, std::size(kItems)};
+
+}  // namespace
+
+Service::Service(router::Router* model, EventManager* manager) : model_(model), manager_(manager) {
+  model_->observe(router::ObserverRank::kOther, this);
+}
+
+Service::~Service() {
+  model_->stop_observing(this);
+  event_timer_cancel(manager_, timer_);
+  if (connection_ == nullptr) return;
+  if (const Status status = kvtree_unbind(connection_))
+    log_error("kvtree", "%s is still provided: %s", kProviderPath, err_text(status));
+}
+
+Status Service::start() {
+  if (const Status status = provide(this, manager_, &connection_)) return status;
+  return configuration_.follow(vrf_config::kVrfScope, manager_, [](const KvNotification* notification) {
+    kvtree_match_notify(notification, &kItemTable);
+  });
+}
+
+WatchedVrf* Service::change(const std::string& vrf) {
+  return &watched_.try_emplace(vrf, vrf).first->second;
+}
+
+void Service::end_change(const std::string& vrf) {
+  mark_changed(vrf);
+  const auto watched = watched_.find(vrf);
+  if (watched->second.is_configured()) return;
+  watched->second.evaluate(*model_);  // logs that it is no longer low
+  unlink_tables(vrf);
+  check_later(vrf, 0);
+  marked_.erase(vrf);
+  watched_.erase(watched);
+}
+
+void Service::set_low(const std::string& vrf, std::size_t family, const Pair& low_and_hold) {
+  change(vrf)->set_low(family, low_and_hold);
+  end_change(vrf);
+}
+
+void Service::set_thresholds(const std::string& vrf, std::size_t family, const Pair& maximum_and_mid) {
+  change(vrf)->set_thresholds(family, maximum_and_mid);
+  end_change(vrf);
+}
+
+void Service::watch_prefix(const std::string& vrf, const router::Address& prefix, bool is_wanted) {
+  WatchedVrf* watched = change(vrf);
+  const std::size_t before = watched->prefix_count();
+  if (!is_wanted) {
+    watched->remove_prefix(prefix);
+  } else if (prefixes_ < kMostPrefixes) {
+    watched->add_prefix(prefix);
+  } else {
+    log_warning("route watch", "%s of the VRF %s is not watched: %zu prefixes are the limit",
+                router::format_address(prefix).c_str(), vrf.c_str(), kMostPrefixes);
+  }
+  prefixes_ = prefixes_ - before + watched->prefix_count();
+  end_change(vrf);
+}
+
+const WatchedVrf* Service::after(const std::string& vrf) const {
+  const auto found = watched_.upper_bound(vrf);
+  return found == watched_.end() ? nullptr : &found->second;
+}
+
+void Service::for_each(const std::function<void(const WatchedVrf&)>& visit) const {
+  for (const auto& [name, watched] : watched_) visit(watched);
+}
+
+// --- The router
+
+void Service::mark_changed(const std::string& vrf) {
+  if (!watched_.contains(vrf)) return;
+  link_tables(vrf);
+  mark(vrf);
+}
+
+void Service::link_tables(const std::string& vrf) {
+  unlink_tables(vrf);
+  const router::Vrf* record = model_->find_vrf(vrf);
+  for (std::size_t family = 0; record != nullptr && family < kFamilies; ++family) {
+    const router::RouteTableId table = table_of(*record, family);
+    if (table.table == 0) continue;
+    tables_of_vrf_[vrf].push_back(table);
+    vrfs_of_table_[table].insert(vrf);
+  }
+}
+
+void Service::unlink_tables(const std::string& vrf) {
+  const auto tables = tables_of_vrf_.extract(vrf);
+  if (!tables) return;
+  for (const router::RouteTableId table : tables.mapped()) {
+    const auto names = vrfs_of_table_.find(table);
+    names->second.erase(vrf);
+    if (names->second.empty()) vrfs_of_table_.erase(names);
+  }
+}
+
+void Service::routes_changed(router::RouteTableId table) {
+  const auto names = vrfs_of_table_.find(table);
+  if (names == vrfs_of_table_.end()) return;
+  for (const std::string& name : names->second) mark(name);
+}
+
+// --- Comparisons
+
+void Service::mark(const std::string& vrf) {
+  marked_.insert(vrf);
+  check_at(checked_at_ + kCheckInterval);
+}
+
+void Service::check_at(std::uint64_t time) {
+  if (timer_ != 0 && timer_at_ <= time) return;
+  if (timer_ != 0) event_timer_cancel(manager_, timer_);
+  const std::uint64_t now = clock_monotonic();
+  timer_at_ = time;
+  timer_ = event_timer_start(manager_, time > now ? time - now : 0, [this] {
+    timer_ = 0;
+    check();
+  });
+}
+
+void Service::check() {
+  const std::uint64_t now = clock_monotonic();
+  take_due(now);
+  while (!marked_.empty() && clock_monotonic() < now + kStepTime) {
+    const std::string vrf = marked_.extract(marked_.begin()).value();
+    check_later(vrf, watched_.at(vrf).evaluate(*model_));
+  }
+  if (!marked_.empty()) return check_at(now);
+  checked_at_ = now;
+  if (!due_order_.empty()) check_at(due_order_.begin()->first);
+}
+
+void Service::take_due(std::uint64_t now) {
+  for (const auto& [due, vrf] : due_order_) {
+    if (due > now) return;
+    marked_.insert(vrf);
+  }
+}
+
+// 0: not without a change.
+void Service::check_later(const std::string& vrf, std::uint64_t due) {
+  if (const auto before = due_of_.extract(vrf)) due_order_.erase({before.mapped(), vrf});
+  if (due == 0) return;
+  due_of_[vrf] = due;
+  due_order_.emplace(due, vrf);
+}
+
+void for_each_watched(const std::function<void(const WatchedVrf&)>& visit) {
+  if (service() != nullptr) service()->for_each(visit);
+}
+
+}  // namespace route_watch
+
+Status route_watch_attach(router::Router* model, EventManager* manager) {
+  auto& service = route_watch::service();
+  if (service != nullptr) return kStatusExists;
+  service = std::make_unique<route_watch::Service>(model, manager);
+  const Status status = service->start();
+  if (status != kStatusOk) service.reset();
+  return status;
+}
+
+void route_watch_detach() {
+  route_watch::service().reset();
+}

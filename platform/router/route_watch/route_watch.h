@@ -1,0 +1,40 @@
+// Watches what is missing: tables with fewer routes than their low-water mark, and prefixes without a route.
+//
+//   vrf NAME low-water ipv4|ipv6 LOW HOLD   the table has been below LOW routes for HOLD seconds: it is low,
+//   until
+//                                           it has LOW routes or more
+//   vrf NAME watch PREFIX                   the prefix itself has a route in the VRF's table, or none
+//
+// A VRF that does not exist has no routes. Each change of a state is logged: a table that becomes low, or no
+// longer is; a prefix that loses its last route, or has one again. A prefix that never had one is not logged.
+// No SNMP notification is raised: the MIB has none for this. The route thresholds, which do raise some
+// (platform/router/rib_threshold), are listed as well.
+//
+// At most kMostPrefixes prefixes are watched; a further one is logged and ignored until it is configured
+// again.
+//
+// Cost: a change of routes marks the watched VRFs of its table, in O(log VRFs). Marked VRFs are compared at
+// most every kCheckInterval, in steps on the event loop, a prefix in O(log routes): what changes and returns
+// meanwhile is not seen. No polling. Main thread only.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+
+#include "platform/core/base/status.h"
+#include "platform/core/evm/evm.h"
+#include "platform/router/model/router.h"
+#include "platform/router/route_watch/watched_vrf.h"
+
+namespace route_watch {
+
+// The watched VRFs in the order of their names. `routes_of(vrf, family)` of watched_vrf.h has their numbers.
+void for_each_watched(const std::function<void(const WatchedVrf&)>& visit);
+
+}  // namespace route_watch
+
+// Follows the configuration on this manager. Model and manager must live until route_watch_detach.
+// kStatusExists when attached, or the status of binding or subscribing, with nothing attached.
+[[nodiscard]] Status route_watch_attach(router::Router* model, EventManager* manager);
+void route_watch_detach();  // ignored when it is not attached

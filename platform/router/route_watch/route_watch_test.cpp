@@ -1,0 +1,287 @@
+// What is watched of VRFs: low-water marks and prefixes, as they are configured and as routes change.
+#include "platform/router/route_watch/route_watch.h"
+
+#include <gmock/gmock.h>
+
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "platform/config/items.h"
+#include "platform/config/paths.h"
+#include "platform/core/evm/test_run_directory.h"
+#include "platform/router/model/route_test_support.h"
+#include "platform/router/model/router_test_support.h"
+#include "platform/router/route_watch/records.h"
+#include "platform/store/tree/kvtree.h"
+
+namespace route_watch {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using vrf_config::Kind;
+
+class RouteWatch : public router::RouterTest {
+ protected:
+  RouteWatch() {
+    kvtree_reset();
+    manager_ = event_manager_create("/dev/test/main", 0);
+    EXPECT_EQ(route_watch_attach(&router_, manager_), kStatusOk);
+    AddVrf("red", 10);
+  }
+  ~RouteWatch() override {
+    route_watch_detach();
+    kvtree_reset();
+    event_manager_destroy(manager_);
+  }
+  void AddVrf(const std::string& name, std::uint32_t table) {
+    router::Vrf vrf = MakeVrf(name, ++last_id_);
+    vrf.ipv4_table = vrf.ipv6_table = table;
+    RouterTest::AddVrf(vrf);
+  }
+  void Set(Kind kind, const vrf_config::Fields& fields) {
+    const KvConfigNode node = vrf_config::node_of(kind, fields);
+    ASSERT_EQ(kvtree_set(node.path, node.value), kStatusOk);
+    Run();
+  }
+  void Unset(Kind kind, const vrf_config::Fields& fields) {
+    ASSERT_EQ(kvtree_delete(vrf_config::node_of(kind, fields).path), kStatusOk);
+    Run();
+  }
+  void SetLow(std::uint32_t low, std::uint32_t hold, const std::string& vrf = "red") {
+    Set(Kind::kLowWater, {.vrf = vrf, .number = low, .mid = hold});
+  }
+  void WatchPrefix(const std::string& prefix, const std::string& vrf = "red") {
+    Set(Kind::kWatchedPrefix, {.vrf = vrf, .prefix = prefix});
+  }
+  static router::RouteTableId Table(const std::string& prefix) {
+    return {prefix.find(':') == std::string::npos ? router::Family::kIpv4 : router::Family::kIpv6, 10};
+  }
+  void AddRoute(const std::string& prefix, const std::string& next_hop = "") {
+    ASSERT_EQ(router_.routes().put(Table(prefix), router::MakeRoute(prefix, next_hop)), kStatusOk);
+    router_.flush_route_changes();
+  }
+  void RemoveRoute(const std::string& prefix, const std::string& next_hop = "") {
+    ASSERT_EQ(router_.routes().erase(Table(prefix), router::MakeKey(prefix, next_hop)), kStatusOk);
+    router_.flush_route_changes();
+  }
+  void Run() { event_run_pending(manager_); }
+  void Pass(std::uint64_t milliseconds) {
+    clock_.advance(milliseconds * kNanosecondsPerMillisecond);
+    Run();
+  }
+  // "ipv4 routes<low/hold state", and "prefix present" or "prefix absent", of all VRFs, as a reader gets
+  // them.
+  static std::vector<std::string> Shown() {
+    std::vector<std::string> lines;
+    std::string path = std::string(kProviderPath) + kVrfNext + "/-";
+    KvReply reply{};
+    while (kvtree_get(path, false, &reply) == kStatusOk) {
+      WatchedVrfRecord record{};
+      EXPECT_EQ(parcel_decode(&kWatchedVrfParcel, reply.data, reply.length, &record), kStatusOk);
+      std::free(reply.data);
+      AddLines(record, &lines);
+      path = std::string(kProviderPath) + kVrfNext + "/" + kvtree_encode_text(record.vrf);
+      EXPECT_EQ(parcel_free_indirections(&kWatchedVrfParcel, &record), kStatusOk);
+    }
+    return lines;
+  }
+  static void AddLines(const WatchedVrfRecord& record, std::vector<std::string>* lines) {
+    const auto* table = static_cast<const WatchedTableRecord*>(record.tables.elements);
+    for (std::uint64_t at = 0; at < record.tables.count; ++at, ++table) {
+      lines->push_back(std::string(record.vrf) + " " + (table->afi == 1 ? "ipv4 " : "ipv6 ") +
+                       std::to_string(table->routes) + "<" + std::to_string(table->low) + "/" +
+                       std::to_string(table->hold) + (table->is_low != 0 ? " low" : " ok"));
+    }
+    const auto* prefix = static_cast<const WatchedPrefixRecord*>(record.prefixes.elements);
+    for (std::uint64_t at = 0; at < record.prefixes.count; ++at, ++prefix)
+      lines->push_back(std::string(record.vrf) + " " + prefix->prefix +
+                       (prefix->is_present != 0 ? " present" : " absent"));
+  }
+  // What is logged meanwhile.
+  template <typename Action>
+  static std::string LogOf(Action action) {
+    ::testing::internal::CaptureStderr();
+    action();
+    return ::testing::internal::GetCapturedStderr();
+  }
+
+  ManualClock clock_{1'700'000'000 * kNanosecondsPerSecond};
+  TestRunDirectory directory_;
+  EventManager* manager_ = nullptr;
+  std::uint32_t last_id_ = 1;
+};
+
+// --- Low-water marks
+
+TEST_F(RouteWatch, TableIsLowAfterItWasBelowItsMarkForTheTime) {
+  SetLow(2, 30);
+  AddRoute("10.0.1.0/24");
+  AddRoute("10.0.2.0/24");
+  Pass(200);
+  EXPECT_THAT(Shown(), ElementsAre("red ipv4 2<2/30 ok"));
+  RemoveRoute("10.0.1.0/24");
+  Pass(200);
+  EXPECT_EQ(LogOf([this] { Pass(29'000); }), "");
+  EXPECT_THAT(Shown(), ElementsAre("red ipv4 1<2/30 ok"));
+  EXPECT_THAT(LogOf([this] { Pass(1'000); }),
+              HasSubstr("VRF red: 1 IPv4 routes, below its low-water mark of 2 for 30 s"));
+  EXPECT_THAT(Shown(), ElementsAre("red ipv4 1<2/30 low"));
+  EXPECT_EQ(LogOf([this] { Pass(100'000); }), "") << "it is logged once";
+}
+
+TEST_F(RouteWatch, TableIsNoLongerLowAtItsMark) {
+  SetLow(1, 0);
+  Pass(100);
+  EXPECT_THAT(Shown(), ElementsAre("red ipv4 0<1/0 low"));
+  EXPECT_THAT(LogOf([this] {
+                AddRoute("10.0.1.0/24");
+                Pass(100);
+              }),
+              HasSubstr("VRF red: 1 IPv4 routes, no longer below its low-water mark of 1"));
+  EXPECT_THAT(Shown(), ElementsAre("red ipv4 1<1/0 ok"));
+}
+
+TEST_F(RouteWatch, TimeBeginsAgainWhenTheTableHasRecovered) {
+  AddRoute("10.0.1.0/24");
+  SetLow(1, 10);
+  Pass(100);
+  for (int times = 0; times < 3; ++times) {
+    RemoveRoute("10.0.1.0/24");
+    Pass(100);
+    Pass(8'000);
+    AddRoute("10.0.1.0/24");
+    Pass(100);
+  }
+  EXPECT_THAT(Shown(), ElementsAre("red ipv4 1<1/10 ok"));
+}
+
+TEST_F(RouteWatch, VrfThatDoesNotExistHasNoRoutes) {
+  SetLow(1, 0, "blue");
+  Pass(100);
+  EXPECT_THAT(Shown(), ElementsAre("blue ipv4 0<1/0 low"));
+  AddRoute("10.0.1.0/24");
+  AddVrf("blue", 10);
+  Pass(100);
+  EXPECT_THAT(Shown(), ElementsAre("blue ipv4 1<1/0 ok"));
+  ASSERT_EQ(router_.delete_vrf("blue"), kStatusOk);
+  Pass(100);
+  EXPECT_THAT(Shown(), ElementsAre("blue ipv4 0<1/0 low"));
+}
+
+TEST_F(RouteWatch, RemovedMarkIsNotLow) {
+  SetLow(1, 0);
+  Pass(100);
+  EXPECT_THAT(LogOf([this] { Unset(Kind::kLowWater, {.vrf = "red"}); }),
+              HasSubstr("VRF red: the low-water mark of its IPv4 routes is removed"));
+  EXPECT_THAT(Shown(), IsEmpty());
+  AddRoute("10.0.1.0/24");
+  Pass(100);
+}
+
+TEST_F(RouteWatch, RaisedMarkIsComparedAtOnce) {
+  AddRoute("10.0.1.0/24");
+  SetLow(1, 0);
+  Pass(100);
+  SetLow(2, 0);
+  Pass(100);
+  EXPECT_THAT(Shown(), ElementsAre("red ipv4 1<2/0 low"));
+}
+
+TEST_F(RouteWatch, ThresholdsAreListedToo) {
+  Set(Kind::kThreshold, {.vrf = "red", .family = vrf_config::Family::kIpv6, .number = 9, .mid = 7});
+  std::vector<std::uint32_t> found;
+  for_each_watched([&](const WatchedVrf& vrf) {
+    for (std::size_t family = 0; family < kFamilies; ++family)
+      found.insert(found.end(), {vrf.table(family).maximum, vrf.table(family).mid});
+  });
+  EXPECT_THAT(found, ElementsAre(0, 0, 9, 7));
+  EXPECT_THAT(Shown(), ElementsAre("red ipv6 0<0/0 ok"));
+}
+
+// --- Prefixes
+
+TEST_F(RouteWatch, PrefixIsPresentWhileItHasARoute) {
+  WatchPrefix("10.0.1.0/24");
+  WatchPrefix("2001:db8::/32");
+  AddRoute("10.0.1.0/24", "192.0.2.1");
+  AddRoute("10.0.1.0/24", "192.0.2.2");
+  Pass(100);
+  EXPECT_THAT(Shown(), ElementsAre("red 10.0.1.0/24 present", "red 2001:db8::/32 absent"));
+  AddRoute("2001:db8::/32");
+  RemoveRoute("10.0.1.0/24", "192.0.2.1");
+  Pass(100);
+  EXPECT_THAT(Shown(), ElementsAre("red 10.0.1.0/24 present", "red 2001:db8::/32 present"));
+  EXPECT_THAT(LogOf([this] {
+                RemoveRoute("10.0.1.0/24", "192.0.2.2");
+                Pass(100);
+              }),
+              HasSubstr("VRF red: the watched prefix 10.0.1.0/24 has no route any more"));
+  EXPECT_THAT(Shown(), ElementsAre("red 10.0.1.0/24 absent", "red 2001:db8::/32 present"));
+  EXPECT_THAT(LogOf([this] {
+                AddRoute("10.0.1.0/24", "192.0.2.2");
+                Pass(100);
+              }),
+              HasSubstr("VRF red: the watched prefix 10.0.1.0/24 has a route again"));
+}
+
+TEST_F(RouteWatch, RoutesToOtherPrefixesDoNotCount) {
+  WatchPrefix("10.0.0.0/16");
+  for (const char* other : {"10.0.0.0/15", "10.0.0.0/17", "10.0.0.0/24", "10.1.0.0/16"}) AddRoute(other);
+  Pass(100);
+  EXPECT_THAT(Shown(), ElementsAre("red 10.0.0.0/16 absent"));
+}
+
+TEST_F(RouteWatch, PrefixThatNeverHadARouteIsNotLogged) {
+  const std::string log = LogOf([this] {
+    WatchPrefix("10.0.1.0/24");
+    Pass(100);
+    AddRoute("10.0.1.0/24");
+    Pass(100);
+  });
+  EXPECT_THAT(log, Not(HasSubstr("10.0.1.0/24")));
+}
+
+TEST_F(RouteWatch, DeletedVrfHasNoPrefixes) {
+  WatchPrefix("10.0.1.0/24");
+  AddRoute("10.0.1.0/24");
+  Pass(100);
+  ASSERT_EQ(router_.delete_vrf("red"), kStatusOk);
+  Pass(100);
+  EXPECT_THAT(Shown(), ElementsAre("red 10.0.1.0/24 absent"));
+}
+
+TEST_F(RouteWatch, MorePrefixesThanTheLimitAreLoggedAndIgnored) {
+  const auto prefix = [](std::size_t n) {
+    return "10." + std::to_string(n / 256) + "." + std::to_string(n % 256) + ".0/24";
+  };
+  for (std::size_t n = 0; n < kMostPrefixes; ++n) WatchPrefix(prefix(n));
+  EXPECT_THAT(LogOf([&] { WatchPrefix(prefix(kMostPrefixes)); }),
+              HasSubstr("10.3.232.0/24 of the VRF red is not watched: 1000 prefixes are the limit"));
+  EXPECT_EQ(Shown().size(), kMostPrefixes);
+  Unset(Kind::kWatchedPrefix, {.vrf = "red", .prefix = prefix(0)});
+  WatchPrefix(prefix(kMostPrefixes));
+  EXPECT_EQ(Shown().size(), kMostPrefixes);
+}
+
+// --- The cost
+
+TEST_F(RouteWatch, ChangesWithinTheIntervalCostOneComparison) {
+  WatchPrefix("10.0.1.0/24");
+  Pass(100);
+  AddRoute("10.0.2.0/24");
+  Pass(0);
+  AddRoute("10.0.1.0/24");
+  Pass(0);  // too early for another comparison
+  EXPECT_THAT(Shown(), ElementsAre("red 10.0.1.0/24 absent"));
+  RemoveRoute("10.0.1.0/24");
+  AddRoute("10.0.1.0/24");
+  Pass(100);
+  EXPECT_THAT(Shown(), ElementsAre("red 10.0.1.0/24 present"));
+}
+
+}  // namespace
+}  // namespace route_watch

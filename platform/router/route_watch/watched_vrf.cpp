@@ -1,0 +1,127 @@
+#include "platform/router/route_watch/watched_vrf.h"
+
+#include <algorithm>
+#include <limits>
+
+#include "platform/core/base/clock.h"
+#include "platform/core/base/log.h"
+
+namespace route_watch {
+namespace {
+
+constexpr char kArea[] = "route watch";
+constexpr std::array<const char*, kFamilies> kFamilyNames = {"IPv4", "IPv6"};
+
+std::uint32_t seconds_now() {
+  return static_cast<std::uint32_t>(clock_stamp() / kNanosecondsPerSecond);
+}
+
+bool has_route(const router::Router& model, router::RouteTableId table, const router::RouteKey& prefix) {
+  bool found = false;
+  if (table.table != 0)
+    model.routes().visit_prefix(table, prefix, [&found](const router::RouteMark&) { found = true; });
+  return found;
+}
+
+}  // namespace
+
+router::RouteTableId table_of(const router::Vrf& vrf, std::size_t family) {
+  if (family == 0) return {router::Family::kIpv4, vrf.ipv4_table};
+  return {router::Family::kIpv6, vrf.ipv6_table};
+}
+
+void WatchedVrf::set_low(std::size_t family, const Pair& low_and_hold) {
+  WatchedTable& table = tables_[family];
+  table.low = low_and_hold.first;
+  table.hold = low_and_hold.second;
+  table.below_since = 0;
+}
+
+void WatchedVrf::set_thresholds(std::size_t family, const Pair& maximum_and_mid) {
+  tables_[family].maximum = maximum_and_mid.first;
+  tables_[family].mid = maximum_and_mid.second;
+}
+
+bool WatchedVrf::is_configured() const {
+  return !prefixes_.empty() || std::ranges::any_of(tables_, &WatchedTable::is_configured);
+}
+
+WatchedVrf::PrefixKey WatchedVrf::key_of(const router::Address& prefix) {
+  router::RouteKey key;
+  key.destination = prefix.octets;
+  key.prefix_length = prefix.prefix_length;
+  return {prefix.family, key};
+}
+
+router::Address WatchedVrf::address_of(const PrefixKey& key) {
+  return {key.first, key.second.prefix_length, key.second.destination};
+}
+
+std::uint32_t WatchedVrf::routes_of(const router::Router& model, const std::string& vrf, std::size_t family) {
+  const router::Vrf* record = model.find_vrf(vrf);
+  if (record == nullptr) return 0;
+  constexpr std::size_t kMost = std::numeric_limits<std::uint32_t>::max();
+  return static_cast<std::uint32_t>(std::min(model.routes().count(table_of(*record, family)), kMost));
+}
+
+std::uint64_t WatchedVrf::evaluate(const router::Router& model) {
+  std::uint64_t due = 0;
+  for (std::size_t family = 0; family < kFamilies; ++family) {
+    const std::uint64_t each = evaluate_low(family, routes_of(model, name_, family));
+    if (each != 0) due = due == 0 ? each : std::min(due, each);
+  }
+  const router::Vrf* vrf = model.find_vrf(name_);
+  for (auto& [key, watched] : prefixes_) {
+    const std::size_t family = key.first == router::Family::kIpv4 ? 0 : 1;
+    evaluate_prefix(key, vrf != nullptr && has_route(model, table_of(*vrf, family), key.second), &watched);
+  }
+  return due;
+}
+
+std::uint64_t WatchedVrf::evaluate_low(std::size_t family, std::uint32_t routes) {
+  WatchedTable& table = tables_[family];
+  if (routes >= table.low) {
+    table.below_since = 0;
+    if (std::exchange(table.is_low, false)) report_low(family, routes);
+    return 0;
+  }
+  if (table.is_low) return 0;
+  const std::uint64_t now = clock_monotonic();
+  if (table.below_since == 0) table.below_since = now;
+  const std::uint64_t due = table.below_since + table.hold * kNanosecondsPerSecond;
+  if (now < due) return due;
+  table.is_low = true;
+  report_low(family, routes);
+  return 0;
+}
+
+void WatchedVrf::report_low(std::size_t family, std::uint32_t routes) {
+  WatchedTable& table = tables_[family];
+  table.changed = seconds_now();
+  if (table.is_low) {
+    log_warning(kArea, "VRF %s: %u %s routes, below its low-water mark of %u for %u s", name_.c_str(), routes,
+                kFamilyNames[family], table.low, table.hold);
+  } else if (table.low == 0) {
+    log_notice(kArea, "VRF %s: the low-water mark of its %s routes is removed", name_.c_str(),
+               kFamilyNames[family]);
+  } else {
+    log_notice(kArea, "VRF %s: %u %s routes, no longer below its low-water mark of %u", name_.c_str(), routes,
+               kFamilyNames[family], table.low);
+  }
+}
+
+// One that was never there is not logged: at the start the routes are not read yet.
+void WatchedVrf::evaluate_prefix(const PrefixKey& key, bool is_present, WatchedPrefix* watched) const {
+  if (watched->is_present == is_present) return;
+  watched->is_present = is_present;
+  watched->changed = seconds_now();
+  const std::string prefix = router::format_address(address_of(key));
+  if (!is_present) {
+    log_warning(kArea, "VRF %s: the watched prefix %s has no route any more", name_.c_str(), prefix.c_str());
+  } else if (watched->is_reported) {
+    log_notice(kArea, "VRF %s: the watched prefix %s has a route again", name_.c_str(), prefix.c_str());
+  }
+  watched->is_reported = !is_present;
+}
+
+}  // namespace route_watch

@@ -1,0 +1,82 @@
+// What is watched of one VRF, and its evaluation. The rules are in route_watch.h.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <string>
+
+#include "platform/core/base/clock.h"
+#include "platform/router/model/router.h"
+
+namespace route_watch {
+
+inline constexpr std::size_t kFamilies = 2;         // IPv4, IPv6
+inline constexpr std::size_t kMostPrefixes = 1000;  // of all VRFs
+inline constexpr std::uint64_t kCheckInterval = 100 * kNanosecondsPerMillisecond;
+
+struct Pair {
+  std::uint32_t first = 0;
+  std::uint32_t second = 0;
+};
+
+struct WatchedTable {
+  std::uint32_t low = 0;   // the low-water mark; 0: none
+  std::uint32_t hold = 0;  // seconds
+  std::uint32_t mid = 0;   // thresholds, which platform/router/rib_threshold compares; 0: none
+  std::uint32_t maximum = 0;
+  bool is_low = false;
+  std::uint64_t below_since = 0;  // clock_monotonic(); 0: it is not below the mark
+  std::uint32_t changed = 0;      // seconds since 1970; 0: not since the process started
+
+  bool is_configured() const { return low != 0 || mid != 0 || maximum != 0; }
+};
+
+struct WatchedPrefix {
+  bool is_present = false;
+  bool is_reported = false;   // as missing
+  std::uint32_t changed = 0;  // as above
+};
+
+class WatchedVrf {
+ public:
+  explicit WatchedVrf(std::string name) : name_(std::move(name)) {}
+
+  void set_low(std::size_t family, const Pair& low_and_hold);
+  void set_thresholds(std::size_t family, const Pair& maximum_and_mid);
+  void add_prefix(const router::Address& prefix) { prefixes_.try_emplace(key_of(prefix)); }
+  void remove_prefix(const router::Address& prefix) { prefixes_.erase(key_of(prefix)); }
+  bool is_configured() const;
+
+  // Compares with the routes now, and logs what has changed. When the next comparison is due although no
+  // route changes, clock_monotonic(); 0 if never.
+  std::uint64_t evaluate(const router::Router& model);
+
+  const std::string& name() const { return name_; }
+  const WatchedTable& table(std::size_t family) const { return tables_[family]; }
+  // 0 if the VRF does not exist or has no such table.
+  static std::uint32_t routes_of(const router::Router& model, const std::string& vrf, std::size_t family);
+  template <typename Visit>
+  void for_each_prefix(Visit visit) const {
+    for (const auto& [key, watched] : prefixes_) visit(address_of(key), watched);
+  }
+  std::size_t prefix_count() const { return prefixes_.size(); }
+
+ private:
+  using PrefixKey = std::pair<router::Family, router::RouteKey>;
+  static PrefixKey key_of(const router::Address& prefix);
+  static router::Address address_of(const PrefixKey& key);
+  std::uint64_t evaluate_low(std::size_t family, std::uint32_t routes);
+  void report_low(std::size_t family, std::uint32_t routes);
+  void evaluate_prefix(const PrefixKey& key, bool is_present, WatchedPrefix* watched) const;
+
+  std::string name_;
+  std::array<WatchedTable, kFamilies> tables_;
+  std::map<PrefixKey, WatchedPrefix> prefixes_;
+};
+
+// The table of a VRF; its number is 0 if the VRF has none.
+router::RouteTableId table_of(const router::Vrf& vrf, std::size_t family);
+
+}  // namespace route_watch
