@@ -80,7 +80,7 @@ class Machine:
 
     def __init__(self, release, folder):
         self.process = subprocess.Popen(
-            ["unshare", "--mount", "bash", "-euc", AROUND, "around", debian_root(release, "systemd-sysv"), str(folder)],
+            ["unshare", "--mount", "bash", "-euc", AROUND, "around", debian_root(release, "systemd-sysv", "passwd"), str(folder)],
             env=dict(os.environ, BOOT=BOOT), stdin=subprocess.DEVNULL, start_new_session=True)
         try:
             wait_until("the machine's first process", self.find_init)

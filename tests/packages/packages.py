@@ -2,9 +2,10 @@
 """The Debian packages on clean machines with systemd and a stock snmpd: the commands of README.md, the packages' own test, an
 upgrade and a refused downgrade while the services run, and what is left after a purge.
 
-Usage: packages.py RELEASE [TEST...], after scripts/package RELEASE
+Usage: packages.py RELEASE [TEST...], after scripts/package RELEASE; or with MPLS_TEST_PACKAGES, the folder of other packages
 """
 import json
+import os
 import pathlib
 import re
 import shutil
@@ -16,7 +17,7 @@ import unittest
 from machine import ROOT, Machine, wait_until
 
 RELEASE = sys.argv[1] if len(sys.argv) > 1 else "bookworm"
-BUILT = ROOT / "build" / RELEASE / "packages"
+BUILT = pathlib.Path(os.environ.get("MPLS_TEST_PACKAGES", ROOT / "build" / RELEASE / "packages"))
 NAMES = ("mplsvpn", "mplsvpn-snmp")
 SERVICES = ("mpls_vpn_mib", "mpls_vpn_snmp")
 MIB = "1.3.6.1.2.1.10.166.11"
