@@ -3,6 +3,7 @@
 themselves are built and tested by scripts/package --test."""
 import re
 import subprocess
+import tempfile
 import unittest
 
 from system import BIN, ROOT
@@ -40,6 +41,13 @@ class DebianFiles(unittest.TestCase):
     def test_packages_are_the_components_of_the_installation(self):
         packages = set(re.findall(r"^Package: (\S+)", CONTROL, re.MULTILINE))
         self.assertEqual(packages, installed_components() - {"debug"})
+
+    def test_build_without_tests_is_configured(self):
+        """The packages' build, which has no test program."""
+        with tempfile.TemporaryDirectory(prefix="mpls_vpn_packages.") as folder:
+            result = subprocess.run(["cmake", "-G", "Ninja", "-DMPLS_FAULT_POINTS=OFF", "-S", str(ROOT), "-B", folder], check=False,
+                                    text=True, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=100)
+        self.assertEqual(result.returncode, 0, result.stdout[-2000:])
 
     def test_documents_of_the_packages_exist(self):
         for line in (ROOT / "debian/mplsvpn.docs").read_text().split():
