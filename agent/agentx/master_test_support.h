@@ -48,7 +48,7 @@ class Master {
   int Accept() {
     ++attempts;
     if (!listening) {
-      errno = ECONNREFUSED;
+      errno = refusal;
       return -1;
     }
     int ends[2];
@@ -115,6 +115,7 @@ class Master {
   }
 
   bool listening = true;
+  int refusal = ECONNREFUSED;  // errno of an attempt while it is not listening
   int attempts = 0;
   int socket_type = SOCK_STREAM;
 

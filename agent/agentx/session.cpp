@@ -1,6 +1,7 @@
 // States: closed -> opening (Open sent) -> open -> registering (Register sent) -> registered. A failure in
 // any of them returns the session to closed: it closes the socket and tries again after retry_ns. Only the
-// permission to register survives a connection. The loss and the return are logged once each.
+// permission to register survives a connection. The loss and the return are logged once each, and so is a
+// socket that refuses this user, although another reason for the loss has been logged.
 //
 // At most one request of the session's own is outstanding (awaited_packet_), besides a bounded number of
 // notifications, which the master answers in order. Input is bounded before it is stored: a header that
@@ -103,12 +104,19 @@ void Session::flush_notifies() {
 
 void Session::connect() {
   fd_ = options_.connect();
-  if (fd_ < 0) {
-    lose(std::strerror(errno));
-    return;
-  }
+  if (fd_ < 0) return lose_attempt(errno);
   received_at_ = clock_monotonic();
   send_open();
+}
+
+// A socket that does not exist before snmpd runs has been logged; that its permissions lack this user shows
+// later, and does not pass.
+void Session::lose_attempt(int error) {
+  const bool denied = error == EACCES;
+  if (denied && !announced_denied_) announced_lost_ = false;
+  announced_denied_ = announced_denied_ || denied;
+  lose(std::string(std::strerror(error)) +
+       (denied ? "; permit this user's group with \"agentXPerms\" in snmpd.conf and restart snmpd" : ""));
 }
 
 void Session::send_open() {
@@ -276,6 +284,7 @@ void Session::take_reply(std::uint16_t error) {
   } else if (state_ == State::kRegistering) {
     state_ = State::kRegistered;
     announced_lost_ = false;
+    announced_denied_ = false;
     log_notice("", "master agent at %s: registered %s", options_.master.c_str(),
                oid::to_text(options_.subtree.view()).c_str());
   }

@@ -100,6 +100,7 @@ class Session {
   void flush();
   std::uint32_t take_packet_number();
   void expect_reply();
+  void lose_attempt(int error);
   void lose(const std::string& why);
   void lose_after_answers(const std::string& why);
 
@@ -110,6 +111,7 @@ class Session {
   int fd_ = -1;
   bool may_register_ = false;
   bool announced_lost_ = false;
+  bool announced_denied_ = false;
   std::uint32_t session_ = 0;
   std::uint32_t next_packet_ = 1;
   std::uint32_t awaited_packet_ = 0;  // 0: no reply is awaited

@@ -132,6 +132,20 @@ TEST_F(SessionTest, MasterThatIsNotThereIsTriedAgainAtTheInterval) {
   EXPECT_EQ(session_.deadline(), clock_monotonic() + 300 * kNanosecondsPerMillisecond);
 }
 
+TEST_F(SessionTest, SocketThatRefusesThisUserIsLoggedOnceAfterAnotherReason) {
+  master_.listening = false;
+  testing::internal::CaptureStderr();
+  for (const int refusal : {ENOENT, ENOENT, EACCES, ECONNREFUSED, EACCES}) {
+    master_.refusal = refusal;
+    Pump();
+    clock_.advance(300 * kNanosecondsPerMillisecond);
+  }
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "master agent at test: away (No such file or directory); trying again until it is back\n"
+            "master agent at test: away (Permission denied; permit this user's group with \"agentXPerms\" in "
+            "snmpd.conf and restart snmpd); trying again until it is back\n");
+}
+
 TEST_F(SessionTest, ReconnectsByItselfAfterTheMasterClosed) {
   Register();
   for (int i = 0; i < 3; ++i) {
