@@ -37,18 +37,17 @@ Status check_size(const CommitPlan& plan, std::string* error) {
   return error->empty() ? kStatusOk : kStatusMessageTooLarge;
 }
 
-using Proposal = std::vector<ProposedChange>;
-
 Proposal proposal_of(const std::vector<KvConfigChange>& changes) {
-  Proposal proposal;
-  proposal.reserve(changes.size());
-  for (const auto& [path, value] : changes) proposal.push_back({path, value ? &*value : nullptr});
-  return proposal;
+  std::vector<ProposedChange> proposed;
+  proposed.reserve(changes.size());
+  for (const auto& [path, value] : changes) proposed.push_back({path, value ? &*value : nullptr});
+  const bool ascends = paths_ascend(proposed);
+  return {std::move(proposed), ascends};
 }
 
 // The nodes in the order of the paths, each once: of two nodes with one path the last counts.
-Proposal proposal_of(const std::vector<KvConfigNode>& nodes) {
-  Proposal wanted;
+std::vector<ProposedChange> wanted_of(const std::vector<KvConfigNode>& nodes) {
+  std::vector<ProposedChange> wanted;
   wanted.reserve(nodes.size());
   for (const KvConfigNode& node : nodes) wanted.push_back({node.path, &node.value});
   if (paths_ascend(wanted)) return wanted;
@@ -59,23 +58,23 @@ Proposal proposal_of(const std::vector<KvConfigNode>& nodes) {
 }
 
 // The wanted values, and the withdrawal of the owner's others, in the order of the paths.
-Proposal propose_replacement(std::size_t owner, Proposal wanted) {
-  Proposal changes;
+Proposal propose_replacement(std::size_t owner, std::vector<ProposedChange> wanted) {
+  std::vector<ProposedChange> changes;
   auto next = wanted.begin();
   for (const auto& [path, node] : store().configuration) {
     if (owner == kNoOwner || node.value_of(owner) == nullptr) continue;
     while (next != wanted.end() && next->path < path) changes.push_back(*next++);
     if (next == wanted.end() || next->path != path) changes.push_back({path, nullptr});
   }
-  if (changes.empty()) return wanted;
+  if (changes.empty()) return {std::move(wanted), true};
   changes.insert(changes.end(), next, wanted.end());
-  return changes;
+  return {std::move(changes), true};
 }
 
 Status plan(const CommitRequest& request, CommitPlan* plan, std::string* error) {
   const bool is_replacement = request.nodes != nullptr;
   const Proposal proposal = is_replacement
-                                ? propose_replacement(find_owner(request.owner), proposal_of(*request.nodes))
+                                ? propose_replacement(find_owner(request.owner), wanted_of(*request.nodes))
                                 : proposal_of(*request.changes);
   if (const Status status = plan_commit(store().configuration, request.owner, proposal, plan, error))
     return status;

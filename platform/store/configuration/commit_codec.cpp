@@ -40,9 +40,9 @@ bool read_shared(Reader* reader, SharedValue* shared) {
 }
 
 // An owner is encoded with every value, and only with one.
-bool read_owned(Reader* reader, std::size_t* owner, SharedValue* shared) {
+bool read_owned(Reader* reader, std::uint8_t* owner, SharedValue* shared) {
   const std::uint8_t number = reader->u8();
-  *owner = find_owner_number(number);
+  *owner = static_cast<std::uint8_t>(find_owner_number(number));
   if (!read_shared(reader, shared) || (*owner == kNoOwner && number != kNoOwnerNumber)) return false;
   return (number == kNoOwnerNumber) == (*shared == nullptr);
 }
@@ -56,7 +56,7 @@ bool read_change(Reader* reader, std::size_t owner, PlannedChange* change) {
   if (!read_owned(reader, &change->owner_before, &change->before)) return false;
   if (what == kOtherEffective)
     return read_owned(reader, &change->owner_after, &change->after) && reader->ok();
-  change->owner_after = owner;
+  change->owner_after = static_cast<std::uint8_t>(owner);
   change->after = change->value;
   return what == kOwnEffective && change->after != nullptr && reader->ok();
 }

@@ -27,9 +27,9 @@ PlannedChange plan_change(const ConfigTree::value_type* place, std::size_t owner
   PlannedChange planned;
   planned.path = place == nullptr ? SharedText(change.path) : place->first;
   if (change.value != nullptr) planned.value = std::make_shared<const KvValue>(*change.value);
-  planned.owner_before = now.effective_owner();
+  planned.owner_before = static_cast<std::uint8_t>(now.effective_owner());
   planned.before = now.effective_value();
-  planned.owner_after = now.effective_owner_after(owner, planned.value != nullptr);
+  planned.owner_after = static_cast<std::uint8_t>(now.effective_owner_after(owner, planned.value != nullptr));
   planned.after = planned.owner_after == owner ? planned.value : now.value_of(planned.owner_after);
   planned.is_effective = !same_or_both_none(planned.before, planned.after);
   return planned;
@@ -168,19 +168,19 @@ Status check_configuration_value(const KvValue& value, std::string* error) {
   return kStatusInvalid;
 }
 
-Status plan_commit(const ConfigTree& tree, std::string_view owner, const std::vector<ProposedChange>& changes,
-                   CommitPlan* plan, std::string* error) {
+Status plan_commit(const ConfigTree& tree, std::string_view owner, const Proposal& proposal, CommitPlan* plan,
+                   std::string* error) {
   *plan = {};
   plan->owner = find_owner(owner);
   if (plan->owner == kNoOwner) {
     *error = "unknown owner \"" + std::string(owner) + "\"";
     return kStatusInvalid;
   }
-  plan->ascends = paths_ascend(changes);
+  plan->ascends = proposal.ascends;
   std::unordered_set<std::string_view> seen;  // unless the paths ascend
   Cursor cursor(tree);
-  plan->changes.reserve(changes.size());
-  for (const ProposedChange& change : changes) {
+  plan->changes.reserve(proposal.changes.size());
+  for (const ProposedChange& change : proposal.changes) {
     Status status = plan_one(&cursor, change, plan, error);
     if (status == kStatusOk && !plan->ascends && !seen.insert(change.path).second) {
       *error = "it is changed twice";

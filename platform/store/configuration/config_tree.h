@@ -7,6 +7,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <string>
@@ -62,19 +63,23 @@ struct ProposedChange {
   std::string_view path;
   const KvValue* value;  // null: the owner withdraws its value
 };
-// Whether every path follows the one before it, so that none is there twice.
+struct Proposal {
+  std::vector<ProposedChange> changes;
+  bool ascends;  // every path follows the one before it, so that none is there twice
+};
 bool paths_ascend(const std::vector<ProposedChange>& changes);
 
-// The owner's new value, and the effective values before and after.
+// The owner's new value, and the effective values before and after. A commit has up to a million of these.
 struct PlannedChange {
   SharedText path;
   SharedValue value;  // null: the owner withdraws its value
   SharedValue before;
   SharedValue after;
-  std::size_t owner_before = kNoOwner;
-  std::size_t owner_after = kNoOwner;
+  std::uint8_t owner_before = kNoOwner;
+  std::uint8_t owner_after = kNoOwner;
   bool is_effective = false;  // before and after differ; notified, except in counted scopes
 };
+static_assert(sizeof(PlannedChange) == 64);
 
 struct CommitPlan {
   std::size_t owner = kNoOwner;
@@ -100,8 +105,8 @@ Status check_configuration_value(const KvValue& value, std::string* error);
 KvConfigCommitChange to_public(const PlannedChange& change);
 
 // Checks the changes and plans them. Status and *error are those of kvtree_config_commit.
-Status plan_commit(const ConfigTree& tree, std::string_view owner, const std::vector<ProposedChange>& changes,
-                   CommitPlan* plan, std::string* error);
+Status plan_commit(const ConfigTree& tree, std::string_view owner, const Proposal& proposal, CommitPlan* plan,
+                   std::string* error);
 // Fills plan->by_path; the changes must not move afterwards.
 void index_by_path(CommitPlan* plan);
 // Applies the change to the owner's values. `place` is a hint; the result is the place after the path's.
