@@ -27,6 +27,7 @@ class DaemonInProcess {
   // The run directory is the environment's (a TestRunDirectory of the caller).
   DaemonInProcess() {
     heap_join_freed_blocks_at_once();
+    heap_reuse_freed_buffers();
     manager = event_manager_create("/dev/mpls/vpn/main", 0x70000004);
     check(manager == nullptr ? kStatusIo : kStatusOk, "event_manager_create");
     check(vrf_config::register_configuration(), "register_configuration");

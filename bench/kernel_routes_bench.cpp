@@ -172,6 +172,7 @@ void measure(std::uint32_t count, EventManager* manager) {
 int main(int argc, char** argv) {
   const bool brief = is_brief(argc, argv);
   heap_join_freed_blocks_at_once();  // as the daemon does
+  heap_reuse_freed_buffers();
   try {
     const TestRunDirectory directory;
     if (enter_namespace()) {

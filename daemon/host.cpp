@@ -253,6 +253,7 @@ bool is_alone() {
 
 int start_host() {
   heap_join_freed_blocks_at_once();
+  heap_reuse_freed_buffers();
   log_limit(kLogLines, kLogInterval);
   warn_of_shared_user();
   block_reload_signal();

@@ -34,6 +34,18 @@ TEST(Memory, FreedBlocksAreJoinedAtOnce) {
   EXPECT_EQ(mallinfo2().fsmblks, 0U) << "octets in freed blocks that are not joined";
 }
 
+TEST(Memory, FreedBufferIsAvailableToTheNextOne) {
+  heap_reuse_freed_buffers();
+  const std::size_t page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+  auto buffer = std::make_unique<char[]>(512 * page);  // zeroed, so that it has its pages
+  char* const within = buffer.get() + 256 * page;
+  char* const start = within - reinterpret_cast<std::uintptr_t>(within) % page;
+  buffer.reset();
+  unsigned char state = 0;
+  ASSERT_EQ(mincore(start, page, &state), 0) << "the buffer was unmapped";
+  EXPECT_EQ(state & 1, 1) << "the page was returned";
+}
+
 // A page between two blocks that are in use.
 TEST(Memory, FreedPagesAreReturned) {
   const std::size_t page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));

@@ -31,6 +31,11 @@ void heap_join_freed_blocks_at_once() {
   mallopt(M_MXFAST, 0);
 }
 
+void heap_reuse_freed_buffers() {
+  mallopt(M_MMAP_THRESHOLD, 4 << 20);
+  mallopt(M_TRIM_THRESHOLD, 8 << 20);
+}
+
 void heap_return_freed_memory() {
   malloc_trim(0);
 }

@@ -17,6 +17,11 @@
 // those of a whole configuration in one call later: 50 ms for 10,000 VRFs, in whatever allocates next.
 void heap_join_freed_blocks_at_once();
 
+// From now on freed buffers of up to 4 MB are available to what is allocated next, and up to 8 MB of them at
+// the end of the heap. Otherwise the C library maps each buffer of more than 128 KB anew and returns it, and
+// each of its pages costs a page fault, more than a microsecond.
+void heap_reuse_freed_buffers();
+
 // Returns freed memory to the kernel, whole pages of it. Takes milliseconds for a large heap: at start-up
 // only.
 void heap_return_freed_memory();
