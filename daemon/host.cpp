@@ -15,7 +15,8 @@
 //   8. When the daemon creates its main event manager: the data store's server and the source start on it,
 //      the route modules are loaded, the VRFs that configuration names are referenced in the model (before
 //      the daemon reads their configuration), the routing tables are watched, and changes of RDs and route
-//      targets are reported; signals are followed, and the service manager is notified of the state.
+//      targets are reported; metrics are served; signals are followed, and the service manager is notified of
+//      the state.
 //
 // Everything here runs on the main thread. The model and the source live until the process ends.
 #include "daemon/host.h"
@@ -139,6 +140,12 @@ void provide_interface_states(EventManager* manager) {
     log_error("mpls_vpn_mib", "\"mplsvpn show interfaces\" has no states: %s", err_text(status));
 }
 
+void provide_metrics(EventManager* manager) {
+  const daemon_metrics::MetricsSettings& settings = host().settings.metrics;
+  if (!settings.is_on) return;
+  host().metrics = std::make_unique<daemon_metrics::Exporter>(&host().model, manager, settings, MPLS_VERSION);
+}
+
 // A flood of lines that ends may be followed by none.
 void report_floods_regularly(EventManager* manager) {
   log_report_floods();
@@ -164,6 +171,7 @@ void start_on_main_manager(EventManager* manager) {
     std::exit(1);
   }
   start_sources(manager);
+  provide_metrics(manager);
   if (const Status status = follow_service_manager(manager, &host())) {
     log_error("mpls_vpn_mib", "cannot follow signals: %s", err_text(status));
     std::exit(1);

@@ -63,13 +63,17 @@ void take_frr(const Node* node, Settings* settings) {
   }
 }
 
+void take_metrics(const Node* node, Settings* settings) {
+  if (node != nullptr) settings->metrics = daemon_metrics::read_metrics_settings(*node);
+}
+
 // The keys that do not belong to one source.
 struct Key {
   std::string_view name;
   void (*take)(const Node* node, Settings* settings);  // null for a missing key
 };
 // In the order in which they are read: what "frr: auto" means depends on the source.
-constexpr Key kKeys[] = {{"source", take_source}, {"frr", take_frr}};
+constexpr Key kKeys[] = {{"source", take_source}, {"frr", take_frr}, {"metrics", take_metrics}};
 
 using Values = std::map<std::string, const Node*>;
 

@@ -4,16 +4,20 @@
 //   router_file: router.yaml  # with source: file; relative to the settings' folder
 //   frr: auto                 # follow the routing suite's configuration: with the kernel only (the default);
 //                             # or true, false, or its shell: "/usr/bin/vtysh -N pe1"
+//   metrics: false            # /metrics for Prometheus: not served (the default), or true, or a map:
+//                             # {address: 127.0.0.1, port: 10166, vrf: mgmt, interfaces: true}
 #pragma once
 
 #include <string>
 
+#include "daemon/metrics/settings.h"
 #include "daemon/sources.h"
 
 namespace daemon_host {
 
 struct Settings : SourceSettings {
   const SourceKind* source = &source_kinds().front();
+  daemon_metrics::MetricsSettings metrics;
   std::string warning;  // for the operator; empty for none
   bool operator==(const Settings&) const = default;
 };

@@ -76,6 +76,42 @@ TEST_F(SettingsFile, SourceIsTheKernelUnlessItIsNamed) {
   }
 }
 
+TEST_F(SettingsFile, MetricsAreOffUnlessTheyAreNamed) {
+  EXPECT_FALSE(Accepted("").metrics.is_on);
+  EXPECT_FALSE(Accepted("metrics: false\n").metrics.is_on);
+  const daemon_metrics::MetricsSettings metrics = Accepted("metrics: true\n").metrics;
+  EXPECT_TRUE(metrics.is_on);
+  EXPECT_EQ(http::describe(metrics.place), "127.0.0.1:10166");
+  EXPECT_TRUE(metrics.with_interfaces);
+}
+
+TEST_F(SettingsFile, MetricsHaveAPlace) {
+  const daemon_metrics::MetricsSettings metrics =
+      Accepted("metrics: {address: '::1', port: 9000, vrf: mgmt, interfaces: false}\n").metrics;
+  EXPECT_TRUE(metrics.is_on);
+  EXPECT_EQ(http::describe(metrics.place), "[::1]:9000 in VRF mgmt");
+  EXPECT_FALSE(metrics.with_interfaces);
+}
+
+TEST_F(SettingsFile, WrongMetricsAreRefusedAtTheirPlace) {
+  EXPECT_EQ(Refusal("metrics: {port: 65536}\n"),
+            "platform.yaml:1:17: 'port' is a number from 1 to 65535, not '65536'");
+  EXPECT_EQ(Refusal("metrics:\n  address: pe1\n"),
+            "platform.yaml:2:12: 'address' is an IP address, not 'pe1'");
+  EXPECT_EQ(Refusal("metrics: {vrf: a-name-too-long-for-a-device}\n"),
+            "platform.yaml:1:16: 'vrf' is the name of a VRF device, 1 to 15 characters, not "
+            "'a-name-too-long-for-a-device'");
+  EXPECT_EQ(Refusal("metrics: {port: 1, port: 2}\n"), "platform.yaml:1:20: key 'port' is set twice");
+  EXPECT_EQ(Refusal("metrics: {host: a}\n"), "platform.yaml:1:11: 'metrics' has no key 'host'");
+  EXPECT_EQ(Refusal("metrics: {port: [1]}\n"), "platform.yaml:1:17: 'port' takes one word");
+  EXPECT_EQ(Refusal("metrics: {interfaces: some}\n"),
+            "platform.yaml:1:23: 'interfaces' is 'true' or 'false'");
+  EXPECT_EQ(Refusal("metrics: 9000\n"), "platform.yaml:1:10: 'metrics' is 'true' or 'false'");
+  EXPECT_EQ(Refusal("metrics: [9000]\n"),
+            "platform.yaml:1:10: 'metrics' is 'true', 'false', or a map of 'address', 'port', 'vrf' and "
+            "'interfaces'");
+}
+
 TEST_F(SettingsFile, RoutingSuiteIsFollowedWithTheKernelByDefault) {
   using Words = std::vector<std::string>;
   ASSERT_TRUE(Read());

@@ -10,9 +10,10 @@ fail() { printf '%s: %s\n' "$(basename "$0")" "$*" >&2; exit 1; }
 
 # Packages by purpose. All but those of packages_clang have the same names in Debian 12 and 13.
 packages_build=(g++ cmake ninja-build pkg-config libmnl-dev libyaml-dev libabsl-dev libsqlite3-dev libcli11-dev libfmt-dev
-    nlohmann-json3-dev libsystemd-dev libsnmp-dev)
+    nlohmann-json3-dev libsystemd-dev libsnmp-dev libmicrohttpd-dev)
 packages_run=(snmpd snmp snmptrapd iproute2 procps)
-packages_test=(libgtest-dev libgmock-dev python3 ccache git acl smitools man-db zsh fish python3-jsonschema)
+packages_test=(libgtest-dev libgmock-dev python3 ccache git acl smitools man-db zsh fish python3-jsonschema prometheus
+    prometheus-snmp-exporter)
 packages_guest=(user-mode-linux kmod frr)
 packages_root=(mmdebstrap)
 packages_clang=(clang-14 clang-format-14 clang-tidy-14 libclang-rt-14-dev)

@@ -92,6 +92,17 @@ std::uint32_t route_age(const Route& route);
 
 enum class RouteChange : std::uint8_t { kNone, kAdded, kReplaced };
 
+inline constexpr std::size_t kCountedProtocols = 21;  // those that the MIB names
+
+// What is counted of a table. A row that changes counts as one that was removed and one that was added.
+struct RouteCounts {
+  // Rows by IANAipRouteProtocol; those beyond the array are counted as kOther.
+  std::array<std::uint32_t, kCountedProtocols> by_protocol{};
+  std::uint32_t protocols_seen = 0;  // bit n: the table has, or had, rows of protocol n
+  std::uint64_t added = 0;           // since the table was opened
+  std::uint64_t removed = 0;
+};
+
 enum class RouteRetention : std::uint8_t { kRetained, kOtherOrigin, kAbsent };
 
 class RouteStore {
@@ -137,7 +148,9 @@ class RouteStore {
   [[nodiscard]] bool find_labelled(RouteTableId table, const RouteAddress& destination,
                                    std::uint8_t prefix_length, Route* route) const;
   std::size_t count(RouteTableId table) const;  // 0 for a table that is not open
-  std::size_t total() const;                    // over all tables
+  // O(1). Zero for a table that is not open.
+  RouteCounts counts(RouteTableId table) const;
+  std::size_t total() const;  // over all tables
   bool is_open(RouteTableId table) const;
 
   // Closing a table removes its rows for every reader at once; freeing the memory of a million

@@ -112,6 +112,22 @@ bool same_prefix(const Row<kWords>& left, const Row<kWords>& right) {
          left.prefix_length == right.prefix_length;
 }
 
+std::size_t counted_protocol(std::uint8_t protocol) {
+  return protocol < kCountedProtocols ? protocol : static_cast<std::size_t>(RouteProtocol::kOther);
+}
+
+void count_added(RouteCounts* counts, std::uint8_t protocol) {
+  const std::size_t counted = counted_protocol(protocol);
+  ++counts->by_protocol[counted];
+  counts->protocols_seen |= 1U << counted;
+  ++counts->added;
+}
+
+void count_removed(RouteCounts* counts, std::uint8_t protocol) {
+  --counts->by_protocol[counted_protocol(protocol)];
+  ++counts->removed;
+}
+
 RouteAttributes attributes_of(const Route& route) {
   RouteAttributes attributes;
   std::copy(route.metrics.begin() + 1, route.metrics.end(), attributes.further_metrics.begin());
@@ -136,12 +152,15 @@ class Table final : public RouteTable {
     row.generation = generation_;
     const std::size_t count = rows_.size();
     const auto present = rows_.insert(rows_.end(), row);  // readings are in the order of rows
-    return rows_.size() > count ? RouteChange::kAdded : replace(*present, row);
+    if (rows_.size() == count) return replace(*present, row);
+    count_added(&counts_, row.protocol);
+    return RouteChange::kAdded;
   }
 
   bool erase(const RouteKey& key) override {
     const auto found = rows_.find(row_of<kWords>(key));
     if (found == rows_.end()) return false;
+    count_removed(&counts_, found->protocol);
     sets_->release(found->attributes);
     rows_.erase(found);
     return true;
@@ -169,6 +188,7 @@ class Table final : public RouteTable {
         ++row;
         continue;
       }
+      count_removed(&counts_, row->protocol);
       sets_->release(row->attributes);
       row = rows_.erase(row);
       if (erased != nullptr) ++*erased;
@@ -215,6 +235,7 @@ class Table final : public RouteTable {
   }
   bool find_first(Route* route) const override { return give(rows_.begin(), route); }
   std::size_t count() const override { return rows_.size(); }
+  const RouteCounts& counts() const override { return counts_; }
 
   bool find_labelled(const RouteKey& prefix, Route* route) const override {
     const Row<kWords> wanted = row_of<kWords>(prefix);
@@ -243,6 +264,8 @@ class Table final : public RouteTable {
       sets_->release(row.attributes);
       return RouteChange::kNone;
     }
+    count_removed(&counts_, present.protocol);
+    count_added(&counts_, row.protocol);
     sets_->release(present.attributes);
     present.interface_index = row.interface_index;
     present.changed = row.changed;
@@ -274,6 +297,7 @@ class Table final : public RouteTable {
 
   RouteAttributeSets* sets_;
   Rows rows_;
+  RouteCounts counts_;
   std::optional<Row<kWords>> swept_;  // the last row that the running end_refresh() visited
   std::uint8_t generation_ = 0;
 };

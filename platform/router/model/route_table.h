@@ -32,6 +32,7 @@ class RouteTable {
   virtual bool find_first(Route* route) const = 0;
   virtual bool find_labelled(const RouteKey& prefix, Route* route) const = 0;
   virtual std::size_t count() const = 0;
+  virtual const RouteCounts& counts() const = 0;
 };
 
 std::unique_ptr<RouteTable> make_route_table(Family family, RouteAttributeSets* sets);

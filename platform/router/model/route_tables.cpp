@@ -134,6 +134,11 @@ std::size_t RouteStore::count(RouteTableId table) const {
   return found == nullptr ? 0 : found->rows->count();
 }
 
+RouteCounts RouteStore::counts(RouteTableId table) const {
+  const State::OpenTable* found = state_->find(table);
+  return found == nullptr ? RouteCounts() : found->rows->counts();
+}
+
 std::size_t RouteStore::total() const {
   std::size_t sum = 0;
   for (const auto& [id, table] : state_->tables) sum += table.rows->count();

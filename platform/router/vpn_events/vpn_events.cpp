@@ -36,7 +36,14 @@ class Reporter : public router::Observer {
   void vrf_changed(const router::Vrf& before, const router::Vrf& now) override {
     if (before.rd != now.rd) take_model(now.name, before.rd, now.rd);
   }
-  void vrf_deleted(const router::Vrf& vrf) override { take_model(vrf.name, vrf.rd, {}); }
+  void vrf_deleted(const router::Vrf& vrf) override {
+    counts_.erase(vrf.name);
+    take_model(vrf.name, vrf.rd, {});
+  }
+  VpnChangeCounts counts(std::string_view vrf) const {
+    const auto found = counts_.find(vrf);
+    return found == counts_.end() ? VpnChangeCounts() : found->second;
+  }
 
  private:
   void take_commit(const std::vector<KvConfigCommitChange>& commit);
@@ -49,6 +56,7 @@ class Reporter : public router::Observer {
   void begin_sending();
   void send_some();
   void send_record();
+  void count(const Change& change);
   Status send(std::vector<Change>& changes);
 
   router::Router* model_;
@@ -58,6 +66,7 @@ class Reporter : public router::Observer {
   std::deque<Change> pending_;
   std::map<Place, std::size_t> removed_;  // those that removed a value
   std::deque<Change> sending_;
+  std::map<std::string, VpnChangeCounts, router::ShorterFirst> counts_;  // of VRFs of the model
   bool is_posted_ = false;
   std::uint32_t sent_ = 0;
 };
@@ -151,12 +160,30 @@ void Reporter::send_record() {
   std::vector<Change> record;
   for (; !sending_.empty() && record.size() < kMostVpnChanges; sending_.pop_front()) {
     Change& next = sending_.front();
-    if (next.before.text != next.after.text) record.push_back(std::move(next));
+    if (next.before.text == next.after.text) continue;
+    count(next);
+    record.push_back(std::move(next));
   }
   if (record.empty()) return;
   if (const Status status = send(record))
     log_error("vpn_events", "%zu changes are not reported: %s", record.size(), err_text(status));
   sent_ += static_cast<std::uint32_t>(record.size());
+}
+
+void Reporter::count(const Change& change) {
+  if (model_->find_vrf(change.vrf) == nullptr) return;  // it would be counted for a later VRF of this name
+  VpnChangeCounts& counts = counts_[change.vrf];
+  switch (change.item) {
+    case Item::kRouteDistinguisher:
+      if (change.family == 0) ++counts.rd;
+      break;
+    case Item::kImportTarget:
+      ++counts.import_targets;
+      break;
+    case Item::kExportTarget:
+      ++counts.export_targets;
+      break;
+  }
 }
 
 // The record borrows the texts of the changes.
@@ -196,6 +223,11 @@ Status vpn_events_attach(router::Router* model, EventManager* manager) {
   if (const Status status = made->start()) return status;
   vpn_events::reporter() = std::move(made);
   return kStatusOk;
+}
+
+VpnChangeCounts vpn_events_counts(std::string_view vrf) {
+  const auto& reporter = vpn_events::reporter();
+  return reporter == nullptr ? VpnChangeCounts() : reporter->counts(vrf);
 }
 
 void vpn_events_detach() {

@@ -17,6 +17,8 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <string_view>
 
 #include "platform/core/base/status.h"
 #include "platform/core/evm/evm.h"
@@ -29,5 +31,13 @@ inline constexpr std::size_t kMostVpnChanges = 256;  // of one record
 // Model and manager must live until vpn_events_detach. kStatusExists when attached; kStatusInvalid for null;
 // or the status of binding or publishing, with nothing attached. Fault point "vpn_events_attach".
 [[nodiscard]] Status vpn_events_attach(router::Router* model, EventManager* manager);
+// Changes of a VRF of the model since it was created, whether or not a record could be sent. Zero when not
+// attached. O(log VRFs).
+struct VpnChangeCounts {
+  std::uint64_t rd = 0;  // of the VRF, not of a family
+  std::uint64_t import_targets = 0;
+  std::uint64_t export_targets = 0;
+};
+VpnChangeCounts vpn_events_counts(std::string_view vrf);
 // Stops the reports and drops those that were not sent. Ignored when not attached.
 void vpn_events_detach();

@@ -1,0 +1,81 @@
+#include "daemon/metrics/families.h"
+
+#include "daemon/metrics/vrf_families.h"
+
+namespace daemon_metrics {
+
+namespace {
+
+using metrics::Samples;
+using metrics::Type;
+
+template <void (*kAdd)(const Facts& facts, Samples* samples)>
+bool add_once(const Facts& facts, Position* /*position*/, std::size_t /*enough*/, Samples* samples) {
+  kAdd(facts, samples);
+  return true;
+}
+
+void add_up(const Facts& /*facts*/, Samples* samples) {
+  samples->add({}, 1);
+}
+
+void add_build_info(const Facts& facts, Samples* samples) {
+  samples->add({{"version", facts.version}}, 1);
+}
+
+constexpr FamilyRow kFamilyRows[] = {
+    {{"mplsvpn_up", Type::kGauge, "1 while the daemon runs."}, add_once<add_up>},
+    {{"mplsvpn_build_info", Type::kGauge, "Version of the daemon; the value is 1."},
+     add_once<add_build_info>},
+    {{"mplsvpn_vrf_info", Type::kGauge,
+      "Route distinguisher and unicast tables of a VRF; the value is 1. A table 0 is none."},
+     add_vrfs<add_vrf_info>},
+    {{"mplsvpn_vrf_up", Type::kGauge, "1 while a VRF has an active interface, else 0."},
+     add_vrfs<add_vrf_up>},
+    {{"mplsvpn_vrf_interfaces", Type::kGauge,
+      "Interfaces of a VRF by state. An active one is up and has an address of the family in which it is "
+      "up."},
+     add_vrfs<add_vrf_interfaces>},
+    {{"mplsvpn_vrf_routes", Type::kGauge, "Routes of a VRF's unicast tables by address family and protocol."},
+     add_vrfs<add_vrf_routes>},
+    {{"mplsvpn_vrf_route_changes_total", Type::kCounter,
+      "Routes added to and removed from a VRF's unicast tables. One that changes counts as both."},
+     add_vrfs<add_vrf_route_changes>},
+    {{"mplsvpn_vrf_routes_threshold", Type::kGauge,
+      "Configured thresholds of a VRF's unicast tables, in routes."},
+     add_vrfs<add_vrf_thresholds>},
+    {{"mplsvpn_vrf_created_timestamp_seconds", Type::kGauge,
+      "When a VRF was created, in seconds since 1970."},
+     add_vrfs<add_vrf_created>},
+    {{"mplsvpn_vrf_last_change_timestamp_seconds", Type::kGauge,
+      "When a VRF's configuration or interfaces changed last, in seconds since 1970."},
+     add_vrfs<add_vrf_last_change>},
+    {{"mplsvpn_vrf_interface_info", Type::kGauge, "Network device in a VRF; the value is 1."},
+     add_vrf_devices},
+    {{"mplsvpn_route_target_changes_total", Type::kCounter,
+      "Changes of a VRF's effective route targets by direction."},
+     add_vrfs<add_route_target_changes>},
+    {{"mplsvpn_rd_changes_total", Type::kCounter, "Changes of a VRF's effective route distinguisher."},
+     add_vrfs<add_rd_changes>},
+};
+
+}  // namespace
+
+std::span<const FamilyRow> families() {
+  return kFamilyRows;
+}
+
+bool Scrape::add_part(std::size_t enough, std::string* text) {
+  while (family_ < families().size() && text->size() < enough) {
+    const FamilyRow& row = families()[family_];
+    Samples samples(row.family, text);
+    if (!has_begun_) samples.add_header();
+    has_begun_ = !row.add_some(*facts_, &position_, enough, &samples);
+    if (has_begun_) continue;
+    position_ = {};
+    ++family_;
+  }
+  return family_ < families().size();
+}
+
+}  // namespace daemon_metrics
