@@ -24,7 +24,8 @@ MIB = "1.3.6.1.2.1.10.166.11"
 SNMPD_CONF = "/etc/snmp/snmpd.conf"
 # What other programs write: the kernel, systemd's state of a running machine, the package manager and logs.
 VOLATILE = ("proc", "sys", "dev", "tmp", "root", "mnt", "run/systemd", "run/credentials", "run/user", "run/dbus", "var/cache", "var/log",
-            "var/lib/apt", "var/lib/dpkg", "var/lib/systemd", "var/lib/private", "var/tmp", "run/lock", "run/log")
+            "var/lib/apt", "var/lib/dpkg", "var/lib/systemd/timers", "var/lib/systemd/catalog", "var/lib/private", "var/tmp",
+            "run/lock", "run/log")
 ROUTER = """\
 vrfs:
   - {name: red, table: 10, rd: "65000:10", routes: [{prefix: 10.1.0.0/16, type: blackhole}]}
