@@ -121,11 +121,13 @@ std::string watch_footer() {
   std::vector<std::string> origins;
   for (const vrf_config::Owner& owner : vrf_config::kOwners) origins.emplace_back(owner.origin);
   return "A change has the values before and after with their origins: " + text::alternatives(origins) +
-         ". What the routing suite sets is configured or derived.\n"
+         ". What the routing suite sets is configured or derived. When the daemon is restarted, the watch "
+         "continues "
+         "and says so on standard error; what happened meanwhile is in \"mplsvpn show traps\".\n"
          "\n"
          "Examples:\n"
          "  mplsvpn watch\n"
-         "  mplsvpn watch changes\n"
+         "  mplsvpn watch changes --vrf red\n"
          "  mplsvpn --json watch traps --count 1 --timeout 30s";
 }
 
@@ -369,6 +371,7 @@ void add_watch(CLI::App& app, Options* options) {
       "watch", "Shows traps and changes of RDs and route targets as they arrive, until Ctrl-C");
   command->add_option("WHAT", options->watched, "traps or changes; both when left out")
       ->check(CLI::IsMember({"traps", "changes"}));
+  command->add_option("--vrf", options->watch.vrf, "Only this VRF's")->type_name("NAME");
   // --timeout after the command limits the watch, not the wait for an answer.
   add_count(command, "--count", &options->watch.most_events, "Stops after N traps and changes");
   command

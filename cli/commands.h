@@ -86,11 +86,12 @@ void router(const Session& session, const std::vector<std::string>& words);
 struct WatchRequest {
   bool traps = true;
   bool changes = true;            // of effective route distinguishers and route targets
+  std::string vrf;                // only of this one; empty: of all
   std::uint64_t most_events = 0;  // ends the watching; 0: no bound
   double seconds = 0;             // ends the watching; 0: no bound
 };
-// Prints the daemon's traps and the changes as they arrive. Failure(kExitFailed) when the time is over before
-// most_events have arrived.
+// Prints the daemon's traps and the changes as they arrive, also those of a daemon that is started again.
+// Failure(kExitFailed) when the time is over before most_events have arrived.
 void watch(const Session& session, const WatchRequest& request);
 
 // The configuration, in the words of vrf_config::parse_words. Wrong words are a Failure(kExitUsage) before

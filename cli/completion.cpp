@@ -181,7 +181,7 @@ const std::map<std::string, Completer>& completers() {
 
 Words values_of(const std::string& option, const Request& request) {
   if (option == "--run-dir" || option == "--socket") return {kFiles};
-  if (option == "--name") return vrf_names(request);
+  if (option == "--name" || option == "--vrf") return vrf_names(request);
   if (option == "--state") return vrf_states();
   if (option == "--protocol") return vrf_protocols();
   if (option == "--sort") return vrf_orders();

@@ -81,20 +81,23 @@ Json trap_json(const Trap& trap) {
           {"illegalLabelViolations", trap.illegalLabelViolations}};
 }
 
-void print_trap(const Session& session, const kvtree::NotificationResult& notification) {
+bool print_trap(const Session& session, const kvtree::NotificationResult& notification,
+                const std::string& vrf) {
   const Record<Trap> trap(session, notification.path + notification.item_name, kMibTrapParcel,
                           notification.record);
+  if (!vrf.empty() && vrf != text_or_empty(trap->vrfName)) return false;
   if (session.json) {
     Json json = {{"time", now_text()}};
     json.update(trap_json(*trap));
     json["lostBefore"] = notification.lost_before;
     session.out << json_line(json) << '\n';
-    return;
+    return true;
   }
   if (notification.lost_before != 0)
     fmt::print(session.out, "... {} traps missed\n", notification.lost_before);
   fmt::print(session.out, "{} {} {} {}\n", now_text(), trap_name(trap->trapType),
              printable(text_or_empty(trap->vrfName)), trap_details(*trap));
+  return true;
 }
 
 }  // namespace cli

@@ -17,7 +17,9 @@ std::string trap_details(const mpls_vpn_mib_trap& trap);
 // The notification, its object identifier and all members of the record.
 Json trap_json(const mpls_vpn_mib_trap& trap);
 
-// Prints one line. Failure for a record of another kind.
-void print_trap(const Session& session, const kvtree::NotificationResult& notification);
+// Prints one line, unless the trap is of another VRF than this one; an empty name is every VRF. Whether it
+// did. Failure for a record of another kind.
+bool print_trap(const Session& session, const kvtree::NotificationResult& notification,
+                const std::string& vrf);
 
 }  // namespace cli

@@ -86,8 +86,11 @@ std::uint64_t VpnChangePrinter::print(const kvtree::NotificationResult& notifica
   std::uint32_t lost = record->first - next_.value_or(record->first);
   next_ = record->first + static_cast<std::uint32_t>(size);
   if (lost != 0 && !session_.json) fmt::print(session_.out, "... {} changes missed\n", lost);
-  const std::size_t printed = std::min<std::uint64_t>(size, most);
-  for (const VpnChange& change : changes.first(printed)) {
+  std::uint64_t printed = 0;
+  for (const VpnChange& change : changes) {
+    if (printed == most) break;
+    if (!vrf_.empty() && vrf_ != text_or_empty(change.vrf)) continue;
+    ++printed;
     session_.json ? print_json(session_, change, std::exchange(lost, 0)) : print_line(session_, change);
   }
   return printed;

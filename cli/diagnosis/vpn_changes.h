@@ -3,6 +3,8 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
+#include <utility>
 
 #include "cli/session.h"
 
@@ -11,12 +13,14 @@ namespace cli {
 // Prints the changes of notifications one after the other, a line each.
 class VpnChangePrinter {
  public:
-  explicit VpnChangePrinter(const Session& session) : session_(session) {}
-  // At most so many; how many there were. Failure for a record of another kind.
+  // Those of one VRF; of all if the name is empty.
+  VpnChangePrinter(const Session& session, std::string vrf) : session_(session), vrf_(std::move(vrf)) {}
+  // At most so many; how many it printed. Failure for a record of another kind.
   std::uint64_t print(const kvtree::NotificationResult& notification, std::uint64_t most);
 
  private:
   const Session& session_;
+  const std::string vrf_;
   std::optional<std::uint32_t> next_;  // the number of the change that follows
 };
 

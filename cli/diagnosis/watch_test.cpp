@@ -133,6 +133,17 @@ TEST_F(Watch, FewerTrapsThanCountedAreAFailure) {
   EXPECT_THAT(Err(), EndsWith("mplsvpn: received 1 of 2 events within 1 s\n"));
 }
 
+TEST_F(Watch, VrfSelectsItsTraps) {
+  std::string blue = "blue";
+  traps = {{0, blue.data(), 7, 1, 1, 0, 0, 0, 0},
+           {0, vrf_.data(), 8, 1, 1, 0, 0, 0, 0},
+           {1, blue.data(), 7, 2, 1, 0, 0, 0, 0},
+           {1, vrf_.data(), 8, 2, 1, 0, 0, 0, 0}};
+  EXPECT_EQ(Ask({"watch", "--vrf", "red", "--count", "2", "--timeout", "20"}), kExitOk) << Err();
+  EXPECT_THAT(Lines(), ElementsAre("mplsL3VpnVrfUp red interface 8 vrf up",
+                                   "mplsL3VpnVrfDown red interface 8 vrf down"));
+}
+
 TEST_F(Watch, TimeoutAloneEndsIt) {
   EXPECT_EQ(Ask({"watch", "--timeout", "0.2"}), kExitOk) << Err();
   EXPECT_EQ(Out(), "");
@@ -232,6 +243,14 @@ TEST_F(WatchChanges, TrapsAndChangesAreShownAlone) {
   Change(kConfigOwnerFrr, {Rd(1), Import(1)});
   EXPECT_EQ(Ask({"watch", "traps", "--timeout", "1"}), kExitOk) << Err();
   EXPECT_THAT(Lines(), ElementsAre("mplsL3VpnVrfUp red interface 7 vrf up"));
+}
+
+TEST_F(WatchChanges, VrfSelectsItsChanges) {
+  const auto rd_of_blue = vrf_config::route_distinguisher("blue", vrf_config::Family::kIpv4, Target(9));
+  Change(kConfigOwnerFrr, {rd_of_blue, Rd(1), Import(1)});
+  EXPECT_EQ(Ask({"watch", "--vrf", "red", "--count", "2", "--timeout", "20"}), kExitOk) << Err();
+  EXPECT_THAT(Lines(), ElementsAre("rd red none -> 65000:1 (configured)",
+                                   "rt import red ipv6 none -> 65000:1 (configured)"));
 }
 
 TEST_F(WatchChanges, CountEndsAmongTheChangesOfOneCommit) {

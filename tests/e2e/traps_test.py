@@ -235,6 +235,23 @@ class Traps(TrapCase):
             self.assertEqual(watch.returncode, 0, errors)
             check(output.splitlines())
 
+    def test_watch_continues_after_the_daemon_is_restarted(self):
+        self.config("set", "traps", "all")
+        watch = subprocess.Popen([str(BIN / "mplsvpn"), "watch", "--vrf", "red", "--count", "4", "--timeout", str(30 * SLOW)],
+                                 env=self.system.environment, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+        self.assertEqual(watch.stderr.readline(), "watching for traps and changes\n")
+        self.flap()
+        self.expect()
+        self.kill_between("daemon")
+        self.assertEqual(watch.stderr.readline(), "mpls_vpn_mib closed the connection; waiting until it runs again\n")
+        self.system.start_daemon()
+        self.assertEqual(watch.stderr.readline(), "watching for traps and changes again\n")
+        self.flap()
+        output, errors = watch.communicate(timeout=30 * SLOW)
+        self.assertEqual((watch.returncode, errors), (0, ""))
+        self.check_text(output.splitlines()[:2])
+        self.check_text(output.splitlines()[2:])
+
     def check_text(self, lines):
         self.assertEqual([line.split(" ", 1)[1] for line in lines],
                          ["mplsL3VpnVrfDown red interface 11 vrf down", "mplsL3VpnVrfUp red interface 11 vrf up"])
