@@ -2,8 +2,8 @@
 """system_routes.py BIN_DIRECTORY: the routes of VRFs, through the whole system, on a real kernel. Runs in the guest (see
 uml-run), as root.
 
-After every step the walk of the route table, value by value, the number of routes of every VRF and the command line must
-equal `ip -j route show vrf`.
+After every step the walk of the route table, value by value, the number of routes of every VRF, the command line and what is
+missing of a VRF must equal `ip -j route show vrf`.
 """
 import ipaddress
 import os
@@ -14,6 +14,9 @@ from guest_system import GuestSystemTest  # before system
 from kernel import Kernel, batch, member_lines, vrf_lines
 from routes import LOCAL, vrf_routes
 from system import PERF_ENTRY, RAW, ROUTE_ENTRY, dotted, name_index, route_index
+
+WATCHED = ("10.0.0.0/24", "192.168.1.0/24", "192.168.8.0/24", "192.168.9.0/24", "2001:db8:10::/64", "2001:db8:cccc::/48")
+LOW = 8  # IPv4 routes of red
 
 INTERFACE, TYPE, PROTOCOL, METRIC, POINTER, STATUS = 7, 8, 9, 12, 17, 18
 NO_METRIC = "-1"
@@ -63,7 +66,15 @@ class RoutesOnAKernel(GuestSystemTest):
             listed = {(row["prefix"], no_hop_is_empty(row["nextHop"]))
                       for row in self.system.cli_json("show", "routes", vrf)}
             found += [(f"show routes {vrf}", "only one has it", each) for each in sorted(listed ^ set(rows))]
-        return found
+        return found + self.difference_of_missing(routes.get("red", {}))
+
+    def difference_of_missing(self, rows):
+        """The same of red's watched prefixes and of its low-water mark."""
+        red, = self.system.cli_json("show", "thresholds")
+        shown = {each["prefix"]: each["present"] for each in red["prefixes"]} | {"low": red["tables"][0]["state"] == "low"}
+        expected = {prefix: any(prefix == key[0] for key in rows) for prefix in WATCHED}
+        expected["low"] = sum(":" not in prefix for prefix, _ in rows) < LOW
+        return [(f"watched {what}", expected[what], shown.get(what)) for what in expected if expected[what] != shown.get(what)]
 
     def step(self, *commands):
         batch(commands)
@@ -71,6 +82,9 @@ class RoutesOnAKernel(GuestSystemTest):
         print(f"{len(commands)} commands: " + ", ".join(f"{vrf} {len(rows)} routes" for vrf, rows in vrf_routes(Kernel()).items()))
 
     def test_life_of_the_routes_of_two_vrfs(self):
+        self.system.cli("config", "set", "vrf", "red", "low-water", "ipv4", str(LOW), "0", check=True)
+        for prefix in WATCHED:
+            self.system.cli("config", "set", "vrf", "red", "watch", prefix, check=True)
         self.step("link set lo up", *vrf_lines({"red": 10, "blue": 20}),
                   *member_lines({"d0": "red", "d1": "red", "d2": "blue", "d4": ""}, "link set {name} up"))
         self.step("addr add 10.0.0.1/24 dev d0", "addr add 10.1.0.1/24 dev d1", "addr add 10.0.0.1/24 dev d2",
