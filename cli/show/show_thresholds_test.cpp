@@ -1,0 +1,80 @@
+// "show thresholds" against a data store and a router model in this process.
+#include <gmock/gmock.h>
+
+#include "cli/served_test_fixture.h"
+#include "platform/config/items.h"
+#include "platform/router/model/route_test_support.h"
+#include "platform/router/route_watch/route_watch.h"
+
+namespace cli {
+namespace {
+
+using ::testing::MatchesRegex;
+using vrf_config::Kind;
+
+class ShowThresholds : public ServedCommandLine {
+ protected:
+  void SetUp() override {
+    ServedCommandLine::SetUp();
+    ASSERT_EQ(route_watch_attach(&router_, manager_), kStatusOk);
+    router::Vrf red;
+    red.name = "red";
+    red.id = 2;
+    red.ipv4_table = red.ipv6_table = 10;
+    ASSERT_EQ(router_.create_vrf(red), kStatusOk);
+    const router::Route route = router::MakeRoute("10.1.0.0/16");
+    ASSERT_EQ(router_.routes().put({router::Family::kIpv4, 10}, route), kStatusOk);
+  }
+  void TearDown() override {
+    route_watch_detach();
+    ServedCommandLine::TearDown();
+  }
+  static void Set(Kind kind, const vrf_config::Fields& fields) {
+    const KvConfigNode node = vrf_config::node_of(kind, fields);
+    ASSERT_EQ(kvtree_set(node.path, node.value), kStatusOk);
+  }
+  void Configure() {
+    Set(Kind::kLowWater, {.vrf = "red", .number = 5, .mid = 0});
+    Set(Kind::kThreshold, {.vrf = "red", .family = vrf_config::Family::kIpv6, .number = 1000, .mid = 800});
+    Set(Kind::kWatchedPrefix, {.vrf = "red", .prefix = "10.1.0.0/16"});
+    Set(Kind::kWatchedPrefix, {.vrf = "red", .prefix = "2001:db8::/32"});
+    event_run_pending(manager_);
+  }
+  router::Router router_;
+};
+
+TEST_F(ShowThresholds, TextHasTablesAndThenPrefixes) {
+  Configure();
+  EXPECT_THAT(AskForText({"show", "thresholds"}),
+              MatchesRegex("VRF  FAMILY  ROUTES  LOW       FOR  MID  MAXIMUM  STATE  LOW CHANGED\n"
+                           "red  ipv4         1    5  00:00:00    -        -  low    20[^\n]+\n"
+                           "red  ipv6         0    -         -  800     1000  ok     -\n"
+                           "\n"
+                           "VRF  PREFIX         STATE    CHANGED\n"
+                           "red  10\\.1\\.0\\.0/16    present  20[^\n]+\n"
+                           "red  2001:db8::/32  absent   -\n"));
+}
+
+TEST_F(ShowThresholds, JsonHasNullForWhatIsNotConfigured) {
+  Configure();
+  const Json shown = AskForJson({"show", "thresholds"});
+  ASSERT_EQ(shown.size(), 1U);
+  EXPECT_EQ(shown[0]["tables"][1], (Json{{"family", "ipv6"},
+                                         {"routes", 0},
+                                         {"low", nullptr},
+                                         {"lowSeconds", nullptr},
+                                         {"mid", 800},
+                                         {"maximum", 1000},
+                                         {"state", "ok"},
+                                         {"lowChanged", nullptr}}));
+  EXPECT_EQ(shown[0]["prefixes"][1],
+            (Json{{"prefix", "2001:db8::/32"}, {"present", false}, {"changed", nullptr}}));
+}
+
+TEST_F(ShowThresholds, NothingConfiguredIsAnEmptyTable) {
+  EXPECT_EQ(AskForText({"show", "thresholds"}),
+            "VRF  FAMILY  ROUTES  LOW  FOR  MID  MAXIMUM  STATE  LOW CHANGED\n");
+}
+
+}  // namespace
+}  // namespace cli
