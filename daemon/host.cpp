@@ -143,7 +143,9 @@ void provide_interface_states(EventManager* manager) {
 void provide_metrics(EventManager* manager) {
   const daemon_metrics::MetricsSettings& settings = host().settings.metrics;
   if (!settings.is_on) return;
-  host().metrics = std::make_unique<daemon_metrics::Exporter>(&host().model, manager, settings, MPLS_VERSION);
+  const Source* source = host().sources.front().get();  // lives as long as the process
+  host().metrics = std::make_unique<daemon_metrics::Exporter>(&host().model, manager, settings, MPLS_VERSION,
+                                                              [source] { return source->corrections(); });
 }
 
 // A flood of lines that ends may be followed by none.

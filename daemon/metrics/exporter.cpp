@@ -17,9 +17,9 @@ http::Page page_of(const Facts* facts) {
 }  // namespace
 
 Exporter::Exporter(router::Router* model, EventManager* manager, const MetricsSettings& settings,
-                   std::string version)
+                   std::string version, std::function<std::optional<std::uint64_t>()> corrections)
     : routes_(model),
-      facts_{model, &routes_, std::move(version), settings.with_interfaces},
+      facts_{model, &routes_, std::move(version), std::move(corrections), settings.with_interfaces},
       endpoint_(manager, "metrics", settings.place, page_of(&facts_)) {}
 
 }  // namespace daemon_metrics

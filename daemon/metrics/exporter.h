@@ -1,7 +1,9 @@
 // /metrics for Prometheus on the daemon's main event manager, as the settings want it.
 #pragma once
 
-#include <memory>
+#include <cstdint>
+#include <functional>
+#include <optional>
 #include <string>
 
 #include "daemon/metrics/families.h"
@@ -14,8 +16,9 @@ namespace daemon_metrics {
 // Serves while it lives. Main thread; the model and the manager outlive it.
 class Exporter {
  public:
-  Exporter(router::Router* model, EventManager* manager, const MetricsSettings& settings,
-           std::string version);
+  // The version of the daemon, and Facts::corrections.
+  Exporter(router::Router* model, EventManager* manager, const MetricsSettings& settings, std::string version,
+           std::function<std::optional<std::uint64_t>()> corrections);
   Exporter(const Exporter&) = delete;
   Exporter& operator=(const Exporter&) = delete;
 

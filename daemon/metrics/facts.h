@@ -2,6 +2,8 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
+#include <optional>
 #include <string>
 
 #include "daemon/metrics/route_totals.h"
@@ -14,12 +16,13 @@ struct Facts {
   const router::Router* model;
   const RouteTotals* routes;
   std::string version;
+  std::function<std::optional<std::uint64_t>()> corrections;  // as in platform/store/status/status.h
   bool with_interfaces;
 };
 
 // Where a family that was begun continues.
 struct Position {
-  std::string vrf;              // the next one is the first whose name is not smaller
+  std::string vrf;              // the next one, or one before it
   std::uint32_t interface = 0;  // the handle of the last one
 };
 

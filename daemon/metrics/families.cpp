@@ -1,5 +1,6 @@
 #include "daemon/metrics/families.h"
 
+#include "daemon/metrics/process_families.h"
 #include "daemon/metrics/vrf_families.h"
 
 namespace daemon_metrics {
@@ -27,6 +28,19 @@ constexpr FamilyRow kFamilyRows[] = {
     {{"mplsvpn_up", Type::kGauge, "1 while the daemon runs."}, add_once<add_up>},
     {{"mplsvpn_build_info", Type::kGauge, "Version of the daemon; the value is 1."},
      add_once<add_build_info>},
+    {{"mplsvpn_source_up", Type::kGauge,
+      "1 if the last answer of a source of the router was complete, else 0."},
+     add_once<add_sources_up>},
+    {{"mplsvpn_source_last_answer_timestamp_seconds", Type::kGauge,
+      "When a source of the router answered last, in seconds since 1970."},
+     add_once<add_source_answers>},
+    {{"mplsvpn_notifications_total", Type::kCounter, "SNMP notifications that were raised, by type."},
+     add_once<add_notifications>},
+    {{"mplsvpn_notifications_waiting", Type::kGauge, "SNMP notifications that snmpd has not received yet."},
+     add_once<add_waiting_notifications>},
+    {{"mplsvpn_route_check_corrections_total", Type::kCounter,
+      "Routes and next-hop objects that a check of the kernel's tables had to correct."},
+     add_once<add_corrections>},
     {{"mplsvpn_vrf_info", Type::kGauge,
       "Route distinguisher and unicast tables of a VRF; the value is 1. A table 0 is none."},
      add_vrfs<add_vrf_info>},
@@ -43,7 +57,10 @@ constexpr FamilyRow kFamilyRows[] = {
      add_vrfs<add_vrf_route_changes>},
     {{"mplsvpn_vrf_routes_threshold", Type::kGauge,
       "Configured thresholds of a VRF's unicast tables, in routes."},
-     add_vrfs<add_vrf_thresholds>},
+     add_watched<add_thresholds>},
+    {{"mplsvpn_watched_prefix_present", Type::kGauge,
+      "1 if a watched prefix has a route in the VRF, else 0."},
+     add_watched<add_watched_prefixes>},
     {{"mplsvpn_vrf_created_timestamp_seconds", Type::kGauge,
       "When a VRF was created, in seconds since 1970."},
      add_vrfs<add_vrf_created>},

@@ -21,7 +21,7 @@ class MetricsOfTheDaemon : public DaemonTest {
   void SetUp() override {
     DaemonTest::SetUp();
     totals_ = std::make_unique<RouteTotals>(&router_);
-    facts_ = {&router_, totals_.get(), "1.2.3", true};
+    facts_ = {&router_, totals_.get(), "1.2.3", [] { return std::nullopt; }, true};
     Connect();
   }
   void TearDown() override {

@@ -7,7 +7,7 @@
 #include "mpls/vpn/mib/src/attributes/attributes.h"
 #include "mpls/vpn/mib/src/records/syntax.h"
 #include "mpls/vpn/mib/src/vrf/counters.h"
-#include "platform/router/rib_threshold/rib_threshold.h"
+#include "platform/router/model/address.h"
 #include "platform/router/vpn_events/vpn_events.h"
 
 namespace daemon_metrics {
@@ -104,18 +104,6 @@ void add_vrf_route_changes(const VrfFacts& vrf, Samples* samples) {
   });
 }
 
-void add_vrf_thresholds(const VrfFacts& vrf, Samples* samples) {
-  for (const RouteFamily& family : kRouteFamilies) {
-    const RibThresholds thresholds = rib_threshold_configured(vrf.model.name, family.family);
-    const auto add = [&](std::string_view level, std::uint32_t routes) {
-      if (routes != 0)
-        samples->add({{"vrf", vrf.model.name}, {"afi", family.label}, {"level", level}}, routes);
-    };
-    add("mid", thresholds.mid);
-    add("maximum", thresholds.maximum);
-  }
-}
-
 void add_vrf_created(const VrfFacts& vrf, Samples* samples) {
   samples->add({{"vrf", vrf.model.name}}, mpls_vpn_vrf_attributes(&vrf.record)->creation_time);
 }
@@ -132,6 +120,36 @@ void add_route_target_changes(const VrfFacts& vrf, Samples* samples) {
 
 void add_rd_changes(const VrfFacts& vrf, Samples* samples) {
   samples->add({{"vrf", vrf.model.name}}, vpn_events_counts(vrf.model.name).rd);
+}
+
+bool add_each_watched(const Facts& facts, Position* position, std::size_t enough, Samples* samples,
+                      AddWatched add) {
+  while (const route_watch::WatchedVrf* const next = route_watch::watched_after(position->vrf)) {
+    if (samples->size() >= enough) return false;
+    position->vrf = next->name();
+    add(facts, *next, samples);
+  }
+  return true;
+}
+
+void add_thresholds(const Facts& facts, const route_watch::WatchedVrf& vrf, Samples* samples) {
+  if (facts.model->find_vrf(vrf.name()) == nullptr) return;
+  for (std::size_t family = 0; family < kFamilies; ++family) {
+    const auto add = [&](std::string_view level, std::uint32_t routes) {
+      if (routes == 0) return;
+      samples->add({{"vrf", vrf.name()}, {"afi", kRouteFamilies[family].label}, {"level", level}}, routes);
+    };
+    add("low", vrf.table(family).low);
+    add("mid", vrf.table(family).mid);
+    add("maximum", vrf.table(family).maximum);
+  }
+}
+
+void add_watched_prefixes(const Facts& /*facts*/, const route_watch::WatchedVrf& vrf, Samples* samples) {
+  vrf.for_each_prefix([&](const router::Address& prefix, const route_watch::WatchedPrefix& watched) {
+    samples->add({{"vrf", vrf.name()}, {"prefix", router::format_address(prefix)}},
+                 watched.is_present ? 1 : 0);
+  });
 }
 
 // Interface by interface, so that a VRF with many of them is divided, too.

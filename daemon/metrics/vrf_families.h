@@ -1,7 +1,7 @@
 // The families with samples of each VRF. Only for this folder.
 //
-// At most 25 samples for a VRF with both address families, four routing protocols in each, and both
-// thresholds; besides one for each interface, if they are wanted.
+// At most 25 samples for a VRF with both address families, four routing protocols in each, and two
+// thresholds; besides one for each watched prefix, and for each interface, if they are wanted.
 #pragma once
 
 #include <cstddef>
@@ -9,6 +9,7 @@
 #include "daemon/metrics/facts.h"
 #include "mpls/vpn/mib/src/vrf/entry.h"
 #include "platform/core/metrics/text_format.h"
+#include "platform/router/route_watch/route_watch.h"
 
 namespace daemon_metrics {
 
@@ -35,11 +36,25 @@ void add_vrf_up(const VrfFacts& vrf, metrics::Samples* samples);
 void add_vrf_interfaces(const VrfFacts& vrf, metrics::Samples* samples);
 void add_vrf_routes(const VrfFacts& vrf, metrics::Samples* samples);
 void add_vrf_route_changes(const VrfFacts& vrf, metrics::Samples* samples);
-void add_vrf_thresholds(const VrfFacts& vrf, metrics::Samples* samples);
 void add_vrf_created(const VrfFacts& vrf, metrics::Samples* samples);
 void add_vrf_last_change(const VrfFacts& vrf, metrics::Samples* samples);
 void add_route_target_changes(const VrfFacts& vrf, metrics::Samples* samples);
 void add_rd_changes(const VrfFacts& vrf, metrics::Samples* samples);
+
+// The VRFs whose routes are watched.
+using AddWatched = void (*)(const Facts& facts, const route_watch::WatchedVrf& vrf,
+                            metrics::Samples* samples);
+bool add_each_watched(const Facts& facts, Position* position, std::size_t enough, metrics::Samples* samples,
+                      AddWatched add);
+
+template <AddWatched kAdd>
+bool add_watched(const Facts& facts, Position* position, std::size_t enough, metrics::Samples* samples) {
+  return add_each_watched(facts, position, enough, samples, kAdd);
+}
+
+// Of VRFs that exist.
+void add_thresholds(const Facts& facts, const route_watch::WatchedVrf& vrf, metrics::Samples* samples);
+void add_watched_prefixes(const Facts& facts, const route_watch::WatchedVrf& vrf, metrics::Samples* samples);
 
 bool add_vrf_devices(const Facts& facts, Position* position, std::size_t enough, metrics::Samples* samples);
 

@@ -7,6 +7,7 @@ import pathlib
 import re
 import socket
 import subprocess
+import time
 import unittest
 import urllib.parse
 import urllib.request
@@ -105,14 +106,35 @@ class Changes(SystemTest):
         system.cli("router", "down", "ge0", check=True)
         self.becomes("red is down", lambda: by_vrf("mplsvpn_vrf_up", vrf="red"), {"red": 0})
         system.cli("config", "set", "vrf", "red", "threshold", "ipv4", "10", "5", check=True)
+        system.cli("config", "set", "vrf", "red", "low-water", "ipv4", "2", "30", check=True)
         self.becomes("thresholds", lambda: {labels["level"]: value for labels, value in query("mplsvpn_vrf_routes_threshold")},
-                     {"mid": 5, "maximum": 10})
+                     {"low": 2, "mid": 5, "maximum": 10})
+        for prefix in "10.1.0.0/16", "10.3.0.0/16":
+            system.cli("config", "set", "vrf", "red", "watch", prefix, check=True)
+        self.becomes("watched prefixes", lambda: {labels["prefix"]: value for labels, value in query("mplsvpn_watched_prefix_present")},
+                     {"10.1.0.0/16": 0, "10.3.0.0/16": 1})
         system.cli("config", "set", "vrf", "red", "rd", "65000:11", check=True)
         self.becomes("a changed RD", lambda: by_vrf("mplsvpn_rd_changes_total", vrf="red"), {"red": 1})
         system.cli("config", "set", "vrf", "blue", "rt", "import", "65000:1", check=True)
         # Of both address families.
         self.becomes("a new route target", lambda: by_vrf("mplsvpn_route_target_changes_total", direction="import")["blue"], 2)
         self.assertEqual(by_vrf("mplsvpn_route_target_changes_total", direction="export")["blue"], 0)
+
+    def test_notifications_and_the_answers_of_the_source_are_counted(self):
+        system = ScrapedRouter()
+        self.addCleanup(system.__exit__, None)
+        system.start()
+        query = system.prometheus.query
+        system.cli("config", "set", "traps", "all", check=True)
+        system.cli("router", "down", "ge0", check=True)
+        self.becomes("a notification", lambda: dict((labels["type"], value) for labels, value in query("mplsvpn_notifications_total > 0")),
+                     {"mplsL3VpnVrfDown": 1})
+        self.assertEqual(query("mplsvpn_notifications_waiting"), [({}, 1)])
+        self.assertEqual(query("mplsvpn_source_up"), [({"source": "file"}, 1)])
+        answered = query("mplsvpn_source_last_answer_timestamp_seconds")[0][1]
+        self.assertLess(abs(answered - time.time()), 60 * SLOW)
+        system.router_file.write_text("vrfs: {")
+        self.becomes("an invalid router file", lambda: query("mplsvpn_source_up"), [({"source": "file"}, 0)])
 
 
 class Scraped(unittest.TestCase):

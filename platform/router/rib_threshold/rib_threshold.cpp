@@ -42,7 +42,6 @@ class Service : public router::Observer {
 
   Status subscribe(EventManager* manager);
   void configure(const std::string& vrf, std::size_t family, const Thresholds& thresholds);
-  Thresholds configured(std::string_view vrf, std::size_t family) const;
 
   void vrf_changing(const std::string& name, const router::Vrf* next) override;
   void vrf_created(const router::Vrf& vrf) override;
@@ -128,11 +127,6 @@ void Service::configure(const std::string& vrf, std::size_t family, const Thresh
   watch->second.configure(family, thresholds);
   evaluate(vrf);
   drop_if_unused(vrf);
-}
-
-Thresholds Service::configured(std::string_view vrf, std::size_t family) const {
-  const auto watch = watches_.find(vrf);
-  return watch == watches_.end() ? Thresholds() : watch->second.configured(family);
 }
 
 // --- The router
@@ -267,12 +261,6 @@ Status rib_threshold_attach(router::Router* model, EventManager* manager) {
   const Status status = service()->subscribe(manager);
   if (status != kStatusOk) service().reset();
   return status;
-}
-
-RibThresholds rib_threshold_configured(std::string_view vrf, router::Family family) {
-  if (service() == nullptr) return {};
-  const Thresholds thresholds = service()->configured(vrf, family == router::Family::kIpv4 ? 0 : 1);
-  return {thresholds.maximum, thresholds.mid};
 }
 
 void rib_threshold_detach() {

@@ -37,9 +37,6 @@
 // Main thread only.
 #pragma once
 
-#include <cstdint>
-#include <string_view>
-
 #include "platform/core/base/status.h"
 #include "platform/core/evm/evm.h"
 #include "platform/router/model/router.h"
@@ -49,11 +46,5 @@
 // kStatusExists when attached; kStatusInvalid for null; or the status of binding or subscribing, with nothing
 // attached. Fault point "rib_threshold_attach".
 [[nodiscard]] Status rib_threshold_attach(router::Router* model, EventManager* manager);
-// The thresholds that are configured for a VRF's unicast table; 0 for none. O(log VRFs).
-struct RibThresholds {
-  std::uint32_t maximum = 0;
-  std::uint32_t mid = 0;
-};
-RibThresholds rib_threshold_configured(std::string_view vrf, router::Family family);
 // Ends it and takes its nodes away. Nothing when it is not attached.
 void rib_threshold_detach();

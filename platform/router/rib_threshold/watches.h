@@ -42,7 +42,6 @@ class VrfWatch {
   void configure(std::size_t family, const Thresholds& thresholds) {
     tables_[family].configured = thresholds;
   }
-  const Thresholds& configured(std::size_t family) const { return tables_[family].configured; }
   // Reports the crossings since the last call.
   void evaluate(const std::array<TableNow, kFamilies>& now);
   // Before the last table is removed: reports the maximum as cleared, with the number of a table that the VRF

@@ -223,6 +223,10 @@ void for_each_watched(const std::function<void(const WatchedVrf&)>& visit) {
   if (service() != nullptr) service()->for_each(visit);
 }
 
+const WatchedVrf* watched_after(const std::string& vrf) {
+  return service() == nullptr ? nullptr : service()->after(vrf);
+}
+
 }  // namespace route_watch
 
 Status route_watch_attach(router::Router* model, EventManager* manager) {

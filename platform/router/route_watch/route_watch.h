@@ -31,6 +31,8 @@ namespace route_watch {
 
 // The watched VRFs in the order of their names. `routes_of(vrf, family)` of watched_vrf.h has their numbers.
 void for_each_watched(const std::function<void(const WatchedVrf&)>& visit);
+// The first one after this name, for walks in steps; null at the end. Valid until the next change.
+const WatchedVrf* watched_after(const std::string& vrf);
 
 }  // namespace route_watch
 
