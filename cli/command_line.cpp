@@ -13,6 +13,7 @@
 #include "cli/commands.h"
 #include "cli/completion.h"
 #include "cli/config/config_command_line.h"
+#include "cli/doctor/doctor.h"
 #include "cli/output/json_list.h"
 #include "cli/output/table.h"
 #include "cli/output/wrap.h"
@@ -49,6 +50,7 @@ constexpr char kFooter[] =
     "  mplsvpn config set vrf red rt both 65000:100\n"
     "  mplsvpn watch --count 1 --timeout 30s\n"
     "  mplsvpn router down ge0\n"
+    "  mplsvpn doctor\n"
     "\n"
     "Commands and options may be abbreviated while they are unambiguous: \"mplsvpn sh int\". After -- no "
     "word "
@@ -192,6 +194,7 @@ struct Options {
   std::string watched;
   ConfigOptions config;
   std::vector<std::string> router_words;
+  DoctorRequest doctor;
   std::function<void(const Session&)> command;
 };
 
@@ -412,6 +415,7 @@ void describe(CLI::App& app, Options* options) {
   add_watch(app, options);
   add_config(app, &options->config, &options->command);
   add_router(app, options);
+  add_doctor(app, &options->doctor, &options->command);
   app.add_subcommand("help", "Shows the help of a command: help show vrf");
   unmark_words(&app);
 }
@@ -452,13 +456,16 @@ bool may_be_long(const CLI::App& app) {
 }
 
 int run_command(const Options& options, std::ostream& out, std::ostream& err, const Terminal& terminal) {
+  int verdict = kExitOk;
   try {
     options.command(make_session(options, out, err, terminal));
+  } catch (const Verdict& reached) {
+    verdict = reached.exit_status();
   } catch (const Failure& failure) {
     out.flush();
     return report(failure, options.json, err);
   }
-  if (out.flush()) return kExitOk;
+  if (out.flush()) return verdict;
   return report({kExitFailed, "the output cannot be written"}, options.json, err);
 }
 

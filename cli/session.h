@@ -36,6 +36,16 @@ class Failure : public std::runtime_error {
   int exit_status_;
 };
 
+// Ends a command whose result, after its output, is the exit status.
+class Verdict {
+ public:
+  explicit Verdict(int exit_status) : exit_status_(exit_status) {}
+  int exit_status() const { return exit_status_; }
+
+ private:
+  int exit_status_;
+};
+
 struct Session {
   std::ostream& out;
   std::ostream& err;

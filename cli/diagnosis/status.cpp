@@ -13,7 +13,6 @@
 #include "cli/output/columns.h"
 #include "cli/output/details.h"
 #include "cli/output/json_list.h"
-#include "cli/output/record.h"
 #include "cli/output/row_writer.h"
 #include "cli/output/times.h"
 #include "platform/core/debug/debug_client.h"
@@ -158,15 +157,12 @@ void print_json(const Session& session, const ProcessStatus& status, const Debug
 }  // namespace
 
 void show_status(const Session& session) {
-  const std::string path = std::string(process_status::kProviderPath) + process_status::kItemName;
-  const kvtree::GetResult result = connect_to_daemon(session)->get(path);
-  if (result.status) throw request_failure(session, path, result.status);
-  const Record<ProcessStatus> status(session, path, process_status::kProcessStatusParcel, result.record);
+  const auto status = read_status(session);
   const DebugClients debug = ask_debug_socket();
   if (session.json) {
-    print_json(session, *status, debug);
+    print_json(session, **status, debug);
   } else {
-    print_text(session, *status);
+    print_text(session, **status);
     print_text(session, debug);
   }
 }

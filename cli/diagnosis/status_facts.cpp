@@ -88,13 +88,6 @@ Json rows_json(const Column<Row> (&columns)[kColumns], const ParcelArray& rows) 
   return all;
 }
 
-// The client that receives the traps; null for none.
-const ClientStatus* front_end_of(const ProcessStatus& status) {
-  const auto clients = elements_of<ClientStatus>(status.clients);
-  const auto found = std::ranges::find(clients, status.traps_subscriber, &ClientStatus::id);
-  return status.traps_subscriber == 0 || found == clients.end() ? nullptr : &*found;
-}
-
 // The name of the program; empty if the system hides the process.
 std::string program_of(std::uint32_t process) {
   std::ifstream name("/proc/" + std::to_string(process) + "/comm");
@@ -117,17 +110,6 @@ std::string front_end_text(const ProcessStatus& status) {
   const std::string what = kind == "subAgent" ? "sub-agent" : kind == "module" ? "module in snmpd" : program;
   return fmt::format("{}{}process {}, connected for {}", what, what.empty() ? "" : ", ", client->process,
                      duration_text(client->age));
-}
-
-Json front_end_json(const ProcessStatus& status) {
-  const ClientStatus* const client = front_end_of(status);
-  if (client == nullptr) return nullptr;
-  const std::string program = program_of(client->process);
-  return {{"kind", front_end_kind(program)},
-          {"program", text_or_null(program)},
-          {"process", client->process},
-          {"client", client->id},
-          {"age", client->age}};
 }
 
 std::string traps_text(const ProcessStatus& status) {
@@ -157,6 +139,31 @@ Json route_modules_json(const ProcessStatus& status) {
 }
 
 }  // namespace
+
+std::unique_ptr<Record<ProcessStatus>> read_status(const Session& session) {
+  const std::string path = std::string(process_status::kProviderPath) + process_status::kItemName;
+  const kvtree::GetResult result = connect_to_daemon(session)->get(path);
+  if (result.status) throw request_failure(session, path, result.status);
+  return std::make_unique<Record<ProcessStatus>>(session, path, process_status::kProcessStatusParcel,
+                                                 result.record);
+}
+
+const ClientStatus* front_end_of(const ProcessStatus& status) {
+  const auto clients = elements_of<ClientStatus>(status.clients);
+  const auto found = std::ranges::find(clients, status.traps_subscriber, &ClientStatus::id);
+  return status.traps_subscriber == 0 || found == clients.end() ? nullptr : &*found;
+}
+
+Json front_end_json(const ProcessStatus& status) {
+  const ClientStatus* const client = front_end_of(status);
+  if (client == nullptr) return nullptr;
+  const std::string program = program_of(client->process);
+  return {{"kind", front_end_kind(program)},
+          {"program", text_or_null(program)},
+          {"process", client->process},
+          {"client", client->id},
+          {"age", client->age}};
+}
 
 std::string version_text(const ProcessStatus& status) {
   const std::string version = text_or_dash(status.version);

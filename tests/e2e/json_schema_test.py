@@ -69,6 +69,12 @@ class Schema(SharedSystemTest):
                 else:
                     self.check(name, shown.stdout)
 
+    def test_findings_of_the_doctor_are_as_their_schema_states(self):
+        shown = subprocess.run([str(BIN / "mplsvpn"), "--json", "doctor"], env=self.system.environment, capture_output=True, text=True,
+                               check=False)
+        self.assertIn(shown.returncode, (0, 1, 2), shown.stderr)
+        self.check("doctor", shown.stdout)
+
     def test_events_are_objects_on_lines(self):
         watch = subprocess.Popen([str(BIN / "mplsvpn"), "--json", "watch", "--count", "3"], env=self.system.environment, text=True,
                                  stdout=subprocess.PIPE, stderr=subprocess.PIPE)

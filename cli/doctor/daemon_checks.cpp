@@ -1,0 +1,153 @@
+#include "cli/doctor/daemon_checks.h"
+
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <sys/timex.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <filesystem>
+
+#include "cli/doctor/facts.h"
+#include "cli/output/times.h"
+#include "platform/core/files/directories.h"
+
+namespace cli::doctor {
+
+namespace {
+
+using process_status::DatabaseStatus;
+using process_status::RouteModuleFailure;
+using process_status::SourceStatus;
+
+constexpr char kStart[] = "systemctl start mpls_vpn_mib";
+constexpr char kLog[] = "journalctl -u mpls_vpn_mib";
+constexpr std::uint64_t kLeastOctets = 16U << 20;
+constexpr double kLeastShare = 0.05;
+constexpr std::time_t kFutureTolerance = 60;  // s
+
+template <typename T>
+std::span<const T> elements_of(const ParcelArray& array) {
+  return {static_cast<const T*>(array.elements), static_cast<std::size_t>(array.count)};
+}
+
+std::string fix_of(const std::string& source) {
+  if (source == "file") return "correct the router file; it is loaded when it is saved";
+  return source == "kernel" ? kLog : "systemctl status frr";
+}
+
+// The state directory, without a running daemon that of the environment.
+std::string state_folder(Facts& facts) {
+  try {
+    for (const auto& database : elements_of<DatabaseStatus>(facts.status()->databases))
+      return std::filesystem::path(text_or_empty(database.path)).parent_path();
+  } catch (const Failure&) {
+    return state_directory();
+  }
+  return state_directory();
+}
+
+// The newest file of the state directory, if it was changed in the future.
+std::string future_file(const std::string& folder) {
+  std::error_code ignored;
+  for (const auto& entry : std::filesystem::directory_iterator(folder, ignored)) {
+    struct stat found {};
+    if (stat(entry.path().c_str(), &found) != 0) continue;
+    if (found.st_mtim.tv_sec > std::time(nullptr) + kFutureTolerance) return entry.path();
+  }
+  return "";
+}
+
+}  // namespace
+
+Findings check_daemon(Facts& facts) {
+  try {
+    facts.status();
+  } catch (const Failure& failure) {
+    const bool lacks_right = failure.exit_status() == kExitNoRight;
+    return {{Level::kError, failure.what(), lacks_right ? "run mplsvpn doctor as root" : kStart}};
+  }
+  return {};
+}
+
+Findings check_version(Facts& facts) {
+  const std::string version = text_or_empty(facts.status()->version);
+  if (version == MPLS_VERSION) return {};
+  return {{Level::kWarning,
+           fmt::format("the daemon is of version {}, this command line of {}", version, MPLS_VERSION),
+           "systemctl restart mpls_vpn_mib"}};
+}
+
+Findings check_sources(Facts& facts) {
+  Findings findings;
+  for (const SourceStatus& source : sources_of(facts.status())) {
+    if (source.is_up != 0) continue;
+    const std::string name = text_or_empty(source.name);
+    const std::string since =
+        source.last_answer == 0 ? "" : fmt::format(" (last answer {} ago)", age_text(source.last_answer));
+    findings.push_back(
+        {Level::kError, fmt::format("{}: {}{}", name, text_or_empty(source.problem), since), fix_of(name)});
+  }
+  return findings;
+}
+
+Findings check_route_modules(Facts& facts) {
+  Findings findings;
+  for (const auto& failure : elements_of<RouteModuleFailure>(facts.status()->route_module_failures)) {
+    findings.push_back({Level::kError, "requests for routes fail: " + text_or_empty(failure.text),
+                        "install the package mplsvpn again, or correct MPLS_VPN_MIB_LIB_DIR"});
+  }
+  return findings;
+}
+
+Findings check_databases(Facts& facts) {
+  Findings findings;
+  for (const auto& database : elements_of<DatabaseStatus>(facts.status()->databases)) {
+    const std::string path = text_or_empty(database.path);
+    if (const std::string problem = text_or_empty(database.problem); !problem.empty())
+      findings.push_back(
+          {Level::kError, fmt::format("{} cannot be written: {}", path, problem), "df " + path});
+    if (database.set_aside == 0) continue;
+    findings.push_back(
+        {Level::kWarning,
+         fmt::format("{} could not be used {} times and was begun anew; the former files are {}"
+                     ".unusable.N",
+                     path, database.set_aside, path),
+         fmt::format("{} -g unusable; then rm {}.unusable.*", kLog, path)});
+  }
+  return findings;
+}
+
+Findings check_disk(Facts& facts) {
+  const std::string folder = state_folder(facts);
+  struct statvfs disk {};
+  if (statvfs(folder.c_str(), &disk) != 0)
+    throw NotPossible(fmt::format("{}: {}", folder, std::strerror(errno)));
+  const std::uint64_t available = std::uint64_t{disk.f_bavail} * disk.f_frsize;
+  const auto share =
+      static_cast<double>(disk.f_bavail) / static_cast<double>(std::max<fsblkcnt_t>(disk.f_blocks, 1));
+  const std::string text = fmt::format("{} has {} MiB of free disk space", folder, available >> 20);
+  if (available < kLeastOctets) return {{Level::kError, text, "df " + folder}};
+  if (disk.f_files != 0 && disk.f_favail == 0)
+    return {{Level::kError, folder + " has no free inode", "df -i " + folder}};
+  if (share < kLeastShare) return {{Level::kWarning, text, "df " + folder}};
+  return {};
+}
+
+Findings check_clock(Facts& facts) {
+  const std::string folder = state_folder(facts);
+  if (const std::string file = future_file(folder); !file.empty()) {
+    return {{Level::kError,
+             fmt::format("{} was changed in the future: the clock was set back, and times of VRFs are wrong",
+                         file),
+             "timedatectl"}};
+  }
+  timex state{};
+  if (adjtimex(&state) != TIME_ERROR) return {};
+  return {{Level::kWarning, "the clock is not synchronized", "systemctl enable --now systemd-timesyncd"}};
+}
+
+}  // namespace cli::doctor

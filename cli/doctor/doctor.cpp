@@ -1,0 +1,202 @@
+#include "cli/doctor/doctor.h"
+
+#include <fmt/format.h>
+#include <fmt/ostream.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <array>
+#include <map>
+#include <tuple>
+
+#include "cli/doctor/check.h"
+#include "cli/doctor/facts.h"
+#include "cli/output/json_list.h"
+#include "cli/output/table.h"
+#include "platform/core/text/words.h"
+
+namespace cli {
+
+namespace {
+
+using doctor::Check;
+using doctor::Finding;
+using doctor::Findings;
+using doctor::Level;
+
+constexpr char kFooter[] =
+    "Each check prints ok, warning, error, or \"not possible\" with the reason. What is wrong has the "
+    "command "
+    "that "
+    "corrects it. The checks are described in docs/troubleshooting.md under their names. Some look at files "
+    "that "
+    "only root may read.\n"
+    "\n"
+    "Exit status: 0 all is well, 1 there are warnings, 2 there are errors. Checks that were not possible do "
+    "not "
+    "count.\n"
+    "\n"
+    "Examples:\n"
+    "  mplsvpn doctor\n"
+    "  mplsvpn doctor --snmp '-v2c -c public localhost'\n"
+    "  mplsvpn doctor --only snmp-view --only agentx-socket\n"
+    "  mplsvpn doctor --skip vrf-not-in-suite\n"
+    "  mplsvpn doctor --suite-shell '/usr/bin/vtysh -N pe1'";
+
+constexpr std::array kLevels = {Level::kOk, Level::kNotPossible, Level::kWarning, Level::kError};
+
+struct Result {
+  std::size_t number;
+  const Check& check;
+  Level level;
+  Findings findings;
+};
+
+const char* text_of(Level level) {
+  constexpr std::array kTexts = {"ok", "not possible", "warning", "error"};
+  return kTexts.at(static_cast<std::size_t>(level));
+}
+
+const char* json_of(Level level) {
+  constexpr std::array kTexts = {"ok", "notPossible", "warning", "error"};
+  return kTexts.at(static_cast<std::size_t>(level));
+}
+
+Findings run(const Check& check, doctor::Facts& facts) {
+  try {
+    return check.run(facts);
+  } catch (const Failure& failure) {
+    return {{Level::kNotPossible, failure.what(), ""}};
+  } catch (const doctor::NotPossible& reason) {
+    return {{Level::kNotPossible, reason.what(), ""}};
+  }
+}
+
+Result result_of(std::size_t number, const Check& check, doctor::Facts& facts) {
+  Findings findings = run(check, facts);
+  Level worst = Level::kOk;
+  for (const Finding& finding : findings) worst = std::max(worst, finding.level);
+  return {number, check, worst, std::move(findings)};
+}
+
+bool is_chosen(const Check& check, const DoctorRequest& request) {
+  const auto has = [&check](const std::vector<std::string>& ids) {
+    return std::ranges::find(ids, check.id) != ids.end();
+  };
+  return (request.only.empty() || has(request.only)) && !has(request.skip);
+}
+
+class TextReport {
+ public:
+  explicit TextReport(std::ostream& out) : out_(out) {}
+  void add(const Result& result) {
+    if (group_ != result.check.group)
+      fmt::print(out_, "{}{}\n", group_.empty() ? "" : "\n", result.check.group);
+    group_ = result.check.group;
+    fmt::print(out_, "{:4}  {:12}  {:17}  {}\n", result.number, text_of(result.level), result.check.id,
+               result.check.title);
+    for (const Finding& finding : result.findings) add(finding, result.number);
+    ++counts_.at(static_cast<std::size_t>(result.level));
+    out_.flush();
+  }
+  void end() {
+    out_ << '\n';
+    for (const Level level : kLevels)
+      fmt::print(out_, "{}{} {}", level == Level::kOk ? "" : ", ",
+                 counts_.at(static_cast<std::size_t>(level)), text_of(level));
+    out_ << '\n';
+  }
+
+ private:
+  // A reason that makes several checks impossible is printed once.
+  void add(const Finding& finding, std::size_t number) {
+    const auto [first, is_new] = reasons_.emplace(finding.text, number);
+    fmt::print(out_, "      {}\n",
+               is_new ? printable(finding.text) : fmt::format("as in check {}", first->second));
+    if (!finding.fix.empty()) fmt::print(out_, "      fix: {}\n", printable(finding.fix));
+  }
+
+  std::ostream& out_;
+  std::string group_;
+  std::map<std::string, std::size_t> reasons_;  // with the number of the first check
+  std::array<unsigned, kLevels.size()> counts_{};
+};
+
+Json json_of(const Finding& finding) {
+  return {{"state", json_of(finding.level)}, {"text", finding.text}, {"fix", text_or_null(finding.fix)}};
+}
+
+Json json_of(const Result& result) {
+  Json findings = Json::array();
+  for (const Finding& finding : result.findings) findings.push_back(json_of(finding));
+  return {{"number", result.number},     {"id", result.check.id},          {"group", result.check.group},
+          {"title", result.check.title}, {"state", json_of(result.level)}, {"findings", findings}};
+}
+
+class JsonReport {
+ public:
+  explicit JsonReport(std::ostream& out) : list_(out) {}
+  void add(const Result& result) { list_.add(json_of(result)); }
+  void end() { list_.end(); }
+
+ private:
+  JsonList list_;
+};
+
+template <typename Report>
+Level run_checks(const Session& session, const DoctorRequest& request, Report report) {
+  doctor::Facts facts(session, request);
+  Level worst = Level::kOk;
+  std::size_t number = 0;
+  for (const Check& check : doctor::checks()) {
+    ++number;
+    if (!is_chosen(check, request)) continue;
+    const Result result = result_of(number, check, facts);
+    report.add(result);
+    worst = std::max(worst, result.level);
+  }
+  report.end();
+  return worst;
+}
+
+}  // namespace
+
+void diagnose(const Session& session, const DoctorRequest& request) {
+  const Level worst = session.json ? run_checks(session, request, JsonReport(session.out))
+                                   : run_checks(session, request, TextReport(session.out));
+  if (worst == Level::kError) throw Verdict(2);
+  if (worst == Level::kWarning) throw Verdict(1);
+}
+
+std::vector<std::string> doctor_checks() {
+  std::vector<std::string> ids;
+  for (const Check& check : doctor::checks()) ids.emplace_back(check.id);
+  return ids;
+}
+
+void add_doctor(CLI::App& app, DoctorRequest* request, std::function<void(const Session&)>* chosen) {
+  CLI::App* command = app.add_subcommand("doctor", "Finds out what is wrong, and what corrects it");
+  const std::vector<std::string> ids = doctor_checks();
+  for (const auto& [name, list, help] :
+       {std::tuple{"--only", &request->only, "Makes only this check; may be repeated"},
+        std::tuple{"--skip", &request->skip, "Leaves this check out; may be repeated"}})
+    command->add_option(name, *list, help)
+        ->type_name("CHECK")
+        ->expected(1)
+        ->take_all()
+        ->check(CLI::IsMember(ids).description(""));
+  command->add_option("--snmp", request->snmp, "Asks snmpd with these options and host of snmpget")
+      ->type_name("WORDS");
+  command->add_option("--suite-shell", request->suite_shell, "The routing suite's shell, with its options")
+      ->type_name("WORDS");
+  command->add_option("--suite-conf", request->suite_file, "The routing suite's saved configuration")
+      ->type_name("FILE");
+  command->add_option("--agentx-socket", request->agentx_socket, "The AgentX socket of snmpd")
+      ->type_name("PATH");
+  command->add_option("--snmpd-conf", request->snmpd_configuration, "The configuration of snmpd")
+      ->type_name("FILE");
+  command->footer(kFooter);
+  command->callback([=] { *chosen = [=](const Session& session) { diagnose(session, *request); }; });
+}
+
+}  // namespace cli

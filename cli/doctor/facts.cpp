@@ -1,0 +1,70 @@
+#include "cli/doctor/facts.h"
+
+#include <net/if.h>
+
+#include <algorithm>
+
+#include "cli/diagnosis/status_facts.h"
+#include "cli/doctor/check.h"
+
+namespace cli::doctor {
+
+namespace {
+
+constexpr std::string_view kFileSource = "file";
+
+Vrf as_vrf(const kernel::LinkSeen& seen, const std::vector<kernel::LinkSeen>& links) {
+  Vrf vrf{seen.link.index, seen.link.name, seen.link.vrf_table, (seen.facts.flags & IFF_UP) != 0};
+  for (const kernel::LinkSeen& each : links) {
+    if (each.link.vrf_master == seen.link.index) vrf.members.push_back(each.link.name);
+  }
+  return vrf;
+}
+
+}  // namespace
+
+const Facts::Status& Facts::status() {
+  return status_.get([this] { return read_status(session); });
+}
+
+// A daemon that does not run may have any source: then the kernel decides.
+void Facts::require_kernel_source() {
+  const Status* known = nullptr;
+  try {
+    known = &status();
+  } catch (const Failure&) {
+    return;
+  }
+  const auto sources = sources_of(*known);
+  const auto is_file = [](const auto& source) { return text_or_empty(source.name) == kFileSource; };
+  if (std::ranges::any_of(sources, is_file))
+    throw NotPossible("the daemon reads a router file, not this kernel");
+}
+
+const std::vector<kernel::LinkSeen>& Facts::links() {
+  return links_.get([] { return std::make_unique<std::vector<kernel::LinkSeen>>(read_links()); });
+}
+
+const std::vector<Vrf>& Facts::vrfs() {
+  require_kernel_source();
+  return vrfs_.get([this] {
+    auto all = std::make_unique<std::vector<Vrf>>();
+    for (const kernel::LinkSeen& each : links()) {
+      if (each.link.is_vrf) all->push_back(as_vrf(each, links()));
+    }
+    return all;
+  });
+}
+
+const SuiteConfiguration& Facts::suite_configuration() {
+  return suite_configuration_.get([this] {
+    return std::make_unique<SuiteConfiguration>(parse_suite_configuration(suite.ask("show running-config")));
+  });
+}
+
+std::span<const process_status::SourceStatus> sources_of(const Facts::Status& status) {
+  return {static_cast<const process_status::SourceStatus*>(status->sources.elements),
+          static_cast<std::size_t>(status->sources.count)};
+}
+
+}  // namespace cli::doctor

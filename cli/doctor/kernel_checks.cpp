@@ -1,0 +1,131 @@
+#include "cli/doctor/kernel_checks.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <map>
+
+#include "cli/doctor/facts.h"
+#include "platform/core/address/address.h"
+
+namespace cli::doctor {
+
+namespace {
+
+using inet::Family;
+
+bool is_default(const kernel::KernelRoute& route, Family family) {
+  return route.family == family && route.prefix_length == 0 && !route.cached;
+}
+
+bool has_default(const std::vector<kernel::KernelRoute>& routes, Family family) {
+  return std::ranges::any_of(routes, [family](const auto& route) { return is_default(route, family); });
+}
+
+bool has_family(const std::vector<kernel::KernelRoute>& routes, Family family) {
+  return std::ranges::any_of(routes, [family](const auto& route) { return route.family == family; });
+}
+
+Finding missing_default(const Vrf& vrf, Family family) {
+  const char* const words = family == Family::kIpv4 ? "IPv4" : "IPv6";
+  const char* const option = family == Family::kIpv4 ? "-4" : "-6";
+  return {
+      Level::kWarning,
+      fmt::format("table {} of VRF {} has no default route: {} packets that match no route of the VRF are "
+                  "looked up in the main table",
+                  vrf.table, vrf.name, words),
+      fmt::format("ip {} route add vrf {} unreachable default metric 4278198272", option, vrf.name)};
+}
+
+// VPN routes, local or received, need labels.
+bool uses_labels(Facts& facts) {
+  if (count_label_routes() > 0) return true;
+  const auto& families = facts.suite_configuration().families;
+  return std::ranges::any_of(families, [](const auto& family) { return family.exports && family.has_label; });
+}
+
+// Links outside of VRFs on which packets from other routers may arrive.
+std::vector<std::string> core_links(Facts& facts) {
+  std::vector<std::string> names;
+  for (const kernel::LinkSeen& each : facts.links()) {
+    const bool is_core =
+        !each.link.is_vrf && each.link.vrf_master == 0 && each.link.name != "lo" && each.link.up;
+    if (is_core) names.push_back(each.link.name);
+  }
+  return names;
+}
+
+bool accepts_labels(const std::string& link) {
+  return read_sysctl("net/mpls/conf/" + link + "/input") == "1";
+}
+
+}  // namespace
+
+Findings check_vrf_devices(Facts& facts) {
+  Findings findings;
+  for (const Vrf& vrf : facts.vrfs()) {
+    if (vrf.is_enabled) continue;
+    findings.push_back({Level::kError,
+                        fmt::format("the device of VRF {} is down: the VRF forwards no packets", vrf.name),
+                        fmt::format("ip link set dev {} up", vrf.name)});
+  }
+  return findings;
+}
+
+Findings check_vrf_members(Facts& facts) {
+  Findings findings;
+  for (const Vrf& vrf : facts.vrfs()) {
+    if (!vrf.members.empty()) continue;
+    findings.push_back({Level::kWarning, fmt::format("VRF {} has no interface: its state is down", vrf.name),
+                        fmt::format("ip link set dev INTERFACE master {}", vrf.name)});
+  }
+  return findings;
+}
+
+// A family without any route in the table is not used in the VRF.
+Findings check_default_routes(Facts& facts) {
+  Findings findings;
+  for (const Vrf& vrf : facts.vrfs()) {
+    const std::vector<kernel::KernelRoute> routes = read_routes(vrf.table);
+    for (const Family family : {Family::kIpv4, Family::kIpv6}) {
+      if (has_family(routes, family) && !has_default(routes, family))
+        findings.push_back(missing_default(vrf, family));
+    }
+  }
+  return findings;
+}
+
+Findings check_shared_tables(Facts& facts) {
+  std::map<std::uint32_t, std::string> first;
+  Findings findings;
+  for (const Vrf& vrf : facts.vrfs()) {
+    const auto [known, is_new] = first.emplace(vrf.table, vrf.name);
+    if (is_new) continue;
+    findings.push_back({Level::kError,
+                        fmt::format("VRFs {} and {} share table {}: each forwards by the routes of both",
+                                    known->second, vrf.name, vrf.table),
+                        fmt::format("ip link del {0}; ip link add {0} type vrf table NUMBER", vrf.name)});
+  }
+  return findings;
+}
+
+Findings check_labels(Facts& facts) {
+  facts.vrfs();
+  if (!uses_labels(facts)) return {};
+  const std::string labels = read_sysctl("net/mpls/platform_labels");
+  if (labels.empty()) {
+    return {{Level::kError, "VPN routes have labels, but the kernel's module mpls_router is not loaded",
+             "modprobe -a mpls_router mpls_iptunnel"}};
+  }
+  if (labels == "0") {
+    return {{Level::kError, "net.mpls.platform_labels is 0: the kernel accepts no label route",
+             "sysctl -w net.mpls.platform_labels=1048575"}};
+  }
+  const std::vector<std::string> links = core_links(facts);
+  if (std::ranges::any_of(links, accepts_labels)) return {};
+  return {{Level::kError,
+           "no interface outside of VRFs accepts labelled packets: what other routers send is lost",
+           fmt::format("sysctl -w net.mpls.conf.{}.input=1", links.empty() ? "INTERFACE" : links.front())}};
+}
+
+}  // namespace cli::doctor

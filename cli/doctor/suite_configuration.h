@@ -1,0 +1,30 @@
+// What a configuration of the routing suite says of VPN routes, running or saved.
+#pragma once
+
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace cli::doctor {
+
+// "address-family ipv4 unicast" of "router bgp 65000 vrf red".
+struct SuiteFamily {
+  std::string instance{};  // "router bgp 65000 vrf red"
+  std::string vrf{};
+  std::string family{};  // "ipv4 unicast"
+  std::string rd{};
+  std::set<std::string> targets{};  // "import 65000:1", "export 65000:1"
+  bool exports = false;             // VPN routes
+  bool has_label = false;           // or a segment identifier
+};
+
+struct SuiteConfiguration {
+  std::set<std::string> vrfs{};  // that a "vrf" or "router" line names
+  std::vector<SuiteFamily> families{};
+};
+
+// Reads any text; what it does not know is skipped.
+SuiteConfiguration parse_suite_configuration(std::string_view text);
+
+}  // namespace cli::doctor

@@ -1,0 +1,107 @@
+#include "cli/system/kernel.h"
+
+#include <linux/rtnetlink.h>
+#include <poll.h>
+
+#include <fstream>
+#include <functional>
+
+#include "cli/session.h"
+#include "sources/kernel/netlink/dump.h"
+
+namespace cli {
+
+namespace {
+
+constexpr int kPatienceMs = 5000;  // for a datagram
+constexpr unsigned kDatagrams = 64;
+
+Failure kernel_failure(const std::string& reason) {
+  return {kExitFailed, "the kernel cannot be read: " + reason};
+}
+
+void wait_for(const kernel::Dump& dump) {
+  pollfd waiting{dump.fd(), POLLIN, 0};
+  if (poll(&waiting, 1, kPatienceMs) == 0) throw kernel_failure("no answer on rtnetlink");
+}
+
+// A dump that changes disturb may lack objects that did not change: it is taken as it is.
+void dump(std::vector<kernel::DumpRequest> requests, const kernel::MessageReader& read) {
+  kernel::Dump dump;
+  if (const Status status = dump.begin(std::move(requests))) throw kernel_failure(err_text(status));
+  for (;;) {
+    switch (dump.step(kDatagrams, read)) {
+      case kernel::Dump::Progress::kMore:
+        break;
+      case kernel::Dump::Progress::kWaiting:
+        wait_for(dump);
+        break;
+      case kernel::Dump::Progress::kComplete:
+        return;
+      case kernel::Dump::Progress::kFailed:
+        throw kernel_failure(err_text(dump.error()));
+    }
+  }
+}
+
+// A kernel without MPLS answers with the routes of other families, which do not count.
+kernel::DumpRequest request_label_routes() {
+  kernel::DumpRequest request;
+  nlmsghdr* const header = mnl_nlmsg_put_header(request.octets.data());
+  header->nlmsg_type = RTM_GETROUTE;
+  header->nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
+  auto* const route = static_cast<rtmsg*>(mnl_nlmsg_put_extra_header(header, sizeof(rtmsg)));
+  route->rtm_family = AF_MPLS;
+  request.may_lack = true;
+  return request;
+}
+
+}  // namespace
+
+std::vector<kernel::LinkSeen> read_links() {
+  std::vector<kernel::Event> events;
+  dump({kernel::request_links()},
+       [&events](const nlmsghdr* message) { return kernel::parse_link_message(message, &events); });
+  std::vector<kernel::LinkSeen> links;
+  for (kernel::Event& event : events) {
+    if (auto* const seen = std::get_if<kernel::LinkSeen>(&event)) links.push_back(std::move(*seen));
+  }
+  return links;
+}
+
+std::vector<kernel::KernelRoute> read_routes(std::uint32_t table) {
+  std::vector<kernel::RouteEvent> events;
+  std::vector<kernel::DumpRequest> requests;
+  for (const router::Family family : {router::Family::kIpv4, router::Family::kIpv6}) {
+    requests.push_back(kernel::request_routes({family, table}));
+    requests.back().may_lack = true;
+  }
+  dump(requests,
+       [&events](const nlmsghdr* message) { return kernel::parse_route_message(message, &events); });
+  std::vector<kernel::KernelRoute> routes;
+  for (kernel::RouteEvent& event : events) {
+    auto* const seen = std::get_if<kernel::RouteSeen>(&event);
+    if (seen != nullptr && seen->route.table == table) routes.push_back(std::move(seen->route));
+  }
+  return routes;
+}
+
+std::size_t count_label_routes() {
+  std::size_t count = 0;
+  dump({request_label_routes()}, [&count](const nlmsghdr* message) {
+    if (message->nlmsg_type != RTM_NEWROUTE) return true;
+    const auto* const route = static_cast<const rtmsg*>(mnl_nlmsg_get_payload(message));
+    if (route->rtm_family == AF_MPLS) ++count;
+    return true;
+  });
+  return count;
+}
+
+std::string read_sysctl(const std::string& name) {
+  std::ifstream file("/proc/sys/" + name);
+  std::string value;
+  std::getline(file, value);
+  return value;
+}
+
+}  // namespace cli

@@ -1,0 +1,26 @@
+// What the kernel of this network namespace has, by rtnetlink, for commands that compare it with the daemon
+// or the routing suite. A failure is a Failure(kExitFailed).
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "sources/kernel/links/link_message.h"
+#include "sources/kernel/route_state/route_message.h"
+
+namespace cli {
+
+// All links, in the kernel's order. `facts.flags` has IFF_UP.
+std::vector<kernel::LinkSeen> read_links();
+
+// The IPv4 and IPv6 routes of the table.
+std::vector<kernel::KernelRoute> read_routes(std::uint32_t table);
+
+// How many label routes the kernel has; 0 also for a kernel without MPLS.
+std::size_t count_label_routes();
+
+// The value of a file below /proc/sys, without its line feed; empty if there is none.
+std::string read_sysctl(const std::string& name);
+
+}  // namespace cli

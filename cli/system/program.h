@@ -1,0 +1,27 @@
+// Runs another program of this machine to its end and collects its output.
+#pragma once
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+namespace cli {
+
+struct Ran {
+  int status = -1;      // the exit status; -1 if it did not run, was ended by a signal or took too long
+  std::string output;   // of both streams
+  std::string problem;  // with -1: why
+};
+
+// The first word is a path, or a name that PATH finds. The standard input is empty. It is killed after this
+// time, or when it prints more than `limit` octets. LC_ALL is C, and there is no pager.
+Ran run_program(const std::vector<std::string>& words, std::chrono::milliseconds patience,
+                std::size_t limit = std::size_t{64} << 20);
+
+// The last line of the output that is not empty: warnings of programs precede what they say of the request.
+std::string last_line(std::string output);
+
+// The words of a command as a user writes it; quotes as in a shell are not known.
+std::vector<std::string> command_words(const std::string& command);
+
+}  // namespace cli

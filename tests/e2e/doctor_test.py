@@ -1,0 +1,218 @@
+#!/usr/bin/env python3
+""""mplsvpn doctor" with real processes: each check of the daemon and of snmpd is triggered, and is quiet again when the cause is
+removed. Those of kernel and routing suite are triggered in the guest (tests/kernel/system_doctor.py)."""
+import json
+import os
+import pathlib
+import re
+import subprocess
+import time
+import unittest
+
+from system import BIN, ROOT, SystemTest, wait_until
+
+ROUTER = "vrfs: [{name: red, table: 10}]\ninterfaces: [{name: ge0, index: 1, vrf: red, addresses: [10.1.0.1/24]}]\n"
+STATES = {"ok": 0, "notPossible": 0, "warning": 1, "error": 2}
+OTHER_USER = ("setpriv", "--reuid", "65534", "--regid", "65534", "--clear-groups")
+IS_ROOT = os.geteuid() == 0
+
+
+class DoctorTest(SystemTest):
+    def started(self, router=ROUTER, **options):
+        system = self.new_system(router, **options)
+        system.start_daemon()
+        return system
+
+    def words(self, system, *words):
+        return (str(BIN / "mplsvpn"), "--json", "doctor", "--agentx-socket", str(system.agentx), *words)
+
+    def diagnose(self, system, check, *words, wrapper=()):
+        """(state, the texts of the findings) of one check."""
+        result = subprocess.run([*wrapper, *self.words(system, "--only", check, *words)], env=system.environment,
+                                capture_output=True, text=True, check=False)
+        self.assertIn(result.returncode, (0, 1, 2), result.stderr)
+        shown, = json.loads(result.stdout)
+        self.assertEqual(shown["id"], check)
+        self.assertEqual(result.returncode, STATES[shown["state"]])
+        return shown["state"], " / ".join(finding["text"] for finding in shown["findings"])
+
+    def becomes_ok(self, system, check, *words):
+        self.becomes(check, lambda: self.diagnose(system, check, *words), ("ok", ""))
+
+    def assert_found(self, system, check, state, text, *words, wrapper=()):
+        found = self.diagnose(system, check, *words, wrapper=wrapper)
+        self.assertEqual(found[0], state, found)
+        self.assertIn(text, found[1])
+
+
+class Daemon(DoctorTest):
+    def test_daemon_that_does_not_run_is_an_error_and_others_are_not_possible(self):
+        system = self.new_system(ROUTER)
+        self.assert_found(system, "daemon-running", "error", "mpls_vpn_mib is not running")
+        self.assert_found(system, "sources", "notPossible", "mpls_vpn_mib is not running")
+        system.start_daemon()
+        self.assertEqual(self.diagnose(system, "daemon-running"), ("ok", ""))
+        self.assertEqual(self.diagnose(system, "daemon-version"), ("ok", ""))
+
+    def test_invalid_router_file_is_a_source_that_is_down(self):
+        system = self.started()
+        self.assertEqual(self.diagnose(system, "sources"), ("ok", ""))
+        system.router_file.write_text(ROUTER.replace("table: 10", "table: ten"))
+        self.becomes("an error", lambda: self.diagnose(system, "sources")[0], "error")
+        self.assertIn(f"file: {system.router_file}:1:", self.diagnose(system, "sources")[1])
+
+    def test_missing_route_modules_are_an_error(self):
+        system = self.new_system(ROUTER)
+        system.environment["MPLS_VPN_MIB_LIB_DIR"] = str(system.folder / "lib")
+        system.start_daemon()
+        self.assert_found(system, "route-modules", "error", str(system.folder / "lib/mib/libipv4_forwardmib.dll"))
+
+    def test_database_that_was_begun_anew_is_a_warning(self):
+        system = self.new_system(ROUTER)
+        database = system.folder / "state/checkpoint.db"
+        database.write_text("not a database")
+        system.start_daemon()
+        self.assert_found(system, "databases", "warning", f"{database} could not be used 1 times")
+        pathlib.Path(f"{database}.unusable.1").unlink()
+        self.assertEqual(self.diagnose(system, "databases"), ("ok", ""))
+
+    @unittest.skipUnless(IS_ROOT, "SKIPPED: only root mounts a small disk")
+    def test_full_disk_is_an_error(self):
+        system = self.new_system(ROUTER)
+        self.assertIn(self.diagnose(system, "disk")[0], ("ok", "warning"))
+        subprocess.run(["mount", "-t", "tmpfs", "-o", "size=8m,mode=700", "small", system.folder / "state"], check=True)
+        self.addCleanup(subprocess.run, ["umount", "-l", system.folder / "state"], check=True)
+        system.start_daemon()
+        self.assert_found(system, "disk", "error", f"{system.folder / 'state'} has 7 MiB of free disk space")
+        system.kill("daemon")
+
+    def test_file_of_the_future_shows_that_the_clock_was_set_back(self):
+        system = self.started()
+        file = system.folder / "state/vrf_ids"
+        file.touch()
+        self.assertNotEqual(self.diagnose(system, "clock")[0], "error")
+        os.utime(file, (time.time() + 3600, time.time() + 3600))
+        self.assert_found(system, "clock", "error", f"{file} was changed in the future")
+
+
+class Snmp(DoctorTest):
+    @unittest.skipUnless(IS_ROOT, "SKIPPED: only root makes process namespaces")
+    def test_snmpd_that_does_not_run_is_an_error(self):
+        system = self.started()
+        alone = ("unshare", "--pid", "--fork", "--mount-proc")
+        self.assert_found(system, "snmpd-running", "error", "no snmpd runs", wrapper=alone)
+        system.start_snmpd()
+        self.assertEqual(self.diagnose(system, "snmpd-running"), ("ok", ""))
+
+    def test_agentx_socket_that_is_missing_or_closed_is_an_error(self):
+        system = self.started()
+        self.assert_found(system, "agentx-socket", "error", f"{system.agentx} does not exist")
+        system.module = None
+        system.start_snmpd()
+        self.assertEqual(self.diagnose(system, "agentx-socket"), ("ok", ""))
+
+    @unittest.skipUnless(IS_ROOT, "SKIPPED: only root becomes another user")
+    def test_agentx_socket_of_another_user_is_an_error(self):
+        system = self.new_system(ROUTER)
+        system.module = None
+        system.start_snmpd()
+        system.folder.chmod(0o755)
+        self.assert_found(system, "agentx-socket", "error", f"of the sub-agent has no permission for {system.agentx}",
+                          wrapper=OTHER_USER)
+
+    def test_front_end_that_is_not_connected_is_an_error(self):
+        system = self.started()
+        self.assert_found(system, "snmp-front-end", "error", "neither the sub-agent nor the module is connected")
+        system.start_snmpd()
+        system.start_agent()
+        self.becomes_ok(system, "snmp-front-end")
+
+    def asking(self, system):
+        return "--snmp", f"-v2c -c public -t 5 127.0.0.1:{system.port}"
+
+    def test_view_without_the_mib_is_an_error_by_snmpds_answer(self):
+        system = self.started()
+        system.more_snmpd_settings = "view narrow included .1.3.6.1.2.1.1\nrocommunity hidden default -V narrow\n"
+        system.start_snmpd()
+        system.start_agent()
+        self.becomes_ok(system, "snmp-view", *self.asking(system))
+        hidden = self.asking(system)[1].replace("public", "hidden")
+        self.assert_found(system, "snmp-view", "error", "No Such Object", "--snmp", hidden)
+        system.kill("snmpd")
+        self.assert_found(system, "snmp-view", "error", "snmpd does not answer: Timeout", "--snmp", hidden.replace("-t 5", "-t 1 -r 0"))
+
+    def test_view_without_the_mib_is_an_error_by_the_configuration(self):
+        system = self.new_system(ROUTER)
+        stock = system.folder / "snmpd.conf"
+        stock.write_text("view systemonly included .1.3.6.1.2.1.1\nrocommunity public default -V systemonly\n"
+                         f"includeDir {system.folder}/more\n")
+        given = ("--snmpd-conf", str(stock))
+        self.assert_found(system, "snmp-view", "error", '"rocommunity public default -V systemonly" hides it', *given)
+        more = system.folder / "more"
+        more.mkdir()
+        shipped = (ROOT / "packaging/snmpd.conf").read_text()
+        (more / "mib.conf").write_text(shipped)
+        self.assertEqual(self.diagnose(system, "snmp-view", *given), ("ok", ""))
+        (more / "mib.conf").write_text("view systemonly included .1.3.6.1.2.1\nview systemonly excluded .1.3.6.1.2.1.10\n")
+        self.assertEqual(self.diagnose(system, "snmp-view", *given)[0], "error")
+        stock.write_text("rocommunity public default .1.3.6.1.2.1\n")
+        self.assertEqual(self.diagnose(system, "snmp-view", *given), ("ok", ""))
+        stock.write_text("")
+        self.assert_found(system, "snmp-view", "error", "lets no manager read anything", *given)
+        self.assert_found(system, "snmp-view", "notPossible", "No such file", "--snmpd-conf", "/nonexistent.conf")
+
+    def test_other_ifindex_of_an_interface_is_an_error(self):
+        index = int(pathlib.Path("/sys/class/net/lo/ifindex").read_text())
+        system = self.started(ROUTER.replace("name: ge0, index: 1", f"name: lo, index: {index}"))
+        self.assert_found(system, "snmp-ifindex", "notPossible", "the community is unknown")
+        system.start_snmpd()
+        self.assertEqual(self.diagnose(system, "snmp-ifindex", *self.asking(system)), ("ok", ""))
+        system.router_file.write_text(ROUTER.replace("name: ge0, index: 1", f"name: lo, index: {index + 76}"))
+        self.becomes("an error", lambda: self.diagnose(system, "snmp-ifindex", *self.asking(system))[0], "error")
+        self.assert_found(system, "snmp-ifindex", "error", f"interface lo has ifIndex {index + 76} here and {index} in snmpd",
+                          *self.asking(system))
+
+
+class Command(DoctorTest):
+    def doctor(self, system, *words):
+        return subprocess.run([str(BIN / "mplsvpn"), "doctor", *words], env=system.environment, capture_output=True, text=True,
+                              check=False)
+
+    def test_text_has_number_state_reason_and_fix_of_each_check(self):
+        system = self.new_system(ROUTER)
+        shown = self.doctor(system, "--only", "daemon-running", "--only", "daemon-version")
+        self.assertEqual(shown.returncode, 2)
+        self.assertRegex(shown.stdout, r"\Adaemon\n"
+                         r"   1  error         daemon-running     the daemon answers\n"
+                         r"      mpls_vpn_mib is not running .*\n"
+                         r"      fix: systemctl start mpls_vpn_mib\n"
+                         r"   2  not possible  daemon-version     daemon and command line are of one version\n"
+                         r"      as in check 1\n"
+                         r"\n0 ok, 1 not possible, 0 warning, 1 error\n\Z")
+
+    def test_check_that_is_left_out_is_not_shown(self):
+        system = self.new_system(ROUTER)
+        shown = self.doctor(system, "--only", "disk", "--only", "daemon-running", "--skip", "daemon-running")
+        self.assertNotIn("daemon-running", shown.stdout)
+        self.assertIn("disk", shown.stdout)
+
+    def test_unknown_check_is_a_usage_error(self):
+        shown = self.doctor(self.new_system(ROUTER), "--only", "nosuch")
+        self.assertEqual(shown.returncode, 2)
+        self.assertIn("nosuch", shown.stderr)
+
+    def test_router_file_is_not_compared_with_the_kernel(self):
+        system = self.started()
+        self.assert_found(system, "vrf-device-down", "notPossible", "the daemon reads a router file, not this kernel")
+
+    def test_page_describes_each_check_under_its_id(self):
+        system = self.new_system(ROUTER)
+        checks = json.loads(subprocess.run(self.words(system), env=system.environment, capture_output=True, text=True,
+                                           check=False).stdout)
+        page = (ROOT / "docs/troubleshooting.md").read_text()
+        self.assertEqual(re.findall(r"^### (\S+)$", page, re.MULTILINE), [check["id"] for check in checks])
+        self.assertEqual([check["number"] for check in checks], list(range(1, len(checks) + 1)))
+
+
+if __name__ == "__main__":
+    unittest.main()

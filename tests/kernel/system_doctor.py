@@ -1,0 +1,177 @@
+#!/usr/bin/env python3
+"""system_doctor.py BIN_DIRECTORY VERSION: "mplsvpn doctor" on a real kernel with the routing suite of that major version (see
+suite.py). Each check of the kernel and of the suite is triggered, and is quiet again when the command that it prints, or
+the same by hand, has been run. Runs in the guest (see uml-run), as root.
+"""
+import json
+import os
+import subprocess
+
+from suite_system import SuiteSystemTest, main, vpn_family  # before system
+from kernel import batch, member_lines, vrf_lines
+from suite import run
+from system import BIN, wait_until
+
+VRFS = {"red": 10, "blue": 20}
+MEMBERS = {"red1": "red", "blue1": "blue"}
+OTHER_USER = ("setpriv", "--reuid", "65534", "--regid", "65534", "--clear-groups")
+CHECKS = ("vrf-device-down", "vrf-members", "vrf-default-route", "vrf-shared-table", "mpls-labels", "suite-access", "suite-mgmtd",
+          "suite-vrf-device", "vrf-not-in-suite", "vpn-label", "vpn-rd", "suite-saved", "suite-routes")
+CONFIG = f"""hostname pe1
+router bgp 65000
+ bgp router-id 10.255.0.1
+exit
+router bgp 65000 vrf red
+{vpn_family("65000:10", "65000:10")}exit
+router bgp 65000 vrf blue
+{vpn_family("65000:20", "65000:20")}exit
+"""
+
+
+class Doctor(SuiteSystemTest):
+    programs = ("zebra", "staticd", "bgpd")
+    config = CONFIG
+    vrfs = VRFS
+    members = MEMBERS
+
+    @classmethod
+    def prepare(cls):
+        run("modprobe", "-a", "ipv6", "vrf", "dummy", "mpls_router", "mpls_iptunnel")
+        run("sysctl", "-qw", "net.ipv4.ip_forward=1", "net.mpls.platform_labels=1048575")
+        guards = [f"-{family} route add vrf {vrf} unreachable default metric 4278198272" for vrf in VRFS for family in (4, 6)]
+        batch(vrf_lines(VRFS) + member_lines(MEMBERS, "link set {name} up") +
+              ["addr add 10.1.0.1/24 dev red1", "addr add 10.2.0.1/24 dev blue1", "link add core type dummy", "link set core up"])
+        for guard in guards:
+            run("ip", *guard.split())
+        run("sysctl", "-qw", "net.mpls.conf.core.input=1")
+
+    def diagnose(self, check, shell=None, wrapper=()):
+        shell = shell or " ".join(self.suite.shell_words())
+        words = ("--only", check, "--suite-shell", shell, "--suite-conf", str(self.suite.etc / "frr.conf"))
+        result = subprocess.run([*wrapper, str(BIN / "mplsvpn"), "--json", "doctor", *words], env=self.system.environment,
+                                capture_output=True, text=True, check=False)
+        shown, = json.loads(result.stdout)
+        return shown["state"], shown["findings"]
+
+    def assert_found(self, check, state, text, **how):
+        found, findings = self.diagnose(check, **how)
+        self.assertEqual(found, state, (check, findings))
+        self.assertTrue(any(text in finding["text"] for finding in findings), findings)
+        return next(finding["fix"] for finding in findings if text in finding["text"])
+
+    def assert_ok(self, check):
+        wait_until(check, lambda: self.diagnose(check) == ("ok", []), 20)
+
+    def correct(self, fix):
+        subprocess.run(fix, shell=True, check=True, capture_output=True)
+
+    # --- the kernel ---
+
+    def test_0_healthy_router_has_no_findings(self):
+        for check in CHECKS:
+            with self.subTest(check):
+                self.assert_ok(check)
+
+    def test_device_that_is_down(self):
+        run("ip", "link", "set", "red", "down")
+        self.correct(self.assert_found("vrf-device-down", "error", "the device of VRF red is down"))
+        self.assert_ok("vrf-device-down")
+        run("ip", "route", "replace", "vrf", "red", "unreachable", "default", "metric", "4278198272")
+
+    def test_vrf_without_interface_table_of_its_own_or_configuration(self):
+        run("ip", "link", "add", "green", "type", "vrf", "table", "20")
+        run("ip", "link", "set", "green", "up")
+        self.assert_found("vrf-members", "warning", "VRF green has no interface")
+        self.assert_found("vrf-shared-table", "error", "VRFs blue and green share table 20")
+        self.assert_found("vrf-not-in-suite", "warning", "does not name VRF green")
+        run("ip", "link", "del", "green")
+        for check in "vrf-members", "vrf-shared-table", "vrf-not-in-suite":
+            self.assert_ok(check)
+
+    def test_table_without_default_route(self):
+        run("ip", "-4", "route", "del", "vrf", "red", "unreachable", "default", "metric", "4278198272")
+        self.correct(self.assert_found("vrf-default-route", "warning", "table 10 of VRF red has no default route: IPv4"))
+        self.assert_ok("vrf-default-route")
+
+    def test_kernel_that_accepts_no_labels(self):
+        run("sysctl", "-qw", "net.mpls.conf.core.input=0")
+        self.correct(self.assert_found("mpls-labels", "error", "no interface outside of VRFs accepts labelled packets"))
+        self.assert_ok("mpls-labels")
+        run("sysctl", "-qw", "net.mpls.platform_labels=0")
+        self.correct(self.assert_found("mpls-labels", "error", "net.mpls.platform_labels is 0"))
+        run("sysctl", "-qw", "net.mpls.conf.core.input=1")
+        self.assert_ok("mpls-labels")
+
+    # --- the suite ---
+
+    def test_user_without_rights_for_the_suite(self):
+        os.chmod(self.system.folder, 0o755)
+        os.chmod(self.system.folder / "run", 0o755)
+        os.chmod(self.suite.run, 0o750)
+        self.addCleanup(os.chmod, self.suite.run, 0o755)
+        state, findings = self.diagnose("suite-access", wrapper=OTHER_USER)
+        self.assertNotEqual(state, "ok", findings)
+
+    def test_suite_without_its_shell_is_an_error_if_it_is_followed(self):
+        self.assert_found("suite-access", "error", "No such file", shell="/nonexistent/vtysh")
+
+    def test_management_program_that_does_not_run(self):
+        if not self.release.has_mgmtd:
+            self.assertEqual(self.diagnose("suite-mgmtd"), ("ok", []))
+            return
+        self.suite.stop("mgmtd")
+        self.assert_found("suite-mgmtd", "error", "runs without mgmtd")
+        self.suite.start("mgmtd")
+        self.assert_ok("suite-mgmtd")
+
+    def test_vrf_of_the_suite_without_device(self):
+        self.suite.configure("router bgp 65000 vrf absent", "exit")
+        self.assert_found("suite-vrf-device", "error", "the suite has VRF absent")
+        self.suite.configure("no router bgp 65000 vrf absent")
+        self.suite.configure("no vrf absent")
+        self.assert_ok("suite-vrf-device")
+
+    def change(self, vrf, *lines):
+        self.suite.configure(f"router bgp 65000 vrf {vrf}", "address-family ipv4 unicast", *lines, "exit-address-family", "exit")
+
+    def test_export_without_label(self):
+        self.change("red", "no label vpn export auto")
+        fix = self.assert_found("vpn-label", "error", "VRF red exports its ipv4 unicast routes without a label")
+        self.correct(fix)
+        self.assert_ok("vpn-label")
+
+    def test_missing_and_duplicate_route_distinguishers(self):
+        self.change("red", "no rd vpn export 65000:10")
+        self.assert_found("vpn-rd", "error", "VRF red exports its ipv4 unicast routes without a route distinguisher")
+        self.change("red", "rd vpn export 65000:20")
+        self.assert_found("vpn-rd", "error", "have the route distinguisher 65000:20")
+        self.change("red", "rd vpn export 65000:10")
+        self.assert_ok("vpn-rd")
+
+    def test_running_configuration_that_is_not_saved(self):
+        self.assert_ok("suite-saved")
+        self.change("blue", "rt vpn both 65000:20 65000:21")
+        fix = self.assert_found("suite-saved", "warning", "of VRF blue ipv4 unicast are others than in")
+        self.correct(fix)
+        self.assert_ok("suite-saved")
+        self.change("blue", "rt vpn both 65000:20")
+        self.correct(fix)
+        self.assert_ok("suite-saved")
+
+    def test_route_that_the_kernel_lacks(self):
+        self.suite.configure("vrf red", "ip route 10.9.0.0/16 10.1.0.9", "exit-vrf")
+        wait_until("the route", lambda: self.kernel_routes("10.9.0.0/16"), 20)
+        self.assert_ok("suite-routes")
+        # The kernel deletes the routes of a next-hop object without notice, so that zebra does not install them again.
+        run("ip", "nexthop", "del", "id", str(self.kernel_routes("10.9.0.0/16")[0]["nhid"]))
+        self.assertEqual(self.kernel_routes("10.9.0.0/16"), [])
+        self.assert_found("suite-routes", "error", "VRF red: the suite has selected routes that the kernel does not have: 10.9.0.0/16")
+        self.suite.configure("vrf red", "no ip route 10.9.0.0/16 10.1.0.9", "exit-vrf")
+        self.assert_ok("suite-routes")
+
+    def kernel_routes(self, prefix):
+        return json.loads(run("ip", "-j", "route", "show", "vrf", "red", prefix) or "[]")
+
+
+if __name__ == "__main__":
+    main("system_doctor", Doctor)
