@@ -214,19 +214,20 @@ bool make_directories() {
   return made;
 }
 
-// Without its configuration the daemon would send no traps although the operator enabled them.
-bool prepare_store() {
+// Without its configuration the daemon would send no traps although the operator enabled them. Returns 0, or
+// the exit status.
+int prepare_store() {
   if (const Status status = vrf_config::register_configuration()) {
     log_error("mpls_vpn_mib", "cannot register the owners of the configuration: %s", err_text(status));
-    return false;
+    return 1;
   }
   const Status opened = kvtree_keep_configuration(state_directory());
   if (opened != kStatusOk) {
     log_error("mpls_vpn_mib", "cannot open the configuration in %s: %s", state_directory().c_str(),
               err_text(opened));
-    return false;
+    return opened == kStatusNewerVersion ? kNeedsOperator : 1;
   }
-  return retain_notifications() == kStatusOk;
+  return retain_notifications() == kStatusOk ? 0 : 1;
 }
 
 void warn_of_shared_user() {
@@ -245,7 +246,7 @@ int refuse(const std::string& error, int status) {
 // A file that can be checked is invalid until someone changes it.
 int refuse_load(Status status, const std::string& error) {
   const bool is_wrong = status == kStatusInvalid && host().settings.source->check != nullptr;
-  return refuse(error, is_wrong ? kWrongSettings : 1);
+  return refuse(error, is_wrong ? kNeedsOperator : 1);
 }
 
 // Two daemons that start together are left to the locks of the databases and of the run directory.
@@ -270,9 +271,9 @@ int start_host() {
   if (!arm_faults() || !make_directories() || !is_alone()) return 1;
   Settings& settings = host().settings;
   std::string error;
-  if (!read_settings(config_directory(), &settings, &error)) return refuse(error, kWrongSettings);
+  if (!read_settings(config_directory(), &settings, &error)) return refuse(error, kNeedsOperator);
   if (!settings.warning.empty()) log_warning("mpls_vpn_mib", "%s", settings.warning.c_str());
-  if (!prepare_store()) return 1;
+  if (const int status = prepare_store()) return status;
   if (const Status status = load_router(settings, &error)) return refuse_load(status, error);
   if (const Status status = load_configuration_sources(settings, &error)) return refuse_load(status, error);
   heap_return_freed_memory();  // that files were read into, more than the services need

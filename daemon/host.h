@@ -3,9 +3,9 @@
 
 namespace daemon_host {
 
-// Exit status of a process whose settings or router file are invalid, EX_CONFIG of sysexits.h: starting it
-// again does not help.
-inline constexpr int kWrongSettings = 78;
+// Exit status of a process that starting again does not help, EX_CONFIG of sysexits.h: settings or router
+// file are invalid, or a database is of a later release.
+inline constexpr int kNeedsOperator = 78;
 
 // Reads the settings, loads the source into the router model and attaches the services, so that the model is
 // complete before the daemon registers. Live changes and the data store's server start with the main event

@@ -9,6 +9,8 @@
 #include "daemon/host.h"
 #include "mpls/vpn/mib/src/mpls_vpn_mib_start.h"
 #include "platform/core/base/log.h"
+#include "platform/core/base/status.h"
+#include "platform/core/chkpt/chkpt.h"
 
 namespace {
 
@@ -32,7 +34,7 @@ constexpr char kUsage[] =
     "Signals: SIGTERM and SIGINT end it, SIGHUP reads the settings and the router file again.\n"
     "Exit status: 1 the start or the check failed, 2 wrong arguments, 78 the settings or the router file "
     "are\n"
-    "invalid.\n";
+    "invalid, or a later release has written the databases.\n";
 
 int print(const char* text) {
   return std::fputs(text, stdout) == EOF || std::fflush(stdout) == EOF ? 1 : 0;
@@ -59,6 +61,7 @@ int main(int argc, char** argv) {
   signal(SIGPIPE, SIG_IGN);
   if (const int status = daemon_host::start_host()) return status;
   const int status = mpls_vpn_mib_main(argc, argv);
+  if (chkpt_failure() == kStatusNewerVersion) return daemon_host::kNeedsOperator;
   log_error("mpls_vpn_mib",
             "the start failed; without a reason above, start it with MPLS_VPN_MIB_DEBUG=errors, which prints "
             "errors of all debug areas");

@@ -1,9 +1,11 @@
 #!/usr/bin/env python3
 """The daemon and the sub-agent as services: signals, what the service manager is notified of, wrong settings, a second daemon,
 and --check."""
+import contextlib
 import os
 import signal
 import socket
+import sqlite3
 import subprocess
 import tempfile
 import threading
@@ -218,6 +220,21 @@ class Refusals(ServiceTest):
         self.assertEqual((status, f"{system.router_file}:1:" in log), (78, True), log)
         system.router_file.unlink()
         self.assertEqual(self.refused(system)[0], 1)
+
+    def test_database_of_a_later_release_has_it_too(self):
+        system = self.started()
+        system.kill("daemon", signal.SIGTERM)
+        for name in "configuration.db", "checkpoint.db":
+            with self.subTest(name):
+                with contextlib.closing(sqlite3.connect(system.folder / "state" / name)) as database:
+                    version, = database.execute("PRAGMA user_version").fetchone()
+                    database.execute("PRAGMA user_version = 99")
+                status, log = self.refused(system)
+                self.assertEqual(status, 78, log)
+                self.assertIn(f"it is of version 99 and this release reads versions up to {version}", log)
+                self.assertNotIn("without a reason above", log)
+                with contextlib.closing(sqlite3.connect(system.folder / "state" / name)) as database:
+                    database.execute(f"PRAGMA user_version = {version}")
 
     def test_second_daemon_names_the_first_and_its_folder(self):
         system = self.started()

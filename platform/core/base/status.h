@@ -17,6 +17,7 @@ inline constexpr Status kStatusAccess = 13;         // EACCES: the peer may read
 inline constexpr Status kStatusExists = 17;         // EEXIST
 inline constexpr Status kStatusInvalid = 22;        // EINVAL
 inline constexpr Status kStatusDeadlock = 35;       // EDEADLK: the thread has locked this mutex already
+inline constexpr Status kStatusNewerVersion = 95;   // EOPNOTSUPP: the database of a later release
 inline constexpr Status kStatusTimedOut = 110;      // ETIMEDOUT
 inline constexpr Status kStatusInProgress = 115;    // EINPROGRESS: the result follows
 inline constexpr Status kStatusNotConnected = 107;  // ENOTCONN

@@ -100,7 +100,8 @@ void chkpt_table_init(ChkptTableDescriptor* descriptor, std::uint32_t key_kind, 
 // The number of the last commit that has ended. A failed commit ends, too: what waits for it continues, as
 // the failure is logged and may last.
 std::uint64_t chkpt_committed();
-// Why the last commit failed; kStatusOk if it succeeded, or while no store is open.
+// Why the last commit failed, or the last chkpt_init() could not open the database: kStatusNewerVersion if a
+// later release has written it.
 Status chkpt_failure();
 // Sets what is called on the main thread with that number whenever it has increased. Null removes it. It must
 // not end the store.

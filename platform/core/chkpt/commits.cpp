@@ -192,7 +192,7 @@ using chkpt::the_store;
 
 Status chkpt_failure() {
   const Store* const store = the_store().get();
-  return store == nullptr ? kStatusOk : store->failure;
+  return store == nullptr ? chkpt::opening_failure() : store->failure;
 }
 
 std::uint64_t chkpt_begin_flush() {

@@ -185,7 +185,7 @@ TEST_F(CheckpointDamageTest, DatabaseOfANewerVersionIsRefusedAndLeftAlone) {
   const std::string log = ReadFile(Log());
   for (int start = 0; start < 2; ++start) {
     CaptureStderr();
-    EXPECT_EQ(chkpt_init(&application, manager), kStatusIo);
+    EXPECT_EQ(chkpt_init(&application, manager), kStatusNewerVersion);
     EXPECT_EQ(GetCapturedStderr(), "chkpt: " + File() +
                                        ": it is of version 3 and this release reads versions up to 2; start "
                                        "the release that wrote it, or move the file away\n");

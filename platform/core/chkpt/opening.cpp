@@ -344,7 +344,9 @@ Status Database::open(const std::string& directory, std::unique_ptr<Database>* d
     }
     const std::string why = opening->unusable;
     const std::string refusal = opening->refusal;
-    const Status status = opening->status == kStatusOk ? kStatusIo : opening->status;
+    const Status status = !refusal.empty()               ? kStatusNewerVersion
+                          : opening->status == kStatusOk ? kStatusIo
+                                                         : opening->status;
     const std::int64_t version = opening->version;
     opening.reset();  // closes the database
     if (why.empty() || is_new) return refuse(path, refusal, status);

@@ -27,6 +27,11 @@ std::unique_ptr<Store>& the_store() {
   return store;
 }
 
+Status& opening_failure() {
+  static Status failure = kStatusOk;
+  return failure;
+}
+
 }  // namespace chkpt
 
 namespace {
@@ -91,8 +96,8 @@ Status chkpt_init(const ChkptApplication* application, EventManager* manager) {
   if (the_store() != nullptr) return kStatusExists;
   auto store = std::make_unique<Store>(manager);
   const std::string directory = state_directory();
-  if (const Status status = chkpt::Database::open(directory, &store->database, &store->contents))
-    return status;
+  chkpt::opening_failure() = chkpt::Database::open(directory, &store->database, &store->contents);
+  if (chkpt::opening_failure() != kStatusOk) return chkpt::opening_failure();
   store->application = application->number;
   store->next_object_id = store->contents.last_object_id + 1;
   if (const Status status = store->database->put_application(application->number, application->name)) {

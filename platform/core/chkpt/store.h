@@ -50,6 +50,8 @@ struct Store {
 
 // Null while no store is open.
 std::unique_ptr<Store>& the_store();
+// Why the last chkpt_init() could not open the database.
+Status& opening_failure();
 
 void mark_unwritten(Store* store, const RecordRef& ref, Record* record);
 void mark_deleted(Store* store, std::uint64_t object_id);
