@@ -12,10 +12,11 @@ import unittest
 
 from guest_system import GuestSystemTest  # before system
 from kernel import Kernel, batch, member_lines, vrf_lines
-from routes import LOCAL, vrf_routes
+from routes import LOCAL, REMOTE, vrf_routes
 from system import PERF_ENTRY, RAW, ROUTE_ENTRY, dotted, name_index, route_index
 
-WATCHED = ("10.0.0.0/24", "192.168.1.0/24", "192.168.8.0/24", "192.168.9.0/24", "2001:db8:10::/64", "2001:db8:cccc::/48")
+WATCHED = ("0.0.0.0/0", "192.168.4.0/24", "10.0.0.0/24", "192.168.1.0/24", "192.168.8.0/24", "192.168.9.0/24",
+           "2001:db8:10::/64", "2001:db8:cccc::/48")
 LOW = 8  # IPv4 routes of red
 
 INTERFACE, TYPE, PROTOCOL, METRIC, POINTER, STATUS = 7, 8, 9, 12, 17, 18
@@ -72,7 +73,8 @@ class RoutesOnAKernel(GuestSystemTest):
         """The same of red's watched prefixes and of its low-water mark."""
         red, = self.system.cli_json("show", "thresholds")
         shown = {each["prefix"]: each["present"] for each in red["prefixes"]} | {"low": red["tables"][0]["state"] == "low"}
-        expected = {prefix: any(prefix == key[0] for key in rows) for prefix in WATCHED}
+        forwarded = {prefix for (prefix, _), row in rows.items() if row[2] in (LOCAL, REMOTE)}
+        expected = {prefix: prefix in forwarded for prefix in WATCHED}
         expected["low"] = sum(":" not in prefix for prefix, _ in rows) < LOW
         return [(f"watched {what}", expected[what], shown.get(what)) for what in expected if expected[what] != shown.get(what)]
 
@@ -107,7 +109,8 @@ class RoutesOnAKernel(GuestSystemTest):
         if os.path.isdir("/proc/sys/net/mpls"):
             self.step("route add 10.9.0.0/16 encap mpls 200 via 10.99.0.2 dev d4 proto bgp vrf red",
                       "route add 10.10.0.0/16 encap mpls 1002/16 via 10.99.0.2 dev d4 proto bgp vrf red")
-        self.step("route del 192.168.9.0/24 vrf red", "route replace 192.168.1.0/24 via 10.1.0.2 vrf red")
+        self.step("route add default via 10.0.0.2 vrf red", "route del 192.168.9.0/24 vrf red",
+                  "route replace 192.168.1.0/24 via 10.1.0.2 vrf red")
         self.step("link set d0 down")
         self.step("link set d0 up")
         self.step("link set d1 master blue")

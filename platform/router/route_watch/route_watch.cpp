@@ -1,6 +1,7 @@
 // Watched VRFs are indexed by name, because they may be configured before they exist, and by the numbers of
-// their tables. A VRF whose table is below its mark is due when its time is over. Attaching makes the only
-// instance; the handlers of the data store have no argument and find it in service().
+// their tables. A VRF whose table is below its mark is due when its time is over. Those that change during a
+// pass over the marked ones are for the next pass, so that a busy one delays no other. Attaching makes the
+// only instance; the handlers of the data store have no argument and find it in service().
 #include "platform/router/route_watch/route_watch.h"
 
 #include <algorithm>
@@ -95,14 +96,14 @@ WatchedVrf* Service::change(const std::string& vrf) {
 }
 
 void Service::end_change(const std::string& vrf) {
-  mark_changed(vrf);
   const auto watched = watched_.find(vrf);
-  if (watched->second.is_configured()) return;
+  if (watched->second.is_compared()) return mark_changed(vrf);
   watched->second.evaluate(*model_);  // logs that it is no longer low
   unlink_tables(vrf);
   check_later(vrf, 0);
   marked_.erase(vrf);
-  watched_.erase(watched);
+  pass_.erase(vrf);
+  if (!watched->second.is_configured()) watched_.erase(watched);
 }
 
 void Service::set_low(const std::string& vrf, std::size_t family, const Pair& low_and_hold) {
@@ -142,7 +143,8 @@ void Service::for_each(const std::function<void(const WatchedVrf&)>& visit) cons
 // --- The router
 
 void Service::mark_changed(const std::string& vrf) {
-  if (!watched_.contains(vrf)) return;
+  const auto watched = watched_.find(vrf);
+  if (watched == watched_.end() || !watched->second.is_compared()) return;
   link_tables(vrf);
   mark(vrf);
 }
@@ -192,23 +194,30 @@ void Service::check_at(std::uint64_t time) {
   });
 }
 
+// At least one VRF in each step, however long each takes.
 void Service::check() {
   const std::uint64_t now = clock_monotonic();
-  take_due(now);
-  while (!marked_.empty() && clock_monotonic() < now + kStepTime) {
-    const std::string vrf = marked_.extract(marked_.begin()).value();
-    check_later(vrf, watched_.at(vrf).evaluate(*model_));
-  }
-  if (!marked_.empty()) return check_at(now);
-  checked_at_ = now;
+  if (pass_.empty() && now >= checked_at_ + kCheckInterval) pass_.swap(marked_);
+  bool is_more = compare_next(now);
+  while (is_more && clock_monotonic() < now + kStepTime) is_more = compare_next(now);
+  if (is_more) return check_at(now);
+  if (!marked_.empty()) check_at(checked_at_ + kCheckInterval);
   if (!due_order_.empty()) check_at(due_order_.begin()->first);
 }
 
-void Service::take_due(std::uint64_t now) {
-  for (const auto& [due, vrf] : due_order_) {
-    if (due > now) return;
-    marked_.insert(vrf);
+// False if there was none. A comparison takes the VRF out of the pass, and leaves no time that is over.
+bool Service::compare_next(std::uint64_t now) {
+  std::string vrf;
+  if (!pass_.empty()) {
+    vrf = pass_.extract(pass_.begin()).value();
+    if (pass_.empty()) checked_at_ = now;
+  } else if (!due_order_.empty() && due_order_.begin()->first <= now) {
+    vrf = due_order_.begin()->second;
+  } else {
+    return false;
   }
+  check_later(vrf, watched_.at(vrf).evaluate(*model_));
+  return true;
 }
 
 // 0: not without a change.

@@ -1,14 +1,14 @@
 // Watches what is missing: tables with fewer routes than their low-water mark, and prefixes without a route.
 //
 //   vrf NAME low-water ipv4|ipv6 LOW HOLD   the table has been below LOW routes for HOLD seconds: it is low,
-//   until
-//                                           it has LOW routes or more
-//   vrf NAME watch PREFIX                   the prefix itself has a route in the VRF's table, or none
+//                                           until it has LOW routes or more
+//   vrf NAME watch PREFIX                   the VRF's table has a route to the prefix itself, or none
 //
-// A VRF that does not exist has no routes. Each change of a state is logged: a table that becomes low, or no
-// longer is; a prefix that loses its last route, or has one again. A prefix that never had one is not logged.
-// No SNMP notification is raised: the MIB has none for this. The route thresholds, which do raise some
-// (platform/router/rib_threshold), are listed as well.
+// Routes to a watched prefix that discard packets do not count. A VRF that does not exist has no routes. Each
+// change of a state is logged: a table that becomes low, or no longer is; a prefix that loses its last route,
+// or has one again. A prefix that never had one is not logged. No SNMP notification is raised: the MIB has
+// none for this. The route thresholds, which do raise some (platform/router/rib_threshold), are listed as
+// well.
 //
 // At most kMostPrefixes prefixes are watched; a further one is logged and ignored until it is configured
 // again.

@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 
+#include <array>
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -61,7 +62,15 @@ class RouteWatch : public router::RouterTest {
     return {prefix.find(':') == std::string::npos ? router::Family::kIpv4 : router::Family::kIpv6, 10};
   }
   void AddRoute(const std::string& prefix, const std::string& next_hop = "") {
-    ASSERT_EQ(router_.routes().put(Table(prefix), router::MakeRoute(prefix, next_hop)), kStatusOk);
+    PutRoute(Table(prefix), router::MakeRoute(prefix, next_hop));
+  }
+  void AddRoute(const std::string& prefix, router::RouteType type) {
+    router::Route route = router::MakeRoute(prefix);
+    route.type = type;
+    PutRoute(Table(prefix), route);
+  }
+  void PutRoute(router::RouteTableId table, const router::Route& route) {
+    ASSERT_EQ(router_.routes().put(table, route), kStatusOk);
     router_.flush_route_changes();
   }
   void RemoveRoute(const std::string& prefix, const std::string& next_hop = "") {
@@ -69,6 +78,11 @@ class RouteWatch : public router::RouterTest {
     router_.flush_route_changes();
   }
   void Run() { event_run_pending(manager_); }
+  void RunIteration() {
+    std::array<unsigned char, 1024> buffer;
+    EventContext context{manager_, buffer.data(), buffer.size(), 0};
+    if (event_wait_for(&context, 0) == 0) event_dispatch(&context);
+  }
   void Pass(std::uint64_t milliseconds) {
     clock_.advance(milliseconds * kNanosecondsPerMillisecond);
     Run();
@@ -235,6 +249,22 @@ TEST_F(RouteWatch, RoutesToOtherPrefixesDoNotCount) {
   EXPECT_THAT(Shown(), ElementsAre("red 10.0.0.0/16 absent"));
 }
 
+TEST_F(RouteWatch, PrefixWithOnlyARouteThatDiscardsIsAbsent) {
+  WatchPrefix("0.0.0.0/0");
+  for (const auto type :
+       {router::RouteType::kReject, router::RouteType::kBlackhole, router::RouteType::kOther}) {
+    AddRoute("0.0.0.0/0", type);
+    Pass(100);
+    EXPECT_THAT(Shown(), ElementsAre("red 0.0.0.0/0 absent"));
+    AddRoute("0.0.0.0/0", "192.0.2.1");
+    Pass(100);
+    EXPECT_THAT(Shown(), ElementsAre("red 0.0.0.0/0 present"));
+    RemoveRoute("0.0.0.0/0", "192.0.2.1");
+    Pass(100);
+    EXPECT_THAT(Shown(), ElementsAre("red 0.0.0.0/0 absent"));
+  }
+}
+
 TEST_F(RouteWatch, PrefixThatNeverHadARouteIsNotLogged) {
   const std::string log = LogOf([this] {
     WatchPrefix("10.0.1.0/24");
@@ -281,6 +311,56 @@ TEST_F(RouteWatch, ChangesWithinTheIntervalCostOneComparison) {
   AddRoute("10.0.1.0/24");
   Pass(100);
   EXPECT_THAT(Shown(), ElementsAre("red 10.0.1.0/24 present"));
+}
+
+TEST_F(RouteWatch, ThresholdsAloneCostNoComparison) {
+  Set(Kind::kThreshold, {.vrf = "red", .number = 9, .mid = 7});
+  Pass(100);
+  AddRoute("10.0.1.0/24");
+  clock_.advance(100 * kNanosecondsPerMillisecond);
+  EXPECT_FALSE(event_run_pending(manager_));
+}
+
+TEST_F(RouteWatch, RemovedMarkBesideThresholdsIsNotLow) {
+  SetLow(1, 0);
+  Set(Kind::kThreshold, {.vrf = "red", .number = 9, .mid = 7});
+  Pass(100);
+  EXPECT_THAT(Shown(), ElementsAre("red ipv4 0<1/0 low"));
+  EXPECT_THAT(LogOf([this] { Unset(Kind::kLowWater, {.vrf = "red"}); }),
+              HasSubstr("VRF red: the low-water mark of its IPv4 routes is removed"));
+  EXPECT_THAT(Shown(), ElementsAre("red ipv4 0<0/0 ok"));
+}
+
+TEST_F(RouteWatch, DueTablesAreComparedHoweverLongAStepTakes) {
+  SetLow(1, 10);
+  SetLow(1, 10, "blue");
+  Pass(100);
+  clock_.advance(20 * kNanosecondsPerSecond);
+  clock_.tick(5 * kNanosecondsPerMillisecond);
+  for (int iterations = 0; iterations < 20; ++iterations) RunIteration();
+  EXPECT_THAT(Shown(), ElementsAre("red ipv4 0<1/10 low", "blue ipv4 0<1/10 low"));
+  clock_.tick(0);
+  clock_.advance(kNanosecondsPerSecond);
+  EXPECT_FALSE(event_run_pending(manager_)) << "nothing is left to do";
+}
+
+// The tick lets each step of the service compare one VRF.
+TEST_F(RouteWatch, VrfThatChangesAllTheTimeDelaysNoOther) {
+  AddVrf("busy", 20);
+  AddVrf("quiet", 10);
+  WatchPrefix("10.0.1.0/24", "busy");
+  WatchPrefix("10.0.1.0/24", "quiet");
+  Pass(100);
+  clock_.advance(100 * kNanosecondsPerMillisecond);
+  clock_.tick(600'000);
+  AddRoute("10.0.1.0/24");
+  for (std::uint32_t iterations = 0; iterations < 50; ++iterations) {
+    router::Route route = router::MakeRoute("10.0.2.0/24");
+    route.interface_index = iterations + 1;
+    PutRoute({router::Family::kIpv4, 20}, route);
+    RunIteration();
+  }
+  EXPECT_THAT(Shown(), ElementsAre("busy 10.0.1.0/24 absent", "quiet 10.0.1.0/24 present"));
 }
 
 }  // namespace

@@ -49,7 +49,7 @@ class Service final : public router::Observer {
   void unlink_tables(const std::string& vrf);
   void check_at(std::uint64_t time);
   void check();
-  void take_due(std::uint64_t now);
+  bool compare_next(std::uint64_t now);
   void check_later(const std::string& vrf, std::uint64_t due);
 
   router::Router* model_;
@@ -59,13 +59,14 @@ class Service final : public router::Observer {
   std::map<std::string, WatchedVrf, router::ShorterFirst> watched_;
   std::map<std::string, std::vector<router::RouteTableId>, router::ShorterFirst> tables_of_vrf_;
   std::map<router::RouteTableId, Names> vrfs_of_table_;  // watched ones
-  Names marked_;
-  std::map<std::string, std::uint64_t> due_of_;                // of tables that are below their mark
+  Names marked_;                                         // to be compared in the next pass
+  Names pass_;                                           // those that the current pass has yet to compare
+  std::map<std::string, std::uint64_t> due_of_;          // of tables that are below their mark
   std::set<std::pair<std::uint64_t, std::string>> due_order_;  // the same
   std::size_t prefixes_ = 0;
   EventTimerId timer_ = 0;
   std::uint64_t timer_at_ = 0;    // clock_monotonic()
-  std::uint64_t checked_at_ = 0;  // likewise
+  std::uint64_t checked_at_ = 0;  // likewise; the end of the last pass
 };
 
 // Answers with the service's VRFs; null: it ends.

@@ -16,11 +16,25 @@ std::uint32_t seconds_now() {
   return static_cast<std::uint32_t>(clock_stamp() / kNanosecondsPerSecond);
 }
 
+bool is_of_prefix(const router::RouteKey& key, const router::RouteKey& prefix) {
+  return key.destination == prefix.destination && key.prefix_length == prefix.prefix_length;
+}
+
+bool forwards(const router::Route& route) {
+  return route.type == router::RouteType::kLocal || route.type == router::RouteType::kRemote;
+}
+
+// Routes that discard packets do not count. They have no next hop and so precede the others of a prefix.
 bool has_route(const router::Router& model, router::RouteTableId table, const router::RouteKey& prefix) {
-  bool found = false;
-  if (table.table != 0)
-    model.routes().visit_prefix(table, prefix, [&found](const router::RouteMark&) { found = true; });
-  return found;
+  if (table.table == 0) return false;
+  const router::RouteStore& routes = model.routes();
+  router::Route route;
+  bool is_more = routes.find(table, prefix, &route) || routes.find_next(table, prefix, &route);
+  while (is_more && is_of_prefix(route.key, prefix)) {
+    if (forwards(route)) return true;
+    is_more = routes.find_next(table, route.key, &route);
+  }
+  return false;
 }
 
 }  // namespace
@@ -44,6 +58,11 @@ void WatchedVrf::set_thresholds(std::size_t family, const Pair& maximum_and_mid)
 
 bool WatchedVrf::is_configured() const {
   return !prefixes_.empty() || std::ranges::any_of(tables_, &WatchedTable::is_configured);
+}
+
+bool WatchedVrf::is_compared() const {
+  return !prefixes_.empty() ||
+         std::ranges::any_of(tables_, [](const WatchedTable& table) { return table.low != 0; });
 }
 
 WatchedVrf::PrefixKey WatchedVrf::key_of(const router::Address& prefix) {

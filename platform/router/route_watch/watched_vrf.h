@@ -48,6 +48,7 @@ class WatchedVrf {
   void add_prefix(const router::Address& prefix) { prefixes_.try_emplace(key_of(prefix)); }
   void remove_prefix(const router::Address& prefix) { prefixes_.erase(key_of(prefix)); }
   bool is_configured() const;
+  bool is_compared() const;  // with the routes: thresholds alone are not
 
   // Compares with the routes now, and logs what has changed. When the next comparison is due although no
   // route changes, clock_monotonic(); 0 if never.
