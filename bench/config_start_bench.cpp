@@ -58,7 +58,8 @@ class Bench {
       in_child([this] { return fold(); });
       execute(
           "ALTER TABLE node DROP COLUMN checksum; ALTER TABLE log DROP COLUMN checksum; ALTER TABLE content "
-          "DROP COLUMN checksum; PRAGMA user_version = 3");
+          "DROP COLUMN checksum; ALTER TABLE node DROP COLUMN suppressed; ALTER TABLE log DROP COLUMN user; "
+          "DROP TABLE confirmation; PRAGMA user_version = 3");
     });
     report("damaged", [this] { damage(); });
   }

@@ -240,8 +240,9 @@ void add_show_vrf(CLI::App& show, Options* options) {
       ->check(CLI::IsMember(vrf_states()));
   vrf->add_option("--protocol", options->selection.protocol, "Only VRFs with an interface of this protocol")
       ->check(CLI::IsMember(vrf_protocols()));
-  vrf->add_option("--sort", options->selection.sort, "Order of the lines")
-      ->check(CLI::IsMember(vrf_orders()));
+  vrf->add_option("--sort", options->selection.sort,
+                  "Order of the lines: " + text::alternatives(vrf_orders()))
+      ->type_name("ORDER");
   add_structured(vrf, &options->structured);
   vrf->footer(kVrfFooter);
   vrf->callback([options] {
@@ -364,7 +365,9 @@ void add_trace(CLI::App& app, Options* options) {
   CLI::App* command =
       app.add_subcommand("trace", "Lists the trace buffers, or shows one; needs no running daemon");
   command->add_option("BUFFER", options->trace.buffer, "A buffer, with or without \"mpls_vpn/\" before it");
-  add_count(command, "--last", &options->trace.last, "Only the latest N entries");
+  command->add_option("--last", options->trace.last, "Only the latest N entries")
+      ->type_name("N")
+      ->check(CLI::Range(1U, kMostCount).description(""));
   command->footer("Examples:\n  mplsvpn trace\n  mplsvpn trace error --last 20");
   on_choice(command, options, trace, &Options::trace);
 }

@@ -113,11 +113,16 @@ struct ConfigEditRequest {
   bool dry_run = false;            // shows what would change
   bool force = false;              // of config_commit: whatever was committed since
   std::string comment;             // of the commit; empty: the words, or what was loaded
+  std::uint32_t confirmed = 0;     // seconds for confirming the commit; 0: it needs no confirmation
 };
 void config_set(const Session& session, const ConfigEditRequest& request);
 // The items that the words configure, or else all that begin with them.
 void config_delete(const Session& session, const ConfigEditRequest& request);
-// Lines "set WORDS" and "delete WORDS" as one commit.
+// The items of other owners that the words configure, or else all that begin with them, have no effect until
+// the command line no longer suppresses them.
+void config_suppress(const Session& session, const ConfigEditRequest& request);
+void config_unsuppress(const Session& session, const ConfigEditRequest& request);
+// Lines of edits as one commit.
 void config_load(const Session& session, const std::string& file, const ConfigEditRequest& request);
 
 // The candidate: committed and dropped, dropped, or compared with the effective configuration. It is not
@@ -125,6 +130,9 @@ void config_load(const Session& session, const std::string& file, const ConfigEd
 void config_commit(const Session& session, const ConfigEditRequest& request);
 void config_discard(const Session& session);
 void config_diff(const Session& session);
+
+// Confirms the commit that waits for that.
+void config_confirm(const Session& session);
 
 // The latest commits, or what one changed.
 void config_history(const Session& session, const std::string& id, std::uint32_t most);

@@ -157,7 +157,7 @@ TEST_F(InterfacesOfTheRouter, ManyAreReadInBatches) {
 TEST_F(Daemon, TableWithoutInterfacesIsAnEmptyList) {
   EXPECT_EQ(AskForJson({"show", "interfaces"}), Json::array());
   EXPECT_EQ(Ask({"show", "interfaces", "red"}), kExitFailed);
-  EXPECT_EQ(Err(), "mplsvpn: there is no VRF red\n");
+  EXPECT_EQ(Err(), "mplsvpn: VRF red does not exist\n");
   fake.vrfs["red"];
   EXPECT_EQ(AskForJson({"show", "interfaces", "red"}), Json::array());
   EXPECT_EQ(Ask({"show", "interfaces"}), kExitOk);
@@ -234,10 +234,9 @@ TEST_F(Daemon, GetShowsARecordOfAnyType) {
 
 TEST_F(Daemon, FailureOfGetHasThePathAndTheReason) {
   EXPECT_EQ(Ask({"get", "nothing"}), kExitFailed);
-  EXPECT_EQ(Err(), "mplsvpn: /oper/mpls_vpn/gl/nothing: No such path (0x40818a00)\n");
+  EXPECT_EQ(Err(), "mplsvpn: /oper/mpls_vpn/gl/nothing: No such path\n");
   EXPECT_EQ(Ask({"get", "interface-next/red"}), kExitFailed);
-  EXPECT_EQ(Err(),
-            "mplsvpn: /oper/mpls_vpn/gl/interface-next/red: A path argument is missing (0x40818800)\n");
+  EXPECT_EQ(Err(), "mplsvpn: /oper/mpls_vpn/gl/interface-next/red: A path argument is missing\n");
   EXPECT_EQ(Ask({"get", "interface-next/red/0"}), kExitFailed);
   EXPECT_EQ(Err(), "mplsvpn: /oper/mpls_vpn/gl/interface-next/red/0: no such row\n");
 }

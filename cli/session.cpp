@@ -6,6 +6,12 @@
 
 namespace cli {
 
+namespace {
+
+constexpr char kAdministrators[] = "mpls_vpn_admin";
+
+}  // namespace
+
 std::unique_ptr<kvtree::Client> connect_to_daemon(const Session& session) {
   auto client = std::make_unique<kvtree::Client>(session.socket, session.timeout);
   if (const Status status = client->connect()) throw no_daemon(session.socket, status);
@@ -30,10 +36,11 @@ Failure no_daemon(const std::string& socket, Status status) {
 }
 
 Failure no_right(const std::string& to_what) {
-  return {kExitNoRight,
-          "permission denied: only root and the administrators' group (mpls_vpn_admin unless the daemon has "
-          "another) may " +
-              to_what};
+  return {
+      kExitNoRight,
+      fmt::format("permission denied: only root and the group {0} (unless the daemon has another) may {1}; "
+                  "\"adduser USER {0}\" adds a user, from the next login on",
+                  kAdministrators, to_what)};
 }
 
 Failure request_failure(const Session& session, const std::string& what, Status status,
@@ -53,7 +60,7 @@ Failure request_failure(const Session& session, const std::string& what, Status 
     return {kExitNoRight,
             what + ": permission denied for the role of this user; \"mplsvpn show status\" shows it"};
   }
-  return {kExitFailed, fmt::format("{}: {} ({:#x})", what, err_text(status), status)};
+  return {kExitFailed, fmt::format("{}: {}", what, err_text(status))};
 }
 
 const char* exit_name(int exit_status) {

@@ -1,9 +1,13 @@
 // "config set", "delete", "load", "commit", "discard" and "diff". All edits are checked first, then made as
 // one commit.
+#include <fmt/format.h>
+#include <fmt/ostream.h>
+
 #include <array>
 #include <cerrno>
 #include <cstdio>
 #include <memory>
+#include <optional>
 #include <string_view>
 #include <system_error>
 
@@ -11,6 +15,8 @@
 #include "cli/config/config_candidate.h"
 #include "cli/config/config_edits.h"
 #include "cli/config/config_history.h"
+#include "cli/config/config_warnings.h"
+#include "cli/output/json_list.h"
 #include "cli/output/table.h"
 
 namespace cli {
@@ -18,15 +24,14 @@ namespace cli {
 namespace {
 
 constexpr char kStandardInput[] = "-";
+constexpr char kStandardInputName[] = "<stdin>";
 constexpr std::string_view kByteOrderMark = "\xef\xbb\xbf";  // which some editors write
-
-enum class Answer { kNothing, kCommit };  // printed after a commit
 
 std::string read_file(const std::string& name) {
   const auto failure = [&name] {
     return Failure(kExitFailed, name + ": " + std::generic_category().message(errno));
   };
-  const char* path = name == kStandardInput ? "/dev/stdin" : name.c_str();
+  const char* path = name == kStandardInputName ? "/dev/stdin" : name.c_str();
   const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path, "re"), &std::fclose);
   if (file == nullptr) throw failure();
   std::string text;
@@ -46,26 +51,35 @@ void collect(const Session& session, const std::vector<ConfigEdit>& edits) {
   WorkingCopy copy(session, *client);
   copy.apply(candidate.edits());
   copy.apply(edits);
+  warn_of_missing_vrfs(session, *client, edits);
   candidate.append(edits, newest);
 }
 
-// The commit's id; empty when there is nothing to change.
-std::string commit(const Session& session, kvtree::Client& client, const std::vector<KvConfigChange>& changes,
-                   const std::string& comment, const std::string& what) {
-  if (changes.empty()) return {};
-  return make_commit(session, client, what, changes, comment.empty() ? what : comment);
+CommitOrder order_of(const ConfigEditRequest& request, const std::string& what) {
+  return {what, request.comment, std::chrono::seconds(request.confirmed)};
 }
 
 void make(const Session& session, const std::vector<ConfigEdit>& edits, const ConfigEditRequest& request,
-          const std::string& what, Answer answer) {
+          const std::string& what) {
   if (request.candidate) return collect(session, edits);
   const auto client = connect_to_daemon(session);
   WorkingCopy copy(session, *client);
   copy.apply(edits);
   const std::vector<KvConfigChange> changes = copy.changes();
-  if (request.dry_run) return print_changes(session, foresee_changes(session, *client, changes));
-  const std::string id = commit(session, *client, changes, request.comment, what);
-  if (answer == Answer::kCommit) print_commit(session, id);
+  warn_of_missing_vrfs(session, *client, edits);
+  const bool are_of_a_file = !edits.empty() && !edits.front().place.empty();
+  CommitChanges foreseen;
+  if (request.dry_run || are_of_a_file) foreseen = foresee_changes(session, *client, changes);
+  if (are_of_a_file) warn_of_taking_over(session, foreseen);
+  if (request.dry_run) return print_changes(session, foreseen);
+  make_commit(session, *client, order_of(request, what), changes);
+}
+
+// The words are an item, or the beginning of several.
+void make_of_beginning(const Session& session, EditVerb verb, const ConfigEditRequest& request) {
+  check_deletion(request.words);
+  const ConfigEdit edit{verb, request.words, ""};
+  make(session, {edit}, request, edit_line(edit));
 }
 
 Failure no_candidate() {
@@ -79,18 +93,25 @@ void config_set(const Session& session, const ConfigEditRequest& request) {
   if (const auto* error = std::get_if<vrf_config::WordError>(&parsed)) {
     throw Failure(kExitUsage, printable(error->text));
   }
-  const ConfigEdit edit{true, request.words, ""};
-  make(session, {edit}, request, edit_line(edit), Answer::kNothing);
+  const ConfigEdit edit{EditVerb::kSet, request.words, ""};
+  make(session, {edit}, request, edit_line(edit));
 }
 
 void config_delete(const Session& session, const ConfigEditRequest& request) {
-  check_deletion(request.words);
-  const ConfigEdit edit{false, request.words, ""};
-  make(session, {edit}, request, edit_line(edit), Answer::kNothing);
+  make_of_beginning(session, EditVerb::kDelete, request);
+}
+
+void config_suppress(const Session& session, const ConfigEditRequest& request) {
+  make_of_beginning(session, EditVerb::kSuppress, request);
+}
+
+void config_unsuppress(const Session& session, const ConfigEditRequest& request) {
+  make_of_beginning(session, EditVerb::kUnsuppress, request);
 }
 
 void config_load(const Session& session, const std::string& file, const ConfigEditRequest& request) {
-  make(session, parse_edits(read_file(file), file), request, "load " + file, Answer::kCommit);
+  const std::string name = file == kStandardInput ? kStandardInputName : file;
+  make(session, parse_edits(read_file(name), name), request, "load " + file);
 }
 
 void config_commit(const Session& session, const ConfigEditRequest& request) {
@@ -101,21 +122,41 @@ void config_commit(const Session& session, const ConfigEditRequest& request) {
   copy.apply(candidate.edits());
   const std::vector<KvConfigChange> changes = copy.changes();
   if (!request.force) check_unchanged_since(session, *client, candidate.begun_after(), changes);
-  print_commit(session, commit(session, *client, changes, request.comment, "commit"));
+  make_commit(session, *client, order_of(request, "commit"), changes);
   candidate.clear();
 }
 
+void config_confirm(const Session& session) {
+  const auto client = connect_to_daemon(session);
+  const kvtree::ConfirmationResult confirmed = client->confirm();
+  if (confirmed.status == kStatusNoSuchRow)
+    throw Failure(kExitFailed, "no commit waits for its confirmation; \"--confirmed MINUTES\" requires one");
+  if (confirmed.status == kStatusAccess) throw no_right("change the configuration");
+  if (confirmed.status) throw request_failure(session, "config confirm", confirmed.status);
+  const KvConfigConfirmation& commit = confirmed.confirmation;
+  if (session.json) {
+    session.out << json_line({{"commit", commit_json(commit.id)}, {"user", user_json(commit.user)}}) << '\n';
+  } else {
+    fmt::print(session.out, "commit {} by {} is confirmed\n", commit.id, printable(commit.user));
+  }
+}
+
+// Whatever the candidate has: it may be what no edit can be read of.
 void config_discard(const Session& session) {
-  Candidate candidate(session);
-  if (candidate.edits().empty()) throw no_candidate();
-  candidate.clear();
+  const std::optional<std::size_t> edits = Candidate::discard(session);
+  if (!edits) throw no_candidate();
+  if (session.json) {
+    session.out << json_line({{"discardedLines", *edits}}) << '\n';
+  } else {
+    fmt::print(session.out, "candidate discarded ({} line{})\n", *edits, *edits == 1 ? "" : "s");
+  }
 }
 
 void config_diff(const Session& session) {
   const Candidate candidate(session);
   ConfigEditRequest request;
   request.dry_run = true;
-  make(session, candidate.edits(), request, "diff", Answer::kNothing);
+  make(session, candidate.edits(), request, "diff");
 }
 
 }  // namespace cli

@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
@@ -20,6 +21,8 @@
 namespace cli {
 
 namespace {
+
+constexpr std::string_view kCandidate = "candidate.";
 
 std::filesystem::path state_home() {
   const char* home = std::getenv("XDG_STATE_HOME");
@@ -37,7 +40,28 @@ std::string candidate_path(const Session& session) {
   if (error) throw Failure(kExitFailed, fmt::format("{}: {}", directory.string(), error.message()));
   if (const Status status = prepare_directory(directory, kStateDirectoryMode))
     throw Failure(kExitFailed, fmt::format("{}: {}", directory.string(), err_text(status)));
-  return directory / ("candidate." + kvtree_encode_text(session.socket));
+  return directory / (std::string(kCandidate) + kvtree_encode_text(session.socket));
+}
+
+// The run directory of a file's daemon; empty for another name.
+std::filesystem::path run_directory_of(std::string name) {
+  if (!name.starts_with(kCandidate)) return {};
+  name.erase(0, kCandidate.size());
+  char* socket = nullptr;
+  if (kvtree_string_decode(name.c_str(), &socket) != kStatusOk) return {};
+  const std::filesystem::path path = socket;
+  std::free(socket);
+  return path.is_absolute() ? path.parent_path() : std::filesystem::path();
+}
+
+// Those of daemons whose run directory no longer exists, such as of tests: nothing else would remove them.
+void remove_stale_candidates(const std::filesystem::path& own) {
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator(own.parent_path(), error)) {
+    const std::filesystem::path directory = run_directory_of(entry.path().filename());
+    if (entry.path() == own || directory.empty()) continue;
+    if (!std::filesystem::exists(directory, error) && !error) std::filesystem::remove(entry.path(), error);
+  }
 }
 
 constexpr std::string_view kBegunAfter = "# after commit ";
@@ -51,22 +75,41 @@ std::string commit_of(std::string_view text) {
 
 }  // namespace
 
-Candidate::Candidate(const Session& session) : path_(candidate_path(session)) {
-  file_ = open_private_file(path_, O_RDWR | O_APPEND);
-  if (file_ < 0) throw failure(errno);
-  try {
-    lock();
-    const std::string text = read();
-    edits_ = parse_edits(text, path_);
-    begun_after_ = commit_of(text);
-  } catch (...) {
-    close(file_);
-    throw;
-  }
+// Delegates, so that the destructor closes the file if it cannot be read.
+Candidate::Candidate(const Session& session) : Candidate() {
+  const std::string text = open(session);
+  edits_ = parse_edits(text, path_);
+  begun_after_ = commit_of(text);
 }
 
 Candidate::~Candidate() {
-  close(file_);
+  if (file_ >= 0) close(file_);
+}
+
+std::string Candidate::open(const Session& session) {
+  path_ = candidate_path(session);
+  remove_stale_candidates(path_);
+  file_ = open_private_file(path_, O_RDWR | O_APPEND);
+  if (file_ < 0) throw failure(errno);
+  lock();
+  return read();
+}
+
+std::optional<std::size_t> Candidate::discard(const Session& session) {
+  const std::string path = candidate_path(session);
+  std::error_code error;
+  const auto type = std::filesystem::symlink_status(path, error).type();
+  if (type == std::filesystem::file_type::not_found) return std::nullopt;
+  if (type != std::filesystem::file_type::regular) {
+    if (std::filesystem::remove(path, error)) return 0;
+    throw Failure(kExitFailed, fmt::format("{}: {}", path, error.message()));
+  }
+  Candidate candidate;
+  const std::string text = candidate.open(session);
+  if (text.empty()) return std::nullopt;
+  candidate.clear();
+  const auto lines = static_cast<std::size_t>(std::ranges::count(text, '\n'));
+  return text.starts_with(kBegunAfter) ? lines - 1 : lines;
 }
 
 void Candidate::lock() const {

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <chrono>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -21,6 +22,8 @@ inline std::chrono::milliseconds candidate_patience{30'000};
 class Candidate {
  public:
   explicit Candidate(const Session& session);
+  // Drops the session's candidate, even one that cannot be read. How many lines it had; none without one.
+  static std::optional<std::size_t> discard(const Session& session);
   ~Candidate();
   Candidate(const Candidate&) = delete;
   Candidate& operator=(const Candidate&) = delete;
@@ -33,6 +36,9 @@ class Candidate {
   void clear();
 
  private:
+  Candidate() = default;
+  // Opens and locks the file; its text.
+  std::string open(const Session& session);
   std::string read() const;
   void lock() const;
   Failure failure(int error) const;

@@ -1,8 +1,13 @@
 #include "cli/config/config_command_line.h"
 
+#include <fmt/format.h>
+
+#include "cli/output/table.h"
 #include "platform/config/owners.h"
 #include "platform/config/vrf_config.h"
+#include "platform/core/text/numbers.h"
 #include "platform/core/text/words.h"
+#include "platform/store/configuration/configuration.h"
 
 namespace cli {
 
@@ -21,10 +26,14 @@ constexpr char kExamples[] =
     "  mplsvpn config set vrf red rt both 65000:100\n"
     "  mplsvpn config set traps vrf-up\n"
     "  mplsvpn config delete vrf red rt import           every import route target of red\n"
+    "  mplsvpn config suppress vrf red description       whatever a router file or routing suite sets\n"
+    "  mplsvpn config show --owner cli > backup.conf     what the command line sets, to be loaded again\n"
     "  mplsvpn config load --dry-run red.conf            lines \"set WORDS\" and \"delete WORDS\"\n"
     "  mplsvpn config set --candidate vrf red rd 65000:1\n"
     "  mplsvpn config diff\n"
     "  mplsvpn config commit --comment \"new customer\"\n"
+    "  mplsvpn config load --confirmed 10 red.conf       undone after 10 minutes, unless you\n"
+    "  mplsvpn config confirm                            confirm it\n"
     "  mplsvpn config history 12\n"
     "  mplsvpn config rollback 11";
 
@@ -34,6 +43,20 @@ std::string config_footer() {
 
 std::string owner_names() {
   return text::alternatives({kConfigOwners.begin(), kConfigOwners.end()});
+}
+
+constexpr double kSecondsPerMinute = 60;
+
+// Turns a duration, in minutes without a unit, into seconds.
+CLI::Validator time_to_confirm() {
+  const auto convert = [](std::string& text) -> std::string {
+    const std::optional<double> seconds = text::parse_duration(text, kSecondsPerMinute);
+    if (!seconds || *seconds < 1 || *seconds > kLongestConfirmation)
+      return fmt::format("{} is not a time from 1s to 24h, such as 10 (minutes) or 90s", printable(text));
+    text = fmt::format("{:.0f}", *seconds);
+    return {};
+  };
+  return {convert, ""};
 }
 
 struct Builder {
@@ -58,9 +81,16 @@ struct Builder {
   void add_dry_run(CLI::App* app) const {
     app->add_flag("--dry-run", options->edit.dry_run, "Shows what would change, and changes nothing");
   }
+  void add_confirmed(CLI::App* app) const {
+    app->add_option("--confirmed", options->edit.confirmed,
+                    "Undoes the commit after so many minutes, unless \"config confirm\" confirms it")
+        ->type_name("MINUTES")
+        ->transform(time_to_confirm());
+  }
   void add_candidate(CLI::App* app) const {
     app->add_flag("--candidate", options->edit.candidate, "Adds it to the candidate, for \"config commit\"")
-        ->excludes(app->get_option("--dry-run"), app->get_option("--comment"));
+        ->excludes(app->get_option("--dry-run"), app->get_option("--comment"),
+                   app->get_option("--confirmed"));
   }
 };
 
@@ -84,17 +114,19 @@ void add_edit(const Builder& builder, const char* name, const char* description,
   app->add_option("WORDS", options->edit.words, "An item of the configuration")->required();
   builder.add_comment(app);
   builder.add_dry_run(app);
+  builder.add_confirmed(app);
   builder.add_candidate(app);
 }
 
 void add_load(const Builder& builder) {
   ConfigOptions* options = builder.options;
   CLI::App* app = builder.add_with_words(
-      "load", "Commits the lines of a file, set WORDS and delete WORDS, together",
+      "load", "Commits the lines of a file together: set WORDS, delete WORDS and others",
       [options](const Session& session) { config_load(session, options->file, options->edit); });
   app->add_option("FILE", options->file, "Lines, and comments after #; - is the standard input")->required();
   builder.add_comment(app);
   builder.add_dry_run(app);
+  builder.add_confirmed(app);
   builder.add_candidate(app);
 }
 
@@ -105,9 +137,11 @@ void add_candidate_commands(const Builder& builder) {
     config_commit(session, options->edit);
   });
   builder.add_comment(commit);
+  builder.add_confirmed(commit);
   commit->add_flag("--force", options->edit.force,
                    "Overwrites what was committed since the candidate was begun");
   builder.add("discard", "Drops the candidate", config_discard);
+  builder.add("confirm", "Confirms the commit that --confirmed would undo", config_confirm);
 }
 
 void add_words(const Builder& builder) {
@@ -123,16 +157,18 @@ void add_history(const Builder& builder) {
   CLI::App* history = builder.add(
       "history", "Shows the latest commits, or the changes of one",
       [options](const Session& session) { config_history(session, options->commit, options->most); });
-  history->add_option("COMMIT", options->commit, "A commit's number");
+  CLI::Option* commit = history->add_option("COMMIT", options->commit, "A commit's number");
   history->add_option("--max", options->most, "At most N commits (default 20)")
       ->type_name("N")
-      ->check(CLI::Range(1U, UINT32_MAX).description(""));
+      ->check(CLI::Range(1U, UINT32_MAX).description(""))
+      ->excludes(commit);
   CLI::App* rollback = builder.add(
       "rollback", "Undoes all later commits, as one commit",
       [options](const Session& session) { config_rollback(session, options->commit, options->edit); });
   rollback->add_option("COMMIT", options->commit, "The commit to return to")->required();
   builder.add_comment(rollback);
   builder.add_dry_run(rollback);
+  builder.add_confirmed(rollback);
 }
 
 }  // namespace
@@ -146,6 +182,8 @@ void add_config(CLI::App& app, ConfigOptions* options, Command* command) {
   add_show(builder);
   add_edit(builder, "set", "Sets an item", config_set);
   add_edit(builder, "delete", "Deletes an item, or all that begin with the words", config_delete);
+  add_edit(builder, "suppress", "Disables items of other owners, until \"unsuppress\"", config_suppress);
+  add_edit(builder, "unsuppress", "Makes suppressed items effective again", config_unsuppress);
   add_load(builder);
   add_candidate_commands(builder);
   add_history(builder);

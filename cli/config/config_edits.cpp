@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <span>
 
 #include "cli/output/table.h"
@@ -18,6 +19,8 @@ namespace {
 using vrf_config::WordError;
 using vrf_config::Words;
 
+// By EditVerb.
+constexpr std::array<std::string_view, 4> kVerbs = {"set", "delete", "suppress", "unsuppress"};
 constexpr std::size_t kLeastToDelete = 2;  // "vrf red", "traps all"
 static_assert(kConfigOwners.front() == kConfigOwnerCli);
 constexpr auto kLowerOwners = std::span(kConfigOwners).subspan<1>();
@@ -36,11 +39,13 @@ std::optional<ConfigEdit> parse_edit(std::string_view line, const std::string& p
   Words& words = std::get<Words>(split);
   if (words.empty()) return std::nullopt;
   const std::string verb = words.front();
-  if (verb != "set" && verb != "delete") {
-    throw line_failure(place, fmt::format("unknown word \"{}\"; expected set or delete", printable(verb)));
+  const auto* const found = std::ranges::find(kVerbs, verb);
+  if (found == kVerbs.end()) {
+    throw line_failure(place, fmt::format("unknown word \"{}\"; expected {}", printable(verb),
+                                          text::alternatives({kVerbs.begin(), kVerbs.end()})));
   }
   words.erase(words.begin());
-  return ConfigEdit{verb == "set", std::move(words), place};
+  return ConfigEdit{static_cast<EditVerb>(found - kVerbs.begin()), std::move(words), place};
 }
 
 std::optional<KvConfigCommitChange> foresee_set(const KvConfigChange& change, const ConfigNodes& effective) {
@@ -56,22 +61,12 @@ std::optional<KvConfigCommitChange> foresee_set(const KvConfigChange& change, co
   return is_same ? std::nullopt : std::optional(foreseen);
 }
 
-// All nodes of each owner below the command line: reading single nodes would take one request each.
-std::vector<ConfigNodes> read_lower(const Session& session, kvtree::Client& client) {
-  std::vector<ConfigNodes> all;
-  for (const std::string_view owner : kLowerOwners) all.push_back(read_config(session, client, owner));
-  return all;
-}
-
 // The value that the deletion makes effective.
-void uncover(const std::vector<ConfigNodes>& lower, KvConfigCommitChange* deletion) {
-  for (const ConfigNodes& nodes : lower) {
-    const auto next = nodes.find(deletion->path);
-    if (next == nodes.end()) continue;
-    deletion->after = next->second.value;
-    deletion->owner_after = next->second.owner;
-    return;
-  }
+void uncover(const ConfigNodes& others, KvConfigCommitChange* deletion) {
+  const auto next = others.find(deletion->path);
+  if (next == others.end()) return;
+  deletion->after = next->second.value;
+  deletion->owner_after = next->second.owner;
 }
 
 }  // namespace
@@ -84,7 +79,7 @@ void check_deletion(const Words& words) {
 }
 
 std::string edit_line(const ConfigEdit& edit) {
-  return (edit.is_set ? "set " : "delete ") + shown(edit.words);
+  return fmt::format("{} {}", kVerbs.at(static_cast<std::size_t>(edit.verb)), shown(edit.words));
 }
 
 std::vector<ConfigEdit> parse_edits(std::string_view text, const std::string& name) {
@@ -103,7 +98,9 @@ void WorkingCopy::apply(const std::vector<ConfigEdit>& edits) {
 
 void WorkingCopy::apply(const ConfigEdit& edit) {
   try {
-    edit.is_set ? set(edit.words) : remove(edit.words);
+    constexpr std::array kApply = {&WorkingCopy::set, &WorkingCopy::remove, &WorkingCopy::suppress,
+                                   &WorkingCopy::unsuppress};
+    (this->*kApply.at(static_cast<std::size_t>(edit.verb)))(edit.words);
   } catch (const Failure& failure) {
     if (edit.place.empty() || failure.exit_status() >= kExitNoDaemon) throw;
     throw line_failure(edit.place, failure.what());
@@ -150,7 +147,7 @@ bool WorkingCopy::remove_exactly(const Words& words, const std::vector<KvConfigN
   bool is_any = false;
   for (const KvConfigNode& node : nodes) {
     const auto item = items_.find(node.path);
-    if (item == items_.end()) continue;
+    if (item == items_.end() || item->second.value.is_suppressed) continue;
     if (item->second.value != node.value) {
       throw Failure(kExitFailed, fmt::format("{} is not set, but {}", shown(words),
                                              node_text(item->first, item->second.value)));
@@ -163,8 +160,50 @@ bool WorkingCopy::remove_exactly(const Words& words, const std::vector<KvConfigN
 
 bool WorkingCopy::remove_all_below(const Words& words) {
   return std::erase_if(items_, [&](const auto& item) {
-           return item.second.words && begins_with(*item.second.words, words);
+           return !item.second.value.is_suppressed && item.second.words &&
+                  begins_with(*item.second.words, words);
          }) > 0;
+}
+
+// An item that no other owner sets yet can be suppressed, too: a backup is loaded before the router file.
+void WorkingCopy::suppress(const Words& words) {
+  check_deletion(words);
+  if (others_.empty()) others_ = read_others(session_, client_);
+  const auto parsed = vrf_config::parse_words(words);
+  const auto* nodes = std::get_if<std::vector<KvConfigNode>>(&parsed);
+  if (nodes == nullptr) return suppress_below(words);
+  for (const KvConfigNode& node : *nodes) {
+    const auto other = others_.find(node.path);
+    KvValue value = other == others_.end() ? node.value : other->second.value;
+    value.is_suppressed = true;
+    items_[node.path] = {std::move(value), vrf_config::word_list_of(node)};
+  }
+}
+
+void WorkingCopy::suppress_below(const Words& words) {
+  bool is_any = false;
+  for (const auto& [path, node] : others_) {
+    std::optional<Words> item = vrf_config::word_list_of({path, node.value});
+    if (!item || !begins_with(*item, words)) continue;
+    KvValue value = node.value;
+    value.is_suppressed = true;
+    items_[path] = {std::move(value), std::move(item)};
+    is_any = true;
+  }
+  if (!is_any) throw Failure(kExitFailed, shown(words) + " is not set by another owner");
+}
+
+void WorkingCopy::unsuppress(const Words& words) {
+  check_deletion(words);
+  read_held();
+  const auto parsed = vrf_config::parse_words(words);
+  const auto* nodes = std::get_if<std::vector<KvConfigNode>>(&parsed);
+  const auto is_meant = [&](const auto& item) {
+    if (!item.second.value.is_suppressed) return false;
+    if (nodes == nullptr) return item.second.words && begins_with(*item.second.words, words);
+    return std::ranges::find(*nodes, item.first, &KvConfigNode::path) != nodes->end();
+  };
+  if (std::erase_if(items_, is_meant) == 0) throw Failure(kExitFailed, shown(words) + " is not suppressed");
 }
 
 void WorkingCopy::read_held() {
@@ -189,21 +228,35 @@ std::vector<KvConfigChange> WorkingCopy::changes() {
   return changes;
 }
 
+ConfigNodes read_first_values(const Session& session, kvtree::Client& client) {
+  ConfigNodes nodes = read_config(session, client);
+  for (auto& [path, node] : read_config(session, client, kConfigOwnerCli)) {
+    if (node.value.is_suppressed) nodes[path] = std::move(node);
+  }
+  return nodes;
+}
+
+ConfigNodes read_others(const Session& session, kvtree::Client& client) {
+  ConfigNodes nodes;
+  for (const std::string_view owner : kLowerOwners) nodes.merge(read_config(session, client, owner));
+  return nodes;
+}
+
 std::vector<KvConfigCommitChange> foresee_changes(const Session& session, kvtree::Client& client,
                                                   const std::vector<KvConfigChange>& changes) {
   std::vector<KvConfigCommitChange> foreseen;
-  const ConfigNodes effective = read_config(session, client);
-  std::vector<ConfigNodes> lower;  // when there is a deletion
+  const ConfigNodes now = read_first_values(session, client);
+  std::optional<ConfigNodes> others;  // when there is a deletion
   for (const KvConfigChange& change : changes) {
     if (change.value) {
-      if (std::optional<KvConfigCommitChange> one = foresee_set(change, effective)) foreseen.push_back(*one);
+      if (std::optional<KvConfigCommitChange> one = foresee_set(change, now)) foreseen.push_back(*one);
       continue;
     }
-    const auto before = effective.find(change.path);
-    if (before == effective.end()) continue;  // already deleted
+    const auto before = now.find(change.path);
+    if (before == now.end()) continue;  // already deleted
     KvConfigCommitChange one{change.path, before->second.value, std::nullopt, before->second.owner, ""};
-    if (lower.empty()) lower = read_lower(session, client);
-    uncover(lower, &one);
+    if (!others) others = read_others(session, client);
+    uncover(*others, &one);
     foreseen.push_back(std::move(one));
   }
   return foreseen;

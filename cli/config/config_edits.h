@@ -1,6 +1,8 @@
-// Edits, as lines "set WORDS" and "delete WORDS", and the changes of nodes that they make.
+// Edits, as lines "set WORDS", "delete WORDS", "suppress WORDS" and "unsuppress WORDS", and the changes of
+// nodes that they make.
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <optional>
 #include <string>
@@ -12,8 +14,10 @@
 
 namespace cli {
 
+enum class EditVerb : std::uint8_t { kSet, kDelete, kSuppress, kUnsuppress };
+
 struct ConfigEdit {
-  bool is_set = true;
+  EditVerb verb = EditVerb::kSet;
   vrf_config::Words words;
   std::string place;  // "FILE:7"; empty for the words of a command
 };
@@ -45,6 +49,9 @@ class WorkingCopy {
   void apply(const ConfigEdit& edit);
   void set(const vrf_config::Words& words);
   void remove(const vrf_config::Words& words);
+  void suppress(const vrf_config::Words& words);
+  void unsuppress(const vrf_config::Words& words);
+  void suppress_below(const vrf_config::Words& words);
   bool remove_exactly(const vrf_config::Words& words, const std::vector<KvConfigNode>& nodes);
   bool remove_all_below(const vrf_config::Words& words);
   std::string other_owner(const vrf_config::Words& words, const std::vector<KvConfigNode>* nodes) const;
@@ -53,13 +60,19 @@ class WorkingCopy {
   const Session& session_;
   kvtree::Client& client_;
   bool is_read_ = false;
-  ConfigNodes held_;  // in the daemon, when it was read
+  ConfigNodes others_;  // what the first of the other owners sets, once a suppression needs it
+  ConfigNodes held_;    // in the daemon, when it was read
   std::map<std::string, Item>
       items_;  // after the edits; only those that were set, until the daemon's nodes are read
 };
 
-// The effective changes that these changes of the command line's nodes would make.
+// The changes of effective values and owners that these changes of the command line's nodes would make.
 std::vector<KvConfigCommitChange> foresee_changes(const Session& session, kvtree::Client& client,
                                                   const std::vector<KvConfigChange>& changes);
+
+// The effective nodes, and those that the command line suppresses.
+ConfigNodes read_first_values(const Session& session, kvtree::Client& client);
+// What the first of the owners other than the command line sets.
+ConfigNodes read_others(const Session& session, kvtree::Client& client);
 
 }  // namespace cli

@@ -67,10 +67,15 @@ Json seconds_of(const KvConfigCommit& commit) {
   return commit.time / kNanosecondsPerSecond;
 }
 
+std::string user_text(const KvConfigCommit& commit) {
+  return commit.user.empty() ? "-" : commit.user;
+}
+
 constexpr Column<KvConfigCommit> kCommitColumns[] = {
     {"id", [](const KvConfigCommit& commit) { return commit_json(commit.id); }, number("COMMIT")},
     {"time", seconds_of, {"TIME"}, time_of},
     {"owner", member_json<&KvConfigCommit::owner>, {"OWNER"}},
+    {"user", [](const KvConfigCommit& commit) { return user_json(commit.user); }, escaped("USER"), user_text},
     {"changes", member_json<&KvConfigCommit::changes>, number("CHANGES")},
     {"comment", member_json<&KvConfigCommit::comment>, escaped("COMMENT")},
 };
@@ -149,6 +154,7 @@ std::vector<KvConfigChange> undoing_changes(const std::map<std::string, Past>& p
 
 bool is_as_before(const Past& before, const ConfigNodes& nodes, const std::string& path) {
   const auto now = nodes.find(path);
+  if (before.value && before.value->is_suppressed) return now == nodes.end();
   if (now == nodes.end() || !before.value) return now == nodes.end() && !before.value;
   return now->second.value == *before.value;
 }
@@ -158,7 +164,8 @@ void report_unchanged(const Session& session, const std::map<std::string, Past>&
                       const std::vector<KvConfigCommitChange>& changes) {
   for (const KvConfigCommitChange& change : changes) {
     nodes.erase(change.path);
-    if (change.after) nodes[change.path] = {*change.after, change.owner_after};
+    if (change.after && !change.after->is_suppressed)
+      nodes[change.path] = {*change.after, change.owner_after};
   }
   for (const auto& [path, before] : past) {
     if (is_as_before(before, nodes, path)) continue;
@@ -213,9 +220,8 @@ void config_rollback(const Session& session, const std::string& id, const Config
   const auto foreseen = foresee_changes(session, *client, changes);
   report_unchanged(session, past, read_config(session, *client), foreseen);
   if (request.dry_run) return print_changes(session, foreseen);
-  const std::string what = "rollback " + id;
-  const std::string& comment = request.comment.empty() ? what : request.comment;
-  print_commit(session, changes.empty() ? "" : make_commit(session, *client, what, changes, comment));
+  make_commit(session, *client, {"rollback " + id, request.comment, std::chrono::seconds(request.confirmed)},
+              changes);
 }
 
 }  // namespace cli

@@ -40,7 +40,7 @@ TEST_F(ConfigurationCandidate, CollectsUntilItIsCommitted) {
   EXPECT_EQ(Done("diff"),
             "+ traps all\n- vrf red description old\n+ vrf red description \"new one\"\n+ vrf red rd 65000:1 "
             "ipv4\n");
-  EXPECT_THAT(Done("commit --comment \"new customer\""), MatchesRegex("commit [0-9]+\n"));
+  EXPECT_THAT(Done("commit --comment \"new customer\""), MatchesRegex("commit [0-9]+" + ByMe()));
   EXPECT_EQ(Done("show"),
             "set vrf red description \"new one\"\nset vrf red rd 65000:1 ipv4\nset traps all\n");
   EXPECT_EQ(DoneAsJson("history --max 1")[0]["comment"], "new customer");
@@ -57,10 +57,41 @@ TEST_F(ConfigurationCandidate, WrongEditIsNotCollected) {
 
 TEST_F(ConfigurationCandidate, IsDropped) {
   Done("set --candidate vrf red rd 65000:1");
-  EXPECT_EQ(Done("discard"), "");
+  EXPECT_EQ(Done("discard"), "candidate discarded (1 line)\n");
   EXPECT_EQ(Done("diff"), "");
   EXPECT_THAT(Refused("discard"), HasSubstr("no edits are collected"));
   EXPECT_THAT(Refused("commit"), HasSubstr("no edits are collected"));
+}
+
+TEST_F(ConfigurationCandidate, ThatCannotBeReadIsDropped) {
+  Done("set --candidate vrf red rd 65000:1");
+  const std::string file = CandidateFile();
+  std::ofstream(file) << "set vrf \"red\n\nbroken\n";
+  EXPECT_THAT(Refused("diff"), HasSubstr(file + ":1: the quotes do not end"));
+  EXPECT_EQ(DoneAsJson("discard")["discardedLines"], 3);
+  EXPECT_EQ(Done("diff"), "");
+  std::filesystem::remove(file);
+  std::filesystem::create_symlink(Directory() + "/elsewhere", file);
+  Refused("diff");
+  Done("discard");
+  EXPECT_EQ(Done("diff"), "");
+}
+
+TEST_F(ConfigurationCandidate, OfADaemonWithoutItsRunDirectoryIsRemoved) {
+  Done("set --candidate vrf red rd 65000:1");
+  const std::filesystem::path folder = std::filesystem::path(CandidateFile()).parent_path();
+  const auto candidate = [&](const std::string& socket) {
+    const std::filesystem::path file = folder / ("candidate." + kvtree_encode_text(socket));
+    std::ofstream(file) << "set traps all\n";
+    return file;
+  };
+  const auto stale = candidate("/nowhere/at/all/main");
+  const auto stopped = candidate(Directory() + "/stopped");
+  std::ofstream(folder / "notes") << "of the user\n";
+  EXPECT_EQ(Done("diff"), "+ vrf red rd 65000:1 ipv4\n");
+  EXPECT_FALSE(std::filesystem::exists(stale));
+  EXPECT_TRUE(std::filesystem::exists(stopped));
+  EXPECT_TRUE(std::filesystem::exists(folder / "notes"));
 }
 
 TEST_F(ConfigurationCandidate, StaysWhenItsCommitIsRefused) {
@@ -94,7 +125,7 @@ TEST_F(ConfigurationCandidate, IsNotMadeOverALaterChangeOfItsItems) {
   Done("set vrf red description new");
   EXPECT_THAT(Refused("commit"), HasSubstr("vrf red description new was set by commit 5"));
   EXPECT_EQ(Done("show"), "set vrf red description new\nset vrf red rd 65000:3 ipv4\n");
-  EXPECT_EQ(Done("commit --force"), "commit 6\n");
+  EXPECT_EQ(Done("commit --force"), "commit 6" + ByMe());
   EXPECT_EQ(Done("show"), "set vrf red rd 65000:3 ipv4\n");
 }
 
@@ -117,7 +148,7 @@ TEST_F(ConfigurationCandidate, IsCommittedWhenAnotherCommitMadeTheSameChange) {
   Done("set --candidate vrf red rd 65000:1");
   Done("set vrf red rd 65000:2");
   Done("set vrf red rd 65000:1");
-  EXPECT_EQ(Done("commit"), "no effective item changed\n");
+  EXPECT_EQ(Done("commit"), "nothing changed\n");
 }
 
 TEST_F(ConfigurationCandidate, IsBegunByItsFirstEdit) {
@@ -130,9 +161,9 @@ TEST_F(ConfigurationCandidate, IsBegunByItsFirstEdit) {
   Done("set vrf red rd 65000:11");
   Done("set --candidate vrf red rd 65000:20");
   Done("set --candidate traps all");
-  EXPECT_EQ(Done("commit"), "commit 12\n") << "no other commit after the first edit";
+  EXPECT_EQ(Done("commit"), "commit 12" + ByMe()) << "no other commit after the first edit";
   Done("set --candidate vrf red rd 65000:21");
-  EXPECT_EQ(Done("commit"), "commit 13\n") << "and the next one is begun anew";
+  EXPECT_EQ(Done("commit"), "commit 13" + ByMe()) << "and the next one is begun anew";
 }
 
 TEST_F(ConfigurationCandidate, IsForItsOwnerAlone) {
@@ -190,7 +221,7 @@ TEST_F(ConfigurationCandidate, WithoutAPlaceIsAFailure) {
 }
 
 TEST_F(ConfigurationHistory, ListsCommitsNewestFirst) {
-  EXPECT_THAT(Done("history"), MatchesRegex("COMMIT +TIME +OWNER +CHANGES +COMMENT\n"));
+  EXPECT_THAT(Done("history"), MatchesRegex("COMMIT +TIME +OWNER +USER +CHANGES +COMMENT\n"));
   Done("set vrf red rt both 65000:100");
   Hold(kConfigOwnerFrr, "vrf red rip interface ge0");
   Done("set --comment \"for Bob\" traps all");
@@ -201,6 +232,8 @@ TEST_F(ConfigurationHistory, ListsCommitsNewestFirst) {
   EXPECT_EQ(commits[1]["owner"], "frr");
   EXPECT_EQ(commits[2]["comment"], "set vrf red rt both 65000:100");
   EXPECT_EQ(commits[2]["changes"], 4);
+  EXPECT_EQ(commits[2]["user"], user_name(geteuid()));
+  EXPECT_EQ(commits[1]["user"], nullptr);
   EXPECT_GT(commits[2]["time"], 0);
   EXPECT_EQ(DoneAsJson("history --max 2").size(), 2U);
   EXPECT_THAT(Done("history --max 1"), HasSubstr("for Bob"));
@@ -222,6 +255,7 @@ TEST_F(ConfigurationHistory, CommentIsShownAsTheWordsWereQuoted) {
 TEST_F(ConfigurationHistory, AtMostNoneIsRefused) {
   EXPECT_EQ(Ask({"config", "history", "--max", "0"}), kExitUsage);
   EXPECT_THAT(Err(), ContainsRegex("--max: Value 0 not in range (1 to 4294967295|\\[1 - 4294967295\\])"));
+  EXPECT_EQ(Ask({"config", "history", "1", "--max", "5"}), kExitUsage);
 }
 
 TEST_F(ConfigurationHistory, ShowsWhatACommitChanged) {
@@ -266,7 +300,7 @@ TEST_F(ConfigurationHistory, RollbackUndoesAllLaterCommits) {
   Done("delete vrf red description");
   EXPECT_EQ(Done("rollback --dry-run " + first), "- vrf blue rd 65000:1 ipv4\n+ vrf red description one\n");
   EXPECT_THAT(Done("show"), HasSubstr("blue"));
-  EXPECT_THAT(Done("rollback " + first), MatchesRegex("commit [0-9]+\n"));
+  EXPECT_THAT(Done("rollback " + first), MatchesRegex("commit [0-9]+" + ByMe()));
   EXPECT_EQ(Done("show"), shown);
   EXPECT_EQ(Err(), "");
   EXPECT_EQ(DoneAsJson("history --max 1")[0]["comment"], "rollback " + first);
@@ -275,7 +309,7 @@ TEST_F(ConfigurationHistory, RollbackUndoesAllLaterCommits) {
 
 TEST_F(ConfigurationHistory, RollbackToTheNewestChangesNothing) {
   Done("set vrf red description one");
-  EXPECT_EQ(Done("rollback " + NewestCommit()), "no effective item changed\n");
+  EXPECT_EQ(Done("rollback " + NewestCommit()), "nothing changed\n");
   EXPECT_EQ(Refused("rollback 4711"),
             "mplsvpn: commit \"4711\" is not in the history; \"mplsvpn config history\" lists the commits\n");
 }
@@ -298,7 +332,7 @@ TEST_F(ConfigurationHistory, RollbackReportsWhatAnotherOwnerDeleted) {
   Done("set traps all");
   const std::string first = NewestCommit();
   Withdraw(kConfigOwnerFile, "vrf red description file");
-  EXPECT_EQ(Done("rollback " + first), "no effective item changed\n");
+  EXPECT_EQ(Done("rollback " + first), "nothing changed\n");
   EXPECT_EQ(Err(), "mplsvpn: unchanged, as owner \"file\" deleted it: vrf red description file\n");
 }
 

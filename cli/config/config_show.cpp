@@ -8,6 +8,7 @@
 #include <tuple>
 
 #include "cli/commands.h"
+#include "cli/config/config_edits.h"
 #include "cli/config/config_tree.h"
 #include "cli/output/row_writer.h"
 #include "cli/show/tables.h"
@@ -51,6 +52,9 @@ Json shown_words(const Shown& shown) {
 std::string shown_text(const Shown& shown) {
   return node_text(shown.path, shown.node.value);
 }
+std::string marked_text(const Shown& shown) {
+  return shown_text(shown) + (shown.node.value.is_suppressed ? " (suppressed)" : "");
+}
 Json shown_value(const Shown& shown) {
   return value_json(shown.node.value);
 }
@@ -65,9 +69,10 @@ Json trap_item(const Shown& shown) {
 constexpr Column<Shown> kShownColumns[] = {
     {"words", shown_words},
     {"owner", [](const Shown& shown) -> Json { return shown.node.owner; }, {"OWNER"}},
-    {.cell = escaped("CONFIGURATION"), .text = shown_text},
+    {.cell = escaped("CONFIGURATION"), .text = marked_text},
     {"path", [](const Shown& shown) -> Json { return shown.path; }},
     {"value", shown_value},
+    {"suppressed", [](const Shown& shown) -> Json { return shown.node.value.is_suppressed; }},
 };
 constexpr Column<Shown> kTrapColumns[] = {
     {"item", trap_item, {"ITEM"}},
@@ -83,7 +88,8 @@ void write_rows(const Session& session, std::span<const Column<Shown>> columns,
 
 void print_lines(const Session& session, const std::vector<Shown>& all) {
   for (const Shown& shown : all) {
-    fmt::print(session.out, "{} {}\n", shown.words ? "set" : "#", shown_text(shown));
+    const char* verb = shown.node.value.is_suppressed ? "suppress" : "set";
+    fmt::print(session.out, "{} {}\n", shown.words ? verb : "#", shown_text(shown));
   }
 }
 
@@ -92,7 +98,13 @@ bool asks_for_traps(const ConfigShowRequest& request) {
          request.owner.empty();
 }
 
-// Nothing is configured of a VRF that exists, or there is no such VRF.
+// With the owners, what the command line suppresses is shown, too.
+ConfigNodes read_shown(const Session& session, kvtree::Client& client, const ConfigShowRequest& request) {
+  return request.owners && request.owner.empty() ? read_first_values(session, client)
+                                                 : read_config(session, client, request.owner);
+}
+
+// An empty output is correct for a VRF that exists and has no configuration; any other name is an error.
 void check_vrf(const Session& session, kvtree::Client& client, const ConfigShowRequest& request) {
   if (request.words.size() < 2 || request.words[0] != "vrf" || !request.owner.empty()) return;
   const std::string& vrf = request.words[1];
@@ -114,8 +126,9 @@ void config_words(const Session& session, const std::vector<std::string>& words)
 void config_show(const Session& session, const ConfigShowRequest& request) {
   check_beginning(request.words);
   const auto client = connect_to_daemon(session);
-  const std::vector<Shown> all = shown_nodes(read_config(session, *client, request.owner), request.words);
+  const std::vector<Shown> all = shown_nodes(read_shown(session, *client, request), request.words);
   if (all.empty()) check_vrf(session, *client, request);
+  note_confirmation(session, *client);
   if (asks_for_traps(request)) return write_rows(session, kTrapColumns, all);
   if (session.json || request.owners) return write_rows(session, kShownColumns, all);
   print_lines(session, all);

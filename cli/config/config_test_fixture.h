@@ -3,6 +3,7 @@
 #pragma once
 
 #include <gmock/gmock.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <fstream>
@@ -12,6 +13,7 @@
 #include "cli/output/json_list.h"
 #include "cli/served_test_fixture.h"
 #include "platform/config/vrf_config.h"
+#include "platform/core/files/user_name.h"
 #include "platform/store/configuration/configuration.h"
 
 namespace cli {
@@ -39,6 +41,8 @@ class Configuration : public ServedCommandLine {
     return Err();
   }
   Json DoneAsJson(const std::string& line) { return Json::parse(Done("--json " + line)); }
+  // The end of the line of a commit of this user.
+  static std::string ByMe() { return " by " + user_name(geteuid()) + "\n"; }
   // Another owner sets an item.
   static void Hold(std::string_view owner, const std::string& line) {
     const auto parsed = vrf_config::parse_words(std::get<vrf_config::Words>(vrf_config::split_words(line)));

@@ -9,7 +9,9 @@
 #include <thread>
 
 #include "cli/output/table.h"
+#include "cli/output/times.h"
 #include "platform/config/owners.h"
+#include "platform/core/base/clock.h"
 #include "platform/core/text/numbers.h"
 #include "platform/core/text/words.h"
 
@@ -40,20 +42,21 @@ bool is_same(const KvConfigCommitChange& change) {
   return change.before && change.before == change.after;
 }
 
+void print_side(const Session& session, char mark, const std::string& path,
+                const std::optional<KvValue>& value, const std::string& owner) {
+  if (!value) return;
+  fmt::print(session.out, "{} {}{}{}\n", mark, value->is_suppressed ? "suppress " : "",
+             node_text(path, *value), owner_mark(owner));
+}
+
 void print_change(const Session& session, const KvConfigCommitChange& change) {
   if (is_same(change)) {
     fmt::print(session.out, "= {} ({}, then {})\n", node_text(change.path, *change.after),
                printable(change.owner_before), printable(change.owner_after));
     return;
   }
-  if (change.before) {
-    fmt::print(session.out, "- {}{}\n", node_text(change.path, *change.before),
-               owner_mark(change.owner_before));
-  }
-  if (change.after) {
-    fmt::print(session.out, "+ {}{}\n", node_text(change.path, *change.after),
-               owner_mark(change.owner_after));
-  }
+  print_side(session, '-', change.path, change.before, change.owner_before);
+  print_side(session, '+', change.path, change.after, change.owner_after);
 }
 
 Json owner_json(const std::string& owner) {
@@ -66,6 +69,10 @@ Json words_json(const std::string& path, const std::optional<KvValue>& value) {
   return words ? Json(*words) : Json();
 }
 
+bool is_suppressed(const std::optional<KvValue>& value) {
+  return value && value->is_suppressed;
+}
+
 Json change_json(const KvConfigCommitChange& change) {
   return {{"path", change.path},
           {"wordsBefore", words_json(change.path, change.before)},
@@ -73,7 +80,9 @@ Json change_json(const KvConfigCommitChange& change) {
           {"before", value_json(change.before)},
           {"after", value_json(change.after)},
           {"ownerBefore", owner_json(change.owner_before)},
-          {"ownerAfter", owner_json(change.owner_after)}};
+          {"ownerAfter", owner_json(change.owner_after)},
+          {"suppressedBefore", is_suppressed(change.before)},
+          {"suppressedAfter", is_suppressed(change.after)}};
 }
 
 }  // namespace
@@ -131,24 +140,67 @@ void print_changes(const Session& session, const std::vector<KvConfigCommitChang
   list.end();
 }
 
+namespace {
+
 // The daemon is busy with earlier commits for seconds at most.
 constexpr int kBusyAttempts = 100;
 constexpr std::chrono::milliseconds kBusyPause{100};
 
-std::string make_commit(const Session& session, kvtree::Client& client, const std::string& what,
-                        const std::vector<KvConfigChange>& changes, const std::string& comment) {
-  kvtree::CommitResult result = client.commit(changes, comment);
+kvtree::CommitResult ask_for_commit(const Session& session, kvtree::Client& client, const CommitOrder& order,
+                                    const std::vector<KvConfigChange>& changes) {
+  const std::string& comment = order.comment.empty() ? order.what : order.comment;
+  kvtree::CommitResult result = client.commit(changes, comment, order.confirmed);
   for (int attempt = 0; attempt < kBusyAttempts && result.status == EBUSY; ++attempt) {
     std::this_thread::sleep_for(kBusyPause);
-    result = client.commit(changes, comment);
+    result = client.commit(changes, comment, order.confirmed);
   }
   if (result.status == kStatusAccess) throw no_right("change the configuration");
   if (result.status) {
-    const std::string command = "config " + printable(what);
+    const std::string command = "config " + printable(order.what);
     const std::string reason = result.error.empty() ? "" : command + ": " + printable(result.error);
     throw request_failure(session, command, result.status, reason);
   }
-  return std::move(result.id);
+  return result;
+}
+
+std::string deadline_text(std::uint64_t deadline) {
+  return local_time_text(static_cast<std::uint32_t>(deadline / kNanosecondsPerSecond));
+}
+
+// Its deadline in seconds; null if it does not wait for a confirmation.
+Json deadline_json(const KvConfigConfirmation& waiting, const std::string& id) {
+  if (id.empty() || waiting.id != id) return nullptr;
+  return waiting.deadline / kNanosecondsPerSecond;
+}
+
+void print_commit(const Session& session, const kvtree::CommitResult& made,
+                  const KvConfigConfirmation& waiting) {
+  if (session.json) {
+    session.out << json_line({{"commit", commit_json(made.id)},
+                              {"user", user_json(made.user)},
+                              {"confirmBefore", deadline_json(waiting, made.id)}})
+                << '\n';
+    return;
+  }
+  if (made.id.empty()) {
+    session.out << "nothing changed\n";
+    return;
+  }
+  fmt::print(session.out, "commit {} by {}\n", made.id, printable(made.user));
+  if (waiting.id != made.id) return;
+  fmt::print(session.out, "it is undone at {} unless \"mplsvpn config confirm\" confirms it\n",
+             deadline_text(waiting.deadline));
+}
+
+}  // namespace
+
+void make_commit(const Session& session, kvtree::Client& client, const CommitOrder& order,
+                 const std::vector<KvConfigChange>& changes) {
+  kvtree::CommitResult made;
+  if (!changes.empty()) made = ask_for_commit(session, client, order, changes);
+  KvConfigConfirmation waiting;
+  if (order.confirmed.count() > 0 && !made.id.empty()) waiting = client.confirmation().confirmation;
+  print_commit(session, made, waiting);
 }
 
 Json commit_json(const std::string& id) {
@@ -156,14 +208,18 @@ Json commit_json(const std::string& id) {
   return number ? Json(*number) : Json();
 }
 
-void print_commit(const Session& session, const std::string& id) {
-  if (session.json) {
-    session.out << json_line({{"commit", commit_json(id)}}) << '\n';
-  } else if (id.empty()) {
-    session.out << "no effective item changed\n";
-  } else {
-    fmt::print(session.out, "commit {}\n", id);
-  }
+Json user_json(const std::string& user) {
+  return user.empty() ? Json() : Json(user);
+}
+
+// A user who may not ask for it sees none.
+void note_confirmation(const Session& session, kvtree::Client& client) {
+  if (session.json) return;
+  const kvtree::ConfirmationResult asked = client.confirmation();
+  if (asked.status || asked.confirmation.id.empty()) return;
+  fmt::print(
+      session.err, "mplsvpn: commit {} by {} is undone at {} unless \"mplsvpn config confirm\" confirms it\n",
+      asked.confirmation.id, printable(asked.confirmation.user), deadline_text(asked.confirmation.deadline));
 }
 
 }  // namespace cli

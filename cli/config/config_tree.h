@@ -1,6 +1,7 @@
 // The daemon's configuration: nodes by their path, their texts, and commits.
 #pragma once
 
+#include <chrono>
 #include <map>
 #include <optional>
 #include <string>
@@ -36,12 +37,20 @@ void check_beginning(const vrf_config::Words& words);
 // only the owner changes; with owners other than "cli".
 void print_changes(const Session& session, const std::vector<KvConfigCommitChange>& changes);
 
-// Makes the commit; its id. Failure when it is rejected. `what` names it in the message.
-std::string make_commit(const Session& session, kvtree::Client& client, const std::string& what,
-                        const std::vector<KvConfigChange>& changes, const std::string& comment);
+// A commit that is to be made. `what` names it in messages, and is its comment if that is empty.
+struct CommitOrder {
+  std::string what;
+  std::string comment;
+  std::chrono::seconds confirmed{0};  // it is undone unless it is confirmed within them; 0: it stays
+};
+// Makes the commit and prints its number and user, or that nothing changed. Failure when it is rejected.
+void make_commit(const Session& session, kvtree::Client& client, const CommitOrder& order,
+                 const std::vector<KvConfigChange>& changes);
 // A number; null for none.
 Json commit_json(const std::string& id);
-// "commit 12", or that no effective item changed.
-void print_commit(const Session& session, const std::string& id);
+// The user's name; null for a commit of no user.
+Json user_json(const std::string& user);
+// The commit that waits for its confirmation, as a line on standard error, unless the output is JSON.
+void note_confirmation(const Session& session, kvtree::Client& client);
 
 }  // namespace cli

@@ -13,7 +13,7 @@ namespace {
 using ::testing::HasSubstr;
 
 TEST_F(Configuration, SetTakesEffectAtOnceAndIsShownAsItIsLoaded) {
-  EXPECT_EQ(Done("set vrf red rt both 65000:100"), "");
+  EXPECT_EQ(Done("set vrf red rt both 65000:100"), "commit 1" + ByMe());
   Done("set vrf red description Customer Red");
   Done("set vrf red rd 65000:1");
   Done("set vrf blue threshold ipv4 100 80");
@@ -156,11 +156,12 @@ TEST_F(Configuration, DeletionOfBothFamiliesTakesTheOneThatIsThere) {
 
 TEST_F(Configuration, DeletionNeedsAName) {
   Done("set vrf red description x");
-  EXPECT_EQ(Refused("delete vrf", kExitUsage), "mplsvpn: the VRF is missing after \"vrf\"\n");
-  EXPECT_EQ(Refused("delete traps", kExitUsage),
-            "mplsvpn: vrf-up, vrf-down, mid-thresh-exc, max-thresh-exc, ilg-lbl-exc, max-thresh-clr, all or "
-            "notif-reissue-time is missing after \"traps\"\n");
-  EXPECT_EQ(Refused("delete bgp", kExitUsage), "mplsvpn: as-format is missing after \"bgp\"\n");
+  EXPECT_EQ(Refused("delete vrf", kExitUsage), "mplsvpn: after \"vrf\": expected the VRF\n");
+  EXPECT_EQ(
+      Refused("delete traps", kExitUsage),
+      "mplsvpn: after \"traps\": expected vrf-up, vrf-down, mid-thresh-exc, max-thresh-exc, ilg-lbl-exc, "
+      "max-thresh-clr, all or notif-reissue-time\n");
+  EXPECT_EQ(Refused("delete bgp", kExitUsage), "mplsvpn: after \"bgp\": expected as-format\n");
   EXPECT_THAT(Refused("delete vrf red colour", kExitUsage), HasSubstr("unknown word \"colour\"; expected "));
 }
 
@@ -194,7 +195,8 @@ TEST_F(Configuration, WordsThatMayFollowAreShownWithoutADaemon) {
 TEST_F(Configuration, WrongWordsChangeNothing) {
   EXPECT_EQ(Refused("set vrf red rt import 65000", kExitUsage),
             "mplsvpn: \"65000\" is not a route target (65000:1, 10.0.0.1:1)\n");
-  EXPECT_THAT(Refused("set vrf red", kExitUsage), HasSubstr(" is missing after \"red\"\n"));
+  EXPECT_THAT(Refused("set vrf red", kExitUsage),
+              HasSubstr("mplsvpn: after \"vrf red\": expected description, "));
   EXPECT_EQ(Done("show"), "");
 }
 
@@ -255,7 +257,7 @@ TEST_F(Configuration, LoadIsOneCommit) {
   EXPECT_EQ(commit["commit"], DoneAsJson("history --max 1")[0]["id"]);
   EXPECT_EQ(DoneAsJson("history --max 1")[0]["changes"], 3);
   EXPECT_EQ(DoneAsJson("history --max 1")[0]["comment"], "load " + file);
-  EXPECT_EQ(Done("load " + file), "no effective item changed\n");
+  EXPECT_EQ(Done("load " + file), "nothing changed\n");
 }
 
 TEST_F(Configuration, ByteOrderMarkBeforeAFilesFirstLineIsPassedOver) {
@@ -271,7 +273,7 @@ TEST_F(Configuration, ErrorInAFileIsReportedWithItsLineAndChangesNothing) {
   EXPECT_EQ(Refused("load " + file), "mplsvpn: " + file + ":2: vrf blue is not set\n");
   Write("add vrf red rd 65000:1\n");
   EXPECT_EQ(Refused("load " + file),
-            "mplsvpn: " + file + ":1: unknown word \"add\"; expected set or delete\n");
+            "mplsvpn: " + file + ":1: unknown word \"add\"; expected set, delete, suppress or unsuppress\n");
   Write("set vrf \"red\n");
   EXPECT_EQ(Refused("load " + file), "mplsvpn: " + file + ":1: the quotes do not end\n");
   EXPECT_EQ(Done("show"), "");
@@ -282,7 +284,7 @@ TEST_F(Configuration, DashLoadsTheStandardInput) {
   const int input = dup(STDIN_FILENO);
   ASSERT_GE(input, 0);
   ASSERT_NE(std::freopen(file.c_str(), "r", stdin), nullptr);
-  EXPECT_THAT(Refused("load -"), HasSubstr("mplsvpn: -:2: unknown word \"colour\""));
+  EXPECT_THAT(Refused("load -"), HasSubstr("mplsvpn: <stdin>:2: unknown word \"colour\""));
   Write("set vrf red rd 65000:1\n");
   EXPECT_THAT(Done("load -"), HasSubstr("commit "));
   ASSERT_EQ(dup2(input, STDIN_FILENO), STDIN_FILENO);
@@ -312,8 +314,9 @@ TEST_F(Configuration, RefusedCommitChangesNothing) {
   EXPECT_EQ(Refused("delete traps all"), "mplsvpn: traps all is not set\n");
   EXPECT_EQ(
       Refused("set vrf red rd 65000:1", kExitNoRight),
-      "mplsvpn: permission denied: only root and the administrators' group (mpls_vpn_admin unless the daemon "
-      "has another) may change the configuration\n");
+      "mplsvpn: permission denied: only root and the group mpls_vpn_admin (unless the daemon has another) "
+      "may "
+      "change the configuration; \"adduser USER mpls_vpn_admin\" adds a user, from the next login on\n");
   EXPECT_EQ(Done("show"), "");
 }
 

@@ -49,7 +49,8 @@ void show_items(const Session& session, const PathRequest& request, const std::s
   if (session.json) list.end();
   // A list has no end mark of its own: as many items as asked for are most likely not all.
   if (result.items.size() < request.most) return;
-  fmt::print(session.err, "mplsvpn: --max limits the list to {} items; there may be more\n", request.most);
+  fmt::print(session.err, "mplsvpn: stopped after {} item{} (--max); there may be more\n", request.most,
+             request.most == 1 ? "" : "s");
 }
 
 }  // namespace

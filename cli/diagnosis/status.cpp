@@ -1,7 +1,6 @@
 // "show status": the daemon's process, and the clients of its two sockets.
 #include <fmt/format.h>
 #include <fmt/ostream.h>
-#include <pwd.h>
 
 #include <array>
 #include <optional>
@@ -9,13 +8,16 @@
 #include <vector>
 
 #include "cli/commands.h"
+#include "cli/config/config_tree.h"
 #include "cli/diagnosis/status_facts.h"
 #include "cli/output/columns.h"
 #include "cli/output/details.h"
 #include "cli/output/json_list.h"
 #include "cli/output/row_writer.h"
 #include "cli/output/times.h"
+#include "platform/core/base/clock.h"
 #include "platform/core/debug/debug_client.h"
+#include "platform/core/files/user_name.h"
 #include "platform/store/status/records.h"
 
 namespace cli {
@@ -25,18 +27,8 @@ namespace {
 using process_status::ClientStatus;
 using process_status::ProcessStatus;
 
-// The number if this system has no such user.
-std::string user_name(const ClientStatus& client) {
-  std::array<char, 4096> texts;
-  passwd entry{};
-  passwd* found = nullptr;
-  if (getpwuid_r(client.user, &entry, texts.data(), texts.size(), &found) != 0 || found == nullptr)
-    return std::to_string(client.user);
-  return found->pw_name;
-}
-
 Json user_name_json(const ClientStatus& client) {
-  return user_name(client);
+  return user_name(client.user);
 }
 
 std::string age_of(const ClientStatus& client) {
@@ -136,7 +128,16 @@ Json figure_json(std::uint32_t is_known, std::uint32_t figure) {
   return is_known != 0 ? Json(figure) : Json(nullptr);
 }
 
-void print_json(const Session& session, const ProcessStatus& status, const DebugClients& debug) {
+// Null if no commit waits for its confirmation.
+Json confirmation_json(const KvConfigConfirmation& waiting) {
+  if (waiting.id.empty()) return nullptr;
+  return {{"commit", commit_json(waiting.id)},
+          {"user", user_json(waiting.user)},
+          {"confirmBefore", waiting.deadline / kNanosecondsPerSecond}};
+}
+
+void print_json(const Session& session, const ProcessStatus& status, const KvConfigConfirmation& waiting,
+                const DebugClients& debug) {
   Json clients = Json::array();
   for (const ClientStatus& client : clients_of(status))
     clients.push_back(row_json<ClientStatus>(kClientColumns, client));
@@ -148,6 +149,7 @@ void print_json(const Session& session, const ProcessStatus& status, const Debug
                {"longestIterationTime", status.longest_iteration_time},
                {"routeCorrections", figure_json(status.is_corrected, status.corrections)},
                {"malformedMessages", figure_json(status.has_messages, status.malformed)},
+               {"confirmation", confirmation_json(waiting)},
                {"clients", clients},
                {"debugClients", json_of(debug)}};
   add_facts(status, &json);
@@ -158,12 +160,14 @@ void print_json(const Session& session, const ProcessStatus& status, const Debug
 
 void show_status(const Session& session) {
   const auto status = read_status(session);
+  const auto client = connect_to_daemon(session);
   const DebugClients debug = ask_debug_socket();
   if (session.json) {
-    print_json(session, **status, debug);
+    print_json(session, **status, client->confirmation().confirmation, debug);
   } else {
     print_text(session, **status);
     print_text(session, debug);
+    note_confirmation(session, *client);
   }
 }
 

@@ -4,8 +4,10 @@
 #include <fmt/chrono.h>
 #include <fmt/format.h>
 #include <fmt/ostream.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <ctime>
 
 #include "cli/commands.h"
@@ -25,10 +27,17 @@ std::string time_text(std::uint64_t stamp) {
                      stamp % kNanosecondsPerSecond / 1000);
 }
 
+void check_readable(const std::string& directory) {
+  if (access(directory.c_str(), R_OK | X_OK) == 0 || errno != EACCES) return;
+  throw Failure(kExitNoRight,
+                directory + ": permission denied; only root and the daemon's group may read it");
+}
+
 std::vector<TraceEntry> read_buffer(const Session& session, const std::string& name) {
   std::vector<TraceEntry> entries;
   if (const Status status = trace_read(session.run_directory, name, &entries)) {
-    throw Failure(kExitFailed, fmt::format("trace buffer {}: {}", name, err_text(status)));
+    throw Failure(status == kStatusAccess ? kExitNoRight : kExitFailed,
+                  fmt::format("trace buffer {}: {}", name, err_text(status)));
   }
   return entries;
 }
@@ -88,6 +97,7 @@ void show_entries(const Session& session, const std::vector<TraceEntry>& entries
 }  // namespace
 
 void trace(const Session& session, const TraceRequest& request) {
+  check_readable(session.run_directory + "/trace");
   const std::vector<std::string> names = trace_names(session.run_directory);
   if (names.empty())
     throw Failure(kExitFailed, "there are no trace buffers in " + session.run_directory +

@@ -72,6 +72,7 @@ TEST_F(TraceCommand, LastBoundsTheEntries) {
   EXPECT_EQ(entries[0]["text"], "two");
   EXPECT_EQ(Run({"--json", "trace", "init", "--last", "9"}), kExitOk);
   EXPECT_EQ(Json::parse(Out()).size(), 3U);
+  EXPECT_EQ(Run({"trace", "init", "--last", "0"}), kExitUsage);
 }
 
 TEST_F(TraceCommand, JsonHasEveryFieldOfAnEntry) {

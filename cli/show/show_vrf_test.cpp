@@ -109,7 +109,7 @@ TEST_F(ShowVrf, UnknownVrfIsReported) {
                                              {"show", "vrf", "re\x1b", "ipv6"}}) {
     EXPECT_EQ(Ask(words), kExitFailed);
     EXPECT_EQ(Out(), "");
-    EXPECT_EQ(Err(), "mplsvpn: there is no VRF re\\x1b\n");
+    EXPECT_EQ(Err(), "mplsvpn: VRF re\\x1b does not exist\n");
   }
 }
 
@@ -485,6 +485,9 @@ TEST_F(ShowVrf, LinesAreSortedByTheChosenColumn) {
   EXPECT_THAT(NamesOf(AskForJson({"show", "vrf", "--sort", "state"})), ElementsAre("a", "blue", "red"));
   EXPECT_THAT(NamesOf(AskForJson({"show", "vrf", "--sort", "rd"})), ElementsAre("blue", "a", "red"));
   EXPECT_EQ(Ask({"show", "vrf", "--sort", "color"}), kExitUsage);
+  EXPECT_EQ(
+      Err(),
+      "mplsvpn: unknown sort order \"color\"; expected name, rd, state, interfaces, routes or changed\n");
 }
 
 // --- The structured form

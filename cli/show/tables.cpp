@@ -97,7 +97,7 @@ void require_vrf(const Session& session, kvtree::Client& client, const std::stri
                                    " is invalid: interfaces are bound to it, but it does not exist (mplsvpn "
                                    "show vrf invalid)");
   }
-  throw Failure(kExitFailed, "there is no VRF " + shown);
+  throw Failure(kExitFailed, "VRF " + shown + " does not exist");
 }
 
 }  // namespace cli

@@ -55,6 +55,12 @@ Texts texts_of(const std::vector<const Element*>& elements, std::string_view Wor
   return texts;
 }
 
+// Those that are not of the user's choice.
+std::vector<const Element*> fixed_words(std::vector<const Element*> elements) {
+  std::erase_if(elements, [](const Element* element) { return is_free(*element); });
+  return elements;
+}
+
 class WordReader {
  public:
   explicit WordReader(const Words& words) : words_(words) {}
@@ -82,13 +88,17 @@ class WordReader {
 };
 
 void WordReader::fail_unknown() const {
-  throw BadWord("unknown word " + text::quoted(words_[at_]) + "; expected " + expected_names());
+  const std::string& word = words_[at_];
+  const std::string similar = text::closest(word, texts_of(fixed_words(expected_), &WordType::name));
+  const std::string hint = similar.empty() ? "" : "did you mean " + text::quoted(similar) + "? ";
+  throw BadWord("unknown word " + text::quoted(word) + "; " + hint + "expected " + expected_names());
 }
 
 void WordReader::require_word() const {
   if (!is_done()) return;
-  const std::string after = at_ == 0 ? "" : " after " + text::quoted(words_[at_ - 1]);
-  throw BadWord(expected_names() + " is missing" + after, true);
+  const Words before(words_.begin(), words_.begin() + static_cast<std::ptrdiff_t>(at_));
+  const std::string after = at_ == 0 ? "" : "after \"" + join_words(before) + "\": ";
+  throw BadWord(after + "expected " + expected_names(), true);
 }
 
 std::string WordReader::take_text(const Element& element) {

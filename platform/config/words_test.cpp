@@ -158,29 +158,43 @@ TEST(ConfigurationWords, NodesThatWordsCannotExpressHaveNone) {
 }
 
 TEST(ConfigurationWords, ErrorsNameTheWordAndWhatIsExpected) {
-  EXPECT_EQ(error_in(""), "vrf, bgp or traps is missing");
+  EXPECT_EQ(error_in(""), "expected vrf, bgp or traps");
   EXPECT_EQ(error_in("router red"), "unknown word \"router\"; expected vrf, bgp or traps");
-  EXPECT_EQ(error_in("vrf"), "the VRF is missing after \"vrf\"");
+  EXPECT_EQ(error_in("vrf"), "after \"vrf\": expected the VRF");
   const std::string words = text::alternatives(words_of_vrfs());
   EXPECT_THAT(words, StartsWith("description, rd, rt, policy, "));
-  EXPECT_EQ(error_in("vrf red"), words + " is missing after \"red\"");
+  EXPECT_EQ(error_in("vrf red"), "after \"vrf red\": expected " + words);
   EXPECT_EQ(error_in("vrf red colour blue"), "unknown word \"colour\"; expected " + words);
   EXPECT_EQ(error_in("vrf red rt in 1:1"), "unknown word \"in\"; expected import, export or both");
+  const std::string range =
+      "the number after \":\" must be 0-4294967295 (0-65535 after an address or a large AS)";
+  for (const char* target : {"65000:4294967296", "4200000000:65536", "10.0.0.1:99999999999", "1.1:70000"}) {
+    EXPECT_EQ(error_in("vrf red rt import " + std::string(target)),
+              '"' + std::string(target) + "\": " + range);
+    EXPECT_EQ(error_in("vrf red rd " + std::string(target)), '"' + std::string(target) + "\": " + range);
+  }
+  EXPECT_EQ(error_in("vrf red rd 65000:1x"),
+            "\"65000:1x\" is not a route distinguisher (65000:1, 10.0.0.1:1)");
+  EXPECT_EQ(error_in("vrf red rd none:99999999999"),
+            "\"none:99999999999\" is not a route distinguisher (65000:1, 10.0.0.1:1)");
   EXPECT_EQ(error_in("vrf red rt import 1"), "\"1\" is not a route target (65000:1, 10.0.0.1:1)");
-  EXPECT_EQ(error_in("vrf red rt import 1:1 ipv5"), "unknown word \"ipv5\"; expected ipv4, ipv6 or evpn");
+  EXPECT_EQ(error_in("vrf red rt import 1:1 ipv5"),
+            "unknown word \"ipv5\"; did you mean \"ipv4\"? expected ipv4, ipv6 or evpn");
   EXPECT_EQ(error_in("vrf red policy import evpn in"), "unknown word \"evpn\"; expected ipv4 or ipv6");
   EXPECT_EQ(error_in("vrf red vni 0"), "\"0\" is not a VNI (1 to 16777215)");
   EXPECT_EQ(error_in("vrf red vni 16777216"), "\"16777216\" is not a VNI (1 to 16777215)");
   EXPECT_EQ(error_in("vrf red rt import 1:1 ipv4 now"), "\"now\" is one word too many");
-  EXPECT_EQ(error_in("vrf red rd"), "a route distinguisher (65000:1, 10.0.0.1:1) is missing after \"rd\"");
-  EXPECT_EQ(error_in("vrf red description"), "the text is missing after \"description\"");
+  EXPECT_EQ(error_in("vrf red rd"),
+            "after \"vrf red rd\": expected a route distinguisher (65000:1, 10.0.0.1:1)");
+  EXPECT_EQ(error_in("vrf red description"), "after \"vrf red description\": expected the text");
   EXPECT_EQ(error_in("vrf red policy both ipv4 x"), "unknown word \"both\"; expected import or export");
   EXPECT_EQ(error_in("vrf red threshold ipv4 10 20"), "the mid threshold 20 is above the maximum of 10");
   EXPECT_EQ(error_in("vrf red threshold ipv4 4294967296 1"), "\"4294967296\" is not the maximum of routes");
   EXPECT_EQ(error_in("vrf red bgp 0 neighbor x ipv4"), "\"0\" is not an AS number");
-  EXPECT_EQ(error_in("vrf red bgp 1 neighbour x ipv4"), "unknown word \"neighbour\"; expected neighbor");
+  EXPECT_EQ(error_in("vrf red bgp 1 neighbour x ipv4"),
+            "unknown word \"neighbour\"; did you mean \"neighbor\"? expected neighbor");
   EXPECT_EQ(error_in("vrf red ospf 1 area x interface ge0"), "\"x\" is not an area (0, 0.0.0.0)");
-  EXPECT_EQ(error_in("vrf red rip interface"), "the interface is missing after \"interface\"");
+  EXPECT_EQ(error_in("vrf red rip interface"), "after \"vrf red rip interface\": expected the interface");
   EXPECT_EQ(error_in("vrf red rip interface \"\""), "the interface is empty");
   EXPECT_EQ(error_in("vrf red static 10.1.0.0"), "\"10.1.0.0\" is not a prefix (10.1.0.0/16)");
   EXPECT_EQ(error_in("vrf red static 10.1.0.0/33"), "\"10.1.0.0/33\" is not a prefix (10.1.0.0/16)");
@@ -190,7 +204,7 @@ TEST(ConfigurationWords, ErrorsNameTheWordAndWhatIsExpected) {
   EXPECT_EQ(error_in("vrf red static 10.1.0.0/16 10.0.0.1"),
             "unknown word \"10.0.0.1\"; expected interface or via");
   EXPECT_EQ(error_in("bgp 65000"), "unknown word \"65000\"; expected as-format");
-  EXPECT_EQ(error_in("bgp as-format"), "asplain, asdot or asdot+ is missing after \"as-format\"");
+  EXPECT_EQ(error_in("bgp as-format"), "after \"bgp as-format\": expected asplain, asdot or asdot+");
   EXPECT_EQ(error_in("bgp as-format dot"), "unknown word \"dot\"; expected asplain, asdot or asdot+");
   EXPECT_EQ(error_in("bgp as-format asdot now"), "\"now\" is one word too many");
   EXPECT_EQ(

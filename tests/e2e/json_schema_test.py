@@ -17,13 +17,17 @@ COMMANDS = ("show scalars", "show status", "show interfaces", "show interfaces r
             "show vrf red detail", "show vrf invalid", "show vrf brief --state up", "show vrf --structured", "show route-targets",
             "show routes red", "show routes blue ::1", "show traps", "show thresholds", "get scalars", "get vrf/red", "list vrf-detail", "datalist vrf-detail",
             "debug list", "debug prov on", "debug prov off", "trace", "trace init", "config show", "config show --owners",
-            "config show traps", "config load --dry-run examples/config.conf", "config set --candidate vrf blue description candidate",
-            "config diff", "config commit", "config history", "config history 1", "config rollback 1 --dry-run", "config rollback 1",
+            "config show traps", "config load --dry-run examples/config.conf",
+            "config set --candidate vrf blue description dropped", "config discard",
+            "config set --candidate vrf blue description candidate", "config diff", "config commit",
+            "config set --confirmed 5 vrf blue description tried", "show status", "config confirm",
+            "config suppress vrf blue threshold", "config show --owners", "config unsuppress vrf blue threshold",
+            "config delete vrf blue description", "config history", "config history 1", "config rollback 1 --dry-run", "config rollback 1",
             "config words vrf", "router show")
 OTHERS = {"show vrf red detail": "show vrf detail", "show vrf --structured": "show vrf detail", "trace init": "trace entries",
           "config history 1": "changes", "config rollback 1 --dry-run": "changes",
           "config load --dry-run examples/config.conf": "changes"}
-SILENT = {"config set", "config delete", "config discard"}
+SILENT = {"config set --candidate"}
 
 
 def commands_below(*words):

@@ -167,8 +167,8 @@ class SmallRouter(unittest.TestCase):
         self.assertEqual(self.system.cli_json("show", "vrf", "invalid"), [{"name": "orange", "interfaces": ["ge6"]}])
         self.refused(1, "VRF orange is invalid", "show", "vrf", "orange")
         self.refused(1, "VRF orange is invalid", "show", "routes", "orange")
-        self.refused(1, "there is no VRF pink", "show", "vrf", "pink")
-        self.refused(1, "there is no VRF pink", "show", "route-targets", "pink")
+        self.refused(1, "VRF pink does not exist", "show", "vrf", "pink")
+        self.refused(1, "VRF pink does not exist", "show", "route-targets", "pink")
 
     def test_routes_are_those_of_the_file(self):
         for vrf in VRFS:

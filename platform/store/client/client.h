@@ -68,8 +68,14 @@ struct NodesResult {
 
 struct CommitResult {
   Status status = kStatusNotConnected;
-  std::string id;     // empty if no effective value changed
+  std::string id;     // empty if no effective value or owner changed
+  std::string user;   // the daemon's name of this client's user
   std::string error;  // why the commit was refused
+};
+
+struct ConfirmationResult {
+  Status status = kStatusNotConnected;
+  KvConfigConfirmation confirmation;
 };
 
 struct HistoryResult {
@@ -146,8 +152,15 @@ class Client {
   NodesResult nodes(std::string_view path, std::uint32_t max_nodes, std::string_view after = {},
                     std::string_view owner = {});
   // Makes the changes as one commit of the clients' owner: all or none (kvtree_config_commit). At most
-  // kMaxStagedChanges (kStatusMessageTooLarge). kStatusAccess; the other statuses are those of the commit.
-  CommitResult commit(const std::vector<KvConfigChange>& changes, std::string_view comment);
+  // kMaxStagedChanges (kStatusMessageTooLarge). kStatusAccess; the other statuses are those of the commit. A
+  // commit with a time for its confirmation is undone unless it is confirmed within it: kStatusExists while
+  // another one waits for that. At most kLongestConfirmation.
+  CommitResult commit(const std::vector<KvConfigChange>& changes, std::string_view comment,
+                      std::chrono::seconds confirmation = {});
+  // The commit that waits for its confirmation, or an empty id.
+  ConfirmationResult confirmation();
+  // Confirms it: kStatusNoSuchRow if no commit waits, kStatusAccess.
+  ConfirmationResult confirm();
   // The commits, newest first, from the one before the commit `before` on; an answer may have fewer than
   // `maximum`, as above. kStatusNoSuchRow if `before` is not the id of a commit.
   HistoryResult history(std::uint32_t maximum, std::string_view before = {});

@@ -289,7 +289,9 @@ TEST_F(ClientCommit, StagedChangesEndWithTheConnectionAndWithTheNextFirstMessage
   stage(0, "/cfg/b");
   EXPECT_EQ(client.commit({SetTo("/cfg/own", "x")}, "").status, kStatusOk);
   EXPECT_THAT(Nodes(), ElementsAre("/cfg/own=x (user)"));
-  raw.begin(kvtree::kCommit, 2).text("");
+  wire::Writer commit = raw.begin(kvtree::kCommit, 2);
+  commit.u32(0);
+  commit.text("");
   ASSERT_EQ(raw.send(), kStatusOk);
   wire::Message answer;
   ASSERT_EQ(raw.receive(&answer), kStatusOk);
@@ -302,10 +304,12 @@ TEST_F(ClientCommit, PeerWithoutTheRightNeitherStagesNorCommits) {
   wire::Writer writer(&staged);
   writer.u8(kvtree::kFlagFirst);
   writer.u32(0);
-  wire::Octets comment;
-  wire::Writer(&comment).text("");
-  for (const auto& [type, payload] :
-       {std::pair(kvtree::kStage, staged), std::pair(kvtree::kCommit, comment)}) {
+  wire::Octets commit;
+  wire::Writer commit_writer(&commit);
+  commit_writer.u32(0);
+  commit_writer.text("");
+  for (const auto& [type, payload] : {std::pair(kvtree::kStage, staged), std::pair(kvtree::kCommit, commit),
+                                      std::pair(kvtree::kConfirm, wire::Octets())}) {
     wire::Octets answer;
     ASSERT_TRUE(kvtree::answer_message(nullptr, {type, 1, payload}, &answer));
     EXPECT_EQ(wire::Reader(answer).u32(), kStatusAccess);
@@ -347,6 +351,11 @@ TEST_F(ClientCommit, MalformedMessagesAreReported) {
     w->u16(kMaxConfigTuple + 1);
   }));
   EXPECT_TRUE(refused(kvtree::kCommit, [](wire::Writer* w) { w->u32(1); }));
+  EXPECT_TRUE(refused(kvtree::kCommit, [](wire::Writer* w) {
+    w->u32(kLongestConfirmation + 1);
+    w->text("");
+  }));
+  EXPECT_TRUE(refused(kvtree::kConfirmation, [](wire::Writer* w) { w->u8(0); }));
   EXPECT_TRUE(refused(kvtree::kHistory, [](wire::Writer* w) { w->u32(1); }));
   EXPECT_TRUE(refused(kvtree::kCommitChanges, [](wire::Writer* w) {
     w->text("1");
@@ -511,7 +520,9 @@ class SteppedClient : public ClientCommit {
       ASSERT_TRUE(kvtree::write_optional_value(&writer, change.value));
     }
     ASSERT_EQ(raw.send(), kStatusOk);
-    raw.begin(kvtree::kCommit, request + 1).text("why");
+    wire::Writer commit = raw.begin(kvtree::kCommit, request + 1);
+    commit.u32(0);
+    commit.text("why");
     ASSERT_EQ(raw.send(), kStatusOk);
   }
   void SendGet(std::uint32_t request) {

@@ -23,6 +23,7 @@ bool read_commit(wire::Reader* reader, KvConfigCommit* commit) {
   commit->owner = reader->text();
   commit->comment = reader->text();
   commit->changes = reader->u32();
+  commit->user = reader->text();
   return reader->ok();
 }
 
@@ -66,7 +67,8 @@ NodesResult Client::nodes(std::string_view path, std::uint32_t max_nodes, std::s
   return result;
 }
 
-CommitResult Client::commit(const std::vector<KvConfigChange>& changes, std::string_view comment) {
+CommitResult Client::commit(const std::vector<KvConfigChange>& changes, std::string_view comment,
+                            std::chrono::seconds confirmation) {
   CommitResult result;
   result.status = changes.size() > kMaxStagedChanges ? kStatusMessageTooLarge : kStatusOk;
   std::size_t next = 0;
@@ -75,12 +77,15 @@ CommitResult Client::commit(const std::vector<KvConfigChange>& changes, std::str
     result.status = stage_some(connection_.get(), changes, &next);
   } while (result.status == kStatusOk && next < changes.size());
   if (result.status != kStatusOk) return result;
-  connection_->begin(kCommit).text(comment);
+  wire::Writer writer = connection_->begin(kCommit);
+  writer.u32(static_cast<std::uint32_t>(confirmation.count()));
+  writer.text(comment);
   wire::Reader reader;
   result.status = connection_->exchange(kCommit, &reader);
   if (result.status != kStatusOk) return result;
   result.status = reader.u32();
   result.id = reader.text();
+  result.user = reader.text();
   result.error = reader.text();
   if (!reader.finished()) {
     result = {};
@@ -106,6 +111,31 @@ CommitChangesResult Client::commit_changes(std::string_view id, std::uint32_t ma
   writer.u32(maximum);
   result.status = connection_->ask_list(kCommitChanges, &result.changes, read_change);
   return result;
+}
+
+namespace {
+
+ConfirmationResult ask_confirmation(Client::Connection* connection, std::uint16_t type) {
+  ConfirmationResult result;
+  static_cast<void>(connection->begin(type));
+  wire::Reader reader;
+  result.status = connection->ask(type, &reader);
+  if (result.status != kStatusOk) return result;
+  result.confirmation.id = reader.text();
+  result.confirmation.user = reader.text();
+  result.confirmation.deadline = reader.u64();
+  if (!reader.finished()) result.status = connection->fail(kStatusBadMessage);
+  return result;
+}
+
+}  // namespace
+
+ConfirmationResult Client::confirmation() {
+  return ask_confirmation(connection_.get(), kConfirmation);
+}
+
+ConfirmationResult Client::confirm() {
+  return ask_confirmation(connection_.get(), kConfirm);
 }
 
 }  // namespace kvtree

@@ -76,7 +76,7 @@ Status Client::Connection::send() {
 
 Status Client::Connection::exchange(std::uint16_t type, wire::Reader* answer) {
   if (const Status status = send()) return status;
-  return receive(type, (type == kCommit ? kChangeTimes : 1) * timeout, answer);
+  return receive(type, (type == kCommit || type == kConfirm ? kChangeTimes : 1) * timeout, answer);
 }
 
 Status Client::Connection::receive(std::uint16_t type, milliseconds patience, wire::Reader* answer) {

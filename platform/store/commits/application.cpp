@@ -15,10 +15,6 @@ namespace {
 constexpr std::size_t kChangesAtOnce = 32;  // between two looks at the clock
 constexpr std::size_t kObservedAtOnce = 256;
 
-bool is_deletion(const PlannedChange& change) {
-  return change.is_effective && change.after == nullptr;
-}
-
 // The path up to the end of the component after the observer's path; empty for a path that is elsewhere.
 std::string_view observed_part(const ConfigObserver& observer, std::string_view path) {
   if (!path.starts_with(observer.path)) return {};
@@ -34,7 +30,7 @@ void notify_observer(const ConfigObserver& observer, std::size_t first, std::siz
   for (std::size_t i = first; i < end; ++i) {
     const PlannedChange& change = change_of(i);
     if (change.is_effective && change.path.view().starts_with(observer.path))
-      changes.push_back(to_public(change));
+      changes.push_back(to_observed(change));
   }
   if (!changes.empty()) observer.function(changes);
 }
@@ -67,7 +63,7 @@ void Application::take_some() {
   const DeliveryRun run;
   for (; next_ < end; ++next_) {
     const PlannedChange& change = plan_->changes[next_];
-    if (is_deletion(change) != (pass_ == Pass::kDeletions)) continue;
+    if (change.deletes() != (pass_ == Pass::kDeletions)) continue;
     ++applied_;
     if (pass_ == Pass::kDeletions) {
       delete_one(change);
@@ -85,7 +81,7 @@ void Application::delete_one(const PlannedChange& change) {
 void Application::set_one(const PlannedChange& change) {
   apply_to_tree(change);
   if (!change.is_effective) return;
-  const bool is_quiet = change.before != nullptr && is_counted(change.path);
+  const bool is_quiet = seen_value(change.before) != nullptr && is_counted(change.path);
   node_place_ = std::next(put_node(change.path, change.after, node_place_, is_quiet));
 }
 

@@ -6,7 +6,9 @@
 
 #include "platform/core/base/fault.h"
 #include "platform/core/base/log.h"
+#include "platform/core/files/user_name.h"
 #include "platform/store/commits/application.h"
+#include "platform/store/confirmation/undoing.h"
 #include "platform/store/server/store.h"
 
 namespace kvtree {
@@ -71,11 +73,43 @@ Proposal propose_replacement(std::size_t owner, std::vector<ProposedChange> want
   return {std::move(changes), true};
 }
 
-Status plan(const CommitRequest& request, CommitPlan* plan, std::string* error) {
+using OwnersChanges = std::vector<KvConfigChange>;
+
+// The first owner's values before the commit that is undone. `changes` outlives the result.
+Status propose_undoing(const CommitRequest& request, NodeStore* node_store, OwnersChanges* changes,
+                       std::string* error) {
+  std::vector<KvConfigCommitChange> made;
+  if (const Status status = node_store->changes(request.undone, {}, &made)) {
+    *error = "its changes cannot be read";
+    return status;
+  }
+  *changes = undoing_changes(made, store().configuration);
+  return kStatusOk;
+}
+
+bool waits_for_confirmation(const std::string& id, NodeStore* node_store) {
+  const std::optional<Confirmation> waiting = node_store->confirmation();
+  return waiting && std::to_string(waiting->commit) == id;
+}
+
+Status check_confirmation(const CommitRequest& request, NodeStore* node_store, std::string* error) {
+  const std::optional<Confirmation> waiting = node_store->confirmation();
+  if (request.confirmation == 0 || !waiting) return kStatusOk;
+  *error = "commit " + std::to_string(waiting->commit) +
+           " waits for its confirmation; confirm it, or wait until it is undone";
+  return kStatusExists;
+}
+
+Status plan(const CommitRequest& request, NodeStore* node_store, CommitPlan* plan, std::string* error) {
+  if (const Status status = check_confirmation(request, node_store, error)) return status;
   const bool is_replacement = request.nodes != nullptr;
+  OwnersChanges undoing;
+  if (!request.undone.empty() && waits_for_confirmation(request.undone, node_store)) {
+    if (const Status status = propose_undoing(request, node_store, &undoing, error)) return status;
+  }
   const Proposal proposal = is_replacement
                                 ? propose_replacement(find_owner(request.owner), wanted_of(*request.nodes))
-                                : proposal_of(*request.changes);
+                                : proposal_of(request.undone.empty() ? *request.changes : undoing);
   if (const Status status = plan_commit(store().configuration, request.owner, proposal, plan, error))
     return status;
   if (!is_replacement) {
@@ -86,7 +120,10 @@ Status plan(const CommitRequest& request, CommitPlan* plan, std::string* error) 
 
 Status write(const CommitRequest& request, std::uint64_t time, NodeStore* node_store,
              PreparedCommit* prepared) {
-  const CommitHead head{time, std::string_view(request.comment).substr(0, kMaxCommitComment)};
+  CommitHead head{time, std::string_view(request.comment).substr(0, kMaxCommitComment)};
+  if (request.author != nullptr) head.user = request.author->name;
+  head.confirmation = request.confirmation;
+  head.ends_confirmation = !request.undone.empty();
   return node_store->write(prepared->plan, head, &prepared->id, &prepared->error);
 }
 
@@ -103,8 +140,14 @@ Status open_database(NodeStore** node_store) {
 PreparedCommit prepare_commit(const CommitRequest& request, std::uint64_t time, NodeStore* node_store) {
   PreparedCommit prepared;
   prepared.plan = std::make_shared<CommitPlan>();
-  prepared.status = plan(request, prepared.plan.get(), &prepared.error);
-  if (prepared.status != kStatusOk || prepared.plan->changes.empty()) return prepared;
+  if (request.author != nullptr) request.author->name = user_name(request.author->user);
+  prepared.status = plan(request, node_store, prepared.plan.get(), &prepared.error);
+  if (prepared.status != kStatusOk) return prepared;
+  if (prepared.plan->changes.empty()) {
+    if (!request.undone.empty() && waits_for_confirmation(request.undone, node_store))
+      prepared.status = node_store->end_confirmation(&prepared.error);
+    return prepared;
+  }
   index_by_path(prepared.plan.get());
   prepared.status = write(request, time, node_store, &prepared);
   return prepared;

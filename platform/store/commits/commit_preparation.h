@@ -1,6 +1,8 @@
 // From what an owner wants to a commit in the database. Only for the store.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -11,12 +13,22 @@
 
 namespace kvtree {
 
+// The user of a client's commit. The name is set before the commit is done: it may take the name service some
+// time to find it.
+struct CommitAuthor {
+  uid_t user = 0;
+  std::string name{};
+};
+
 // What an owner wants: changes (then `nodes` is null), or nodes that replace all others of the owner.
 struct CommitRequest {
   std::string owner;
   std::string comment;
   std::shared_ptr<const std::vector<KvConfigChange>> changes;
-  std::shared_ptr<const std::vector<KvConfigNode>> nodes;
+  std::shared_ptr<const std::vector<KvConfigNode>> nodes{};
+  std::shared_ptr<CommitAuthor> author{};
+  std::uint64_t confirmation = 0;  // nanoseconds for confirming it; 0: it needs none
+  std::string undone{};            // the commit, if it still waits for its confirmation; then no changes
 };
 
 struct PreparedCommit {

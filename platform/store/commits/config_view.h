@@ -32,7 +32,7 @@ struct EffectiveValue {
   std::size_t owner = kNoOwner;
 };
 inline EffectiveValue effective_value_of(const Viewed<OwnedNode>& viewed) {
-  if (viewed.change != nullptr) return {viewed.change->after, viewed.change->owner_after};
+  if (viewed.change != nullptr) return {seen_value(viewed.change->after), viewed.change->owner_after};
   return {viewed.node->effective_value(), viewed.node->effective_owner()};
 }
 

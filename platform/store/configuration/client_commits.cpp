@@ -1,5 +1,5 @@
 // Commits of clients, which arrive in several messages: kStage collects a client's changes, kCommit commits
-// them for the owner of clients' commits.
+// them for the owner of clients' commits; and their confirmations.
 //
 // Collected changes belong to the connection and end with it. Their number and size are limited, and only a
 // peer that may change the configuration can collect any.
@@ -7,10 +7,13 @@
 #include <cerrno>
 #include <utility>
 
+#include "platform/core/base/clock.h"
 #include "platform/core/base/fault.h"
+#include "platform/core/base/log.h"
 #include "platform/store/commits/commit_queue.h"
 #include "platform/store/configuration/configuration.h"
 #include "platform/store/configuration/value_codec.h"
+#include "platform/store/confirmation/confirmations.h"
 #include "platform/store/server/protocol.h"
 #include "platform/store/server/server.h"
 
@@ -87,12 +90,22 @@ Status stage(wire::Connection* from, bool first, std::size_t octets, std::vector
   return kStatusOk;
 }
 
-void write_commit_answer(wire::Octets* answer, Status status, const std::string& id,
+void write_commit_answer(wire::Octets* answer, Status status, const std::string& id, const std::string& user,
                          const std::string& error) {
   Writer writer(answer);
   writer.u32(status);
   writer.text(id);
+  writer.text(user);
   writer.text(error);
+}
+
+void write_confirmation_answer(wire::Octets* answer, Status status, const KvConfigConfirmation& waiting) {
+  Writer writer(answer);
+  writer.u32(status);
+  if (status != kStatusOk) return;
+  writer.text(waiting.id);
+  writer.text(waiting.user);
+  writer.u64(waiting.deadline);
 }
 
 }  // namespace
@@ -110,22 +123,48 @@ bool answer_stage(wire::Connection* from, Reader* request, wire::Octets* answer)
 // receives it sees the change in the subscribers' state, and a process that dies afterwards has lost nothing
 // of that state.
 bool answer_commit(wire::Connection* from, Reader* request, wire::Octets* answer) {
+  const std::uint32_t confirmation = request->u32();
   const std::string comment(request->text());
-  if (!request->finished()) return false;
+  if (!request->finished() || confirmation > kLongestConfirmation) return false;
   const auto changes = std::make_shared<std::vector<KvConfigChange>>();
   std::string refusal;
   if (const Status status = take_staged(from, changes.get(), &refusal)) {
-    write_commit_answer(answer, status, {}, refusal);
+    write_commit_answer(answer, status, {}, {}, refusal);
     return true;
   }
+  const auto author = std::make_shared<CommitAuthor>(CommitAuthor{from->peer().uid});
   EventManager* const manager = the_server()->manager;
-  const auto done = [manager, later = the_server()->answer_later(*from)](Status status, const std::string& id,
-                                                                         const std::string& error) {
+  const auto done = [=, later = the_server()->answer_later(*from)](Status status, const std::string& id,
+                                                                   const std::string& error) {
+    if (confirmation > 0 && !id.empty()) await_confirmation(manager);
     wire::Octets payload;
-    write_commit_answer(&payload, status, id, error);
+    write_commit_answer(&payload, status, id, author->name, error);
     event_post(manager, [later, payload] { later.send(payload); });
   };
-  commit_queue(manager).add({std::string(client_owner()), comment, changes, nullptr}, done);
+  commit_queue(manager).add({.owner = std::string(client_owner()),
+                             .comment = comment,
+                             .changes = changes,
+                             .author = author,
+                             .confirmation = confirmation * kNanosecondsPerSecond},
+                            done);
+  return true;
+}
+
+// On the thread of the commits: a confirmation precedes or follows the commit that undoes what it confirms.
+bool answer_confirm(wire::Connection*, Reader* request, wire::Octets* answer) {
+  if (!request->finished()) return false;
+  const KvConfigConfirmation waiting = kvtree_config_confirmation();
+  std::string reason;
+  Status status = waiting.id.empty() ? kStatusNoSuchRow : kStatusOk;
+  if (status == kStatusOk) status = store().node_store->end_confirmation(&reason);
+  if (status == kStatusOk) log_notice("configuration", "commit %s is confirmed", waiting.id.c_str());
+  write_confirmation_answer(answer, status, waiting);
+  return true;
+}
+
+bool answer_confirmation(wire::Connection*, Reader* request, wire::Octets* answer) {
+  if (!request->finished()) return false;
+  write_confirmation_answer(answer, kStatusOk, kvtree_config_confirmation());
   return true;
 }
 

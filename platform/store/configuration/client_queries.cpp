@@ -88,7 +88,7 @@ void add_nodes(ListAnswer* list, std::string_view path, std::string_view after) 
   add_below(*list, store().nodes, path, after, [list](const Viewed<StoredNode>& viewed) {
     const bool is_changed = viewed.change != nullptr && viewed.change->is_effective;
     const SharedValue before = viewed.node == nullptr ? nullptr : viewed.node->value;
-    const SharedValue& value = is_changed ? viewed.change->after : before;
+    const SharedValue& value = is_changed ? seen_value(viewed.change->after) : before;
     if (value != nullptr) add_node(list, viewed.path, owner_of(viewed.path, value), *value);
     return true;
   });
@@ -131,6 +131,7 @@ void add_commit(ListAnswer* list, const KvConfigCommit& commit) {
   writer->text(commit.owner);
   writer->text(commit.comment);
   writer->u32(commit.changes);
+  writer->text(commit.user);
   list->keep();
 }
 

@@ -17,6 +17,7 @@ constexpr std::size_t kOctetsOfChange = 32;  // about, besides the path and the 
 constexpr std::uint8_t kNotEffective = 0;
 constexpr std::uint8_t kOwnEffective = 1;
 constexpr std::uint8_t kOtherEffective = 2;
+constexpr std::uint8_t kOwnerChanges = 4;  // added to one of the last two: the effective values are the same
 
 // A plan has only values that a configuration may have, so nothing can be refused here.
 void write_shared(Writer* writer, const SharedValue& value) {
@@ -50,9 +51,10 @@ bool read_owned(Reader* reader, std::uint8_t* owner, SharedValue* shared) {
 bool read_change(Reader* reader, std::size_t owner, PlannedChange* change) {
   change->path = reader->text();
   if (!read_shared(reader, &change->value)) return false;
-  const std::uint8_t what = reader->u8();
+  std::uint8_t what = reader->u8();
   if (what == kNotEffective) return reader->ok();
-  change->is_effective = true;
+  change->is_effective = (what & kOwnerChanges) == 0;
+  what &= static_cast<std::uint8_t>(~kOwnerChanges);
   if (!read_owned(reader, &change->owner_before, &change->before)) return false;
   if (what == kOtherEffective)
     return read_owned(reader, &change->owner_after, &change->after) && reader->ok();
@@ -61,22 +63,28 @@ bool read_change(Reader* reader, std::size_t owner, PlannedChange* change) {
   return what == kOwnEffective && change->after != nullptr && reader->ok();
 }
 
-// *is_set: whether there is a value.
-bool skip_owned(Reader* reader, bool* is_set) {
+bool skip_owned(Reader* reader, SkippedValue* value) {
   static_cast<void>(reader->u8());
-  return skip_optional_value(reader, is_set);
+  return skip_optional_value(reader, value);
 }
 
-// *is_effective: the effective value changes; *is_set: there is one after the change.
-bool skip_change(Reader* reader, bool* is_effective, bool* is_set) {
+// *is_listed: the change is one of the history; *after: the first owner's value after it.
+bool skip_change(Reader* reader, bool* is_listed, SkippedValue* after) {
   static_cast<void>(reader->text());
-  if (!skip_optional_value(reader, is_set)) return false;
-  const std::uint8_t what = reader->u8();
-  *is_effective = what != kNotEffective;
-  if (!*is_effective) return reader->ok();
-  bool was_set = false;
-  if (what > kOtherEffective || !skip_owned(reader, &was_set)) return false;
-  return what == kOwnEffective ? *is_set : skip_owned(reader, is_set);
+  if (!skip_optional_value(reader, after)) return false;
+  std::uint8_t what = reader->u8();
+  *is_listed = what != kNotEffective;
+  if (!*is_listed) return reader->ok();
+  what &= static_cast<std::uint8_t>(~kOwnerChanges);
+  SkippedValue before = SkippedValue::kNone;
+  if (what > kOtherEffective || !skip_owned(reader, &before)) return false;
+  return what == kOwnEffective ? *after != SkippedValue::kNone : skip_owned(reader, after);
+}
+
+std::uint8_t kind_of(const PlannedChange& change, bool own) {
+  if (!change.is_listed()) return kNotEffective;
+  const std::uint8_t kind = own ? kOwnEffective : kOtherEffective;
+  return change.is_effective ? kind : kind | kOwnerChanges;
 }
 
 }  // namespace
@@ -88,8 +96,8 @@ void write_commit(const CommitPlan& plan, wire::Octets* octets) {
     const bool own = change.owner_after == plan.owner;
     writer.text(change.path);
     write_shared(&writer, change.value);
-    writer.u8(!change.is_effective ? kNotEffective : own ? kOwnEffective : kOtherEffective);
-    if (!change.is_effective) continue;
+    writer.u8(kind_of(change, own));
+    if (!change.is_listed()) continue;
     write_owned(&writer, change.owner_before, change.before);
     if (!own) write_owned(&writer, change.owner_after, change.after);
   }
@@ -105,17 +113,17 @@ bool read_commit(wire::OctetSpan octets, std::size_t owner, const std::function<
   return true;
 }
 
-bool find_effective_changes(wire::OctetSpan octets, std::vector<ChangePlace>* places) {
+bool find_listed_changes(wire::OctetSpan octets, std::vector<ChangePlace>* places) {
   std::vector<ChangePlace> sets;
   Reader reader(octets);
   while (reader.left() > 0) {
     const std::size_t start = octets.size() - reader.left();
-    bool is_effective = false;
-    bool is_set = false;
-    if (!skip_change(&reader, &is_effective, &is_set)) return false;
-    if (!is_effective) continue;
+    bool is_listed = false;
+    SkippedValue after = SkippedValue::kNone;
+    if (!skip_change(&reader, &is_listed, &after)) return false;
+    if (!is_listed) continue;
     const std::size_t size = octets.size() - reader.left() - start;
-    (is_set ? sets : *places)
+    (after == SkippedValue::kSeen ? sets : *places)
         .push_back({static_cast<std::uint32_t>(start), static_cast<std::uint32_t>(size)});
   }
   places->insert(places->end(), sets.begin(), sets.end());

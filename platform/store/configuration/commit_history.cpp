@@ -1,5 +1,6 @@
-// The history of commits, read from the database: see node_store.h.
+// The history of commits, read from the database, and its limits: see node_store.h.
 #include <utility>
+#include <vector>
 
 #include "platform/core/base/log.h"
 #include "platform/core/text/numbers.h"
@@ -18,6 +19,7 @@ KvConfigCommit column_commit(sqlite::Statement& statement) {
   commit.owner = statement.text(2);
   commit.comment = statement.text(3);
   commit.changes = static_cast<std::uint32_t>(statement.integer(4));
+  commit.user = statement.text(5);
   return commit;
 }
 
@@ -43,7 +45,7 @@ Status NodeStore::history(std::uint32_t maximum, std::string_view before,
     if (const Status status = find_commit(before, &end)) return status;
   }
   sqlite::Statement statement(database_.get(),
-                              "SELECT id, time, owner, comment, changes FROM log WHERE changes > 0 "
+                              "SELECT id, time, owner, comment, changes, user FROM log WHERE changes > 0 "
                               "AND id < ? ORDER BY id DESC LIMIT ?");
   statement.bind(1, end);
   statement.bind(2, maximum);
@@ -73,7 +75,7 @@ Status NodeStore::find_places(std::int64_t id, const ReadCommit** commit) {
     ReadCommit read;
     const Status status = read_content(id, [&read](std::size_t owner, wire::OctetSpan octets) {
       read.owner = owner;
-      return find_effective_changes(octets, &read.places);
+      return find_listed_changes(octets, &read.places);
     });
     if (status != kStatusOk) return status;
     if (known_places_ + read.places.size() > kMaxKnownPlaces) forget_places();
@@ -128,6 +130,58 @@ Status NodeStore::report_unreadable(std::int64_t id) const {
   if (unreadable_.insert(id).second)
     log_error("configuration", "the contents of commit %lld cannot be read", static_cast<long long>(id));
   return kStatusIo;
+}
+
+// --- Limits
+
+bool NodeStore::Size::is_too_large() const {
+  return commits > kMaxCommits || (octets > kMaxHistoryOctets && commits > 1);
+}
+
+// Removes the oldest commits beyond the limits. Commits of sources remove none of operators.
+bool NodeStore::forget_oldest(Sizes* sizes) {
+  return forget_beyond_limits(true, sizes) && forget_beyond_limits(false, sizes);
+}
+
+// A commit that is not folded, or that waits for its confirmation, is still needed.
+bool NodeStore::forget_beyond_limits(bool of_clients, Sizes* sizes) {
+  while (sizes->of(of_clients).is_too_large()) {
+    sqlite::Statement oldest(database_.get(),
+                             "SELECT id, octets, folded FROM log WHERE changes > 0 AND (owner = ?1) = ?2 AND "
+                             "id NOT IN (SELECT commit_id FROM confirmation) ORDER BY id LIMIT 1");
+    oldest.bind_text(1, client_owner());
+    oldest.bind(2, of_clients ? 1 : 0);
+    const int code = oldest.step();
+    if (code == SQLITE_DONE || (code == SQLITE_ROW && oldest.integer(2) == 0)) return true;
+    if (code != SQLITE_ROW) return fail_write();
+    const std::int64_t id = oldest.integer(0);
+    Size& size = sizes->of(of_clients);
+    --size.commits;
+    size.octets -= static_cast<std::size_t>(oldest.integer(1));
+    if (!forget(id) || (of_clients && !forget_others_before(id, &sizes->others))) return false;
+  }
+  return true;
+}
+
+// So that the history has all commits of clients after each commit that it lists: a rollback needs them.
+bool NodeStore::forget_others_before(std::int64_t id, Size* size) {
+  std::vector<std::pair<std::int64_t, std::size_t>> others;
+  sqlite::Statement statement(
+      database_.get(),
+      "SELECT id, octets FROM log WHERE changes > 0 AND folded = 1 AND owner <> ? AND id < ?");
+  statement.bind_text(1, client_owner());
+  statement.bind(2, id);
+  int code = SQLITE_ROW;
+  while ((code = statement.step()) == SQLITE_ROW)
+    others.emplace_back(statement.integer(0), static_cast<std::size_t>(statement.integer(1)));
+  if (code != SQLITE_DONE) return fail_write();
+  statement.reset();
+  for (const auto& [other, octets] : others) {
+    if (!forget(other)) return false;
+    --size->commits;
+    size->octets -= octets;
+  }
+  return true;
 }
 
 }  // namespace kvtree

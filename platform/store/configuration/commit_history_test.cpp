@@ -35,10 +35,20 @@ TEST_F(ConfigHistory, ChangesHaveTheEffectiveValuesAndOwnersBeforeAndAfter) {
   Make("script", {SetTo("/cfg/a", "script"), SetTo("/cfg/b", "script")}, "");
   Make("user", {SetTo("/cfg/new", "user"), {"/cfg/a", TupleValue({1, 2})}, SetTo("/cfg/b", "script")}, "");
   EXPECT_THAT(Changes(id),
-              ElementsAre("/cfg/new: none () -> user (user)", "/cfg/a: script (script) -> (1 2) (user)"));
+              ElementsAre("/cfg/new: none () -> user (user)", "/cfg/a: script (script) -> (1 2) (user)",
+                          "/cfg/b: script (script) -> script (user)"));
   Make("user", {Withdraw("/cfg/a"), Withdraw("/cfg/b"), Withdraw("/cfg/new")}, "");
   EXPECT_THAT(Changes(id),
-              ElementsAre("/cfg/new: user (user) -> none ()", "/cfg/a: (1 2) (user) -> script (script)"));
+              ElementsAre("/cfg/new: user (user) -> none ()", "/cfg/a: (1 2) (user) -> script (script)",
+                          "/cfg/b: script (user) -> script (script)"));
+}
+
+TEST_F(ConfigHistory, CommitThatChangesOnlyTheOwnerIsListed) {
+  Make("script", {SetTo("/cfg/a", "x")}, "");
+  Make("user", {SetTo("/cfg/a", "x")}, "taken over");
+  Make("script", {SetTo("/cfg/a", "y")}, "overridden");
+  EXPECT_EQ(id, "");
+  EXPECT_THAT(History(), ElementsAre("2 user 1 taken over", "1 script 1 "));
 }
 
 TEST_F(ConfigHistory, InvalidCommitIdHasNoSuchRow) {
@@ -63,6 +73,26 @@ TEST_F(ConfigHistory, OldestCommitsMakeRoom) {
   EXPECT_THAT(History(5000).back(), HasSubstr("3 user"));
   std::vector<KvConfigCommitChange> changes;
   EXPECT_EQ(kvtree_config_changes("2", &changes), kStatusNoSuchRow);
+}
+
+TEST_F(ConfigHistory, CommitsOfSourcesRemoveNoneOfOperators) {
+  Make("user", {SetTo("/cfg/own", "1")}, "first");
+  for (std::size_t i = 0; i < kMaxCommits + 2; ++i) Make("script", {SetTo("/cfg/a", std::to_string(i))}, "");
+  const std::vector<std::string> history = History(5000);
+  EXPECT_THAT(history, SizeIs(kMaxCommits + 1));
+  EXPECT_EQ(history.back(), "1 user 1 first");
+  EXPECT_THAT(history[kMaxCommits - 1], HasSubstr("4 script"));
+}
+
+// Otherwise a rollback to it would miss commits of operators.
+TEST_F(ConfigHistory, CommitOfASourceIsForgottenWithALaterOneOfAnOperator) {
+  ASSERT_EQ(Keep(), kStatusOk);
+  Make("script", {SetTo("/cfg/a", "x")}, "");
+  for (std::size_t i = 0; i < kMaxCommits; ++i) Make("user", {SetTo("/cfg/b", std::to_string(i))}, "");
+  EXPECT_EQ(History(5000).back(), "1 script 1 ");
+  Restart();
+  Make("user", {SetTo("/cfg/b", "last")}, "");
+  EXPECT_THAT(History(5000).back(), HasSubstr("3 user"));
 }
 
 TEST_F(ConfigHistory, LargeCommitsMakeRoomByTheirSize) {
@@ -215,8 +245,8 @@ TEST_F(ConfigHistory, RowOfAnUnknownOwnerIsLeftOutAndLogged) {
   ASSERT_EQ(Keep(), kStatusOk);
   kvtree_reset();
   ExecuteWithChecksums(
-      "INSERT INTO node VALUES ('/cfg/a', 'stranger', 1, 0, 0), ('/oper/a', 'user', 1, 0, 0), ('/cfg/b', "
-      "'user', 1, 0, 0)");
+      "INSERT INTO node VALUES ('/cfg/a', 'stranger', 1, 0, 0, 0), ('/oper/a', 'user', 1, 0, 0, 0), "
+      "('/cfg/b', 'user', 1, 0, 0, 0)");
   ::testing::internal::CaptureStderr();
   ASSERT_EQ(Keep(), kStatusOk);
   EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr("/cfg/a of \"stranger\" is unknown"));

@@ -28,21 +28,26 @@ PlannedChange plan_change(const ConfigTree::value_type* place, std::size_t owner
   planned.path = place == nullptr ? SharedText(change.path) : place->first;
   if (change.value != nullptr) planned.value = std::make_shared<const KvValue>(*change.value);
   planned.owner_before = static_cast<std::uint8_t>(now.effective_owner());
-  planned.before = now.effective_value();
+  planned.before = now.value_of(planned.owner_before);
   planned.owner_after = static_cast<std::uint8_t>(now.effective_owner_after(owner, planned.value != nullptr));
   planned.after = planned.owner_after == owner ? planned.value : now.value_of(planned.owner_after);
-  planned.is_effective = !same_or_both_none(planned.before, planned.after);
+  planned.is_effective = !same_or_both_none(seen_value(planned.before), seen_value(planned.after));
   return planned;
 }
 
-Status check_change(const ProposedChange& change, std::string* error) {
+Status check_change(std::size_t owner, const ProposedChange& change, std::string* error) {
   if (const Status status = check_configuration_path(change.path)) {
     *error = "it is not below /cfg/";
     if (status == kStatusMessageTooLarge) *error = "the path is too long";
     if (status == kStatusBadKey) *error = "the path has an octet 0";
     return status;
   }
-  return change.value != nullptr ? check_configuration_value(*change.value, error) : kStatusOk;
+  if (change.value == nullptr) return kStatusOk;
+  if (change.value->is_suppressed && owner_name(owner) != client_owner()) {
+    *error = "only " + std::string(client_owner()) + " suppresses nodes";
+    return kStatusInvalid;
+  }
+  return check_configuration_value(*change.value, error);
 }
 
 // Finds places in a tree, mostly in the order of the paths: the place after the previous one is found without
@@ -76,7 +81,7 @@ std::optional<KvValue> copy(const SharedValue& value) {
 // `before`: octets_of() the owner's former value.
 void count_change(const PlannedChange& change, std::size_t before, CommitPlan* plan) {
   const std::size_t after = octets_of(change.path, change.value.get());
-  if (change.is_effective) ++plan->effective_changes;
+  if (change.is_listed()) ++plan->listed_changes;
   plan->added_nodes += (change.after != nullptr ? 1 : 0) - (change.before != nullptr ? 1 : 0);
   plan->added_octets += static_cast<std::int64_t>(after) - static_cast<std::int64_t>(before);
   plan->set_octets += after;
@@ -84,7 +89,7 @@ void count_change(const PlannedChange& change, std::size_t before, CommitPlan* p
 
 // Appends the planned change.
 Status plan_one(Cursor* cursor, const ProposedChange& change, CommitPlan* plan, std::string* error) {
-  if (const Status status = check_change(change, error)) return status;
+  if (const Status status = check_change(plan->owner, change, error)) return status;
   const ConfigTree::value_type* place = cursor->find(change.path);
   const SharedValue& held = (place == nullptr ? kUnset : place->second).value_of(plan->owner);
   if (change.value == nullptr && held == nullptr) {
@@ -106,6 +111,11 @@ bool paths_ascend(const std::vector<ProposedChange>& changes) {
 std::size_t octets_of(std::string_view path, const KvValue* value) {
   if (value == nullptr) return 0;
   return path.size() + value->text.size() + value->tuple.size() * sizeof(std::int64_t);
+}
+
+const SharedValue& seen_value(const SharedValue& value) {
+  static const SharedValue kNone;
+  return value != nullptr && value->is_suppressed ? kNone : value;
 }
 
 const SharedValue& OwnedNode::value_of(std::size_t owner) const {
@@ -139,6 +149,13 @@ std::size_t OwnedNode::effective_owner_after(std::size_t owner, bool sets) const
 KvConfigCommitChange to_public(const PlannedChange& change) {
   return {std::string(change.path), copy(change.before), copy(change.after),
           std::string(owner_name(change.owner_before)), std::string(owner_name(change.owner_after))};
+}
+
+KvConfigCommitChange to_observed(const PlannedChange& change) {
+  KvConfigCommitChange observed = to_public(change);
+  if (seen_value(change.before) == nullptr) observed.before.reset(), observed.owner_before.clear();
+  if (seen_value(change.after) == nullptr) observed.after.reset(), observed.owner_after.clear();
+  return observed;
 }
 
 Status check_configuration_path(std::string_view path) {

@@ -37,15 +37,19 @@ bool is_counted(std::string_view path);
 
 using SharedValue = std::shared_ptr<const KvValue>;
 
+// What readers and subscribers see of an owner's value: null if it suppresses the node.
+const SharedValue& seen_value(const SharedValue& value);
+
 // The values of a path's owners. Mostly there is one: only a second owner's value needs more memory.
 class OwnedNode {
  public:
   // Null if the owner sets none; so for kNoOwner.
   const SharedValue& value_of(std::size_t owner) const;
   void set(std::size_t owner, SharedValue value);
-  // The owner whose value is effective; kNoOwner if none sets the node.
+  // The first owner that sets or suppresses the node; kNoOwner if there is none.
   std::size_t effective_owner() const { return effective_owner_; }
-  const SharedValue& effective_value() const { return effective_; }
+  // Null also if that owner suppresses it.
+  const SharedValue& effective_value() const { return seen_value(effective_); }
   // effective_owner() once the owner sets the node, or does not.
   std::size_t effective_owner_after(std::size_t owner, bool sets) const;
 
@@ -69,7 +73,8 @@ struct Proposal {
 };
 bool paths_ascend(const std::vector<ProposedChange>& changes);
 
-// The owner's new value, and the effective values before and after. A commit has up to a million of these.
+// The owner's new value, and the values of the first owners before and after. The effective values are those
+// that seen_value() returns of these. A commit has up to a million of these.
 struct PlannedChange {
   SharedText path;
   SharedValue value;  // null: the owner withdraws its value
@@ -77,7 +82,12 @@ struct PlannedChange {
   SharedValue after;
   std::uint8_t owner_before = kNoOwner;
   std::uint8_t owner_after = kNoOwner;
-  bool is_effective = false;  // before and after differ; notified, except in counted scopes
+  bool is_effective = false;  // the effective values differ; notified, except in counted scopes
+
+  bool sets() const { return is_effective && seen_value(after) != nullptr; }
+  bool deletes() const { return is_effective && seen_value(after) == nullptr; }
+  // Whether it is in the history.
+  bool is_listed() const { return is_effective || owner_before != owner_after; }
 };
 static_assert(sizeof(PlannedChange) == 64);
 
@@ -85,7 +95,7 @@ struct CommitPlan {
   std::size_t owner = kNoOwner;
   std::vector<PlannedChange> changes;         // only those that change the owner's values
   bool ascends = false;                       // their paths do
-  std::size_t effective_changes = 0;          // of them
+  std::size_t listed_changes = 0;             // of them
   std::int64_t added_nodes = 0;               // to the tree; negative if it becomes smaller
   std::int64_t added_octets = 0;              // the same, in octets_of()
   std::size_t set_octets = 0;                 // octets_of() the new values
@@ -101,8 +111,10 @@ std::size_t octets_of(std::string_view path, const KvValue* value);
 // kStatusOk for a value that a node may have; otherwise *error is what is wrong with it.
 Status check_configuration_value(const KvValue& value, std::string* error);
 
-// For readers of the history and for observers.
+// For readers of the history: with suppressing values.
 KvConfigCommitChange to_public(const PlannedChange& change);
+// For observers: the effective values and their owners.
+KvConfigCommitChange to_observed(const PlannedChange& change);
 
 // Checks the changes and plans them. Status and *error are those of kvtree_config_commit.
 Status plan_commit(const ConfigTree& tree, std::string_view owner, const Proposal& proposal, CommitPlan* plan,

@@ -7,8 +7,15 @@
 //
 // A commit is all or nothing: it is checked as a whole, written to the state directory in one transaction,
 // then applied to the tree, and delivered to the subscribers on their event manager's loop in bounded batches
-// with requests in between. Each commit that changed effective values has an entry in the history (the newest
-// kMaxCommits): id, time, owner, comment, and the changes with the values before and after.
+// with requests in between. Each commit that changed effective values or their owners has an entry in the
+// history (the newest kMaxCommits): id, time, owner, user, comment, and the changes with the values before
+// and after.
+//
+// The first owner, that of clients' commits, may suppress a node: a value with is_suppressed, which has the
+// value that it suppressed. Then the node has no effective value, whatever the other owners set.
+//
+// A client may require that its commit is confirmed within a time; otherwise it is undone, also by a later
+// process (platform/store/confirmation). At most one commit waits for its confirmation.
 //
 // The values that owners set in an earlier process are in the tree before the first subscriber registers, so
 // the replay delivers them to the daemon; a starting source states its values with kvtree_config_replace, and
@@ -66,10 +73,12 @@ struct KvConfigCommit {
   std::uint64_t time = 0;  // nanoseconds since 1970-01-01 00:00:00 UTC
   std::string owner;
   std::string comment;
-  std::uint32_t changes = 0;  // nodes whose effective value changed
+  std::uint32_t changes = 0;  // nodes whose effective value changed, or its owner
+  std::string user;           // of a client's commit, by the name that the user had then; otherwise empty
 };
 
-// A change of an effective value, with the owners. No value and no owner: the node did not exist.
+// A change of an effective value or of its owner, with the owners. No value and no owner: the node did not
+// exist. A value with is_suppressed: the node does not exist, because its owner suppresses it.
 struct KvConfigCommitChange {
   std::string path;
   std::optional<KvValue> before;
@@ -78,12 +87,15 @@ struct KvConfigCommitChange {
   std::string owner_after;
 };
 
-inline constexpr std::size_t kMaxCommits = 1000;             // of the history: the newest ones,
-inline constexpr std::size_t kMaxHistoryOctets = 64U << 20;  // and at most this, except for the newest one
-inline constexpr std::size_t kMaxConfigChanges = 100000;     // of kvtree_config_commit
-inline constexpr std::size_t kMaxCommitComment = 1024;       // octets; the rest is cut
-inline constexpr std::size_t kMaxConfigText = 32U << 10;     // octets of a node's text
-inline constexpr std::size_t kMaxConfigTuple = 256;          // numbers of a node's tuple
+// Of the history, for the commits of clients and again for those of all other owners: the newest ones, and at
+// most this, except for the newest one.
+inline constexpr std::size_t kMaxCommits = 1000;
+inline constexpr std::size_t kMaxHistoryOctets = 64U << 20;
+inline constexpr std::uint32_t kLongestConfirmation = 24 * 60 * 60;  // seconds
+inline constexpr std::size_t kMaxConfigChanges = 100000;             // of kvtree_config_commit
+inline constexpr std::size_t kMaxCommitComment = 1024;               // octets; the rest is cut
+inline constexpr std::size_t kMaxConfigText = 32U << 10;             // octets of a node's text
+inline constexpr std::size_t kMaxConfigTuple = 256;                  // numbers of a node's tuple
 
 // What the memory and the start may cost. Tests lower the limits.
 struct KvConfigLimits {
@@ -161,6 +173,14 @@ struct KvConfigPage {
 };
 [[nodiscard]] Status kvtree_config_changes(std::string_view id, std::vector<KvConfigCommitChange>* changes,
                                            const KvConfigPage& page = {});
+
+// The commit that waits for its confirmation; with an empty id there is none.
+struct KvConfigConfirmation {
+  std::string id;
+  std::string user;            // of the commit
+  std::uint64_t deadline = 0;  // nanoseconds since 1970-01-01 00:00:00 UTC
+};
+KvConfigConfirmation kvtree_config_confirmation();
 
 // Notifies the subscribers of these nodes (of the effective ones) as if each had been deleted and set again,
 // first all deletions, then all sets: for handlers that lost the state derived from them. Nothing changes and

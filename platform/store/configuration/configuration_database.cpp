@@ -1,15 +1,18 @@
 // A rollback journal with full synchronization, because the configuration changes rarely and must not be
 // lost. The application id identifies our files, the version their format; both, and a check of the whole
 // file, precede any reading or writing. The values of version 1 (one per path) belonged to the owner of
-// clients' commits; version 2 did not have the order of notifications, version 3 no checksums. A migration is
-// one transaction.
+// clients' commits; version 2 did not have the order of notifications, version 3 no checksums, version 4
+// neither users, suppressed nodes nor confirmations. A migration is one transaction. Columns that were added
+// follow the others, so that the rows of a migrated file are those of a new one.
 //
 // Tables. node: a value per owner and path; a number is an INTEGER, a text a TEXT, a tuple a BLOB of
 // little-endian 64-bit numbers, a node without a value a NULL; `told`, the same in all rows of a path,
-// increases with every commit that notifies its subscribers. log: the commits, with the number of nodes whose
-// effective value changed (0 for those that exist only until they are folded) and whether the rows of `node`
-// include it (folded). content: the changes of a commit, encoded by commit_codec.h. Each row of
-// them has a checksum of its other columns (row_checksum.h). quarantine_commit and
+// increases with every commit that notifies its subscribers; a suppressed node has the value that it
+// suppressed. log: the commits, with the number of nodes that the history has of them (0 for those that exist
+// only until they are folded), whether the rows of `node` include it (folded), and the user's name, empty for
+// commits of no user. content: the changes of a commit, encoded by commit_codec.h. confirmation: the commit
+// that is undone unless it is confirmed, with the end of the time for it and its length, both in nanoseconds.
+// Each row of them has a checksum of its other columns (row_checksum.h). quarantine_commit and
 // quarantine_node exist once something was moved there (node_store.cpp).
 #include <cerrno>
 #include <cstdio>
@@ -26,51 +29,81 @@ namespace kvtree {
 namespace {
 
 constexpr int kApplicationId = 0x4d56434e;  // "MVCN"
-constexpr int kVersion = 4;
-static_assert(kApplicationId == 1297498958 && kVersion == 4);
+constexpr int kVersion = 5;
+static_assert(kApplicationId == 1297498958 && kVersion == 5);
 constexpr int kNewerVersion = SQLITE_SCHEMA;  // no statement of ours results in it
 
+#define MAKE_CONFIRMATION                                                                         \
+  "CREATE TABLE confirmation(commit_id INTEGER PRIMARY KEY, deadline INTEGER NOT NULL, duration " \
+  "INTEGER NOT NULL, checksum INTEGER NOT NULL);"
 #define MAKE_TABLES                                                                                     \
   "CREATE TABLE node(path TEXT NOT NULL, owner TEXT NOT NULL, value, told INTEGER NOT NULL, "           \
-  "checksum INTEGER NOT NULL, PRIMARY KEY(path, owner)) WITHOUT ROWID;"                                 \
+  "checksum INTEGER NOT NULL, suppressed INTEGER NOT NULL DEFAULT 0, PRIMARY KEY(path, owner)) "        \
+  "WITHOUT ROWID;"                                                                                      \
   "CREATE TABLE log(id INTEGER PRIMARY KEY AUTOINCREMENT, time INTEGER NOT NULL, owner TEXT NOT "       \
   "NULL, comment TEXT NOT NULL, changes INTEGER NOT NULL, octets INTEGER NOT NULL, folded INTEGER NOT " \
-  "NULL, checksum INTEGER NOT NULL);"                                                                   \
-  "CREATE TABLE content(id INTEGER PRIMARY KEY, octets BLOB NOT NULL, checksum INTEGER NOT NULL);"
-#define SET_VERSION "PRAGMA application_id = 1297498958; PRAGMA user_version = 4; COMMIT;"
-#define NODE_CHECKSUM "row_checksum(path, owner, value, told)"
-#define LOG_COLUMNS "id, time, owner, comment, changes, octets, folded"
-#define ADD_CHECKSUMS                                                   \
-  "ALTER TABLE node ADD COLUMN checksum INTEGER NOT NULL DEFAULT 0;"    \
-  "ALTER TABLE log ADD COLUMN checksum INTEGER NOT NULL DEFAULT 0;"     \
-  "ALTER TABLE content ADD COLUMN checksum INTEGER NOT NULL DEFAULT 0;" \
-  "UPDATE node SET checksum = " NODE_CHECKSUM                           \
-  ";"                                                                   \
-  "UPDATE log SET checksum = row_checksum(" LOG_COLUMNS                 \
-  ");"                                                                  \
+  "NULL, checksum INTEGER NOT NULL, user TEXT NOT NULL DEFAULT '');"                                    \
+  "CREATE TABLE content(id INTEGER PRIMARY KEY, octets BLOB NOT NULL, checksum INTEGER NOT "            \
+  "NULL);" MAKE_CONFIRMATION
+#define SET_VERSION "PRAGMA application_id = 1297498958; PRAGMA user_version = 5; COMMIT;"
+#define NODE_CHECKSUM "row_checksum(path, owner, value, told, suppressed)"
+#define NODE_CHECKSUM_4 "row_checksum(path, owner, value, told)"
+#define LOG_COLUMNS_4 "id, time, owner, comment, changes, octets, folded"
+#define LOG_COLUMNS LOG_COLUMNS_4 ", user"
+#define ADD_CHECKSUMS                                                \
+  "ALTER TABLE node ADD COLUMN checksum INTEGER NOT NULL DEFAULT 0;" \
+  "ALTER TABLE log ADD COLUMN checksum INTEGER NOT NULL DEFAULT 0;"  \
+  "ALTER TABLE content ADD COLUMN checksum INTEGER NOT NULL DEFAULT 0;"
+#define ADD_COLUMNS                                                    \
+  "ALTER TABLE node ADD COLUMN suppressed INTEGER NOT NULL DEFAULT 0;" \
+  "ALTER TABLE log ADD COLUMN user TEXT NOT NULL DEFAULT '';" MAKE_CONFIRMATION
+#define SIGN_ROWS                                       \
+  "UPDATE node SET checksum = " NODE_CHECKSUM           \
+  ";"                                                   \
+  "UPDATE log SET checksum = row_checksum(" LOG_COLUMNS \
+  ");"                                                  \
   "UPDATE content SET checksum = row_checksum(id, octets);"
+// A damaged row remains one.
+#define SIGN_SOUND_ROWS                                                                                  \
+  "UPDATE node SET checksum = " NODE_CHECKSUM " WHERE checksum = " NODE_CHECKSUM_4                       \
+  ";"                                                                                                    \
+  "UPDATE log SET checksum = row_checksum(" LOG_COLUMNS ") WHERE checksum = row_checksum(" LOG_COLUMNS_4 \
+  ");"
 constexpr char kMake[] = "BEGIN;" MAKE_TABLES SET_VERSION;
 constexpr char kMigrateFirst[] = "BEGIN; ALTER TABLE node RENAME TO former;" MAKE_TABLES;
 constexpr char kCopyFirst[] =
-    "INSERT INTO node SELECT path, ?1, value, 0, row_checksum(path, ?1, value, 0) FROM former";
+    "INSERT INTO node(path, owner, value, told, checksum) SELECT path, ?1, value, 0, row_checksum(path, ?1, "
+    "value, 0, 0) FROM former";
 constexpr char kFinishFirst[] = "DROP TABLE former;" SET_VERSION;
-constexpr char kMigrateSecond[] =
-    "BEGIN; ALTER TABLE node ADD COLUMN told INTEGER NOT NULL DEFAULT 0;" ADD_CHECKSUMS SET_VERSION;
-constexpr char kMigrateThird[] = "BEGIN;" ADD_CHECKSUMS SET_VERSION;
+// From the second version on.
+constexpr const char* kMigrations[] = {
+    "BEGIN; ALTER TABLE node ADD COLUMN told INTEGER NOT NULL DEFAULT 0;" ADD_CHECKSUMS ADD_COLUMNS SIGN_ROWS
+        SET_VERSION,
+    "BEGIN;" ADD_CHECKSUMS ADD_COLUMNS SIGN_ROWS SET_VERSION,
+    "BEGIN;" ADD_COLUMNS SIGN_SOUND_ROWS SET_VERSION};
+static_assert(std::size(kMigrations) == kVersion - 2);
+#undef MAKE_CONFIRMATION
 #undef MAKE_TABLES
 #undef SET_VERSION
 #undef ADD_CHECKSUMS
+#undef ADD_COLUMNS
+#undef SIGN_ROWS
+#undef SIGN_SOUND_ROWS
 
-#define PROBE_NODE_AND_LOG                                                                          \
+#define PROBE_THIRD                                                                                 \
   "SELECT node.path, node.owner, node.value, node.told, log.id, log.time, log.owner, log.comment, " \
   "log.changes, log.octets, log.folded, content.id, content.octets"
+#define PROBE_FOURTH PROBE_THIRD ", node.checksum, log.checksum, content.checksum"
 // By version.
-constexpr const char* kProbes[] = {"SELECT path, value FROM node", "SELECT path, owner, value FROM node",
-                                   PROBE_NODE_AND_LOG " FROM node, log, content",
-                                   PROBE_NODE_AND_LOG
-                                   ", node.checksum, log.checksum, content.checksum FROM node, log, content"};
+constexpr const char* kProbes[] = {
+    "SELECT path, value FROM node", "SELECT path, owner, value FROM node",
+    PROBE_THIRD " FROM node, log, content", PROBE_FOURTH " FROM node, log, content",
+    PROBE_FOURTH
+    ", node.suppressed, log.user, confirmation.commit_id, confirmation.deadline, confirmation.duration, "
+    "confirmation.checksum FROM node, log, content, confirmation"};
 static_assert(std::size(kProbes) == kVersion);
-#undef PROBE_NODE_AND_LOG
+#undef PROBE_THIRD
+#undef PROBE_FOURTH
 // `told` starts with an id (node_store.cpp).
 constexpr sqlite::Sequence kCommitIds = {
     "log", kMaxCommitId,
@@ -103,8 +136,7 @@ int migrate(sqlite3* database, std::int64_t version) {
   if (!has_tables(database, version)) return SQLITE_MISMATCH;
   if (fault_check("configuration_migrate") != kStatusOk) return SQLITE_IOERR;
   if (const int code = sqlite::run(database, kLargeCache)) return code;
-  const int code = version == 1 ? migrate_first(database)
-                                : sqlite::run(database, version == 2 ? kMigrateSecond : kMigrateThird);
+  const int code = version == 1 ? migrate_first(database) : sqlite::run(database, kMigrations[version - 2]);
   return code == SQLITE_OK ? sqlite::run(database, kDefaultCache) : code;
 }
 
@@ -160,19 +192,20 @@ int open_once(const std::string& file, sqlite::Connection* database, std::int64_
   return sqlite::run(database->get(), kOneWritePerPage);
 }
 
-#define COPY_NODES(VALUES, CHECKSUM)                                                                   \
-  {                                                                                                    \
-    "SELECT path, owner, " VALUES ", " CHECKSUM " FROM node ORDER BY path, owner",                     \
-        "SELECT path, owner, " VALUES ", " CHECKSUM " FROM node ORDER BY path DESC, owner DESC",       \
-        "INSERT OR IGNORE INTO node SELECT ?1, ?2, ?3, ?4, ?5 WHERE ?5 = row_checksum(?1, ?2, ?3, ?4)" \
+#define COPY_NODES(VALUES, CHECKSUM)                                                                         \
+  {                                                                                                          \
+    "SELECT path, owner, " VALUES ", " CHECKSUM " FROM node ORDER BY path, owner",                           \
+        "SELECT path, owner, " VALUES ", " CHECKSUM " FROM node ORDER BY path DESC, owner DESC",             \
+        "INSERT OR IGNORE INTO node(path, owner, value, told, suppressed, checksum) SELECT ?1, ?2, ?3, ?4, " \
+        "?5, ?6 WHERE ?6 = row_checksum(?1, ?2, ?3, ?4, ?5)"                                                 \
   }
-#define COPY_LOG(CHECKSUM)                                                                                 \
-  {                                                                                                        \
-    "SELECT " LOG_COLUMNS ", " CHECKSUM " FROM log ORDER BY id",                                           \
-        "SELECT " LOG_COLUMNS ", " CHECKSUM " FROM log ORDER BY id DESC",                                  \
-        "INSERT OR IGNORE INTO log SELECT ?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8 WHERE ?8 = row_checksum(?1, ?2, " \
-        "?3, "                                                                                             \
-        "?4, ?5, ?6, ?7)"                                                                                  \
+#define COPY_LOG(COLUMNS, CHECKSUM)                                   \
+  {                                                                   \
+    "SELECT " COLUMNS ", " CHECKSUM " FROM log ORDER BY id",          \
+        "SELECT " COLUMNS ", " CHECKSUM " FROM log ORDER BY id DESC", \
+        "INSERT OR IGNORE INTO log(" LOG_COLUMNS                      \
+        ", checksum) SELECT ?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9 "      \
+        "WHERE ?9 = row_checksum(?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8)"     \
   }
 #define COPY_CONTENT(CHECKSUM)                                                            \
   {                                                                                       \
@@ -180,22 +213,40 @@ int open_once(const std::string& file, sqlite::Connection* database, std::int64_
         "SELECT id, octets, " CHECKSUM " FROM content ORDER BY id DESC",                  \
         "INSERT OR IGNORE INTO content SELECT ?1, ?2, ?3 WHERE ?3 = row_checksum(?1, ?2)" \
   }
-constexpr sqlite::RowCopy kCopies[] = {COPY_NODES("value, told", "checksum"), COPY_LOG("checksum"),
-                                       COPY_CONTENT("checksum")};
-constexpr sqlite::RowCopy kCopiesThird[] = {COPY_NODES("value, told", NODE_CHECKSUM),
-                                            COPY_LOG("row_checksum(" LOG_COLUMNS ")"),
+#define NEW_LOG_CHECKSUM "row_checksum(" LOG_COLUMNS_4 ", '')"
+#define NEW_NODE_CHECKSUM "row_checksum(path, owner, value, told, 0)"
+constexpr sqlite::RowCopy kCopyConfirmation = {
+    "SELECT commit_id, deadline, duration, checksum FROM confirmation ORDER BY commit_id",
+    "SELECT commit_id, deadline, duration, checksum FROM confirmation ORDER BY commit_id DESC",
+    "INSERT OR IGNORE INTO confirmation SELECT ?1, ?2, ?3, ?4 WHERE ?4 = row_checksum(?1, ?2, ?3)"};
+constexpr sqlite::RowCopy kCopies[] = {COPY_NODES("value, told, suppressed", "checksum"),
+                                       COPY_LOG(LOG_COLUMNS, "checksum"), COPY_CONTENT("checksum"),
+                                       kCopyConfirmation};
+// No checksum, which matches nothing, for a damaged row.
+constexpr sqlite::RowCopy kCopiesFourth[] = {
+    COPY_NODES("value, told, 0", "CASE checksum WHEN " NODE_CHECKSUM_4 " THEN " NEW_NODE_CHECKSUM " END"),
+    COPY_LOG(LOG_COLUMNS_4 ", ''",
+             "CASE checksum WHEN row_checksum(" LOG_COLUMNS_4 ") THEN " NEW_LOG_CHECKSUM " END"),
+    COPY_CONTENT("checksum")};
+constexpr sqlite::RowCopy kCopiesThird[] = {COPY_NODES("value, told, 0", NEW_NODE_CHECKSUM),
+                                            COPY_LOG(LOG_COLUMNS_4 ", ''", NEW_LOG_CHECKSUM),
                                             COPY_CONTENT("row_checksum(id, octets)")};
-constexpr sqlite::RowCopy kCopiesSecond[] = {COPY_NODES("value, 0", "row_checksum(path, owner, value, 0)"),
-                                             COPY_LOG("row_checksum(" LOG_COLUMNS ")"),
-                                             COPY_CONTENT("row_checksum(id, octets)")};
+constexpr sqlite::RowCopy kCopiesSecond[] = {
+    COPY_NODES("value, 0, 0", "row_checksum(path, owner, value, 0, 0)"),
+    COPY_LOG(LOG_COLUMNS_4 ", ''", NEW_LOG_CHECKSUM), COPY_CONTENT("row_checksum(id, octets)")};
 #undef COPY_NODES
 #undef COPY_LOG
 #undef COPY_CONTENT
+#undef NEW_LOG_CHECKSUM
+#undef NEW_NODE_CHECKSUM
 #undef NODE_CHECKSUM
+#undef NODE_CHECKSUM_4
 #undef LOG_COLUMNS
+#undef LOG_COLUMNS_4
 // Ids of commits whose records are lost are not used again; `told` starts with an id (node_store.cpp).
 constexpr char kKeepIds[] =
     "DELETE FROM content WHERE id NOT IN (SELECT id FROM log);"
+    "DELETE FROM confirmation WHERE commit_id NOT IN (SELECT id FROM log);"
     "INSERT INTO sqlite_sequence SELECT 'log', 0 WHERE NOT EXISTS (SELECT 1 FROM sqlite_sequence WHERE name "
     "= "
     "'log');"
@@ -203,11 +254,14 @@ constexpr char kKeepIds[] =
     "name = 'log'";
 
 // From the second version on. A file of an unknown version may be of this one.
-constexpr sqlite::Salvage kSalvage[] = {
-    {kMake, kCopiesSecond, kKeepIds}, {kMake, kCopiesThird, kKeepIds}, {kMake, kCopies, kKeepIds}};
+constexpr sqlite::Salvage kSalvage[] = {{kMake, kCopiesSecond, kKeepIds},
+                                        {kMake, kCopiesThird, kKeepIds},
+                                        {kMake, kCopiesFourth, kKeepIds},
+                                        {kMake, kCopies, kKeepIds}};
+static_assert(std::size(kSalvage) == kVersion - 1);
 
 const sqlite::Salvage& find_salvage(std::int64_t version) {
-  return kSalvage[version == 2 || version == 3 ? version - 2 : 2];
+  return kSalvage[version >= 2 && version < kVersion ? version - 2 : kVersion - 2];
 }
 
 Status fail(const std::string& what, const char* why, Status status = kStatusIo) {

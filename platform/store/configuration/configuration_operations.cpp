@@ -80,7 +80,8 @@ Places effective_places(const std::vector<std::string>& paths) {
   Places places;
   for (const std::string& path : paths) {
     const auto node = store().configuration.find(path);
-    if (node != store().configuration.end()) places.push_back(node);
+    if (node != store().configuration.end() && node->second.effective_value() != nullptr)
+      places.push_back(node);
   }
   return places;
 }
@@ -215,7 +216,7 @@ Status kvtree_config_announce(const std::string& path) {
   if (const Status status = kvtree::check_configuration_path(path)) return status;
   return kvtree::replay_later_or_now([path] {
     const auto place = store().configuration.find(path);
-    if (place != store().configuration.end()) {
+    if (place != store().configuration.end() && place->second.effective_value() != nullptr) {
       kvtree::notify_set(place);
     } else {
       kvtree::notify_subscribers(path, nullptr, kKvEventDeleted);
@@ -266,6 +267,7 @@ Status kvtree_keep_configuration(const std::string& directory) {
   kvtree::StoredConfiguration stored;
   if (const Status status = kvtree::read_stored(node_store.get(), &stored)) return status;
   for (const auto& place : stored.in_order) {
+    if (place->second.effective_value() == nullptr) continue;
     kvtree::put_node(place->first, place->second.effective_value(), store().nodes.end(), true);
   }
   store().configuration = std::move(stored.tree);

@@ -98,11 +98,9 @@ TEST_F(ConfigCommit, SameValueNotifiesNoSubscriber) {
   Commit("script", {SetTo("/cfg/a", "x")});
   EXPECT_THAT(Commit("script", {SetTo("/cfg/a", "x")}), IsEmpty());
   EXPECT_THAT(Commit("user", {SetTo("/cfg/a", "x")}), IsEmpty());
-  EXPECT_EQ(id, "");
   EXPECT_THAT(Owned("user"), ElementsAre("/cfg/a=x"));
   EXPECT_THAT(Commit("script", {Withdraw("/cfg/a")}), IsEmpty());
   EXPECT_THAT(Effective(), ElementsAre("/cfg/a=x"));
-  EXPECT_THAT(History(), ElementsAre("1 script 1 "));
 }
 
 TEST_F(ConfigCommit, DeletionsAreNotifiedBeforeSets) {

@@ -2,6 +2,7 @@
 // a value.
 #include <gmock/gmock.h>
 
+#include <array>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -15,6 +16,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsSupersetOf;
+using ::testing::SizeIs;
 using ::testing::internal::CaptureStderr;
 using ::testing::internal::GetCapturedStderr;
 
@@ -37,6 +39,32 @@ constexpr char kThirdVersion[] =
     "CREATE TABLE node(path TEXT NOT NULL, owner TEXT NOT NULL, value, told INTEGER NOT NULL, PRIMARY "
     "KEY(path, owner)) WITHOUT ROWID; INSERT INTO node VALUES ('/cfg/a', 'script', 'f', 2097152), ('/cfg/a', "
     "'system', 'k', 2097152), ('/cfg/b', 'user', -5, 1048576); PRAGMA user_version = 3;";
+
+// The file that the program which wrote version 4 made of a router file and an operator's commands.
+TEST_F(ConfigTest, FourthVersionIsMigrated) {
+  std::ifstream dump("tests/data/configuration_v4.sql");
+  const std::string sql((std::istreambuf_iterator<char>(dump)), {});
+  ASSERT_THAT(sql, HasSubstr("PRAGMA user_version = 4"));
+  // The last row is damaged and stays so.
+  Execute(sql + "UPDATE node SET value = 2 WHERE path LIKE '%vrf-up'");
+  constexpr std::array kFormerOwners = {KvConfigOwner{"cli", 0}, KvConfigOwner{"file", 1}};
+  ASSERT_EQ(kvtree_config_register_owners(kFormerOwners), kStatusOk);
+  CaptureStderr();
+  ASSERT_EQ(Keep(), kStatusOk);
+  EXPECT_THAT(GetCapturedStderr(), HasSubstr("1 rows of nodes are damaged, the first is "
+                                             "/cfg/gl/snmp/enable/traps/l3vpnmib/vrf-up"));
+  for (int start = 0; start < 2; ++start) {
+    EXPECT_THAT(Owned("cli"), SizeIs(5));
+    EXPECT_THAT(Owned("file"), SizeIs(6));
+    EXPECT_THAT(History(2), ElementsAre("7 cli 1 delete vrf blue threshold",
+                                        "6 cli 1 set vrf blue threshold ipv4 500 400"));
+    EXPECT_THAT(History(), SizeIs(7));
+    EXPECT_THAT(Changes("5"), SizeIs(2));
+    Restart();
+  }
+  Make("cli", {SetTo("/cfg/a", "x")}, "");
+  EXPECT_EQ(id, "8");
+}
 
 class FormerVersion : public ConfigTest, public ::testing::WithParamInterface<const char*> {};
 

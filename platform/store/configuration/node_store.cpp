@@ -1,4 +1,5 @@
-// Reading the stored values, writing commits, and folding. commit_history.cpp reads the history.
+// Reading the stored values, writing commits, and folding. commit_history.cpp reads and
+// limits the history; platform/store/confirmation has the commit that waits for its confirmation.
 //
 // The counts that a transaction changes are computed on a copy, which takes effect with the transaction.
 #include "platform/store/configuration/node_store.h"
@@ -30,8 +31,8 @@ constexpr char kMakeQuarantine[] =
     "CREATE TABLE IF NOT EXISTS quarantine_commit(id, time, owner, comment, changes, octets);"
     "CREATE TABLE IF NOT EXISTS quarantine_node(path, owner, value, told)";
 
-#define NODE_CHECKSUM "row_checksum(path, owner, value, told)"
-#define LOG_CHECKSUM "row_checksum(id, time, owner, comment, changes, octets, folded)"
+#define NODE_CHECKSUM "row_checksum(path, owner, value, told, suppressed)"
+#define LOG_CHECKSUM "row_checksum(id, time, owner, comment, changes, octets, folded, user)"
 
 void bind_tuple(sqlite::Statement& statement, int place, const std::vector<std::int64_t>& tuple,
                 wire::Octets* octets) {
@@ -110,16 +111,21 @@ Status NodeStore::start(sqlite::Connection database, std::shared_ptr<NodeStore>*
   if (const Status status = made->quarantine_damaged_commits()) return status;
   if (const Status status = made->read_unfolded()) return status;
   if (const Status status = made->read_size()) return status;
+  if (const Status status = made->read_confirmation()) return status;
   *store = made;
   return kStatusOk;
 }
 
 Status NodeStore::read_size() {
-  sqlite::Statement statement(database_.get(),
-                              "SELECT count(*), coalesce(sum(octets), 0) FROM log WHERE changes > 0");
-  if (statement.step() != SQLITE_ROW) return fail("the history cannot be read");
-  size_ = {static_cast<std::size_t>(statement.integer(0)), static_cast<std::size_t>(statement.integer(1))};
-  return kStatusOk;
+  sqlite::Statement statement(
+      database_.get(), "SELECT owner = ?, count(*), sum(octets) FROM log WHERE changes > 0 GROUP BY 1");
+  statement.bind_text(1, client_owner());
+  int code = SQLITE_ROW;
+  while ((code = statement.step()) == SQLITE_ROW) {
+    sizes_.of(statement.integer(0) != 0) = {static_cast<std::size_t>(statement.integer(1)),
+                                            static_cast<std::size_t>(statement.integer(2))};
+  }
+  return code == SQLITE_DONE ? kStatusOk : fail("the history cannot be read");
 }
 
 Status NodeStore::read_unfolded() {
@@ -154,7 +160,7 @@ Status NodeStore::read_plan(std::int64_t id, std::string_view owner, SharedPlan*
   bool is_valid = true;
   const Status status = visit_content(id, [&](PlannedChange change) {
     is_valid = is_valid && check_configuration_path(change.path) == kStatusOk;
-    if (change.is_effective) ++read->effective_changes;
+    if (change.is_listed()) ++read->listed_changes;
     read->changes.push_back(std::move(change));
   });
   *plan = read;
@@ -172,17 +178,19 @@ std::uint64_t NodeStore::notification_number(std::int64_t id, std::size_t change
 
 Status NodeStore::for_each(const Visitor& visit) {
   if (const Status status = fault_check("configuration_read")) return status;
-  sqlite::Statement statement(database_.get(), "SELECT owner, path, value, told, checksum = " NODE_CHECKSUM
-                                               " FROM node ORDER BY path, owner");
+  sqlite::Statement statement(database_.get(),
+                              "SELECT owner, path, value, told, suppressed, checksum = " NODE_CHECKSUM
+                              " FROM node ORDER BY path, owner");
   int code = SQLITE_ROW;
   std::vector<std::pair<std::string, std::string>> invalid;
   std::string damaged;
   while ((code = statement.step()) == SQLITE_ROW) {
-    if (statement.integer(4) == 0) {
+    if (statement.integer(5) == 0) {
       if (damaged.empty()) damaged = statement.text(1);
       continue;
     }
     KvValue value;
+    value.is_suppressed = statement.integer(4) != 0;
     const bool is_valid =
         column_value(statement, 2, &value) && visit(statement.text(0), statement.text(1), std::move(value),
                                                     static_cast<std::uint64_t>(statement.integer(3)));
@@ -312,8 +320,8 @@ Status NodeStore::write_plan(const SharedPlan& plan, const CommitHead& head, std
   if (const Status status = fault_check("configuration_write")) return status;
   const bool folded = unfolded_.empty() && plan->changes.size() <= kFoldedAtOnce;
   std::int64_t number = 0;
-  Size size = size_;
-  bool written = execute("BEGIN IMMEDIATE") && write_all(*plan, head, folded, &number, &size);
+  Sizes sizes = sizes_;
+  bool written = execute("BEGIN IMMEDIATE") && write_all(*plan, head, folded, &number, &sizes);
   if (written) {
     if (const Status status = fault_check("configuration_commit")) {
       roll_back();
@@ -325,33 +333,36 @@ Status NodeStore::write_plan(const SharedPlan& plan, const CommitHead& head, std
     roll_back();
     return write_status_;
   }
-  size_ = size;
+  sizes_ = sizes;
+  note_confirmation(number, *plan, head);
   if (!folded) add_unfolded(number, plan);
-  if (plan->effective_changes > 0) *id = std::to_string(number);
+  if (plan->listed_changes > 0) *id = std::to_string(number);
   return kStatusOk;
 }
 
 bool NodeStore::write_all(const CommitPlan& plan, const CommitHead& head, bool folded, std::int64_t* id,
-                          Size* size) {
-  const bool logged = !folded || plan.effective_changes > 0;
-  if (logged && !write_log(plan, head, folded, id, size)) return false;
+                          Sizes* sizes) {
+  const bool logged = !folded || plan.listed_changes > 0;
+  if (logged && !write_log(plan, head, folded, id, sizes)) return false;
   if (folded && !write_rows(*id, plan, 0, plan.changes.size())) return false;
-  return forget_oldest(size);
+  return write_confirmation(*id, plan, head) && forget_oldest(sizes);
 }
 
 bool NodeStore::write_log(const CommitPlan& plan, const CommitHead& head, bool folded, std::int64_t* id,
-                          Size* size) {
+                          Sizes* sizes) {
   wire::Octets octets;
   write_commit(plan, &octets);
-  sqlite::Statement log(database_.get(),
-                        "INSERT INTO log(time, owner, comment, changes, octets, folded, checksum) VALUES (?, "
-                        "?, ?, ?, ?, ?, 0)");
+  sqlite::Statement log(
+      database_.get(),
+      "INSERT INTO log(time, owner, comment, changes, octets, folded, user, checksum) VALUES "
+      "(?, ?, ?, ?, ?, ?, ?, 0)");
   log.bind(1, static_cast<std::int64_t>(head.time));
   log.bind_text(2, owner_name(plan.owner));
   log.bind_text(3, head.comment);
-  log.bind(4, static_cast<std::int64_t>(plan.effective_changes));
+  log.bind(4, static_cast<std::int64_t>(plan.listed_changes));
   log.bind(5, static_cast<std::int64_t>(octets.size()));
   log.bind(6, folded ? 1 : 0);
+  log.bind_text(7, head.user);
   if (!run(log)) return false;
   *id = sqlite3_last_insert_rowid(database_.get());
   sqlite::Statement sign(database_.get(), "UPDATE log SET checksum = " LOG_CHECKSUM " WHERE id = ?");
@@ -360,9 +371,10 @@ bool NodeStore::write_log(const CommitPlan& plan, const CommitHead& head, bool f
   sqlite::Statement content(database_.get(), "INSERT INTO content VALUES (?1, ?2, row_checksum(?1, ?2))");
   content.bind(1, *id);
   content.bind_octets(2, octets);
-  if (plan.effective_changes > 0) {
-    ++size->commits;
-    size->octets += octets.size();
+  if (plan.listed_changes > 0) {
+    Size& size = sizes->of(owner_name(plan.owner) == client_owner());
+    ++size.commits;
+    size.octets += octets.size();
   }
   return run(content);
 }
@@ -378,14 +390,15 @@ bool NodeStore::write_rows(std::int64_t id, const CommitPlan& plan, std::size_t 
   RowStatements statements{
       sqlite::Statement(
           database_.get(),
-          "INSERT INTO node VALUES (?1, ?2, ?3, ?4, row_checksum(?1, ?2, ?3, ?4)) ON CONFLICT DO "
-          "UPDATE SET value = excluded.value, told = excluded.told, checksum = excluded.checksum"),
+          "INSERT INTO node(path, owner, value, told, suppressed, checksum) VALUES (?1, ?2, ?3, ?4, ?5, "
+          "row_checksum(?1, ?2, ?3, ?4, ?5)) ON CONFLICT DO UPDATE SET value = excluded.value, told = "
+          "excluded.told, suppressed = excluded.suppressed, checksum = excluded.checksum"),
       sqlite::Statement(database_.get(), "DELETE FROM node WHERE path = ? AND owner = ?"),
       sqlite::Statement(database_.get(), "SELECT coalesce(max(told), 0) FROM node WHERE path = ?"),
-      sqlite::Statement(
-          database_.get(),
-          "UPDATE node SET told = ?1, checksum = row_checksum(path, owner, value, ?1) WHERE path = "
-          "?2 AND owner <> ?3 AND checksum = " NODE_CHECKSUM)};
+      sqlite::Statement(database_.get(),
+                        "UPDATE node SET told = ?1, checksum = row_checksum(path, owner, value, ?1, "
+                        "suppressed) WHERE path = "
+                        "?2 AND owner <> ?3 AND checksum = " NODE_CHECKSUM)};
   for (std::size_t i = first; i < end; ++i) {
     const auto notified = static_cast<std::int64_t>(notification_number(id, i));
     if (!write_row(statements, owner_name(plan.owner), plan.changes[i], notified)) return false;
@@ -396,7 +409,7 @@ bool NodeStore::write_rows(std::int64_t id, const CommitPlan& plan, std::size_t 
 // Every owner's row has the number of the last notification: any owner may withdraw its value unnoticed.
 bool NodeStore::write_row(RowStatements& statements, std::string_view owner, const PlannedChange& change,
                           std::int64_t notified) {
-  const bool notifies = change.is_effective && change.after != nullptr;
+  const bool notifies = change.sets();
   if (!notifies && change.value != nullptr && !find_notified(statements, change.path, &notified))
     return false;
   sqlite::Statement& statement = change.value == nullptr ? statements.erase : statements.put;
@@ -407,6 +420,7 @@ bool NodeStore::write_row(RowStatements& statements, std::string_view owner, con
   if (change.value != nullptr) {
     bind_value(statement, 3, *change.value, &octets);
     statement.bind(4, notified);
+    statement.bind(5, change.value->is_suppressed ? 1 : 0);
   }
   if (!run(statement)) return false;
   if (!notifies) return true;
@@ -423,20 +437,6 @@ bool NodeStore::find_notified(RowStatements& statements, std::string_view path, 
   if (statements.find.step() != SQLITE_ROW) return fail_write();
   *notified = statements.find.integer(0);
   statements.find.reset();
-  return true;
-}
-
-// Removes the oldest commits beyond the limits; a commit that is not folded is still needed.
-bool NodeStore::forget_oldest(Size* size) {
-  while (size->commits > kMaxCommits || (size->octets > kMaxHistoryOctets && size->commits > 1)) {
-    sqlite::Statement oldest(database_.get(),
-                             "SELECT id, octets, folded FROM log WHERE changes > 0 ORDER BY id LIMIT 1");
-    if (oldest.step() != SQLITE_ROW) return false;
-    if (oldest.integer(2) == 0) return true;
-    if (!forget(oldest.integer(0))) return false;
-    --size->commits;
-    size->octets -= static_cast<std::size_t>(oldest.integer(1));
-  }
   return true;
 }
 
@@ -500,10 +500,10 @@ void NodeStore::report_fold_failure(const char* why) {
 
 // The record of a commit without effective changes was needed for its rows only.
 bool NodeStore::finish_fold(const Unfolded& unfolded) {
-  if (unfolded.plan->effective_changes == 0) return forget(unfolded.id);
+  if (unfolded.plan->listed_changes == 0) return forget(unfolded.id);
   sqlite::Statement statement(database_.get(),
                               "UPDATE log SET folded = 1, checksum = row_checksum(id, time, owner, comment, "
-                              "changes, octets, 1) WHERE id = ? AND checksum = " LOG_CHECKSUM);
+                              "changes, octets, 1, user) WHERE id = ? AND checksum = " LOG_CHECKSUM);
   statement.bind(1, unfolded.id);
   return run(statement);
 }

@@ -15,6 +15,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -40,6 +41,17 @@ inline constexpr std::int64_t kMaxCommitId = (std::int64_t{1} << 42) - 1;
 struct CommitHead {
   std::uint64_t time = 0;  // nanoseconds since 1970
   std::string_view comment;
+  std::string_view user{};         // empty for none
+  std::uint64_t confirmation = 0;  // nanoseconds for confirming it; 0: it needs none
+  bool ends_confirmation = false;  // of the commit that it undoes
+};
+
+// The commit that is undone unless it is confirmed in time.
+struct Confirmation {
+  std::int64_t commit = 0;
+  std::uint64_t deadline = 0;  // nanoseconds since 1970
+  std::uint64_t duration = 0;  // nanoseconds
+  std::string user;            // of the commit
 };
 
 class NodeStore {
@@ -76,6 +88,11 @@ class NodeStore {
   // (logged once; then has_unfolded()). Fault point "configuration_fold".
   bool fold_some(std::size_t rows);
 
+  // The commit that waits for its confirmation. Does not wait for another thread.
+  std::optional<Confirmation> confirmation();
+  // The commit, which waits for it, is confirmed. *reason as for write().
+  [[nodiscard]] Status end_confirmation(std::string* reason);
+
   // configuration.h; fault points are the callers'.
   [[nodiscard]] Status history(std::uint32_t maximum, std::string_view before,
                                std::vector<KvConfigCommit>* commits);
@@ -89,10 +106,16 @@ class NodeStore {
     SharedPlan plan;
     std::size_t next = 0;  // the first change that is not folded
   };
-  // The history's size.
+  // The history's size, of the commits of clients and of those of other owners.
   struct Size {
     std::size_t commits = 0;
     std::size_t octets = 0;  // of the commits' contents
+    bool is_too_large() const;
+  };
+  struct Sizes {
+    Size clients;
+    Size others;
+    Size& of(bool is_clients) { return is_clients ? clients : others; }
   };
 
   explicit NodeStore(sqlite::Connection database) : database_(std::move(database)) {}
@@ -119,8 +142,8 @@ class NodeStore {
   void forget_places();
   bool read_page(std::int64_t id, const ReadCommit& commit, const KvConfigPage& page,
                  std::vector<KvConfigCommitChange>* changes) const;
-  bool write_all(const CommitPlan& plan, const CommitHead& head, bool folded, std::int64_t* id, Size* size);
-  bool write_log(const CommitPlan& plan, const CommitHead& head, bool folded, std::int64_t* id, Size* size);
+  bool write_all(const CommitPlan& plan, const CommitHead& head, bool folded, std::int64_t* id, Sizes* sizes);
+  bool write_log(const CommitPlan& plan, const CommitHead& head, bool folded, std::int64_t* id, Sizes* sizes);
   bool write_rows(std::int64_t id, const CommitPlan& plan, std::size_t first, std::size_t end);
   struct RowStatements;
   bool write_row(RowStatements& statements, std::string_view owner, const PlannedChange& change,
@@ -129,7 +152,13 @@ class NodeStore {
   bool fold_batch(const Unfolded& unfolded, std::size_t end);
   bool finish_fold(const Unfolded& unfolded);
   void report_fold_failure(const char* why);
-  bool forget_oldest(Size* size);
+  bool forget_oldest(Sizes* sizes);
+  bool forget_beyond_limits(bool of_clients, Sizes* sizes);
+  bool forget_others_before(std::int64_t id, Size* size);
+  Status read_confirmation();
+  bool write_confirmation(std::int64_t id, const CommitPlan& plan, const CommitHead& head);
+  void note_confirmation(std::int64_t id, const CommitPlan& plan, const CommitHead& head);
+  void set_confirmation(std::optional<Confirmation> confirmation);
   bool forget(std::int64_t id);
   bool run(sqlite::Statement& statement);  // for a statement without result rows
   bool fail_write();
@@ -147,7 +176,9 @@ class NodeStore {
   std::atomic<std::size_t> unfolded_changes_{0};  // of them, without those that are folded
   sqlite::Connection database_;
   std::deque<Unfolded> unfolded_;
-  Size size_;
+  Sizes sizes_;
+  std::mutex confirmation_mutex_;  // of confirmation_ alone, never held while the database is used
+  std::optional<Confirmation> confirmation_;
   std::map<std::int64_t, ReadCommit> read_commits_;  // by id
   std::size_t known_places_ = 0;                     // in all of them
   mutable std::set<std::int64_t> unreadable_;        // commits that were logged as such

@@ -69,7 +69,7 @@ void StoredReading::apply(std::int64_t id, const CommitPlan& plan) {
   for (std::size_t i = 0; i < plan.changes.size(); ++i) {
     const PlannedChange& change = plan.changes[i];
     std::uint64_t& notified = changed_[change.path];
-    if (change.is_effective && change.after != nullptr) notified = NodeStore::notification_number(id, i);
+    if (change.sets()) notified = NodeStore::notification_number(id, i);
     if (change.value == nullptr && !tree_->contains(change.path)) continue;
     place = apply_change(tree_, plan.owner, change, place);
     if (change.value == nullptr && !tree_->contains(change.path)) notified = 0;

@@ -175,8 +175,8 @@ class ConfigTest : public StoreTest {
   // The damage is not visible in the checksums, as if the process itself had written it.
   void ExecuteWithChecksums(const std::string& sql) const {
     Execute(sql +
-            "; UPDATE node SET checksum = row_checksum(path, owner, value, told);"
-            "UPDATE log SET checksum = row_checksum(id, time, owner, comment, changes, octets, folded);"
+            "; UPDATE node SET checksum = row_checksum(path, owner, value, told, suppressed);"
+            "UPDATE log SET checksum = row_checksum(id, time, owner, comment, changes, octets, folded, user);"
             "UPDATE content SET checksum = row_checksum(id, octets)");
   }
   // Changes of so many nodes, "/cfg/many/000000" on.

@@ -20,7 +20,8 @@ bool read_tuple(Reader* reader, KvValue* value) {
 
 bool read_typed(Reader* reader, std::uint8_t type, KvValue* value) {
   *value = {};
-  switch (type) {
+  value->is_suppressed = (type & kSuppressedFlag) != 0;
+  switch (type & ~kSuppressedFlag) {
     case kNothingValue:
       return reader->ok();
     case kTextValue:
@@ -42,21 +43,22 @@ bool read_typed(Reader* reader, std::uint8_t type, KvValue* value) {
 }  // namespace
 
 bool write_value(Writer* writer, const KvValue& value) {
+  const std::uint8_t flag = value.is_suppressed ? kSuppressedFlag : std::uint8_t{0};
   switch (value.type) {
     case KvValueType::kNone:
-      writer->u8(kNothingValue);
+      writer->u8(kNothingValue | flag);
       return true;
     case KvValueType::kText:
-      writer->u8(kTextValue);
+      writer->u8(kTextValue | flag);
       writer->text(value.text);
       return true;
     case KvValueType::kNumber:
-      writer->u8(kNumberValue);
+      writer->u8(kNumberValue | flag);
       writer->u64(static_cast<std::uint64_t>(value.number));
       return true;
     case KvValueType::kTuple:
       if (value.tuple.size() > kMaxConfigTuple) return false;
-      writer->u8(kTupleValue);
+      writer->u8(kTupleValue | flag);
       writer->u16(static_cast<std::uint16_t>(value.tuple.size()));
       for (const std::int64_t number : value.tuple) writer->u64(static_cast<std::uint64_t>(number));
       return true;
@@ -85,10 +87,12 @@ bool read_optional_value(Reader* reader, std::optional<KvValue>* value) {
   return read_typed(reader, type, &value->emplace());
 }
 
-bool skip_optional_value(Reader* reader, bool* is_value) {
+bool skip_optional_value(Reader* reader, SkippedValue* skipped) {
   const std::uint8_t type = reader->u8();
-  *is_value = type != kNoValue;
-  if (type == kTextValue) {
+  *skipped = SkippedValue::kSeen;
+  if ((type & kSuppressedFlag) != 0) *skipped = SkippedValue::kSuppressed;
+  if (type == kNoValue) *skipped = SkippedValue::kNone;
+  if (type != kNoValue && (type & ~kSuppressedFlag) == kTextValue) {
     static_cast<void>(reader->text());
     return reader->ok();
   }

@@ -1,7 +1,7 @@
 // Configuration values in octets: for the wire and for the history's records. Only for this folder.
 //
-// A value is a type u8, then nothing, a text, a number of 64 bits, or a count u16 and as many such numbers
-// (protocol.h). Reading is for untrusted octets.
+// A value is a type u8, with a flag if it is suppressed, then nothing, a text, a number of 64 bits, or a
+// count u16 and as many such numbers (protocol.h). Reading is for untrusted octets.
 #pragma once
 
 #include <optional>
@@ -19,7 +19,8 @@ bool write_optional_value(wire::Writer* writer, const std::optional<KvValue>& va
 // Returns false for octets that are not a value; *value is then unspecified.
 bool read_value(wire::Reader* reader, KvValue* value);
 bool read_optional_value(wire::Reader* reader, std::optional<KvValue>* value);
-// Reads past a value or none; *is_value is whether there was one.
-bool skip_optional_value(wire::Reader* reader, bool* is_value);
+// Reads past a value or none.
+enum class SkippedValue : std::uint8_t { kNone, kSuppressed, kSeen };
+bool skip_optional_value(wire::Reader* reader, SkippedValue* skipped);
 
 }  // namespace kvtree

@@ -14,20 +14,26 @@
 //                   owner text (may be empty)
 //   kStage          flags u8, count u32, count x {path    nothing
 //                   text, value or none}
-//   kCommit         comment text                          id text, error text
+//   kCommit         confirmation u32, comment text        id text, user text, error text
 //   kHistory        maximum u32, before text              count u32, count x {id text, time u64, owner text,
-//                                                         comment text, changes u32}
+//                                                         comment text, changes u32, user text}
 //   kCommitChanges  id text, first u32, maximum u32       count u32, count x {path text, owner before text,
 //                                                         value before or none, owner after text, value
 //                                                         after or none}
+//   kConfirmation   nothing                               id text, user text, deadline u64
+//   kConfirm        nothing                               the same
 //   kAcknowledge    subscription u32, sequence u64        has no answer
 //
 // A value is a type u8 (0 present without a value, 1 text, 2 number, 3 tuple), then nothing, a text, a number
-// of 64 bits, or a count u16 and as many such numbers; the type kNoValue represents none. kStage collects the
+// of 64 bits, or a count u16 and as many such numbers; kSuppressedFlag in the type marks a suppressing value,
+// and the type kNoValue represents none. kStage collects the
 // changes of the client's next commit, a deletion being a change without a value; with kFlagFirst it first
 // discards what was collected. kCommit consumes what was collected, whatever its result. Both fail with
 // EBUSY, and the client may try the whole commit again, while other clients have collected too much (kStage),
 // or while the changes of earlier commits are still being processed (kCommit).
+//
+// The confirmation of kCommit is how many seconds the commit waits for one before it is undone, 0 if it needs
+// none. kConfirmation answers which commit waits, with an empty id for none; kConfirm confirms it.
 //
 // An answer whose status is not 0 has nothing after it, except those of kAction and kCommit, which always
 // have their texts. kNotification is sent unasked, with request 0: subscription u32, sequence u64, lost
@@ -54,7 +60,9 @@ inline constexpr std::uint16_t kStage = 0xb;
 inline constexpr std::uint16_t kCommit = 0xc;
 inline constexpr std::uint16_t kHistory = 0xd;
 inline constexpr std::uint16_t kCommitChanges = 0xe;
+inline constexpr std::uint16_t kConfirmation = 0xf;
 inline constexpr std::uint16_t kNotification = 0x10;
+inline constexpr std::uint16_t kConfirm = 0x11;
 inline constexpr std::uint16_t kAnswer = 0x8000;
 
 inline constexpr std::uint8_t kFlagStructured = 0x1;  // kGet, kList, kDatalist, kWalk
@@ -64,6 +72,7 @@ inline constexpr std::uint8_t kNothingValue = 0;
 inline constexpr std::uint8_t kTextValue = 1;
 inline constexpr std::uint8_t kNumberValue = 2;
 inline constexpr std::uint8_t kTupleValue = 3;
+inline constexpr std::uint8_t kSuppressedFlag = 0x40;
 inline constexpr std::uint8_t kNoValue = 0xff;
 
 inline constexpr std::size_t kMaxAnswer = 4U << 20;  // octets of an answer's payload

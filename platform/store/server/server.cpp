@@ -10,6 +10,7 @@
 
 #include "platform/core/base/fault.h"
 #include "platform/store/commits/commit_queue.h"
+#include "platform/store/confirmation/confirmations.h"
 #include "platform/store/server/protocol.h"
 #include "platform/store/server/server.h"
 
@@ -32,6 +33,14 @@ bool is_agent(const wire::Connection* from) {
 template <bool (*kAnswer)(wire::Connection*, Reader*, wire::Octets*)>
 bool answer_not_agents(wire::Connection* from, Reader* request, wire::Octets* answer) {
   if (!is_agent(from)) return kAnswer(from, request, answer);
+  answer_status(answer, kStatusAccess);
+  return true;
+}
+
+// Only for those who may change the configuration.
+template <bool (*kAnswer)(wire::Connection*, Reader*, wire::Octets*)>
+bool answer_changers(wire::Connection* from, Reader* request, wire::Octets* answer) {
+  if (from != nullptr && from->may_change()) return kAnswer(from, request, answer);
   answer_status(answer, kStatusAccess);
   return true;
 }
@@ -80,6 +89,8 @@ constexpr MessageHandler kHandlers[] = {
     {kCommit, answer_commit},
     {kHistory, answer_not_agents<answer_on_thread<answer_history>>},
     {kCommitChanges, answer_not_agents<answer_on_thread<answer_commit_changes>>},
+    {kConfirmation, answer_not_agents<answer_confirmation>},
+    {kConfirm, answer_changers<answer_on_thread<answer_confirm>>},
 };
 
 }  // namespace
@@ -152,6 +163,7 @@ Status kvtree_serve(EventManager* manager) {
   server = std::make_unique<kvtree::StoreServer>(manager);
   server->server.start();
   kvtree::fold();
+  kvtree::await_confirmation(manager);
   for (const kvtree::RetainedQueue& retained : kvtree::store().retained) retained.queue->use_thread(manager);
   return kStatusOk;
 }

@@ -86,5 +86,7 @@ bool answer_history(wire::Connection* from, wire::Reader* request, wire::Octets*
 bool answer_commit_changes(wire::Connection* from, wire::Reader* request, wire::Octets* answer);
 bool answer_stage(wire::Connection* from, wire::Reader* request, wire::Octets* answer);
 bool answer_commit(wire::Connection* from, wire::Reader* request, wire::Octets* answer);
+bool answer_confirm(wire::Connection* from, wire::Reader* request, wire::Octets* answer);
+bool answer_confirmation(wire::Connection* from, wire::Reader* request, wire::Octets* answer);
 
 }  // namespace kvtree

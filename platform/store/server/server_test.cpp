@@ -455,7 +455,9 @@ class PeersOfAnotherUser : public ServedStore {
     Add("changes", kvtree::kCommitChanges, [](wire::Writer* to) { to->text("1"), to->u32(0), to->u32(1); });
     Add("action", kvtree::kAction, [](wire::Writer* to) { to->u16(1), to->text("act"); });
     Add("stage", kvtree::kStage, [](wire::Writer* to) { to->u8(0), to->u32(0); });
-    Add("commit", kvtree::kCommit, [](wire::Writer* to) { to->text(""); });
+    Add("commit", kvtree::kCommit, [](wire::Writer* to) { to->u32(0), to->text(""); });
+    Add("confirmation", kvtree::kConfirmation, [](wire::Writer*) {});
+    Add("confirm", kvtree::kConfirm, [](wire::Writer*) {});
   }
   ~PeersOfAnotherUser() override {
     wire::find_group = former_;
@@ -509,11 +511,12 @@ class PeersOfAnotherUser : public ServedStore {
 };
 
 TEST_F(PeersOfAnotherUser, ReadersReadAndSubscribeWithoutAName) {
-  EXPECT_THAT(RefusedTo(60001), ElementsAre("subscribe by name", "stage", "commit"));
+  EXPECT_THAT(RefusedTo(60001), ElementsAre("subscribe by name", "stage", "commit", "confirm"));
 }
 
 TEST_F(PeersOfAnotherUser, AgentsReadTablesAndReceiveNotificationsAndNothingElse) {
-  EXPECT_THAT(RefusedTo(702), ElementsAre("nodes", "history", "changes", "action", "stage", "commit"));
+  EXPECT_THAT(RefusedTo(702), ElementsAre("nodes", "history", "changes", "action", "stage", "commit",
+                                          "confirmation", "confirm"));
 }
 
 TEST_F(PeersOfAnotherUser, AdministratorsAreRefusedNothing) {

@@ -127,6 +127,8 @@ struct KvValue {
   std::int64_t number = 0;
   std::vector<std::int64_t> tuple;
   std::vector<std::uint8_t> record;
+  // Of an owner's value in the configuration (configuration.h): it suppresses those of the other owners.
+  bool is_suppressed = false;
   bool operator==(const KvValue&) const = default;
 };
 

@@ -94,7 +94,7 @@ TEST_F(RouterCommands, RefusalNamesWhatIsInTheWay) {
   EXPECT_EQ(text_, "the VRF id 7 is that of VRF red");
   EXPECT_EQ(Say("add-vrf default"), kStatusInvalid);
   EXPECT_EQ(Say("delete-vrf blue"), kStatusNoSuchRow);
-  EXPECT_EQ(text_, "there is no VRF \"blue\"");
+  EXPECT_EQ(text_, "VRF blue does not exist");
   EXPECT_EQ(Say("unreference blue"), kStatusNoSuchRow);
   EXPECT_EQ(text_, "nothing references VRF blue");
   Do("add-interface ge0 index 5");

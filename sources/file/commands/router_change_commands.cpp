@@ -111,7 +111,7 @@ std::string vrf_conflict(const router::Router& model, const Vrf& vrf) {
 }
 
 std::string no_vrf(const std::string& name) {
-  return "there is no VRF " + quoted(name);
+  return "VRF " + name + " does not exist";
 }
 
 Status add_vrf(const RouterCommandContext& context) {

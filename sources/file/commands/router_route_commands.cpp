@@ -63,7 +63,7 @@ Status read_path(const RouterCommandContext& context, router::RouteTableId* tabl
   const std::string& prefix = context.arguments[1];
   const router::Vrf* vrf = context.model->find_vrf(name);
   if (vrf == nullptr) {
-    *context.text = "there is no VRF " + quoted(name);
+    *context.text = "VRF " + name + " does not exist";
     return kStatusNoSuchRow;
   }
   if (prefix.find('/') == std::string::npos || !router::parse_address(prefix, &path->prefix)) {

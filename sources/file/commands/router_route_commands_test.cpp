@@ -98,7 +98,7 @@ TEST_F(RouteCommands, InvalidRoutesAreRefused) {
     EXPECT_NE(Say("add-route " + words), kStatusOk);
     return text_;
   };
-  EXPECT_EQ(refusal("blue 10.1.0.0/16 type other"), "there is no VRF \"blue\"");
+  EXPECT_EQ(refusal("blue 10.1.0.0/16 type other"), "VRF blue does not exist");
   EXPECT_EQ(refusal("red 10.1.0.0 type other"), "\"10.1.0.0\" is not a prefix");
   EXPECT_EQ(refusal("red 10.1.0.0/16"), "a route needs a next hop (via), an interface or a type");
   EXPECT_EQ(refusal("red 10.1.0.0/16 via fe80::1"), "\"fe80::1\" is not a valid via");

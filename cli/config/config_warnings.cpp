@@ -1,0 +1,65 @@
+#include "cli/config/config_warnings.h"
+
+#include <fmt/format.h>
+#include <fmt/ostream.h>
+
+#include <map>
+#include <set>
+
+#include "cli/output/table.h"
+#include "cli/show/tables.h"
+#include "platform/config/owners.h"
+#include "platform/core/text/words.h"
+
+namespace cli {
+
+namespace {
+
+constexpr std::size_t kMostChecked = 100;  // VRFs, each a request
+constexpr char kDefaultVrf[] = "default";  // always exists, without a row
+
+std::set<std::string> named_vrfs(const std::vector<ConfigEdit>& edits) {
+  std::set<std::string> names;
+  for (const ConfigEdit& edit : edits) {
+    const bool names_vrf = edit.verb == EditVerb::kSet && edit.words.size() > 1 && edit.words[0] == "vrf";
+    if (names_vrf && edit.words[1] != kDefaultVrf) names.insert(edit.words[1]);
+    if (names.size() == kMostChecked) break;
+  }
+  return names;
+}
+
+std::string counts_text(const std::map<std::string, std::size_t>& counts) {
+  std::vector<std::string> texts;
+  for (const auto& [owner, count] : counts) texts.push_back(fmt::format("{} of {}", count, printable(owner)));
+  return fmt::format("{}", fmt::join(texts, ", "));
+}
+
+}  // namespace
+
+void warn_of_missing_vrfs(const Session& session, kvtree::Client& client,
+                          const std::vector<ConfigEdit>& edits) {
+  for (const std::string& name : named_vrfs(edits)) {
+    if (client.get(provider_path("vrf", name)).status != kStatusNoSuchRow) continue;
+    fmt::print(session.err,
+               "mplsvpn: warning: VRF {} does not exist; its configuration waits until it is created\n",
+               printable(name));
+  }
+}
+
+void warn_of_taking_over(const Session& session, const CommitChanges& foreseen) {
+  std::map<std::string, std::size_t> counts;
+  for (const KvConfigCommitChange& change : foreseen) {
+    const bool is_taken = change.after && !change.after->is_suppressed &&
+                          change.owner_after == kConfigOwnerCli && !change.owner_before.empty() &&
+                          change.owner_before != kConfigOwnerCli;
+    if (is_taken) ++counts[change.owner_before];
+  }
+  if (counts.empty()) return;
+  fmt::print(session.err,
+             "mplsvpn: warning: the command line takes over items of other owners ({}), whose later changes "
+             "have no effect; \"config rollback\" returns them; a backup without them is what \"config show "
+             "--owner {}\" prints\n",
+             counts_text(counts), kConfigOwnerCli);
+}
+
+}  // namespace cli

@@ -1,0 +1,19 @@
+// What an operator may not expect of a change: lines on standard error before it is made.
+#pragma once
+
+#include <vector>
+
+#include "cli/config/config_edits.h"
+#include "cli/session.h"
+
+namespace cli {
+
+using CommitChanges = std::vector<KvConfigCommitChange>;
+
+// VRFs that do not exist and of which an edit sets an item. That is legal: the item waits for the VRF.
+void warn_of_missing_vrfs(const Session& session, kvtree::Client& client,
+                          const std::vector<ConfigEdit>& edits);
+// How many items of which other owners the command line overrides from now on.
+void warn_of_taking_over(const Session& session, const CommitChanges& foreseen);
+
+}  // namespace cli

@@ -1,0 +1,187 @@
+// Tests of commits that are undone unless they are confirmed, and of the users of commits.
+#include <unistd.h>
+
+#include "platform/core/files/user_name.h"
+#include "platform/store/configuration/test_configuration.h"
+#include "platform/store/confirmation/confirmations.h"
+#include "platform/store/server/server.h"
+#include "platform/store/server/test_served_store.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::internal::CaptureStderr;
+using ::testing::internal::GetCapturedStderr;
+
+constexpr std::uint64_t kMinute = 60 * kNanosecondsPerSecond;
+
+class Confirmations : public ConfigTest {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(Keep(), kStatusOk);
+    ASSERT_EQ(kvtree_serve(manager), kStatusOk);
+  }
+  ~Confirmations() override { kvtree_stop_serving(manager); }
+  // A client's commit that has to be confirmed within a minute.
+  Status Try(const std::vector<KvConfigChange>& changes) {
+    Status result = kStatusInProgress;
+    kvtree::commit_queue(manager).add(
+        {.owner = "user",
+         .comment = "try",
+         .changes = std::make_shared<const std::vector<KvConfigChange>>(changes),
+         .author = std::make_shared<kvtree::CommitAuthor>(kvtree::CommitAuthor{geteuid()}),
+         .confirmation = kMinute},
+        [&](Status status, const std::string& made, const std::string& why) {
+          result = status;
+          id = made;
+          error = why;
+          if (status == kStatusOk) kvtree::await_confirmation(manager);
+        });
+    kvtree::run_with_commits(manager);
+    return result;
+  }
+  void Wait(std::uint64_t nanoseconds) {
+    clock.advance(nanoseconds);
+    kvtree::run_with_commits(manager);
+  }
+  // The process ends and another one begins.
+  void RestartServed() {
+    kvtree_stop_serving(manager);
+    Restart();
+    ASSERT_EQ(kvtree_serve(manager), kStatusOk);
+  }
+
+  ManualClock clock{1'000 * kNanosecondsPerSecond};
+};
+
+TEST_F(Confirmations, CommitThatIsNotConfirmedIsUndone) {
+  Make("script", {SetTo("/cfg/a", "script")}, "");
+  Make("user", {SetTo("/cfg/b", "old")}, "");
+  ASSERT_EQ(Try({SetTo("/cfg/a", "new"), SetTo("/cfg/b", "new"), SetTo("/cfg/c", "new")}), kStatusOk)
+      << error;
+  Wait(kMinute - 1);
+  EXPECT_THAT(Effective(), ElementsAre("/cfg/a=new", "/cfg/b=new", "/cfg/c=new"));
+  CaptureStderr();
+  Wait(1);
+  EXPECT_EQ(GetCapturedStderr(), "configuration: commit 3 was not confirmed in time: commit 4 undoes it\n");
+  EXPECT_THAT(Effective(), ElementsAre("/cfg/a=script", "/cfg/b=old"));
+  EXPECT_THAT(History(1), ElementsAre("4 user 3 commit 3 was not confirmed"));
+  EXPECT_EQ(kvtree_config_confirmation().id, "");
+  Restart();
+  EXPECT_THAT(Effective(), ElementsAre("/cfg/a=script", "/cfg/b=old"));
+}
+
+TEST_F(Confirmations, CommitIsUndoneByTheNextProcess) {
+  Make("user", {SetTo("/cfg/a", "old")}, "");
+  ASSERT_EQ(Try({SetTo("/cfg/a", "new")}), kStatusOk);
+  RestartServed();
+  EXPECT_EQ(kvtree_config_confirmation().id, "2");
+  EXPECT_EQ(kvtree_config_confirmation().user, user_name(geteuid()));
+  EXPECT_EQ(kvtree_config_confirmation().deadline, 1'060 * kNanosecondsPerSecond);
+  Wait(kMinute - 1);
+  EXPECT_THAT(Effective(), ElementsAre("/cfg/a=new"));
+  CaptureStderr();
+  Wait(1);
+  EXPECT_THAT(GetCapturedStderr(), HasSubstr("commit 2 was not confirmed in time"));
+  EXPECT_THAT(Effective(), ElementsAre("/cfg/a=old"));
+}
+
+TEST_F(Confirmations, ConfirmedCommitStays) {
+  ASSERT_EQ(Try({SetTo("/cfg/a", "new")}), kStatusOk);
+  EXPECT_EQ(kvtree::store().node_store->end_confirmation(&error), kStatusOk);
+  Wait(2 * kMinute);
+  EXPECT_THAT(History(), ElementsAre("1 user 1 try"));
+  RestartServed();
+  Wait(2 * kMinute);
+  EXPECT_THAT(Effective(), ElementsAre("/cfg/a=new"));
+}
+
+TEST_F(Confirmations, LaterCommitsAreNotUndone) {
+  ASSERT_EQ(Try({SetTo("/cfg/a", "new"), SetTo("/cfg/b", "new")}), kStatusOk);
+  Make("user", {SetTo("/cfg/a", "later")}, "");
+  CaptureStderr();
+  Wait(kMinute);
+  EXPECT_THAT(GetCapturedStderr(), HasSubstr("commit 3 undoes it"));
+  EXPECT_THAT(Effective(), ElementsAre("/cfg/a=later"));
+}
+
+TEST_F(Confirmations, NothingIsLeftToBeUndone) {
+  ASSERT_EQ(Try({SetTo("/cfg/a", "new")}), kStatusOk);
+  Make("user", {Withdraw("/cfg/a")}, "");
+  CaptureStderr();
+  Wait(kMinute);
+  EXPECT_THAT(GetCapturedStderr(), HasSubstr("nothing that it set is left to be undone"));
+  EXPECT_EQ(kvtree_config_confirmation().id, "");
+  EXPECT_THAT(History(1), ElementsAre("2 user 1 "));
+}
+
+TEST_F(Confirmations, OnlyOneCommitWaits) {
+  ASSERT_EQ(Try({SetTo("/cfg/a", "new")}), kStatusOk);
+  EXPECT_EQ(Try({SetTo("/cfg/b", "new")}), kStatusExists);
+  EXPECT_EQ(error, "commit 1 waits for its confirmation; confirm it, or wait until it is undone");
+  EXPECT_THAT(Effective(), ElementsAre("/cfg/a=new"));
+}
+
+TEST_F(Confirmations, UndoingIsTriedAgainUntilItSucceeds) {
+  ASSERT_EQ(Try({SetTo("/cfg/a", "new")}), kStatusOk);
+  fault_arm("configuration_write", ENOSPC, 1, 2);
+  CaptureStderr();
+  Wait(kMinute);
+  Wait(kNanosecondsPerSecond);
+  EXPECT_THAT(Effective(), ElementsAre("/cfg/a=new"));
+  Wait(kNanosecondsPerSecond);
+  const std::string log = GetCapturedStderr();
+  EXPECT_THAT(log,
+              HasSubstr("commit 1 was not confirmed and cannot be undone; it is tried again every second: "
+                        "No space left on device"));
+  EXPECT_THAT(Effective(), IsEmpty());
+}
+
+TEST_F(Confirmations, WaitingCommitIsNotForgotten) {
+  ASSERT_EQ(Try({SetTo("/cfg/a", "new")}), kStatusOk);
+  for (std::size_t i = 0; i < kMaxCommits + 2; ++i) Make("user", {SetTo("/cfg/b", std::to_string(i))}, "");
+  EXPECT_EQ(History(5000).back(), "1 user 1 try");
+}
+
+TEST_F(Confirmations, DamagedConfirmationIsLoggedAndTheCommitStays) {
+  ASSERT_EQ(Try({SetTo("/cfg/a", "new")}), kStatusOk);
+  Execute("UPDATE confirmation SET deadline = 1");
+  kvtree_stop_serving(manager);
+  CaptureStderr();
+  Restart();
+  EXPECT_THAT(GetCapturedStderr(), HasSubstr("the confirmation of commit 1 is damaged"));
+  ASSERT_EQ(kvtree_serve(manager), kStatusOk);
+  Wait(2 * kMinute);
+  EXPECT_THAT(Effective(), ElementsAre("/cfg/a=new"));
+}
+
+TEST_F(Confirmations, UsersAreStoredByTheirNamesOfThatTime) {
+  ASSERT_EQ(Try({SetTo("/cfg/a", "new")}), kStatusOk);
+  Make("script", {SetTo("/cfg/b", "x")}, "");
+  RestartServed();
+  std::vector<KvConfigCommit> commits;
+  ASSERT_EQ(kvtree_config_history(2, "", &commits), kStatusOk);
+  EXPECT_EQ(commits[0].user, "");
+  EXPECT_EQ(commits[1].user, user_name(geteuid()));
+}
+
+class ServedConfirmations : public ServedStore {};
+
+TEST_F(ServedConfirmations, ClientConfirmsItsCommit) {
+  StartAndConnect();
+  EXPECT_EQ(client.confirm().status, kStatusNoSuchRow);
+  const kvtree::CommitResult made = client.commit({SetTo("/cfg/a", "x")}, "", std::chrono::minutes(5));
+  ASSERT_EQ(made.status, kStatusOk);
+  EXPECT_EQ(made.user, user_name(geteuid()));
+  EXPECT_EQ(client.confirmation().confirmation.id, made.id);
+  const kvtree::ConfirmationResult confirmed = client.confirm();
+  EXPECT_EQ(confirmed.status, kStatusOk);
+  EXPECT_EQ(confirmed.confirmation.id, made.id);
+  EXPECT_EQ(confirmed.confirmation.user, made.user);
+  EXPECT_EQ(client.confirmation().confirmation.id, "");
+  EXPECT_EQ(client.confirm().status, kStatusNoSuchRow);
+}
+
+}  // namespace

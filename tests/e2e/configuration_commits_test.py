@@ -1,0 +1,87 @@
+#!/usr/bin/env python3
+"""Commits of operators beside a router file: their users, commits to be confirmed, suppressed items, over restarts."""
+import json
+import os
+import pwd
+import unittest
+
+from system import SystemTest, wait_until
+
+ROUTER = {"vrfs": [{"name": "red", "table": 10, "description": "file", "rd": "65000:10"}], "interfaces": []}
+
+
+class Commits(SystemTest):
+    def setUp(self):
+        self.system = self.new_system(json.dumps(ROUTER))
+        self.system.start_daemon()
+        self.user = pwd.getpwuid(os.geteuid()).pw_name
+
+    def config(self, *words, check=True):
+        return self.system.cli("config", *words, check=check)
+
+    def shown(self):
+        return self.config("show", "vrf", "red").stdout.splitlines()
+
+    def description(self):
+        return self.system.cli_json("get", "vrf/red")["description"]
+
+    def restart(self):
+        self.system.kill("daemon")
+        self.system.start_daemon()
+
+    def test_commit_prints_its_number_and_user(self):
+        made = self.config("set", "vrf", "red", "description", "operator").stdout
+        newest, first = self.system.cli_json("config", "history")
+        self.assertEqual(made, f"commit {newest['id']} by {self.user}\n")
+        self.assertEqual((newest["user"], first["owner"], first["user"]), (self.user, "file", None))
+        self.restart()
+        self.assertEqual(self.system.cli_json("config", "history")[0]["user"], self.user)
+
+    def test_unconfirmed_commit_is_undone_also_by_the_next_daemon(self):
+        self.config("set", "--confirmed", "1s", "vrf", "red", "description", "tried")
+        wait_until("the former description", lambda: self.description() == "file")
+        self.config("set", "--confirmed", "2s", "vrf", "red", "description", "tried again")
+        self.restart()
+        self.assertEqual(self.description(), "tried again")
+        self.assertIn("is undone at", self.config("show").stderr)
+        self.assertIn("is undone at", self.system.cli("show", "status").stderr)
+        wait_until("the former description", lambda: self.description() == "file")
+        self.assertRegex(self.system.log("daemon"), r"commit \d+ was not confirmed in time: commit \d+ undoes it")
+
+    def test_confirmed_commit_stays(self):
+        self.config("set", "--confirmed", "1h", "vrf", "red", "description", "confirmed")
+        self.assertRegex(self.config("confirm").stdout, rf"^commit \d+ by {self.user} is confirmed$")
+        self.restart()
+        self.assertEqual(self.description(), "confirmed")
+        self.assertEqual(self.config("show").stderr, "")
+        self.assertIsNone(self.system.cli_json("show", "status")["confirmation"])
+
+    def test_suppressed_item_stays_without_effect(self):
+        self.config("suppress", "vrf", "red", "description")
+        self.assertIsNone(self.description())
+        red = {**ROUTER["vrfs"][0], "description": "edited"}
+        self.system.router_file.write_text(json.dumps({**ROUTER, "vrfs": [red]}))
+        self.system.cli("router", "reload", check=True)
+        self.restart()
+        self.assertIsNone(self.description())
+        self.config("unsuppress", "vrf", "red")
+        self.assertEqual(self.description(), "edited")
+
+    def test_item_of_a_missing_vrf_is_set_with_a_warning(self):
+        result = self.config("set", "vrf", "typo", "rd", "65000:7")
+        self.assertEqual(result.stderr, "mplsvpn: warning: VRF typo does not exist; its configuration waits until it is created\n")
+        self.assertIn("set vrf typo rd 65000:7 ipv4\n", self.config("show").stdout)
+        self.assertEqual(self.config("set", "vrf", "red", "rd", "65000:8").stderr, "")
+
+    def test_load_of_everything_takes_over_the_files_items_until_rollback(self):
+        first = self.system.cli_json("config", "history")[0]["id"]
+        everything = self.system.folder / "all.conf"
+        everything.write_text(self.config("show").stdout)
+        self.assertIn("takes over items of other owners (1 of file)", self.config("load", str(everything)).stderr)
+        self.config("rollback", str(first))
+        self.assertEqual(self.config("show", "--owner", "cli").stdout, "")
+        self.assertEqual(self.shown(), ["set vrf red description file"])
+
+
+if __name__ == "__main__":
+    unittest.main()
