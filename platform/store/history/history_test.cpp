@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -10,6 +11,7 @@
 #include <vector>
 
 #include "platform/core/base/clock.h"
+#include "platform/core/base/fault.h"
 #include "platform/core/files/temporary_directory.h"
 #include "platform/store/history/notification_history.h"
 #include "platform/store/history/records.h"
@@ -24,6 +26,7 @@ using notification_history::NotificationCount;
 using notification_history::Past;
 using notification_history::PastNotification;
 using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
 constexpr char kProvider[] = "/oper/traps/";
@@ -81,6 +84,24 @@ TEST_F(StoredHistory, CountsOutliveTheNotificationsAndTheProcess) {
   Add(0, "f");
   EXPECT_THAT(history->counts(), ElementsAre(2, 0, 4));
   EXPECT_THAT(Latest(1), ElementsAre("6 0 f"));
+}
+
+TEST_F(StoredHistory, ContinuesAndIsWrittenLaterWhenTheFileCannotBeWrittenAtTheStart) {
+  for (const char* record : {"a", "b"}) Add(1, record);
+  {
+    const ScopedFault fault("replace_file", ENOSPC);
+    ::testing::internal::CaptureStderr();
+    Restart();
+    EXPECT_THAT(::testing::internal::GetCapturedStderr(),
+                HasSubstr("cannot be written: the latest notifications are lost if the process ends: "));
+  }
+  EXPECT_THAT(history->counts(), ElementsAre(0, 2, 0));
+  EXPECT_THAT(Latest(), ElementsAre("1 1 a", "2 1 b"));
+  clock.advance(kNanosecondsPerSecond);
+  Add(1, "c");
+  Restart();
+  EXPECT_THAT(history->counts(), ElementsAre(0, 3, 0));
+  EXPECT_THAT(Latest(), ElementsAre("1 1 a", "2 1 b", "3 1 c"));
 }
 
 TEST_F(StoredHistory, TimesAreThoseOfTheNotifications) {

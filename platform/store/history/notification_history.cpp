@@ -45,7 +45,7 @@ std::optional<Past> past_of(const QueuedNotification& entry, std::vector<std::ui
 Status History::store_in(const std::string& path) {
   auto file = std::make_unique<kvtree::QueueFile>(path, "the latest notifications");
   state_.instance = clock_stamp();
-  if (const Status status = file->open(&state_)) return status;
+  if (const Status status = file->open_or_retry(&state_)) return status;
   file_ = std::move(file);
   continue_counts();
   return kStatusOk;
@@ -80,7 +80,7 @@ std::vector<Past> History::latest(std::size_t most) const {
   std::vector<Past> all;
   const auto count = static_cast<std::ptrdiff_t>(std::min(most, state_.entries.size()));
   for (auto entry = state_.entries.end() - count; entry != state_.entries.end(); ++entry)
-    all.push_back(*past_of(*entry, nullptr));
+    if (std::optional<Past> past = past_of(*entry, nullptr)) all.push_back(*std::move(past));
   return all;
 }
 

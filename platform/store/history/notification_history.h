@@ -28,8 +28,8 @@ class History {
   // Lists the latest `limit` notifications of types below `types`. REQUIRES: limit > 0.
   History(std::size_t limit, std::size_t types) : limit_(limit), counts_(types) {}
 
-  // Continues with what an earlier process stored. The system's error if the file cannot be used; then the
-  // history is in memory only.
+  // Continues with what an earlier process stored. The system's error if the file cannot be read; then the
+  // history is in memory only. A file that cannot be written is written later.
   [[nodiscard]] Status store_in(const std::string& path);
   // Whose thread writes the file anew. Null: again in the caller.
   void use_thread(EventManager* manager) {

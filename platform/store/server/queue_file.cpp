@@ -161,10 +161,21 @@ void QueueFile::close_file() {
 }
 
 Status QueueFile::open(QueueState* state) {
+  if (const Status status = load(state)) return status;
+  return write_anew(*state);
+}
+
+Status QueueFile::open_or_retry(QueueState* state) {
+  if (const Status status = load(state)) return status;
+  report(write_anew(*state));
+  return kStatusOk;
+}
+
+Status QueueFile::load(QueueState* state) {
   if (const Status status = read(state)) return status;
   state_ = state;
   state->next_sequence += kSequencesOfAProcess;
-  return write_anew(*state);
+  return kStatusOk;
 }
 
 Status QueueFile::read(QueueState* state) {

@@ -51,6 +51,9 @@ class QueueFile {
   // to FILE.unusable and logged. The system's error if the file can be neither read nor written. The state
   // must outlive this.
   [[nodiscard]] Status open(QueueState* state);
+  // The same, but a file that was read and cannot be written is logged and written later, as after any other
+  // failure to write.
+  [[nodiscard]] Status open_or_retry(QueueState* state);
   // From now on no call waits for the disk; the manager must exist until another one is set. Null: again in
   // the caller.
   void use_thread(EventManager* manager);
@@ -61,6 +64,7 @@ class QueueFile {
   void acknowledged(std::uint64_t sequence, const QueueState& state);
 
  private:
+  Status load(QueueState* state);
   Status read(QueueState* state);
   void append(const wire::Octets& record, const QueueState& state);
   void keep_since(const wire::Octets& record);
