@@ -185,11 +185,18 @@ void print_text(const Session& session, kvtree::Client& client, const std::strin
   writer.end();
 }
 
+bool is_watched(const Session& session, kvtree::Client& client, const std::string& vrf) {
+  bool is_found = false;
+  walk_watched(session, client, vrf, [&is_found](const WatchedVrfRecord&) { is_found = true; });
+  return is_found;
+}
+
 }  // namespace
 
+// A VRF that does not exist may be watched: that it has no routes is what a user looks for.
 void show_thresholds(const Session& session, const std::string& vrf) {
   const auto client = connect_to_daemon(session);
-  if (!vrf.empty()) require_vrf(session, *client, vrf);
+  if (!vrf.empty() && !is_watched(session, *client, vrf)) require_vrf(session, *client, vrf);
   session.json ? print_json(session, *client, vrf) : print_text(session, *client, vrf);
 }
 

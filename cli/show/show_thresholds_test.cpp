@@ -71,6 +71,15 @@ TEST_F(ShowThresholds, JsonHasNullForWhatIsNotConfigured) {
             (Json{{"prefix", "2001:db8::/32"}, {"present", false}, {"changed", nullptr}}));
 }
 
+TEST_F(ShowThresholds, WatchedVrfThatDoesNotExistIsShown) {
+  Set(Kind::kLowWater, {.vrf = "absent", .number = 5, .mid = 0});
+  event_run_pending(manager_);
+  const Json shown = AskForJson({"show", "thresholds", "absent"});
+  ASSERT_EQ(shown.size(), 1U);
+  EXPECT_EQ(shown[0]["tables"][0]["state"], "low");
+  EXPECT_NE(Ask({"show", "thresholds", "neither"}), kExitOk);
+}
+
 TEST_F(ShowThresholds, NothingConfiguredIsAnEmptyTable) {
   EXPECT_EQ(AskForText({"show", "thresholds"}),
             "VRF  FAMILY  ROUTES  LOW  FOR  MID  MAXIMUM  STATE  LOW CHANGED\n");

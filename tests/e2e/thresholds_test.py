@@ -83,6 +83,9 @@ class Thresholds(TrapCase):
         self.system.kill("daemon")
         self.system.start_daemon()
         wait_until("the state without routes", lambda: self.watched() == ("low", ["10.1.0.0/16", "10.2.0.0/16"]))
+        self.router("delete-vrf", "red")
+        self.assertEqual(self.watched(), ("low", ["10.1.0.0/16", "10.2.0.0/16"]), "a VRF that does not exist is shown")
+        self.assertIn("VRF green does not exist", self.system.cli("show", "thresholds", "green").stderr)
         self.expect_no_other()
 
     def test_one_trap_for_each_threshold_and_one_clearing(self):
