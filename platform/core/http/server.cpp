@@ -81,12 +81,33 @@ bool is_read(std::string_view method) {
   return method == MHD_HTTP_METHOD_GET || method == MHD_HTTP_METHOD_HEAD;
 }
 
+Client* client_of(MHD_Connection* connection) {
+  const auto* const info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_SOCKET_CONTEXT);
+  return static_cast<Client*>(info->socket_context);
+}
+
+void note_client(void* argument, MHD_Connection* connection, void** context,
+                 MHD_ConnectionNotificationCode what) {
+  Clients& clients = static_cast<Server*>(argument)->clients();
+  if (what == MHD_CONNECTION_NOTIFY_STARTED) {
+    *context =
+        clients.add(MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD)->connect_fd);
+  } else {
+    clients.remove(static_cast<Client*>(*context));
+  }
+}
+
+void note_end_of_answer(void* argument, MHD_Connection* connection, void** /*state*/,
+                        MHD_RequestTerminationCode /*why*/) {
+  static_cast<Server*>(argument)->clients().begin_request(client_of(connection));
+}
+
 // Called once for the headers, then for each part of a request's body, which is ignored, and at its end.
 MHD_Result answer_request(void* argument, MHD_Connection* connection, const char* url, const char* method,
                           const char* /*version*/, const char* /*data*/, std::size_t* data_size,
                           void** state) {
   static char has_headers;
-  const auto* const server = static_cast<const Server*>(argument);
+  auto* const server = static_cast<Server*>(argument);
   if (*state == nullptr && is_read(method)) {
     *state = &has_headers;
     return MHD_YES;
@@ -95,6 +116,7 @@ MHD_Result answer_request(void* argument, MHD_Connection* connection, const char
     *data_size = 0;
     return MHD_YES;
   }
+  server->clients().begin_answer(client_of(connection));
   if (!is_read(method)) return send_text(connection, MHD_HTTP_METHOD_NOT_ALLOWED, "only GET and HEAD\n");
   if (url == server->page().path) return send_page(connection, server->page());
   return send_text(connection, MHD_HTTP_NOT_FOUND, "not found; see " + server->page().path + "\n");
@@ -110,7 +132,10 @@ MHD_Result answer_request(void* argument, MHD_Connection* connection, const char
 }  // namespace
 
 Server::Server(EventManager* manager, int listening_socket, Page page)
-    : manager_(manager), socket_(listening_socket), page_(std::move(page)) {}
+    : manager_(manager),
+      socket_(listening_socket),
+      page_(std::move(page)),
+      clients_(manager, [this](const Client& client) { close_late(client); }) {}
 
 Server::~Server() {
   if (accept_timer_ != 0) event_timer_cancel(manager_, accept_timer_);
@@ -122,11 +147,12 @@ Server::~Server() {
 }
 
 Status Server::start() {
-  daemon_ =
-      MHD_start_daemon(MHD_USE_EPOLL | MHD_USE_NO_LISTEN_SOCKET | MHD_USE_ERROR_LOG, 0, nullptr, nullptr,
-                       answer_request, this, MHD_OPTION_EXTERNAL_LOGGER, log_of_library, nullptr,
-                       MHD_OPTION_CONNECTION_LIMIT, kMostClients, MHD_OPTION_CONNECTION_TIMEOUT, kIdleSeconds,
-                       MHD_OPTION_CONNECTION_MEMORY_LIMIT, kConnectionMemory, MHD_OPTION_END);
+  daemon_ = MHD_start_daemon(
+      MHD_USE_EPOLL | MHD_USE_NO_LISTEN_SOCKET | MHD_USE_ERROR_LOG, 0, nullptr, nullptr, answer_request, this,
+      MHD_OPTION_EXTERNAL_LOGGER, log_of_library, nullptr, MHD_OPTION_NOTIFY_CONNECTION, note_client, this,
+      MHD_OPTION_NOTIFY_COMPLETED, note_end_of_answer, this, MHD_OPTION_CONNECTION_LIMIT, kMostClients,
+      MHD_OPTION_CONNECTION_TIMEOUT, kIdleSeconds, MHD_OPTION_CONNECTION_MEMORY_LIMIT, kConnectionMemory,
+      MHD_OPTION_END);
   if (daemon_ == nullptr) return kStatusNoMemory;
   const int epoll = MHD_get_daemon_info(daemon_, MHD_DAEMON_INFO_EPOLL_FD)->epoll_fd;
   const auto run = [this](int, std::uint32_t) { serve(); };
@@ -140,13 +166,37 @@ void Server::accept_clients() {
   socklen_t length = sizeof address;
   const int client =
       accept4(socket_, reinterpret_cast<sockaddr*>(&address), &length, SOCK_NONBLOCK | SOCK_CLOEXEC);
-  if (client >= 0) {
-    // The library closes a client that it does not take, and logs why.
-    if (MHD_add_connection(daemon_, client, reinterpret_cast<const sockaddr*>(&address), length) == MHD_YES)
-      serve();
+  if (client >= 0) return take_client(client, reinterpret_cast<const sockaddr*>(&address), length);
+  if (errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == ENOBUFS) pause_accepting();
+}
+
+void Server::take_client(int client, const sockaddr* address, unsigned length) {
+  if (!make_room()) {
+    log_info(kModule, "a client of %s is refused: %u others read their answers", page_.path.c_str(),
+             kMostClients);
+    close(client);
     return;
   }
-  if (errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == ENOBUFS) pause_accepting();
+  // The library closes a client that it does not take, and logs why.
+  if (MHD_add_connection(daemon_, client, address, length) == MHD_YES) serve();
+}
+
+// A request that has arrived is read first: its client is not to be closed.
+bool Server::make_room() {
+  if (clients_.size() < kMostClients) return true;
+  serve();
+  if (clients_.size() < kMostClients) return true;
+  if (clients_.close_oldest_without_request()) serve();
+  return clients_.size() < kMostClients;
+}
+
+// The end of one without a request is not logged: a client that asks seldom leaves its connection open.
+void Server::close_late(const Client& client) {
+  if (client.has_asked) {
+    log_info(kModule, "a client of %s is closed: it has not read its answer within %u s", page_.path.c_str(),
+             kAnswerSeconds);
+  }
+  serve();
 }
 
 // The client waits in the kernel's queue, and the socket stays readable.

@@ -2,8 +2,12 @@
 // descriptor is one of the manager's, so that it has no thread.
 //
 // An answer is made in parts, each on its own in an iteration of the event loop, so that a long one delays no
-// other work, and a slow client holds one part. At most kMostClients are connected; more are closed at once.
-// A client that neither sends nor reads for kIdleSeconds is closed. Only GET and HEAD are served.
+// other work, and a slow client holds one part. Only GET and HEAD are served.
+//
+// At most kMostClients are connected. A further one takes the place of the client that has awaited its own
+// request longest; while all of them read answers, it is closed at once. A client is closed if its request is
+// not complete kRequestSeconds after it connected or read its last answer, if it has not read an answer
+// kAnswerSeconds after its request, and if it neither sends nor reads for kIdleSeconds.
 //
 // The server belongs to the manager's thread, and is destroyed before the manager and outside its own parts.
 #pragma once
@@ -15,8 +19,10 @@
 
 #include "platform/core/base/status.h"
 #include "platform/core/evm/evm.h"
+#include "platform/core/http/clients.h"
 
 struct MHD_Daemon;
+struct sockaddr;
 
 namespace http {
 
@@ -43,9 +49,13 @@ class Server {
   // Once. kStatusNoMemory, or that of the event manager.
   [[nodiscard]] Status start();
   const Page& page() const { return page_; }
+  Clients& clients() { return clients_; }  // for the library's callbacks
 
  private:
   void accept_clients();
+  void take_client(int client, const sockaddr* address, unsigned length);
+  bool make_room();
+  void close_late(const Client& client);
   void pause_accepting();
   void resume_accepting();
   void serve();
@@ -55,6 +65,7 @@ class Server {
   Page page_;
   MHD_Daemon* daemon_ = nullptr;
   int epoll_ = -1;
+  Clients clients_;
   EventTimerId timer_ = 0;
   EventTimerId accept_timer_ = 0;
 };

@@ -39,6 +39,19 @@ class HttpServer : public EventManagerTest {
     return HttpClient(manager, port_).Ask(path, method);
   }
 
+  std::vector<std::unique_ptr<HttpClient>> Connect(unsigned count) {
+    std::vector<std::unique_ptr<HttpClient>> clients;
+    for (unsigned i = 0; i < count; ++i) {
+      clients.push_back(std::make_unique<HttpClient>(manager, port_));
+      event_run_pending(manager);
+    }
+    return clients;
+  }
+  void Pass(ManualClock* clock, unsigned seconds) const {
+    clock->advance(seconds * kNanosecondsPerSecond);
+    event_run_pending(manager, kMillisecond);
+  }
+
   std::uint16_t port_ = 0;
   std::unique_ptr<Server> server_;
   std::vector<std::uint64_t> part_steps_;  // in which each part was made
@@ -92,16 +105,86 @@ TEST_F(HttpServer, ClientThatClosesDuringAnAnswerChangesNothingForTheNext) {
   EXPECT_EQ(BodyOf(Ask("/page")).size(), 1000 * kPartSize);
 }
 
-TEST_F(HttpServer, ServesAsManyClientsAsItMayAndClosesTheNext) {
-  std::vector<std::unique_ptr<HttpClient>> clients;
-  for (unsigned i = 0; i < kMostClients; ++i) {
-    clients.push_back(std::make_unique<HttpClient>(manager, port_));
-    event_run_pending(manager);
-  }
+TEST_F(HttpServer, NextClientTakesThePlaceOfTheOldestWithoutARequest) {
+  std::vector<std::unique_ptr<HttpClient>> clients = Connect(kMostClients);
+  for (const auto& client : clients) client->Send("G");
   HttpClient one_more(manager, port_);
-  EXPECT_EQ(one_more.ReadAll(), "");
-  EXPECT_EQ(BodyOf(clients.front()->Ask("/page")), "hello\n");
-  EXPECT_EQ(BodyOf(Ask("/page")), "hello\n") << "one has left";
+  EXPECT_EQ(BodyOf(one_more.Ask("/page")), "hello\n");
+  EXPECT_TRUE(clients.front()->IsClosed());
+  for (unsigned i = 1; i < kMostClients; ++i) EXPECT_FALSE(clients[i]->IsClosed()) << i;
+}
+
+TEST_F(HttpServer, IdleConnectionGivesItsPlaceToTheNextClient) {
+  std::vector<std::unique_ptr<HttpClient>> clients = Connect(kMostClients);
+  for (const auto& client : clients) client->Send("GET /page HTTP/1.1\r\nHost: x\r\n\r\n");
+  event_run_pending(manager, 10 * kMillisecond);
+  ASSERT_EQ(part_steps_.size(), kMostClients);
+  EXPECT_EQ(BodyOf(Ask("/page")), "hello\n");
+}
+
+TEST_F(HttpServer, NextClientIsClosedWhileAllReadTheirAnswers) {
+  Serve(std::string(kPartSize, 'x'), 10000);
+  std::vector<std::unique_ptr<HttpClient>> clients = Connect(kMostClients);
+  for (const auto& client : clients) client->Send("GET /page HTTP/1.0\r\n\r\n");
+  event_run_pending(manager, 10 * kMillisecond);
+  HttpClient one_more(manager, port_);
+  EXPECT_TRUE(one_more.IsClosed());
+  clients.front().reset();
+  event_run_pending(manager, 10 * kMillisecond);
+  HttpClient next(manager, port_);
+  EXPECT_FALSE(next.IsClosed()) << "one has left";
+}
+
+TEST_F(HttpServer, ClientWhoseRequestArrivesOctetByOctetIsClosedAtItsDeadline) {
+  ManualClock clock(kNanosecondsPerSecond);
+  HttpClient client(manager, port_);
+  event_run_pending(manager);
+  for (unsigned second = 1; second < kRequestSeconds; ++second) {
+    client.Send("G");
+    Pass(&clock, 1);
+    ASSERT_FALSE(client.IsClosed()) << second;
+  }
+  Pass(&clock, 1);
+  EXPECT_TRUE(client.IsClosed());
+}
+
+TEST_F(HttpServer, ClientWhoseBodyArrivesOctetByOctetIsClosedAtItsDeadline) {
+  ManualClock clock(kNanosecondsPerSecond);
+  HttpClient client(manager, port_);
+  client.Send("GET /page HTTP/1.1\r\nHost: x\r\nContent-Length: 1000\r\n\r\n");
+  event_run_pending(manager);
+  client.Send("x");
+  Pass(&clock, kRequestSeconds);
+  EXPECT_TRUE(client.IsClosed());
+}
+
+TEST_F(HttpServer, EachRequestOfAConnectionHasADeadlineOfItsOwn) {
+  ManualClock clock(kNanosecondsPerSecond);
+  HttpClient client(manager, port_);
+  for (int i = 0; i < 5; ++i) {
+    client.Send("GET /page HTTP/1.1\r\nHost: x\r\n\r\n");
+    event_run_pending(manager, kMillisecond);
+    Pass(&clock, kRequestSeconds - 1);
+    ASSERT_FALSE(client.IsClosed()) << i;
+  }
+  Pass(&clock, 1);
+  EXPECT_TRUE(client.IsClosed());
+}
+
+TEST_F(HttpServer, ClientThatReadsAnAnswerSlowlyIsClosedAtItsDeadline) {
+  Serve(std::string(kPartSize, 'x'), 10000);
+  ManualClock clock(kNanosecondsPerSecond);
+  HttpClient client(manager, port_);
+  client.Send("GET /page HTTP/1.0\r\n\r\n");
+  event_run_pending(manager, 10 * kMillisecond);
+  for (unsigned second = 1; second < kAnswerSeconds; ++second) {
+    EXPECT_GT(client.Read(1000), 0);
+    Pass(&clock, 1);
+  }
+  const std::size_t parts = part_steps_.size();
+  Pass(&clock, 1);
+  EXPECT_TRUE(client.IsClosed());
+  EXPECT_EQ(part_steps_.size(), parts);
 }
 
 // The library alone would try again for ever, at once.

@@ -59,6 +59,21 @@ class HttpClient {
       if (count < 0 && errno != EAGAIN) return text;
     }
   }
+  // The count of octets, 0 at the end, -1 if nothing has arrived.
+  ssize_t Read(std::size_t size) {
+    std::string text(size, '\0');
+    return recv(fd_, text.data(), size, MSG_DONTWAIT);
+  }
+  // After up to some MB that have arrived.
+  bool IsClosed() {
+    for (int i = 0; i < 1000; ++i) {
+      event_run_pending(manager_, kMillisecond);
+      const ssize_t count = Read(65536);
+      if (count == 0 || (count < 0 && errno != EAGAIN)) return true;
+      if (count < 0) return false;
+    }
+    return false;
+  }
   // A request without keep-alive, and its whole answer. HTTP/1.0 has no chunks.
   std::string Ask(const std::string& path, const std::string& method = "GET") {
     Send(method + " " + path + " HTTP/1.0\r\nHost: x\r\nConnection: close\r\n\r\n");
