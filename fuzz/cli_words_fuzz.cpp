@@ -45,7 +45,7 @@ void read_edits(const std::string& text) {
   const std::vector<cli::ConfigEdit> again = cli::parse_edits(written, "again");
   require(again.size() == edits.size());
   for (std::size_t i = 0; i < edits.size(); ++i) {
-    require(again[i].is_set == edits[i].is_set && again[i].words == edits[i].words);
+    require(again[i].verb == edits[i].verb && again[i].words == edits[i].words);
   }
 }
 

@@ -18,7 +18,7 @@ namespace {
 using fuzz::require;
 
 constexpr std::array<KvConfigOwner, 2> kOwners = {{{"user", 0}, {"peer", 1}}};
-constexpr std::uint32_t kVersion = 4;
+constexpr std::uint32_t kVersion = 5;
 
 const std::string& directory() {
   static const TemporaryDirectory made;

@@ -179,6 +179,10 @@ void check_success(const wire::Message& message, wire::Reader* answer) {
     case kvtree::kHistory:
       require(answer->u32() == 0);  // without permission there is no commit
       break;
+    case kvtree::kConfirmation:
+      require(answer->text().empty() && answer->text().empty());  // nor one that waits
+      require(answer->u64() == 0);
+      break;
     default:
       std::abort();  // changing and watching need a connection, and there are no other types
   }
@@ -194,8 +198,9 @@ void handle(const wire::Message& message) {
     answer.text();
   } else if (message.type == kvtree::kCommit) {
     require(status == kStatusAccess);
-    answer.text();
-    answer.text();
+    answer.text();  // id
+    answer.text();  // user
+    answer.text();  // error
   } else if (status == kStatusOk) {
     check_success(message, &answer);
   }

@@ -109,7 +109,7 @@ std::optional<std::size_t> Candidate::discard(const Session& session) {
   if (text.empty()) return std::nullopt;
   candidate.clear();
   const auto lines = static_cast<std::size_t>(std::ranges::count(text, '\n'));
-  return text.starts_with(kBegunAfter) ? lines - 1 : lines;
+  return text.starts_with(kBegunAfter) && lines > 0 ? lines - 1 : lines;
 }
 
 void Candidate::lock() const {

@@ -168,26 +168,36 @@ bool WorkingCopy::remove_all_below(const Words& words) {
 // An item that no other owner sets yet can be suppressed, too: a backup is loaded before the router file.
 void WorkingCopy::suppress(const Words& words) {
   check_deletion(words);
-  if (others_.empty()) others_ = read_others(session_, client_);
+  read_held();
+  if (!others_) others_ = read_others(session_, client_);
   const auto parsed = vrf_config::parse_words(words);
   const auto* nodes = std::get_if<std::vector<KvConfigNode>>(&parsed);
   if (nodes == nullptr) return suppress_below(words);
   for (const KvConfigNode& node : *nodes) {
-    const auto other = others_.find(node.path);
-    KvValue value = other == others_.end() ? node.value : other->second.value;
-    value.is_suppressed = true;
-    items_[node.path] = {std::move(value), vrf_config::word_list_of(node)};
+    const auto other = others_->find(node.path);
+    suppress_node(node.path, other == others_->end() ? node.value : other->second.value,
+                  vrf_config::word_list_of(node));
   }
+}
+
+// An owner has one value of a node: a suppression would replace the command line's own, and nothing restores
+// that.
+void WorkingCopy::suppress_node(const std::string& path, KvValue value, std::optional<Words> words) {
+  const auto own = items_.find(path);
+  if (own != items_.end() && !own->second.value.is_suppressed) {
+    throw Failure(kExitFailed, fmt::format("{} is set by the command line: delete it first",
+                                           node_text(path, own->second.value)));
+  }
+  value.is_suppressed = true;
+  items_[path] = {std::move(value), std::move(words)};
 }
 
 void WorkingCopy::suppress_below(const Words& words) {
   bool is_any = false;
-  for (const auto& [path, node] : others_) {
+  for (const auto& [path, node] : *others_) {
     std::optional<Words> item = vrf_config::word_list_of({path, node.value});
     if (!item || !begins_with(*item, words)) continue;
-    KvValue value = node.value;
-    value.is_suppressed = true;
-    items_[path] = {std::move(value), std::move(item)};
+    suppress_node(path, node.value, std::move(item));
     is_any = true;
   }
   if (!is_any) throw Failure(kExitFailed, shown(words) + " is not set by another owner");

@@ -52,6 +52,7 @@ class WorkingCopy {
   void suppress(const vrf_config::Words& words);
   void unsuppress(const vrf_config::Words& words);
   void suppress_below(const vrf_config::Words& words);
+  void suppress_node(const std::string& path, KvValue value, std::optional<vrf_config::Words> words);
   bool remove_exactly(const vrf_config::Words& words, const std::vector<KvConfigNode>& nodes);
   bool remove_all_below(const vrf_config::Words& words);
   std::string other_owner(const vrf_config::Words& words, const std::vector<KvConfigNode>* nodes) const;
@@ -60,8 +61,8 @@ class WorkingCopy {
   const Session& session_;
   kvtree::Client& client_;
   bool is_read_ = false;
-  ConfigNodes others_;  // what the first of the other owners sets, once a suppression needs it
-  ConfigNodes held_;    // in the daemon, when it was read
+  std::optional<ConfigNodes> others_;  // what the first of the other owners sets, once a suppression needs it
+  ConfigNodes held_;                   // in the daemon, when it was read
   std::map<std::string, Item>
       items_;  // after the edits; only those that were set, until the daemon's nodes are read
 };

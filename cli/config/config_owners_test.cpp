@@ -75,6 +75,18 @@ TEST_F(ConfigurationOwners, SuppressedItemHasNoEffectUntilItIsNotSuppressed) {
   EXPECT_EQ(Refused("suppress vrf blue"), "mplsvpn: vrf blue is not set by another owner\n");
 }
 
+TEST_F(ConfigurationOwners, OwnItemIsNotReplacedByASuppression) {
+  Hold(kConfigOwnerFile, "vrf red description file");
+  Done("set vrf red description own");
+  for (const char* words : {"vrf red", "vrf red description", "vrf red description file"}) {
+    EXPECT_EQ(Refused(std::string("suppress ") + words),
+              "mplsvpn: vrf red description own is set by the command line: delete it first\n");
+  }
+  Done("delete vrf red description own");
+  Done("suppress vrf red");
+  EXPECT_EQ(Done("show"), "");
+}
+
 TEST_F(ConfigurationOwners, RollbackRestoresASuppression) {
   Hold(kConfigOwnerFile, "vrf red rd 65000:1");
   Done("suppress vrf red rd");

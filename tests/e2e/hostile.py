@@ -23,6 +23,11 @@ def frame(kind, payload, request=1):
     return struct.pack("<4sHHII", MAGIC, VERSION, kind, request, len(payload)) + payload
 
 
+def commit(comment):
+    """The payload of a commit that needs no confirmation."""
+    return struct.pack("<I", 0) + text(comment)
+
+
 def get(path):
     return frame(GET, b"\0" + text(ROOT + path))
 
@@ -300,7 +305,7 @@ class ForbiddenCommits(Hostile):
         change = text("/cfg/gl/vmap/vrf/a/ord_a/vmap/ord_k/vmap/descr") + b"\1" + text("d")
         count = 60000 // len(change)
         stage = frame(STAGE, struct.pack("<BI", 0, count) + change * count)
-        return itertools.repeat(stage * 4 + frame(COMMIT, text("taken over")) + frame(ACTION, struct.pack("<H", 0)))
+        return itertools.repeat(stage * 4 + frame(COMMIT, commit("taken over")) + frame(ACTION, struct.pack("<H", 0)))
 
 
 class MalformedFrames(Hostile):

@@ -7,7 +7,7 @@ import struct
 import unittest
 
 from attack import ATTACKER, Arena, Program
-from hostile import ATTACKS, COMMIT, DEBUG_SET, STAGE, SUBSCRIBE, HalfHeaders, PipelinedScalars, SilentDebugClients, frame
+from hostile import ATTACKS, COMMIT, DEBUG_SET, STAGE, SUBSCRIBE, HalfHeaders, PipelinedScalars, SilentDebugClients, commit, frame
 from system import SLOW, wait_until
 from wire import Client, text
 
@@ -79,7 +79,7 @@ class HostileClients(unittest.TestCase):
         stage = frame(STAGE, struct.pack("<BI", 0, 0))
         named = frame(SUBSCRIBE, text("/oper/mpls_vpn/gl/") + text("snmp"))
         debug_all = frame(DEBUG_SET, text("all") + b"\1")
-        for path, requests in ((main, (stage, frame(COMMIT, text("")), named)), (debug, (debug_all,))):
+        for path, requests in ((main, (stage, frame(COMMIT, commit("")), named)), (debug, (debug_all,))):
             with Program(Requests(path, *requests), ATTACKER) as reader:
                 self.assertEqual(reader.end(), [ACCESS] * len(requests))
 

@@ -98,10 +98,16 @@ class Changes(SystemTest):
         self.addCleanup(system.__exit__, None)
         system.start()
         query, by_vrf = system.prometheus.query, system.prometheus.by_vrf
+        for prefix in "10.1.0.0/16", "10.3.0.0/16":
+            system.cli("config", "set", "vrf", "red", "watch", prefix, check=True)
+        watched = lambda: {labels["prefix"]: value for labels, value in query("mplsvpn_watched_prefix_present")}
+        # A route that discards is none.
+        self.becomes("watched prefixes", watched, {"10.1.0.0/16": 1, "10.3.0.0/16": 0})
         for prefix in "10.1.0.0/16", "10.2.0.0/16":
             system.cli("router", "delete-route", "red", prefix, "via", "10.0.0.2", check=True)
         self.becomes("no route of BGP", lambda: query('mplsvpn_vrf_routes{protocol="bgp"}'),
                      [({"vrf": "red", "afi": "ipv4", "protocol": "bgp"}, 0)])
+        self.becomes("watched prefixes without BGP", watched, {"10.1.0.0/16": 0, "10.3.0.0/16": 0})
         self.assertEqual(by_vrf("mplsvpn_vrf_route_changes_total", change="removed", afi="ipv4")["red"], 2)
         system.cli("router", "down", "ge0", check=True)
         self.becomes("red is down", lambda: by_vrf("mplsvpn_vrf_up", vrf="red"), {"red": 0})
@@ -109,10 +115,6 @@ class Changes(SystemTest):
         system.cli("config", "set", "vrf", "red", "low-water", "ipv4", "2", "30", check=True)
         self.becomes("thresholds", lambda: {labels["level"]: value for labels, value in query("mplsvpn_vrf_routes_threshold")},
                      {"low": 2, "mid": 5, "maximum": 10})
-        for prefix in "10.1.0.0/16", "10.3.0.0/16":
-            system.cli("config", "set", "vrf", "red", "watch", prefix, check=True)
-        self.becomes("watched prefixes", lambda: {labels["prefix"]: value for labels, value in query("mplsvpn_watched_prefix_present")},
-                     {"10.1.0.0/16": 0, "10.3.0.0/16": 1})
         system.cli("config", "set", "vrf", "red", "rd", "65000:11", check=True)
         self.becomes("a changed RD", lambda: by_vrf("mplsvpn_rd_changes_total", vrf="red"), {"red": 1})
         system.cli("config", "set", "vrf", "blue", "rt", "import", "65000:1", check=True)

@@ -3,7 +3,7 @@ import socket
 import struct
 
 MAGIC = b"MVPN"
-VERSION = 3
+VERSION = 4
 GET, ACTION = 1, 5
 ANSWER = 0x8000
 NO_SUCH_ROW = 2

@@ -42,7 +42,7 @@ using OctetSpan = std::span<const std::uint8_t>;
 
 inline constexpr std::size_t kHeaderSize = 16;
 inline constexpr std::uint32_t kMagic = 0x4e50564d;  // "MVPN" on the wire
-inline constexpr std::uint16_t kVersion = 3;
+inline constexpr std::uint16_t kVersion = 4;
 inline constexpr std::uint16_t kTypeVersionMismatch = 0xffff;
 
 // One message. The payload is valid only while its handler runs.

@@ -253,15 +253,21 @@ constexpr char kKeepIds[] =
     "UPDATE sqlite_sequence SET seq = max(seq, coalesce((SELECT max(told) >> 20 FROM node), 0)) + 1000 WHERE "
     "name = 'log'";
 
-// From the second version on. A file of an unknown version may be of this one.
+// From the second version on.
 constexpr sqlite::Salvage kSalvage[] = {{kMake, kCopiesSecond, kKeepIds},
                                         {kMake, kCopiesThird, kKeepIds},
                                         {kMake, kCopiesFourth, kKeepIds},
                                         {kMake, kCopies, kKeepIds}};
 static_assert(std::size(kSalvage) == kVersion - 1);
 
+// A file whose first page is damaged is of this version or of the former one, whose rows have checksums, too:
+// at an upgrade the former release has written it.
+constexpr sqlite::RowCopy kCopiesOfEither[] = {kCopies[0], kCopies[1],       kCopies[2],
+                                               kCopies[3], kCopiesFourth[0], kCopiesFourth[1]};
+constexpr sqlite::Salvage kSalvageOfEither = {kMake, kCopiesOfEither, kKeepIds};
+
 const sqlite::Salvage& find_salvage(std::int64_t version) {
-  return kSalvage[version >= 2 && version < kVersion ? version - 2 : kVersion - 2];
+  return version >= 2 && version <= kVersion ? kSalvage[version - 2] : kSalvageOfEither;
 }
 
 Status fail(const std::string& what, const char* why, Status status = kStatusIo) {

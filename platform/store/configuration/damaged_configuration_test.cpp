@@ -40,14 +40,35 @@ constexpr char kThirdVersion[] =
     "KEY(path, owner)) WITHOUT ROWID; INSERT INTO node VALUES ('/cfg/a', 'script', 'f', 2097152), ('/cfg/a', "
     "'system', 'k', 2097152), ('/cfg/b', 'user', -5, 1048576); PRAGMA user_version = 3;";
 
+constexpr std::array kFormerOwners = {KvConfigOwner{"cli", 0}, KvConfigOwner{"file", 1}};
+
 // The file that the program which wrote version 4 made of a router file and an operator's commands.
-TEST_F(ConfigTest, FourthVersionIsMigrated) {
+std::string fourth_version() {
   std::ifstream dump("tests/data/configuration_v4.sql");
-  const std::string sql((std::istreambuf_iterator<char>(dump)), {});
+  return {std::istreambuf_iterator<char>(dump), {}};
+}
+
+TEST_F(ConfigTest, FourthVersionWithADamagedFirstPageLosesNothing) {
+  Execute(fourth_version());
+  std::fstream(File(), std::ios::in | std::ios::out | std::ios::binary) << std::string(100, '\0');
+  ASSERT_EQ(kvtree_config_register_owners(kFormerOwners), kStatusOk);
+  CaptureStderr();
+  ASSERT_EQ(Keep(), kStatusOk);
+  EXPECT_THAT(GetCapturedStderr(), HasSubstr("rows that can be read"));
+  for (int start = 0; start < 2; ++start) {
+    EXPECT_THAT(Owned("cli"), SizeIs(6));
+    EXPECT_THAT(Owned("file"), SizeIs(6));
+    EXPECT_THAT(History(), SizeIs(7));
+    EXPECT_THAT(Changes("5"), SizeIs(2));
+    Restart();
+  }
+}
+
+TEST_F(ConfigTest, FourthVersionIsMigrated) {
+  const std::string sql = fourth_version();
   ASSERT_THAT(sql, HasSubstr("PRAGMA user_version = 4"));
   // The last row is damaged and stays so.
   Execute(sql + "UPDATE node SET value = 2 WHERE path LIKE '%vrf-up'");
-  constexpr std::array kFormerOwners = {KvConfigOwner{"cli", 0}, KvConfigOwner{"file", 1}};
   ASSERT_EQ(kvtree_config_register_owners(kFormerOwners), kStatusOk);
   CaptureStderr();
   ASSERT_EQ(Keep(), kStatusOk);
