@@ -64,7 +64,7 @@ class CopyWithFirstPage {
   const std::string& path() const { return copy_; }
   bool make(sqlite3* empty) const {
     return std::ranges::all_of(kSuffixes, [this](const char* suffix) { return copy_one(suffix); }) &&
-           replace_first_page(empty);
+           extend(empty) && replace_first_page(empty);
   }
 
  private:
@@ -74,6 +74,17 @@ class CopyWithFirstPage {
     std::error_code error;
     if (file_size(file_ + suffix) < 0) return true;
     return std::filesystem::copy_file(file_ + suffix, copy_ + suffix, error);
+  }
+  // SQLite reads no table of a schema that names a page beyond the end, and a former version had fewer
+  // tables.
+  bool extend(sqlite3* empty) const {
+    sqlite3_int64 least = 0;
+    sqlite3_file* const from = file_of(empty);
+    if (from->pMethods->xFileSize(from, &least) != SQLITE_OK) return false;
+    std::error_code error;
+    if (file_size(copy_) < least)
+      std::filesystem::resize_file(copy_, static_cast<std::uintmax_t>(least), error);
+    return !error;
   }
   bool replace_first_page(sqlite3* empty) const {
     constexpr std::size_t kSizeIsValidAt = 95;  // else SQLite asks the system for the number of pages
