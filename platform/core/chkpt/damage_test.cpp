@@ -178,6 +178,13 @@ TEST_F(CheckpointDamageTest, DatabaseOfNoVersionIsSetAsideAndItsRecordsAreRead) 
   ExpectSalvaged({{"key1", "one"}}, "it is of version 0");
 }
 
+TEST_F(CheckpointDamageTest, DatabaseWithADamagedPrimaryKeyIsSetAsideAndItsRecordsAreRead) {
+  MakeDatabase();
+  Sql("PRAGMA writable_schema=ON; UPDATE sqlite_master SET sql = replace(sql, 'INTEGER PRIMARY KEY, name', "
+      "'INTEGER PRIMARI KEY, name') WHERE name = 'application'");
+  ExpectSalvaged({{"key1", "one"}}, "ON CONFLICT clause does not match any PRIMARY KEY or UNIQUE constraint");
+}
+
 TEST_F(CheckpointDamageTest, DatabaseOfANewerVersionIsRefusedAndLeftAlone) {
   MakeDatabase();
   Sql("PRAGMA user_version=3");

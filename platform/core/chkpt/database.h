@@ -85,7 +85,8 @@ class Database {
 
  private:
   friend class Opening;
-  static const char kSynchronous[];  // how commits are written
+  static const char kSynchronous[];     // how commits are written
+  static const char kPutApplication[];  // number, name
 
   Status result(int code);
   int write_application(std::uint32_t number, std::string_view name);

@@ -145,8 +145,12 @@ class Opening {
   }
   bool open_existing(Contents* contents) {
     return check() && passed(probe(connection(), version)) && (version == kVersion || migrate()) &&
-           load(contents) && write_ahead() && (invalid_.empty() || quarantine()) &&
+           accepts_applications() && load(contents) && write_ahead() && (invalid_.empty() || quarantine()) &&
            correct_sequence(contents);
+  }
+  // A damaged schema can be a valid one: without its primary key the table can be read but not written.
+  bool accepts_applications() {
+    return passed(sqlite::Statement().prepare(connection(), Database::kPutApplication));
   }
   // True for success; else sets what failed.
   bool passed(int code) {
