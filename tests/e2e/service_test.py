@@ -117,7 +117,8 @@ class EndOfDaemon(ServiceTest):
         watch = system.spawn("watch", str(BIN / "mplsvpn"), "watch", "traps", "--timeout", "30")
         wait_until("the client", lambda: len(system.cli_json("show", "status")["clients"]) > 1)
         self.assertEqual(self.ended(system, "daemon", signal.SIGTERM), 0)
-        wait_until("its end", lambda: watch.poll() is not None)
+        self.wait_for_line(system, "watch", "mpls_vpn_mib closed the connection; waiting until it runs again\n")
+        self.assertIsNone(watch.poll())
 
 
 class Reload(ServiceTest):
