@@ -3,6 +3,7 @@
 #include "cli/doctor/kernel_checks.h"
 #include "cli/doctor/snmp_checks.h"
 #include "cli/doctor/suite_checks.h"
+#include "cli/doctor/suite_saved.h"
 
 namespace cli::doctor {
 

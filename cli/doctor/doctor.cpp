@@ -113,7 +113,8 @@ class TextReport {
     const auto [first, is_new] = reasons_.emplace(finding.text, number);
     fmt::print(out_, "      {}\n",
                is_new ? printable(finding.text) : fmt::format("as in check {}", first->second));
-    if (!finding.fix.empty()) fmt::print(out_, "      fix: {}\n", printable(finding.fix));
+    if (!finding.fix.empty())
+      fmt::print(out_, "      fix: {}\n", printable(finding.fix, Backslashes::kUnchanged));
   }
 
   std::ostream& out_;

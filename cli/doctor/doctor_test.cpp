@@ -69,6 +69,7 @@ TEST(SuiteConfiguration, HasWhatEachFamilyExchanges) {
               ElementsAre("export 65000:1", "export 65000:2", "import 65000:1", "import 65000:2"));
   EXPECT_TRUE(read.families[0].exports);
   EXPECT_TRUE(read.families[0].has_label);
+  EXPECT_FALSE(read.families[0].has_segment);
   EXPECT_EQ(read.families[1].rd, "");
   EXPECT_FALSE(read.families[1].has_label);
 }
@@ -77,8 +78,9 @@ TEST(SuiteConfiguration, SegmentIdentifierOfTheVrfIsForAllFamilies) {
   const doctor::SuiteConfiguration read = doctor::parse_suite_configuration(
       "router bgp 1 vrf red\n sid vpn per-vrf export auto\n address-family ipv4 unicast\n  export vpn\n"
       "router bgp 1 vrf blue\n address-family ipv4 unicast\n  export vpn\n");
-  EXPECT_TRUE(read.families.at(0).has_label);
-  EXPECT_FALSE(read.families.at(1).has_label);
+  EXPECT_TRUE(read.families.at(0).has_segment);
+  EXPECT_FALSE(read.families.at(0).has_label);
+  EXPECT_FALSE(read.families.at(1).has_segment);
 }
 
 }  // namespace

@@ -62,6 +62,8 @@ class Facts {
   const std::vector<kernel::LinkSeen>& links();
   // The VRF devices of the kernel. require_kernel_source() is called first.
   const std::vector<Vrf>& vrfs();
+  // The running configuration. Failure(kExitFailed) while bgpd does not run: without it the suite prints a
+  // configuration that lacks every "router bgp".
   const SuiteConfiguration& suite_configuration();
 
   const Session& session;

@@ -6,6 +6,7 @@
 #include <map>
 
 #include "cli/doctor/facts.h"
+#include "cli/system/program.h"
 #include "platform/core/address/address.h"
 
 namespace cli::doctor {
@@ -13,6 +14,8 @@ namespace cli::doctor {
 namespace {
 
 using inet::Family;
+
+constexpr std::size_t kShownLinks = 8;
 
 bool is_default(const kernel::KernelRoute& route, Family family) {
   return route.family == family && route.prefix_length == 0 && !route.cached;
@@ -34,10 +37,11 @@ Finding missing_default(const Vrf& vrf, Family family) {
       fmt::format("table {} of VRF {} has no default route: {} packets that match no route of the VRF are "
                   "looked up in the main table",
                   vrf.table, vrf.name, words),
-      fmt::format("ip {} route add vrf {} unreachable default metric 4278198272", option, vrf.name)};
+      fmt::format("ip {} route add vrf {} unreachable default metric 4278198272", option,
+                  shell_word(vrf.name))};
 }
 
-// VPN routes, local or received, need labels.
+// VPN routes, local or received, need labels; those with segment identifiers do not.
 bool uses_labels(Facts& facts) {
   if (count_label_routes() > 0) return true;
   const auto& families = facts.suite_configuration().families;
@@ -59,6 +63,19 @@ bool accepts_labels(const std::string& link) {
   return read_sysctl("net/mpls/conf/" + link + "/input") == "1";
 }
 
+// Which of the interfaces are of the core, only the operator knows. sysctl(8) writes the dots of a name as
+// slashes.
+std::string acceptance_fix(const std::vector<std::string>& links) {
+  std::string fix = "sysctl -w net.mpls.conf.INTERFACE.input=1 for each interface toward the core";
+  for (std::size_t i = 0; i < links.size(); ++i) {
+    if (i == kShownLinks) return fix + fmt::format(" and {} more", links.size() - kShownLinks);
+    std::string name = links[i];
+    std::ranges::replace(name, '.', '/');
+    fix += (i == 0 ? "; INTERFACE is one of " : ", ") + shell_word(name);
+  }
+  return fix;
+}
+
 }  // namespace
 
 Findings check_vrf_devices(Facts& facts) {
@@ -67,7 +84,7 @@ Findings check_vrf_devices(Facts& facts) {
     if (vrf.is_enabled) continue;
     findings.push_back({Level::kError,
                         fmt::format("the device of VRF {} is down: the VRF forwards no packets", vrf.name),
-                        fmt::format("ip link set dev {} up", vrf.name)});
+                        fmt::format("ip link set dev {} up", shell_word(vrf.name))});
   }
   return findings;
 }
@@ -77,7 +94,7 @@ Findings check_vrf_members(Facts& facts) {
   for (const Vrf& vrf : facts.vrfs()) {
     if (!vrf.members.empty()) continue;
     findings.push_back({Level::kWarning, fmt::format("VRF {} has no interface: its state is down", vrf.name),
-                        fmt::format("ip link set dev INTERFACE master {}", vrf.name)});
+                        fmt::format("ip link set dev INTERFACE master {}", shell_word(vrf.name))});
   }
   return findings;
 }
@@ -101,10 +118,11 @@ Findings check_shared_tables(Facts& facts) {
   for (const Vrf& vrf : facts.vrfs()) {
     const auto [known, is_new] = first.emplace(vrf.table, vrf.name);
     if (is_new) continue;
-    findings.push_back({Level::kError,
-                        fmt::format("VRFs {} and {} share table {}: each forwards by the routes of both",
-                                    known->second, vrf.name, vrf.table),
-                        fmt::format("ip link del {0}; ip link add {0} type vrf table NUMBER", vrf.name)});
+    findings.push_back(
+        {Level::kError,
+         fmt::format("VRFs {} and {} share table {}: each forwards by the routes of both", known->second,
+                     vrf.name, vrf.table),
+         fmt::format("ip link del {0}; ip link add {0} type vrf table NUMBER", shell_word(vrf.name))});
   }
   return findings;
 }
@@ -125,7 +143,7 @@ Findings check_labels(Facts& facts) {
   if (std::ranges::any_of(links, accepts_labels)) return {};
   return {{Level::kError,
            "no interface outside of VRFs accepts labelled packets: what other routers send is lost",
-           fmt::format("sysctl -w net.mpls.conf.{}.input=1", links.empty() ? "INTERFACE" : links.front())}};
+           acceptance_fix(links)}};
 }
 
 }  // namespace cli::doctor

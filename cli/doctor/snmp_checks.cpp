@@ -1,14 +1,8 @@
 #include "cli/doctor/snmp_checks.h"
 
 #include <fmt/format.h>
-#include <grp.h>
-#include <pwd.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -40,66 +34,6 @@ bool runs(const std::string& program) {
     if (std::getline(name, text) && text == program) return true;
   }
   return false;
-}
-
-std::vector<gid_t> groups_of(uid_t user) {
-  const passwd* const entry = getpwuid(user);
-  if (entry == nullptr) return {};
-  std::vector<gid_t> groups(64);
-  int count = static_cast<int>(groups.size());
-  if (getgrouplist(entry->pw_name, entry->pw_gid, groups.data(), &count) < 0) return groups;
-  groups.resize(static_cast<std::size_t>(count));
-  return groups;
-}
-
-// Whether the mode gives the user these rights (of "others": 1 search, 2 write).
-bool may(uid_t user, const struct stat& file, mode_t rights) {
-  if (user == 0) return true;
-  if (user == file.st_uid) return (file.st_mode >> 6 & rights) == rights;
-  const std::vector<gid_t> groups = groups_of(user);
-  const bool is_in_group = std::ranges::find(groups, file.st_gid) != groups.end();
-  return ((is_in_group ? file.st_mode >> 3 : file.st_mode) & rights) == rights;
-}
-
-// The first of the socket and its folders that keeps the user out; empty for none.
-std::string obstacle(uid_t user, const std::string& socket) {
-  struct stat found {};
-  const std::filesystem::path path = socket;
-  for (std::filesystem::path folder = path.parent_path(); folder.has_relative_path();
-       folder = folder.parent_path()) {
-    if (stat(folder.c_str(), &found) == 0 && !may(user, found, 1)) return folder;
-  }
-  return stat(socket.c_str(), &found) == 0 && !may(user, found, 2) ? socket : "";
-}
-
-std::string user_name(uid_t user) {
-  const passwd* const entry = getpwuid(user);
-  return entry == nullptr ? std::to_string(user) : entry->pw_name;
-}
-
-// The daemon's state; null while it is unknown, which another check reports.
-const process_status::ProcessStatus* find_status(Facts& facts) {
-  try {
-    return &*facts.status();
-  } catch (const Failure&) {
-    return nullptr;
-  }
-}
-
-// The user of the sub-agent: of the connected one, or of its service.
-uid_t agent_user(Facts& facts) {
-  const process_status::ProcessStatus* const status = find_status(facts);
-  const ClientStatus* const client = status == nullptr ? nullptr : front_end_of(*status);
-  if (client != nullptr) return client->user;
-  const passwd* const entry = getpwnam("mpls_vpn_snmp");
-  return entry == nullptr ? geteuid() : entry->pw_uid;
-}
-
-bool is_module(Facts& facts) {
-  const process_status::ProcessStatus* const status = find_status(facts);
-  if (status == nullptr) return false;
-  const Json front_end = front_end_json(*status);
-  return front_end.is_object() && front_end["kind"] == "module";
 }
 
 // What snmpget(1) or snmpwalk(1) prints for the object.
@@ -157,29 +91,19 @@ std::map<std::string, std::string> indexes_of_snmpd(Facts& facts) {
 
 }  // namespace
 
+void require_snmpd() {
+  if (!runs("snmpd") && !is_installed("snmpd")) throw NotPossible("snmpd is not installed");
+}
+
 Findings check_snmpd(Facts& /*facts*/) {
+  require_snmpd();
   if (runs("snmpd")) return {};
   return {{Level::kError, "no snmpd runs: no manager can read the MIB", "systemctl start snmpd"}};
 }
 
-Findings check_agentx_socket(Facts& facts) {
-  if (is_module(facts)) return {};
-  const std::string& socket = facts.request.agentx_socket;
-  struct stat found {};
-  if (stat(socket.c_str(), &found) != 0 && errno == ENOENT) {
-    return {{Level::kError, socket + " does not exist: snmpd is not an AgentX master",
-             "add \"master agentx\" to snmpd.conf, then: systemctl restart snmpd"}};
-  }
-  const uid_t user = agent_user(facts);
-  const std::string place = obstacle(user, socket);
-  if (place.empty()) return {};
-  return {{Level::kError,
-           fmt::format("the user {} of the sub-agent has no permission for {}", user_name(user), place),
-           "add \"agentXPerms 0660 0711 root mpls_vpn_snmp\" to snmpd.conf, then: systemctl restart snmpd"}};
-}
-
 Findings check_front_end(Facts& facts) {
   if (facts.status()->traps_subscriber != 0) return {};
+  require_snmpd();
   return {{Level::kError,
            fmt::format("neither the sub-agent nor the module is connected to the daemon; {} traps wait",
                        facts.status()->traps_waiting),
@@ -187,7 +111,10 @@ Findings check_front_end(Facts& facts) {
 }
 
 Findings check_view(Facts& facts) {
-  if (facts.request.snmp.empty()) return judge_configuration(facts.request.snmpd_configuration);
+  if (facts.request.snmp.empty()) {
+    require_snmpd();
+    return judge_configuration(facts.request.snmpd_configuration);
+  }
   return judge_answer(ask_snmpd(facts, "snmpget", "." + std::string(kSubtree) + kFirstObject));
 }
 

@@ -5,6 +5,9 @@
 
 namespace cli::doctor {
 
+// NotPossible if snmpd neither runs nor is installed.
+void require_snmpd();
+
 Findings check_snmpd(Facts& facts);
 Findings check_agentx_socket(Facts& facts);
 Findings check_front_end(Facts& facts);

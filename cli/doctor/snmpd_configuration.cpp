@@ -47,6 +47,7 @@ class SnmpdReader {
     const std::string& token = words[0];
     if (token == "includeDir") return read_folder(words[1]);
     if (token == "includeFile") static_cast<void>(read(words[1]));
+    if (token == "agentXSocket" || token == "agentxsocket") configuration_.agentx_socket = words[1];
     if (token == "view" && words.size() >= 4)
       configuration_.views[words[1]].push_back({plain_oid(words[3]), words[2] == "included"});
     if (token == "access" && words.size() >= 7) return grant(line, path, {"-V", words[6]});

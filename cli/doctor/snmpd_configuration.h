@@ -1,5 +1,5 @@
-// Which managers snmpd's configuration lets see the MIB: its access control (snmpd.conf(5)) as far as it is
-// usual. What only a running snmpd knows, such as users and masks of views, is not considered.
+// What snmpd.conf(5) says of sub-agents, and which managers it lets see the MIB: its access control as far as
+// it is usual. What only a running snmpd knows, such as users and masks of views, is not considered.
 #pragma once
 
 #include <map>
@@ -22,6 +22,7 @@ struct SnmpdConfiguration {
   };
   std::vector<Grant> grants{};
   std::map<std::string, std::vector<Subtree>> views{};
+  std::string agentx_socket{};  // empty: snmpd's default
 };
 
 // Reads the file and those that it includes. Failure(kExitFailed) for the file itself if it cannot be read.

@@ -11,7 +11,6 @@ Findings check_suite_vrfs(Facts& facts);
 Findings check_unused_vrfs(Facts& facts);
 Findings check_vpn_labels(Facts& facts);
 Findings check_rds(Facts& facts);
-Findings check_saved(Facts& facts);
 Findings check_suite_routes(Facts& facts);
 
 }  // namespace cli::doctor

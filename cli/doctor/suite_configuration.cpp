@@ -53,22 +53,23 @@ class SuiteReader {
     if (line.front() != ' ') return open_stanza(words);
     if (instance_.empty()) return;
     if (begins_with(words, {"address-family"})) return open_family(words);
-    if (begins_with(words, {"sid", "vpn", "per-vrf"})) has_common_label_ = true;
+    if (begins_with(words, {"sid", "vpn", "per-vrf"})) has_common_segment_ = true;
     if (family_ != nullptr) take_item(words);
     if (begins_with(words, {"exit-address-family"})) family_ = nullptr;
   }
   void end_stanza() {
     for (SuiteFamily& family : configuration_.families) {
-      if (has_common_label_ && family.instance == instance_) family.has_label = true;
+      if (has_common_segment_ && family.instance == instance_) family.has_segment = true;
     }
     instance_.clear();
     family_ = nullptr;
-    has_common_label_ = false;
+    has_common_segment_ = false;
   }
 
  private:
   void open_stanza(const LineWords& words) {
     end_stanza();
+    if (begins_with(words, {"router", "bgp"})) configuration_.has_bgp = true;
     const std::optional<std::string_view> vrf = vrf_of(words);
     if (!vrf || *vrf == "default") return;
     configuration_.vrfs.emplace(*vrf);
@@ -84,15 +85,15 @@ class SuiteReader {
     if (begins_with(words, {"rd", "vpn", "export"}) && words.size() > 3) family_->rd = words[3];
     if (begins_with(words, {"rt", "vpn"}) && words.size() > 3) add_targets(words, family_);
     if (begins_with(words, {"export", "vpn"})) family_->exports = true;
-    if (begins_with(words, {"label", "vpn", "export"}) || begins_with(words, {"sid", "vpn", "export"}))
-      family_->has_label = true;
+    if (begins_with(words, {"label", "vpn", "export"})) family_->has_label = true;
+    if (begins_with(words, {"sid", "vpn", "export"})) family_->has_segment = true;
   }
 
   SuiteConfiguration& configuration_;
   std::string instance_;
   std::string vrf_;
   SuiteFamily* family_ = nullptr;
-  bool has_common_label_ = false;
+  bool has_common_segment_ = false;
 };
 
 }  // namespace

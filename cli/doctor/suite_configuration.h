@@ -16,12 +16,14 @@ struct SuiteFamily {
   std::string rd{};
   std::set<std::string> targets{};  // "import 65000:1", "export 65000:1"
   bool exports = false;             // VPN routes
-  bool has_label = false;           // or a segment identifier
+  bool has_label = false;
+  bool has_segment = false;  // a segment identifier, which needs no label
 };
 
 struct SuiteConfiguration {
   std::set<std::string> vrfs{};  // that a "vrf" or "router" line names
   std::vector<SuiteFamily> families{};
+  bool has_bgp = false;  // an instance of BGP, of a VRF or not
 };
 
 // Reads any text; what it does not know is skipped.

@@ -8,10 +8,16 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <sstream>
+#include <string_view>
+
+#include "platform/core/text/words.h"
 
 namespace cli {
 
@@ -119,6 +125,28 @@ std::vector<std::string> command_words(const std::string& command) {
   std::vector<std::string> words;
   for (std::string word; text >> word;) words.push_back(word);
   return words;
+}
+
+bool is_installed(const std::string& name) {
+  std::error_code ignored;  // then the folder is empty
+  std::vector<std::filesystem::path> folders = {
+      "/usr/sbin", "/sbin", "/usr/local/sbin",
+      std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path()};
+  const char* const path = getenv("PATH");
+  for (const std::string_view folder : text::split(path == nullptr ? "" : path, ':'))
+    folders.emplace_back(folder);
+  return std::ranges::any_of(folders, [&name](const std::filesystem::path& folder) {
+    return !folder.empty() && access((folder / name).c_str(), X_OK) == 0;
+  });
+}
+
+std::string shell_word(const std::string& word) {
+  constexpr std::string_view kPlain =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_@%+=:,./-";
+  if (!word.empty() && word.find_first_not_of(kPlain) == std::string::npos) return word;
+  std::string text = "'";
+  for (const char octet : word) text += octet == '\'' ? "'\\''" : std::string(1, octet);
+  return text + "'";
 }
 
 }  // namespace cli

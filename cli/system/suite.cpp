@@ -40,6 +40,11 @@ Json Suite::ask_json(const std::string& command) const {
   return answer;
 }
 
+std::set<std::string> Suite::programs() const {
+  const std::vector<std::string> names = command_words(ask("show daemons"));
+  return {names.begin(), names.end()};
+}
+
 std::string Suite::option(const char* name) const {
   const auto found = std::ranges::find(shell_, name);
   return found == shell_.end() || found + 1 == shell_.end() ? "" : *(found + 1);
@@ -56,7 +61,9 @@ std::string Suite::configuration_folder() const {
 }
 
 std::string Suite::words() const {
-  return fmt::format("{}", fmt::join(shell_, " "));
+  std::vector<std::string> quoted;
+  for (const std::string& word : shell_) quoted.push_back(shell_word(word));
+  return fmt::format("{}", fmt::join(quoted, " "));
 }
 
 }  // namespace cli

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <chrono>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -21,10 +22,13 @@ class Suite {
   // Failure(kExitFailed) also for an answer that is not JSON.
   Json ask_json(const std::string& command) const;
 
+  // The programs of the suite that the shell reaches: "zebra", "bgpd". Failures as of ask().
+  std::set<std::string> programs() const;
+
   // The folders of the suite's sockets and of its saved configuration, as its shell finds them.
   std::string socket_folder() const;
   std::string configuration_folder() const;
-  // The shell's words before a command, for messages: "vtysh -N pe1".
+  // The shell's words before a command, for messages and quoted for a shell: "vtysh -N pe1".
   std::string words() const;
 
  private:

@@ -5,6 +5,7 @@ import json
 import os
 import pathlib
 import re
+import socket
 import subprocess
 import time
 import unittest
@@ -15,6 +16,17 @@ ROUTER = "vrfs: [{name: red, table: 10}]\ninterfaces: [{name: ge0, index: 1, vrf
 STATES = {"ok": 0, "notPossible": 0, "warning": 1, "error": 2}
 OTHER_USER = ("setpriv", "--reuid", "65534", "--regid", "65534", "--clear-groups")
 IS_ROOT = os.geteuid() == 0
+ALONE = ("unshare", "--pid", "--fork", "--mount-proc")  # without the processes of others
+WITHOUT_SNMPD = (*ALONE, "sh", "-c", 'for file in $(which -a snmpd); do mount --bind /dev/null "$file"; done; exec "$@"', "sh")
+# What the suite's shell prints, as seen with versions 8 and 10.
+SUITE_SHELL = """#!/bin/sh
+case $2 in
+"show daemons") cat "$0.daemons" ;;
+"show version") echo "FRRouting 10.3 (pe1) on Linux(6.1.0)." ;;
+"show running-config") cat "$0.running" ;;
+*) echo "% Unknown command: $2"; exit 1 ;;
+esac
+"""
 
 
 class DoctorTest(SystemTest):
@@ -24,7 +36,8 @@ class DoctorTest(SystemTest):
         return system
 
     def words(self, system, *words):
-        return (str(BIN / "mplsvpn"), "--json", "doctor", "--agentx-socket", str(system.agentx), *words)
+        socket_given = ("--agentx-socket", str(system.agentx)) if system.agentx else ()
+        return (str(BIN / "mplsvpn"), "--json", "doctor", *socket_given, *words)
 
     def diagnose(self, system, check, *words, wrapper=()):
         """(state, the texts of the findings) of one check."""
@@ -99,8 +112,7 @@ class Snmp(DoctorTest):
     @unittest.skipUnless(IS_ROOT, "SKIPPED: only root makes process namespaces")
     def test_snmpd_that_does_not_run_is_an_error(self):
         system = self.started()
-        alone = ("unshare", "--pid", "--fork", "--mount-proc")
-        self.assert_found(system, "snmpd-running", "error", "no snmpd runs", wrapper=alone)
+        self.assert_found(system, "snmpd-running", "error", "no snmpd runs", wrapper=ALONE)
         system.start_snmpd()
         self.assertEqual(self.diagnose(system, "snmpd-running"), ("ok", ""))
 
@@ -110,6 +122,29 @@ class Snmp(DoctorTest):
         system.module = None
         system.start_snmpd()
         self.assertEqual(self.diagnose(system, "agentx-socket"), ("ok", ""))
+
+    def test_agentx_socket_without_a_listener_is_an_error(self):
+        system = self.new_system(ROUTER)
+        with socket.socket(socket.AF_UNIX) as left_over:
+            left_over.bind(str(system.agentx))
+        self.assert_found(system, "agentx-socket", "error", f"{system.agentx}: Connection refused")
+
+    def test_agentx_socket_is_that_of_snmpds_configuration(self):
+        system = self.new_system(ROUTER)
+        conf = system.folder / "named.conf"
+        conf.write_text(f"master agentx\nagentXSocket unix:{system.folder}/named\n")
+        given = ("--snmpd-conf", str(conf))
+        system.agentx = None
+        self.assert_found(system, "agentx-socket", "error", f"{system.folder}/named does not exist", *given)
+        conf.write_text("agentXSocket tcp:localhost:705\n")
+        self.assert_found(system, "agentx-socket", "notPossible", "tcp:localhost:705 is not the path of a Unix socket", *given)
+
+    @unittest.skipUnless(IS_ROOT, "SKIPPED: only root hides programs")
+    def test_machine_without_snmpd_has_no_errors_of_it(self):
+        system = self.started()
+        for check in "snmpd-running", "agentx-socket", "snmp-front-end", "snmp-view":
+            with self.subTest(check):
+                self.assert_found(system, check, "notPossible", "snmpd is not installed", wrapper=WITHOUT_SNMPD)
 
     @unittest.skipUnless(IS_ROOT, "SKIPPED: only root becomes another user")
     def test_agentx_socket_of_another_user_is_an_error(self):
@@ -171,6 +206,91 @@ class Snmp(DoctorTest):
         self.becomes("an error", lambda: self.diagnose(system, "snmp-ifindex", *self.asking(system))[0], "error")
         self.assert_found(system, "snmp-ifindex", "error", f"interface lo has ifIndex {index + 76} here and {index} in snmpd",
                           *self.asking(system))
+
+
+class RoutingSuite(DoctorTest):
+    """Without a daemon, so that the kernel and the suite are looked at; the suite's shell is a script."""
+
+    def setUp(self):
+        self.system = self.new_system(ROUTER)
+        self.shell = self.system.folder / "shell"
+        self.shell.write_text(SUITE_SHELL)
+        self.shell.chmod(0o755)
+        self.saved = self.system.folder / "frr.conf"
+        self.running(*self.instance("red", "65000:1"))
+        self.saved.write_text(self.text(*self.instance("red", "65000:1")))
+        self.programs("zebra", "bgpd", "mgmtd")
+
+    def instance(self, vrf, target, *more):
+        return (f"router bgp 65000 vrf {vrf}", " address-family ipv4 unicast", "  rd vpn export 65000:10",
+                f"  rt vpn both {target}", *more, " exit-address-family", "exit")
+
+    def text(self, *lines):
+        return "".join(line + "\n" for line in lines)
+
+    def running(self, *lines):
+        pathlib.Path(f"{self.shell}.running").write_text(self.text("Building configuration...", *lines, "end"))
+
+    def programs(self, *names):
+        pathlib.Path(f"{self.shell}.daemons").write_text(" " + " ".join(names) + "\n")
+
+    def words(self, system, *words):
+        return super().words(system, "--suite-shell", str(self.shell), "--suite-conf", str(self.saved), *words)
+
+    def fixes(self, check):
+        result = subprocess.run(self.words(self.system, "--only", check), env=self.system.environment, capture_output=True,
+                                text=True, check=False)
+        return [finding["fix"] for finding in json.loads(result.stdout)[0]["findings"]]
+
+    def test_bgpd_that_has_ended_makes_checks_of_its_configuration_impossible(self):
+        self.programs("zebra", "mgmtd")
+        self.running()
+        for check in "suite-vrf-device", "vrf-not-in-suite", "vpn-label", "vpn-rd", "suite-saved":
+            with self.subTest(check):
+                self.assert_found(self.system, check, "notPossible", "bgpd does not run")
+                self.assertEqual(self.fixes(check), [None])
+        self.assert_found(self.system, "suite-access", "error", f'bgpd does not run although {self.saved} has "router bgp"')
+        self.saved.write_text("hostname pe1\n")
+        self.assertEqual(self.diagnose(self.system, "suite-access"), ("ok", ""))
+
+    def test_saved_configuration_that_differs_is_compared_and_never_replaced(self):
+        self.assertEqual(self.diagnose(self.system, "suite-saved"), ("ok", ""))
+        self.running(*self.instance("red", "65000:2"))
+        self.assert_found(self.system, "suite-saved", "warning",
+                          "VRF red ipv4 unicast: only the running configuration has export 65000:2, import 65000:2; "
+                          f"only {self.saved} has export 65000:1, import 65000:1")
+        fix, = self.fixes("suite-saved")
+        shown = subprocess.run(fix, shell=True, capture_output=True, text=True, check=False).stdout
+        self.assertIn("<   rt vpn both 65000:1\n", shown)
+        self.assertIn(">   rt vpn both 65000:2\n", shown)
+        self.running()
+        self.assert_found(self.system, "suite-saved", "warning", f"red ipv4 unicast: only {self.saved} has export 65000:1")
+        self.assertEqual(self.fixes("suite-saved"), [fix])
+
+    def test_missing_saved_configuration_is_a_warning_if_it_would_be_lost(self):
+        self.saved.unlink()
+        self.assert_found(self.system, "suite-saved", "warning", f"{self.saved} does not exist: a restart of the suite loses")
+        self.running("router bgp 65000", "exit")
+        self.assert_found(self.system, "suite-saved", "notPossible", f"{self.saved} does not exist")
+
+    def test_segment_identifiers_need_no_labels(self):
+        exports = ("  export vpn", "  sid vpn export auto")
+        self.running(*self.instance("red", "65000:1", *exports))
+        self.assertEqual(self.diagnose(self.system, "mpls-labels"), ("ok", ""))
+        self.assertEqual(self.diagnose(self.system, "vpn-label"), ("ok", ""))
+        self.running(*self.instance("red", "65000:1", "  export vpn"))
+        self.assert_found(self.system, "vpn-label", "error", "without a label or segment identifier")
+
+    def test_names_in_commands_are_quoted_for_the_shell(self):
+        name = "a;`id`$x'"
+        self.running(*self.instance(name, "65000:1", "  export vpn"))
+        fix, = self.fixes("suite-vrf-device")
+        shown = subprocess.run(f"ip() {{ printf '%s\\n' \"$@\"; }}; {fix}", shell=True, capture_output=True, text=True, check=True)
+        self.assertEqual(shown.stdout.split(), ["link", "add", name, "type", "vrf", "table", "NUMBER", "link", "set", "dev", name, "up"])
+        fix, = self.fixes("vpn-label")
+        self.shell.write_text("#!/bin/sh\nprintf '%s\\n' \"$@\"\n")
+        shown = subprocess.run(fix, shell=True, capture_output=True, text=True, check=True)
+        self.assertIn(f"router bgp 65000 vrf {name}\n", shown.stdout)
 
 
 class Command(DoctorTest):

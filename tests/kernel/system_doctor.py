@@ -5,6 +5,7 @@ the same by hand, has been run. Runs in the guest (see uml-run), as root.
 """
 import json
 import os
+import re
 import subprocess
 
 from suite_system import SuiteSystemTest, main, vpn_family  # before system
@@ -81,6 +82,13 @@ class Doctor(SuiteSystemTest):
         self.assert_ok("vrf-device-down")
         run("ip", "route", "replace", "vrf", "red", "unreachable", "default", "metric", "4278198272")
 
+    def test_names_are_quoted_for_the_shell(self):
+        name = "g;`id`$x'"
+        run("ip", "link", "add", name, "type", "vrf", "table", "77")
+        self.addCleanup(run, "ip", "link", "del", name)
+        self.correct(self.assert_found("vrf-device-down", "error", f"the device of VRF {name} is down"))
+        self.assert_ok("vrf-device-down")
+
     def test_vrf_without_interface_table_of_its_own_or_configuration(self):
         run("ip", "link", "add", "green", "type", "vrf", "table", "20")
         run("ip", "link", "set", "green", "up")
@@ -98,7 +106,15 @@ class Doctor(SuiteSystemTest):
 
     def test_kernel_that_accepts_no_labels(self):
         run("sysctl", "-qw", "net.mpls.conf.core.input=0")
-        self.correct(self.assert_found("mpls-labels", "error", "no interface outside of VRFs accepts labelled packets"))
+        run("ip", "link", "add", "core.1", "type", "dummy")
+        run("ip", "link", "set", "core.1", "up")
+        fix = self.assert_found("mpls-labels", "error", "no interface outside of VRFs accepts labelled packets")
+        command, names = re.fullmatch(r"(sysctl .*) for each .*; INTERFACE is one of (.*)", fix).groups()
+        self.assertEqual(set(names.split(", ")) - {"core", "core/1"}, set())
+        self.correct(command.replace("INTERFACE", "core/1"))
+        self.assert_ok("mpls-labels")
+        run("ip", "link", "del", "core.1")
+        self.correct(command.replace("INTERFACE", "core"))
         self.assert_ok("mpls-labels")
         run("sysctl", "-qw", "net.mpls.platform_labels=0")
         self.correct(self.assert_found("mpls-labels", "error", "net.mpls.platform_labels is 0"))
@@ -154,12 +170,48 @@ class Doctor(SuiteSystemTest):
     def test_running_configuration_that_is_not_saved(self):
         self.assert_ok("suite-saved")
         self.change("blue", "rt vpn both 65000:20 65000:21")
-        fix = self.assert_found("suite-saved", "warning", "of VRF blue ipv4 unicast are others than in")
-        self.correct(fix)
-        self.assert_ok("suite-saved")
+        fix = self.assert_found("suite-saved", "warning",
+                                "VRF blue ipv4 unicast: only the running configuration has export 65000:21, import 65000:21: a restart")
+        shown = subprocess.run(fix, shell=True, check=False, capture_output=True, text=True)
+        self.assertRegex(shown.stdout, r"(?m)^>   rt vpn both 65000:20 65000:21$")
         self.change("blue", "rt vpn both 65000:20")
-        self.correct(fix)
         self.assert_ok("suite-saved")
+
+    def test_bgpd_that_has_ended(self):
+        self.suite.stop("bgpd")
+        self.addCleanup(self.start_bgpd)
+        saved = (self.suite.etc / "frr.conf").read_text()
+        self.assert_found("suite-access", "error", 'has "router bgp": no VPN routes are exchanged')
+        for check in "suite-vrf-device", "vrf-not-in-suite", "vpn-label", "vpn-rd", "suite-saved":
+            with self.subTest(check):
+                self.assertEqual(self.diagnose(check)[0], "notPossible")
+        self.assertEqual((self.suite.etc / "frr.conf").read_text(), saved)
+
+    def start_bgpd(self):
+        self.suite.start("bgpd")
+        self.suite.load()
+        self.assert_ok("suite-access")
+        self.assert_ok("suite-saved")
+
+    def shell_that(self, *cases):
+        """The suite's shell, except for the commands of these cases."""
+        shell = self.system.folder / "shell"
+        cases = "".join(f"*'{command}') {action}; exit ;;\n" for command, action in cases)
+        shell.write_text(f'#!/bin/sh\ncase "$*" in\n{cases}esac\nexec {" ".join(self.suite.shell_words())} "$@"\n')
+        shell.chmod(0o755)
+        return str(shell)
+
+    def test_route_that_reaches_the_kernel_later(self):
+        answer = """echo '{"10.8.0.0/16": [{"selected": true, "protocol": "static"}]}'"""
+        shell = self.shell_that(("show ip route vrf red json", f"{answer}; ip route replace vrf red 10.8.0.0/16 dev red1"))
+        self.addCleanup(run, "ip", "route", "del", "vrf", "red", "10.8.0.0/16", "dev", "red1")
+        self.assertEqual(self.diagnose("suite-routes", shell=shell), ("ok", []))
+
+    def test_vrf_that_cannot_be_read_does_not_hide_others(self):
+        answer = """echo '{"10.8.0.0/16": [{"selected": true, "protocol": "static"}]}'"""
+        shell = self.shell_that(("show ip route vrf blue json", "echo broken >&2; exit 1"), ("show ip route vrf red json", answer))
+        self.assert_found("suite-routes", "error", "VRF red: the suite has selected routes", shell=shell)
+        self.assert_found("suite-routes", "error", "VRF blue: ", shell=shell)
 
     def test_route_that_the_kernel_lacks(self):
         self.suite.configure("vrf red", "ip route 10.9.0.0/16 10.1.0.9", "exit-vrf")

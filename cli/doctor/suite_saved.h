@@ -1,0 +1,20 @@
+// The configuration that the routing suite loads at its next start.
+#pragma once
+
+#include <string>
+
+#include "cli/doctor/check.h"
+
+namespace cli::doctor {
+
+// The user's file, frr.conf, or that of bgpd alone; empty if there is none. NotPossible if this user may not
+// look for it.
+std::string find_saved_file(Facts& facts);
+
+// NotPossible if it cannot be read.
+std::string read_saved_file(const std::string& path);
+
+// Whether the running configuration exchanges the same VPN routes.
+Findings check_saved(Facts& facts);
+
+}  // namespace cli::doctor
