@@ -14,7 +14,7 @@ struct Ran {
 };
 
 // The first word is a path, or a name that PATH finds. The standard input is empty. It is killed after this
-// time, or when it prints more than `limit` octets. LC_ALL is C, and there is no pager.
+// time, or when it prints more than `limit` octets. The program runs with LC_ALL=C and without a pager.
 Ran run_program(const std::vector<std::string>& words, std::chrono::milliseconds patience,
                 std::size_t limit = std::size_t{64} << 20);
 

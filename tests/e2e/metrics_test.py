@@ -248,7 +248,7 @@ class Places(SystemTest):
         port = unused_port()
         system = self.router_with(f"{{address: 0.0.0.0, port: {port}, vrf: mgmt}}")
         system.spawn("daemon", "ip", "netns", "exec", router, str(BIN / "mpls_vpn_mib"))
-        wait_until("the reason", lambda: "No such device: there is no VRF device mgmt" in system.log("daemon"), 20)
+        wait_until("the reason", lambda: "No such device: VRF device mgmt does not exist" in system.log("daemon"), 20)
         served = f"metrics: /metrics is served at 0.0.0.0:{port} in VRF mgmt\n"
         for number in 1, 2:
             self.connect(router, station)

@@ -89,7 +89,7 @@ TEST_F(HttpEndpoint, AddressThatNoInterfaceHasIsNamed) {
 TEST_F(HttpEndpoint, MissingVrfIsNamed) {
   Open({"127.0.0.1", 9, "no-such-vrf"});
   EXPECT_NE(LastLine().find("127.0.0.1:9 in VRF no-such-vrf, which is tried again every 2 s: No such device: "
-                            "there is no VRF device no-such-vrf"),
+                            "VRF device no-such-vrf does not exist"),
             std::string::npos)
       << LastLine();
 }

@@ -35,7 +35,7 @@ std::string advice_for(int error, const Place& place) {
     case EADDRNOTAVAIL:
       return ": no interface" + vrf + " has " + place.address + "; add the address, or configure another one";
     case ENODEV:
-      return ": there is no VRF device " + place.vrf;
+      return ": VRF device " + place.vrf + " does not exist";
     case EPERM:
       return ": binding to a VRF needs Linux 5.7 or the capability CAP_NET_RAW";
     case EACCES:

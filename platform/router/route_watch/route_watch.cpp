@@ -98,7 +98,7 @@ WatchedVrf* Service::change(const std::string& vrf) {
 void Service::end_change(const std::string& vrf) {
   const auto watched = watched_.find(vrf);
   if (watched->second.is_compared()) return mark_changed(vrf);
-  watched->second.evaluate(*model_);  // logs that it is no longer low
+  watched->second.evaluate(*model_);  // logs the recovery
   unlink_tables(vrf);
   check_later(vrf, 0);
   marked_.erase(vrf);
