@@ -213,6 +213,18 @@ void Connection::make_room() {
   if (status == kStatusIncomplete && needed > in_.size()) in_.resize(needed);
 }
 
+void Connection::drain(const std::function<bool(const Message&)>& take) {
+  const Visit visit(this);
+  if (!open() || !fill()) return;
+  Message message;
+  std::size_t used = 0;
+  const auto next = [&] {
+    const OctetSpan data = OctetSpan(in_).subspan(in_start_, in_end_ - in_start_);
+    return parse_frame(data, server_->limits_.max_payload, &message, &used) == kStatusOk;
+  };
+  for (; next() && take(message); used = 0) in_start_ += used;
+}
+
 bool Connection::has_message() const {
   if (in_end_ - in_start_ < kHeaderSize) return false;
   Message message;

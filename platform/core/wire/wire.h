@@ -180,6 +180,9 @@ class Connection : public std::enable_shared_from_this<Connection> {
   // that is answered in steps. Only within a message handler, before which it has not run the event loop.
   void repeat() { repeats_ = true; }
   bool repeats() const { return repeats_; }
+  // Reads once, and passes the messages that this client has sent to `take` until one is not taken: for a
+  // client that another one replaces, before it is closed. Not while a message of it is handled.
+  void drain(const std::function<bool(const Message&)>& take);
   // Closes the connection and logs the reason; null for a normal end. Unsent messages are lost. No effect on
   // a closed connection.
   void close(const char* reason);

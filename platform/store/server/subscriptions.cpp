@@ -36,6 +36,16 @@ const RetainedQueue* find_retained(std::string_view path, std::string_view name)
   return nullptr;
 }
 
+// What the former subscriber has acknowledged is not sent to the one that takes its place. It may not have
+// been handled yet: the order in which clients are handled is not that in which they have sent.
+void replace_subscriber(wire::Connection* former) {
+  const std::shared_ptr<wire::Connection> held = former->shared_from_this();  // reading may end it
+  former->drain([former](const wire::Message& message) {
+    return message.type == kAcknowledge && take_acknowledgement(the_server().get(), *former, message);
+  });
+  former->close("another client subscribed by the same name");
+}
+
 // The queue for a new subscription; a former subscriber of the same name is closed.
 Status find_queue(const wire::Connection& from, std::string_view path, std::string_view name,
                   std::shared_ptr<NotificationQueue>* queue) {
@@ -50,7 +60,7 @@ Status find_queue(const wire::Connection& from, std::string_view path, std::stri
   *queue = retained->queue;
   wire::Connection* connection = the_server()->server.find(find_subscriber(queue->get()));
   if (connection == &from) return kStatusExists;
-  if (connection != nullptr) connection->close("another client subscribed by the same name");
+  if (connection != nullptr) replace_subscriber(connection);
   return kStatusOk;
 }
 

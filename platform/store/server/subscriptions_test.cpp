@@ -1,12 +1,16 @@
 // Tests of provider notifications: queues, windows, subscribers with and without a name.
+#include <poll.h>
+
 #include <future>
 
 #include "platform/core/base/clock.h"
+#include "platform/store/client/async_client.h"
 #include "platform/store/server/notification_queue.h"
 #include "platform/store/server/test_served_store.h"
 
 namespace {
 
+using kvtree::AsyncClient;
 using kvtree::Client;
 using kvtree::kNotificationWindow;
 using kvtree::kPlainQueue;
@@ -149,6 +153,16 @@ class Subscribers : public ServedStore {
   static std::string Next(Client& from) {
     const NotificationResult next = from.next_notification(5000ms);
     return next.status == kStatusOk ? Text(next.record) : err_text(next.status);
+  }
+  static AsyncClient::Arrival Arrival(AsyncClient& at) {
+    AsyncClient::Arrival arrival;
+    pollfd readable{at.fd(), POLLIN, 0};
+    EXPECT_EQ(at.receive(&arrival), kStatusOk);
+    while (arrival.what == AsyncClient::Arrived::kNothing && !HasFailure()) {
+      EXPECT_EQ(poll(&readable, 1, 5000), 1);
+      EXPECT_EQ(at.receive(&arrival), kStatusOk);
+    }
+    return arrival;
   }
   static bool HasNothing(Client& from) { return from.next_notification(1ms).status == kStatusTimedOut; }
 };
@@ -321,6 +335,28 @@ TEST_F(Subscribers, SecondOfOneNameTakesThePlaceOfTheFirst) {
   ASSERT_EQ(second.subscribe(kSubtree, "snmp").status, kStatusOk);
   EXPECT_EQ(client.next_notification(5000ms).status, kStatusNotConnected);
   EXPECT_EQ(Next(second), "1");
+}
+
+// The former one has acknowledged it before it is replaced, even if the server has not read that yet.
+TEST_F(Subscribers, SecondOfOneNameGetsNothingThatTheFirstHasAcknowledged) {
+  Retain();
+  StartAndConnect();
+  const SubscribeResult first = client.subscribe(kSubtree, "snmp");
+  NotifyNumbers(1, 3);
+  for (const char* expected : {"1", "2", "3"}) ASSERT_EQ(Next(client), expected);
+  AsyncClient second(Client::default_socket());
+  ASSERT_EQ(second.connect(), kStatusOk);
+  ASSERT_EQ(second.ask_subscription("/other/", ""), kStatusOk);
+  EXPECT_EQ(Arrival(second).what, AsyncClient::Arrived::kSubscribed);
+  std::promise<void> both_sent;
+  OnStore([&] { both_sent.get_future().wait(); });
+  ASSERT_EQ(second.ask_subscription(kSubtree, "snmp"), kStatusOk);
+  ASSERT_EQ(client.acknowledge(first.subscription, 1), kStatusOk);
+  ASSERT_EQ(client.acknowledge(first.subscription, 2), kStatusOk);
+  both_sent.set_value();
+  EXPECT_EQ(Arrival(second).what, AsyncClient::Arrived::kSubscribed);
+  EXPECT_EQ(Text(Arrival(second).notification.record), "3");
+  EXPECT_EQ(client.next_notification(5000ms).status, kStatusNotConnected);
 }
 
 TEST_F(Subscribers, TwiceByOneNameFromOneClientIsRefused) {
