@@ -14,6 +14,7 @@
 #include "cli/completion.h"
 #include "cli/config/config_command_line.h"
 #include "cli/doctor/doctor.h"
+#include "cli/export/export.h"
 #include "cli/output/json_list.h"
 #include "cli/output/table.h"
 #include "cli/output/wrap.h"
@@ -195,6 +196,7 @@ struct Options {
   ConfigOptions config;
   std::vector<std::string> router_words;
   DoctorRequest doctor;
+  ExportRequest exported;
   std::function<void(const Session&)> command;
 };
 
@@ -419,6 +421,7 @@ void describe(CLI::App& app, Options* options) {
   add_config(app, &options->config, &options->command);
   add_router(app, options);
   add_doctor(app, &options->doctor, &options->command);
+  add_export(app, &options->exported, &options->command);
   app.add_subcommand("help", "Shows the help of a command: help show vrf");
   unmark_words(&app);
 }

@@ -8,6 +8,7 @@
 
 #include "cli/arguments.h"
 #include "cli/doctor/doctor.h"
+#include "cli/export/formats.h"
 #include "cli/show/tables.h"
 #include "cli/vrf/vrf_selection.h"
 #include "platform/config/owners.h"
@@ -186,6 +187,7 @@ Words values_of(const std::string& option, const Request& request) {
   if (option == "--state") return vrf_states();
   if (option == "--protocol") return vrf_protocols();
   if (option == "--sort") return vrf_orders();
+  if (option == "--format") return export_formats();
   if (option == "--only" || option == "--skip") return doctor_checks();
   if (option == "--owner") return {kConfigOwners.begin(), kConfigOwners.end()};
   return {};

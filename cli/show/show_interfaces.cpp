@@ -1,22 +1,19 @@
 // "show interfaces": the VRF interface table, printed batch by batch, with the state and the addresses that
 // the router has of each interface. A daemon that does not state them is of an earlier version.
-#include <fmt/format.h>
-
 #include <map>
 
 #include "cli/commands.h"
 #include "cli/output/mib_json.h"
 #include "cli/output/row_writer.h"
+#include "cli/show/interface_states.h"
 #include "cli/show/tables.h"
 #include "platform/core/text/words.h"
-#include "platform/router/interface_states/records.h"
 
 namespace cli {
 
 namespace {
 
 using interface_states::InterfaceState;
-using interface_states::kInterfaceStateParcel;
 using mib::Interface;
 
 struct RouterState {
@@ -35,53 +32,26 @@ struct InterfaceView {
 class RouterStates {
  public:
   RouterStates(const Session& session, kvtree::Client& client, bool all)
-      : session_(session), client_(client) {
-    if (all) walk();
+      : session_(session), client_(client), is_complete_(all) {
+    if (all) walk_interface_states(session, client, [this](const InterfaceState& state) { add(state); });
   }
 
   const RouterState* find(std::int32_t index) {
-    const auto found = states_.find(static_cast<std::uint32_t>(index));
-    if (found != states_.end()) return &found->second;
-    return is_complete_ ? nullptr : read(static_cast<std::uint32_t>(index));
+    const auto key = static_cast<std::uint32_t>(index);
+    if (!states_.contains(key) && !is_complete_)
+      read_interface_state(session_, client_, key, [this](const InterfaceState& state) { add(state); });
+    const auto found = states_.find(key);
+    return found == states_.end() ? nullptr : &found->second;
   }
 
  private:
-  static std::string path_of(const char* read, std::uint32_t key) {
-    return fmt::format("{}{}/{}", interface_states::kProviderPath, read, key);
-  }
-
-  void walk() {
-    is_complete_ = true;
-    for (std::uint32_t handle = 0;;) {
-      const std::string path = path_of(interface_states::kNext, handle);
-      const kvtree::WalkResult rows = client_.walk(path, kRowBatch);
-      if (rows.status == kStatusUnknownPath || rows.status == kStatusNoSuchRow) return;
-      if (rows.status) throw request_failure(session_, path, rows.status);
-      for (const kvtree::Octets& octets : rows.rows) handle = add(path, octets);
-      if (rows.end || rows.rows.empty()) return;
-    }
-  }
-
-  const RouterState* read(std::uint32_t index) {
-    const std::string path = path_of(interface_states::kIndex, index);
-    const kvtree::GetResult result = client_.get(path);
-    if (result.status == kStatusUnknownPath || result.status == kStatusNoSuchRow) return nullptr;
-    if (result.status) throw request_failure(session_, path, result.status);
-    add(path, result.record);
-    return &states_.at(index);
-  }
-
-  // The interface's handle.
-  std::uint32_t add(const std::string& path, const kvtree::Octets& octets) {
-    const Record<InterfaceState> state(session_, path, kInterfaceStateParcel, octets);
-    states_[state->index] = {state->up != 0, text_or_empty(state->addresses),
-                             text_or_empty(state->description)};
-    return state->handle;
+  void add(const InterfaceState& state) {
+    states_[state.index] = {state.up != 0, text_or_empty(state.addresses), text_or_empty(state.description)};
   }
 
   const Session& session_;
   kvtree::Client& client_;
-  bool is_complete_ = false;
+  const bool is_complete_;
   std::map<std::uint32_t, RouterState> states_;
 };
 

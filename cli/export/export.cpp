@@ -1,0 +1,44 @@
+#include "cli/export/export.h"
+
+#include <CLI/CLI.hpp>
+
+#include "cli/export/formats.h"
+#include "cli/vrf/vpn_instances.h"
+#include "platform/core/text/words.h"
+
+namespace cli {
+
+namespace {
+
+constexpr char kExportFooter[] =
+    "Each VRF has its route distinguisher, its import and export route targets of all address families, and "
+    "its interfaces. docs/export.md describes the forms.\n"
+    "\n"
+    "Examples:\n"
+    "  mplsvpn export --format csv\n"
+    "  mplsvpn export --format napalm | jq '.red.interfaces'\n"
+    "  mplsvpn export --format netbox | jq .route_targets";
+
+void export_vrfs(const Session& session, const ExportRequest& request) {
+  const ExportFormat* const format = find_export_format(request.format);
+  if (format == nullptr) throw Failure(kExitUsage, "--format: no such format: " + request.format);
+  if (session.json && !format->is_json)
+    throw Failure(kExitUsage, "--format " + request.format + " is not JSON: leave out --json");
+  const auto client = connect_to_daemon(session);
+  format->write(read_vpn_instances(session, *client), session.out);
+}
+
+}  // namespace
+
+void add_export(CLI::App& app, ExportRequest* request, std::function<void(const Session&)>* chosen) {
+  CLI::App* command =
+      app.add_subcommand("export", "Prints the VRFs in the form of an inventory or a spreadsheet");
+  command->add_option("--format", request->format, "The form: " + text::alternatives(export_formats()))
+      ->type_name("FORMAT")
+      ->required()
+      ->check(CLI::IsMember(export_formats()).description(""));
+  command->footer(kExportFooter);
+  command->callback([=] { *chosen = [=](const Session& session) { export_vrfs(session, *request); }; });
+}
+
+}  // namespace cli

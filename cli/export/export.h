@@ -1,0 +1,22 @@
+// "mplsvpn export": VRFs for other systems.
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "cli/session.h"
+
+namespace CLI {
+class App;
+}  // namespace CLI
+
+namespace cli {
+
+struct ExportRequest {
+  std::string format{};  // one of export_formats()
+};
+
+// Adds the command; choosing it sets *chosen. The request must live until that is called.
+void add_export(CLI::App& app, ExportRequest* request, std::function<void(const Session&)>* chosen);
+
+}  // namespace cli
