@@ -132,7 +132,8 @@ void config_discard(const Session& session);
 void config_diff(const Session& session);
 
 // Confirms the commit that waits for that.
-void config_confirm(const Session& session);
+// Without a commit's number: the one that waits, whichever it is.
+void config_confirm(const Session& session, const std::string& id);
 
 // The latest commits, or what one changed.
 void config_history(const Session& session, const std::string& id, std::uint32_t most);

@@ -110,6 +110,12 @@ Words commit_ids(const Request& request) {
   return ids;
 }
 
+Words waiting_commit(const Request& request) {
+  if (!request.words.empty()) return {};
+  const KvConfigConfirmation waiting = connect_to_daemon(request.session)->confirmation().confirmation;
+  return waiting.id.empty() ? Words{} : Words{waiting.id};
+}
+
 Words debug_words(const Request& request) {
   if (request.words.size() == 1) return {"on", "off"};
   if (!request.words.empty()) return {};
@@ -171,6 +177,7 @@ const std::map<std::string, Completer>& completers() {
       {"mplsvpn config delete", words_of_items},
       {"mplsvpn config words", words_of_items},
       {"mplsvpn config load", files},
+      {"mplsvpn config confirm", waiting_commit},
       {"mplsvpn config history", commit_ids},
       {"mplsvpn config rollback", commit_ids},
       {"mplsvpn debug", debug_words},

@@ -86,6 +86,15 @@ Failure no_candidate() {
   return {kExitFailed, "no edits are collected; begin a candidate with set, delete or load --candidate"};
 }
 
+Failure does_not_wait(const std::string& id, const KvConfigConfirmation& waiting) {
+  if (id.empty())
+    return {kExitFailed, "no commit waits for its confirmation; \"--confirmed MINUTES\" requires one"};
+  const std::string other =
+      waiting.id.empty() ? "no commit does" : fmt::format("commit {} by {} does", waiting.id, waiting.user);
+  return {kExitFailed,
+          fmt::format("commit {} does not wait for its confirmation; {}", printable(id), printable(other))};
+}
+
 }  // namespace
 
 void config_set(const Session& session, const ConfigEditRequest& request) {
@@ -122,15 +131,15 @@ void config_commit(const Session& session, const ConfigEditRequest& request) {
   copy.apply(candidate.edits());
   const std::vector<KvConfigChange> changes = copy.changes();
   if (!request.force) check_unchanged_since(session, *client, candidate.begun_after(), changes);
+  warn_of_taking_over(session, foresee_changes(session, *client, changes));
   make_commit(session, *client, order_of(request, "commit"), changes);
   candidate.clear();
 }
 
-void config_confirm(const Session& session) {
+void config_confirm(const Session& session, const std::string& id) {
   const auto client = connect_to_daemon(session);
-  const kvtree::ConfirmationResult confirmed = client->confirm();
-  if (confirmed.status == kStatusNoSuchRow)
-    throw Failure(kExitFailed, "no commit waits for its confirmation; \"--confirmed MINUTES\" requires one");
+  const kvtree::ConfirmationResult confirmed = client->confirm(id);
+  if (confirmed.status == kStatusNoSuchRow) throw does_not_wait(id, client->confirmation().confirmation);
   if (confirmed.status == kStatusAccess) throw no_right("change the configuration");
   if (confirmed.status) throw request_failure(session, "config confirm", confirmed.status);
   const KvConfigConfirmation& commit = confirmed.confirmation;

@@ -54,14 +54,24 @@ std::filesystem::path run_directory_of(std::string name) {
   return path.is_absolute() ? path.parent_path() : std::filesystem::path();
 }
 
-// Those of daemons whose run directory no longer exists, such as of tests: nothing else would remove them.
+// The empty ones of daemons whose run directory no longer exists, such as of tests: nothing else would remove
+// them. Edits stay: the service manager removes the run directory whenever it stops a daemon.
 void remove_stale_candidates(const std::filesystem::path& own) {
   std::error_code error;
   for (const auto& entry : std::filesystem::directory_iterator(own.parent_path(), error)) {
     const std::filesystem::path directory = run_directory_of(entry.path().filename());
     if (entry.path() == own || directory.empty()) continue;
+    if (!entry.is_regular_file(error) || entry.file_size(error) > 0 || error) continue;
     if (!std::filesystem::exists(directory, error) && !error) std::filesystem::remove(entry.path(), error);
   }
+}
+
+// Not if it has lost its permissions or belongs to another user.
+bool can_be_opened(const std::string& path) {
+  const int file = open_private_file(path, O_RDWR);
+  if (file < 0) return false;
+  close(file);
+  return true;
 }
 
 constexpr std::string_view kBegunAfter = "# after commit ";
@@ -100,7 +110,7 @@ std::optional<std::size_t> Candidate::discard(const Session& session) {
   std::error_code error;
   const auto type = std::filesystem::symlink_status(path, error).type();
   if (type == std::filesystem::file_type::not_found) return std::nullopt;
-  if (type != std::filesystem::file_type::regular) {
+  if (type != std::filesystem::file_type::regular || !can_be_opened(path)) {
     if (std::filesystem::remove(path, error)) return 0;
     throw Failure(kExitFailed, fmt::format("{}: {}", path, error.message()));
   }

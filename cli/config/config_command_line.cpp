@@ -33,7 +33,7 @@ constexpr char kExamples[] =
     "  mplsvpn config diff\n"
     "  mplsvpn config commit --comment \"new customer\"\n"
     "  mplsvpn config load --confirmed 10 red.conf       undone after 10 minutes, unless you\n"
-    "  mplsvpn config confirm                            confirm it\n"
+    "  mplsvpn config confirm 12                         confirm it\n"
     "  mplsvpn config history 12\n"
     "  mplsvpn config rollback 11";
 
@@ -141,7 +141,10 @@ void add_candidate_commands(const Builder& builder) {
   commit->add_flag("--force", options->edit.force,
                    "Overwrites what was committed since the candidate was begun");
   builder.add("discard", "Drops the candidate", config_discard);
-  builder.add("confirm", "Confirms the commit that --confirmed would undo", config_confirm);
+  CLI::App* confirm =
+      builder.add("confirm", "Confirms the commit that --confirmed would undo",
+                  [options](const Session& session) { config_confirm(session, options->commit); });
+  confirm->add_option("COMMIT", options->commit, "Its number, so that no other one is confirmed");
 }
 
 void add_words(const Builder& builder) {

@@ -77,19 +77,31 @@ TEST_F(ConfigurationCandidate, ThatCannotBeReadIsDropped) {
   EXPECT_EQ(Done("diff"), "");
 }
 
-TEST_F(ConfigurationCandidate, OfADaemonWithoutItsRunDirectoryIsRemoved) {
+TEST_F(ConfigurationCandidate, WithoutPermissionsOrOfAnotherUserIsDropped) {
+  Done("set --candidate vrf red rd 65000:1");
+  const std::string file = CandidateFile();
+  ASSERT_EQ(chmod(file.c_str(), 0), 0);
+  ASSERT_EQ(chown(file.c_str(), geteuid() == 0 ? 12345 : geteuid(), getegid()), 0);
+  EXPECT_THAT(Refused("diff"), HasSubstr(file + ": Permission denied"));
+  Done("discard");
+  EXPECT_EQ(Done("diff"), "");
+}
+
+TEST_F(ConfigurationCandidate, OfADaemonWithoutItsRunDirectoryIsRemovedOnceItIsEmpty) {
   Done("set --candidate vrf red rd 65000:1");
   const std::filesystem::path folder = std::filesystem::path(CandidateFile()).parent_path();
-  const auto candidate = [&](const std::string& socket) {
+  const auto candidate = [&](const std::string& socket, const char* text) {
     const std::filesystem::path file = folder / ("candidate." + kvtree_encode_text(socket));
-    std::ofstream(file) << "set traps all\n";
+    std::ofstream(file) << text;
     return file;
   };
-  const auto stale = candidate("/nowhere/at/all/main");
-  const auto stopped = candidate(Directory() + "/stopped");
+  const auto stale = candidate("/nowhere/at/all/main", "");
+  const auto edits_of_a_stopped = candidate("/nowhere/else/main", "set traps all\n");
+  const auto stopped = candidate(Directory() + "/stopped", "");
   std::ofstream(folder / "notes") << "of the user\n";
   EXPECT_EQ(Done("diff"), "+ vrf red rd 65000:1 ipv4\n");
   EXPECT_FALSE(std::filesystem::exists(stale));
+  EXPECT_TRUE(std::filesystem::exists(edits_of_a_stopped));
   EXPECT_TRUE(std::filesystem::exists(stopped));
   EXPECT_TRUE(std::filesystem::exists(folder / "notes"));
 }

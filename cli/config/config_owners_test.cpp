@@ -28,6 +28,15 @@ TEST_F(ConfigurationOwners, LoadReportsWhatItTakesOver) {
   EXPECT_EQ(Err(), "");
 }
 
+TEST_F(ConfigurationOwners, CommitOfACandidateReportsWhatItTakesOver) {
+  Hold(kConfigOwnerFile, "vrf red description file");
+  Done("load --candidate " + Write(Done("show")));
+  EXPECT_EQ(Done("commit"), "commit 2" + ByMe());
+  EXPECT_THAT(Err(),
+              HasSubstr("warning: the command line takes over items of other owners (1 of file), whose "
+                        "later changes have no effect"));
+}
+
 TEST_F(ConfigurationOwners, RollbackReturnsWhatWasTakenOver) {
   Hold(kConfigOwnerFile, "vrf red description file");
   const std::string before = NewestCommit();
@@ -103,12 +112,16 @@ TEST_F(ConfigurationOwners, CommitWaitsForItsConfirmation) {
             "mplsvpn: no commit waits for its confirmation; \"--confirmed MINUTES\" requires one\n");
   EXPECT_THAT(
       Done("set --confirmed 10 vrf red rd 65000:1"),
-      MatchesRegex("commit 1" + ByMe() + "it is undone at .* unless \"mplsvpn config confirm\" .*\n"));
+      MatchesRegex("commit 1" + ByMe() + "it is undone at .* unless \"mplsvpn config confirm 1\" .*\n"));
   Done("show");
-  EXPECT_THAT(Err(), MatchesRegex("mplsvpn: commit 1 by .* is undone at .* unless .* confirms it\n"));
+  EXPECT_THAT(Err(),
+              MatchesRegex("mplsvpn: commit 1 by .* is undone at .* unless .* confirm 1\" confirms it\n"));
   EXPECT_THAT(Refused("set --confirmed 10 vrf red rd 65000:2"),
               HasSubstr("commit 1 waits for its confirmation"));
-  EXPECT_EQ(Done("confirm"), "commit 1 by " + user_name(geteuid()) + " is confirmed\n");
+  EXPECT_EQ(Refused("confirm 7"), "mplsvpn: commit 7 does not wait for its confirmation; commit 1 by " +
+                                      user_name(geteuid()) + " does\n");
+  EXPECT_EQ(Done("confirm 1"), "commit 1 by " + user_name(geteuid()) + " is confirmed\n");
+  EXPECT_EQ(Refused("confirm 1"), "mplsvpn: commit 1 does not wait for its confirmation; no commit does\n");
   Done("show");
   EXPECT_EQ(Err(), "");
   EXPECT_THAT(Refused("set --confirmed 25h traps all", kExitUsage),

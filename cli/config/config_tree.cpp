@@ -188,8 +188,8 @@ void print_commit(const Session& session, const kvtree::CommitResult& made,
   }
   fmt::print(session.out, "commit {} by {}\n", made.id, printable(made.user));
   if (waiting.id != made.id) return;
-  fmt::print(session.out, "it is undone at {} unless \"mplsvpn config confirm\" confirms it\n",
-             deadline_text(waiting.deadline));
+  fmt::print(session.out, "it is undone at {} unless \"mplsvpn config confirm {}\" confirms it\n",
+             deadline_text(waiting.deadline), waiting.id);
 }
 
 }  // namespace
@@ -217,9 +217,10 @@ void note_confirmation(const Session& session, kvtree::Client& client) {
   if (session.json) return;
   const kvtree::ConfirmationResult asked = client.confirmation();
   if (asked.status || asked.confirmation.id.empty()) return;
-  fmt::print(
-      session.err, "mplsvpn: commit {} by {} is undone at {} unless \"mplsvpn config confirm\" confirms it\n",
-      asked.confirmation.id, printable(asked.confirmation.user), deadline_text(asked.confirmation.deadline));
+  const auto& [id, user, deadline] = asked.confirmation;
+  fmt::print(session.err,
+             "mplsvpn: commit {} by {} is undone at {} unless \"mplsvpn config confirm {}\" confirms it\n",
+             id, printable(user), deadline_text(deadline), id);
 }
 
 }  // namespace cli

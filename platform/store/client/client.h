@@ -159,8 +159,9 @@ class Client {
                       std::chrono::seconds confirmation = {});
   // The commit that waits for its confirmation, or an empty id.
   ConfirmationResult confirmation();
-  // Confirms it: kStatusNoSuchRow if no commit waits, kStatusAccess.
-  ConfirmationResult confirm();
+  // Confirms the commit, or without an id the one that waits: kStatusNoSuchRow if it does not wait,
+  // kStatusAccess.
+  ConfirmationResult confirm(std::string_view id = {});
   // The commits, newest first, from the one before the commit `before` on; an answer may have fewer than
   // `maximum`, as above. kStatusNoSuchRow if `before` is not the id of a commit.
   HistoryResult history(std::uint32_t maximum, std::string_view before = {});

@@ -115,9 +115,9 @@ CommitChangesResult Client::commit_changes(std::string_view id, std::uint32_t ma
 
 namespace {
 
+// The request is begun.
 ConfirmationResult ask_confirmation(Client::Connection* connection, std::uint16_t type) {
   ConfirmationResult result;
-  static_cast<void>(connection->begin(type));
   wire::Reader reader;
   result.status = connection->ask(type, &reader);
   if (result.status != kStatusOk) return result;
@@ -131,10 +131,12 @@ ConfirmationResult ask_confirmation(Client::Connection* connection, std::uint16_
 }  // namespace
 
 ConfirmationResult Client::confirmation() {
+  static_cast<void>(connection_->begin(kConfirmation));
   return ask_confirmation(connection_.get(), kConfirmation);
 }
 
-ConfirmationResult Client::confirm() {
+ConfirmationResult Client::confirm(std::string_view id) {
+  connection_->begin(kConfirm).text(id);
   return ask_confirmation(connection_.get(), kConfirm);
 }
 

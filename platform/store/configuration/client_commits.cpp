@@ -10,6 +10,7 @@
 #include "platform/core/base/clock.h"
 #include "platform/core/base/fault.h"
 #include "platform/core/base/log.h"
+#include "platform/core/files/user_name.h"
 #include "platform/store/commits/commit_queue.h"
 #include "platform/store/configuration/configuration.h"
 #include "platform/store/configuration/value_codec.h"
@@ -108,6 +109,19 @@ void write_confirmation_answer(wire::Octets* answer, Status status, const KvConf
   writer.u64(waiting.deadline);
 }
 
+// An empty id means the commit that waits, whichever it is.
+void confirm(const std::string& named, uid_t user, wire::Octets* answer) {
+  const KvConfigConfirmation waiting = kvtree_config_confirmation();
+  const bool is_meant = !waiting.id.empty() && (named.empty() || named == waiting.id);
+  std::string reason;
+  const Status status = is_meant ? store().node_store->end_confirmation(&reason) : kStatusNoSuchRow;
+  if (status == kStatusOk) {
+    log_notice("configuration", "commit %s by %s is confirmed by %s", waiting.id.c_str(),
+               waiting.user.c_str(), user_name(user).c_str());
+  }
+  write_confirmation_answer(answer, status, waiting);
+}
+
 }  // namespace
 
 bool answer_stage(wire::Connection* from, Reader* request, wire::Octets* answer) {
@@ -150,15 +164,20 @@ bool answer_commit(wire::Connection* from, Reader* request, wire::Octets* answer
   return true;
 }
 
-// On the thread of the commits: a confirmation precedes or follows the commit that undoes what it confirms.
-bool answer_confirm(wire::Connection*, Reader* request, wire::Octets* answer) {
+// On the thread of the commits: a confirmation precedes or follows the commit that undoes what it confirms,
+// and it may take the name service some time to find the user.
+bool answer_confirm(wire::Connection* from, Reader* request, wire::Octets* answer) {
+  const std::string named(request->text());
   if (!request->finished()) return false;
-  const KvConfigConfirmation waiting = kvtree_config_confirmation();
-  std::string reason;
-  Status status = waiting.id.empty() ? kStatusNoSuchRow : kStatusOk;
-  if (status == kStatusOk) status = store().node_store->end_confirmation(&reason);
-  if (status == kStatusOk) log_notice("configuration", "commit %s is confirmed", waiting.id.c_str());
-  write_confirmation_answer(answer, status, waiting);
+  if (store().node_store == nullptr) {
+    write_confirmation_answer(answer, kStatusNoSuchRow, {});
+    return true;
+  }
+  const auto payload = std::make_shared<wire::Octets>();
+  commit_queue(the_server()->manager)
+      .worker()
+      .run([=, user = from->peer().uid] { confirm(named, user, payload.get()); },
+           [payload, later = the_server()->answer_later(*from)] { later.send(*payload); });
   return true;
 }
 

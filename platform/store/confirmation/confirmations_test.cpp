@@ -176,7 +176,11 @@ TEST_F(ServedConfirmations, ClientConfirmsItsCommit) {
   ASSERT_EQ(made.status, kStatusOk);
   EXPECT_EQ(made.user, user_name(geteuid()));
   EXPECT_EQ(client.confirmation().confirmation.id, made.id);
-  const kvtree::ConfirmationResult confirmed = client.confirm();
+  EXPECT_EQ(client.confirm("7").status, kStatusNoSuchRow);
+  CaptureStderr();
+  const kvtree::ConfirmationResult confirmed = client.confirm(made.id);
+  EXPECT_EQ(GetCapturedStderr(), "configuration: commit " + made.id + " by " + made.user +
+                                     " is confirmed by " + user_name(geteuid()) + "\n");
   EXPECT_EQ(confirmed.status, kStatusOk);
   EXPECT_EQ(confirmed.confirmation.id, made.id);
   EXPECT_EQ(confirmed.confirmation.user, made.user);

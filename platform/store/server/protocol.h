@@ -21,7 +21,7 @@
 //                                                         value before or none, owner after text, value
 //                                                         after or none}
 //   kConfirmation   nothing                               id text, user text, deadline u64
-//   kConfirm        nothing                               the same
+//   kConfirm        commit text                           the same
 //   kAcknowledge    subscription u32, sequence u64        has no answer
 //
 // A value is a type u8 (0 present without a value, 1 text, 2 number, 3 tuple), then nothing, a text, a number
@@ -33,7 +33,8 @@
 // or while the changes of earlier commits are still being processed (kCommit).
 //
 // The confirmation of kCommit is how many seconds the commit waits for one before it is undone, 0 if it needs
-// none. kConfirmation answers which commit waits, with an empty id for none; kConfirm confirms it.
+// none. kConfirmation answers which commit waits, with an empty id for none; kConfirm confirms it;
+// with the id of a commit, only that one.
 //
 // An answer whose status is not 0 has nothing after it, except those of kAction and kCommit, which always
 // have their texts. kNotification is sent unasked, with request 0: subscription u32, sequence u64, lost

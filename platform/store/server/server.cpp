@@ -90,7 +90,7 @@ constexpr MessageHandler kHandlers[] = {
     {kHistory, answer_not_agents<answer_on_thread<answer_history>>},
     {kCommitChanges, answer_not_agents<answer_on_thread<answer_commit_changes>>},
     {kConfirmation, answer_not_agents<answer_confirmation>},
-    {kConfirm, answer_changers<answer_on_thread<answer_confirm>>},
+    {kConfirm, answer_changers<answer_confirm>},
 };
 
 }  // namespace

@@ -457,7 +457,7 @@ class PeersOfAnotherUser : public ServedStore {
     Add("stage", kvtree::kStage, [](wire::Writer* to) { to->u8(0), to->u32(0); });
     Add("commit", kvtree::kCommit, [](wire::Writer* to) { to->u32(0), to->text(""); });
     Add("confirmation", kvtree::kConfirmation, [](wire::Writer*) {});
-    Add("confirm", kvtree::kConfirm, [](wire::Writer*) {});
+    Add("confirm", kvtree::kConfirm, [](wire::Writer* to) { to->text(""); });
   }
   ~PeersOfAnotherUser() override {
     wire::find_group = former_;
