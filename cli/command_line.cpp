@@ -15,6 +15,7 @@
 #include "cli/config/config_command_line.h"
 #include "cli/doctor/doctor.h"
 #include "cli/export/export.h"
+#include "cli/graph/graph.h"
 #include "cli/output/json_list.h"
 #include "cli/output/table.h"
 #include "cli/output/wrap.h"
@@ -197,6 +198,7 @@ struct Options {
   std::vector<std::string> router_words;
   DoctorRequest doctor;
   ExportRequest exported;
+  GraphRequest graph;
   std::function<void(const Session&)> command;
 };
 
@@ -422,6 +424,7 @@ void describe(CLI::App& app, Options* options) {
   add_router(app, options);
   add_doctor(app, &options->doctor, &options->command);
   add_export(app, &options->exported, &options->command);
+  add_graph(app, &options->graph, &options->command);
   app.add_subcommand("help", "Shows the help of a command: help show vrf");
   unmark_words(&app);
 }

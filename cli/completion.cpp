@@ -9,6 +9,7 @@
 #include "cli/arguments.h"
 #include "cli/doctor/doctor.h"
 #include "cli/export/formats.h"
+#include "cli/graph/graph.h"
 #include "cli/show/tables.h"
 #include "cli/vrf/vrf_selection.h"
 #include "platform/config/owners.h"
@@ -188,13 +189,13 @@ const std::map<std::string, Completer>& completers() {
   return table;
 }
 
-Words values_of(const std::string& option, const Request& request) {
+Words values_of(const std::string& option, const std::string& command, const Request& request) {
   if (option == "--run-dir" || option == "--socket") return {kFiles};
   if (option == "--name" || option == "--vrf") return vrf_names(request);
   if (option == "--state") return vrf_states();
   if (option == "--protocol") return vrf_protocols();
   if (option == "--sort") return vrf_orders();
-  if (option == "--format") return export_formats();
+  if (option == "--format") return command == "mplsvpn graph" ? graph_formats() : export_formats();
   if (option == "--only" || option == "--skip") return doctor_checks();
   if (option == "--owner") return {kConfigOwners.begin(), kConfigOwners.end()};
   return {};
@@ -268,7 +269,7 @@ class Line {
 
 Words candidates(const Line& line, const Request& request) {
   if (line.is_wrong()) return {};
-  if (!line.option().empty()) return values_of(line.option(), request);
+  if (!line.option().empty()) return values_of(line.option(), full_name(line.command()), request);
   if (line.has_options() && request.begun.starts_with('-')) return option_names(line.command());
   Words names;
   for (const CLI::App* command : subcommands_of(line.command())) names.push_back(command->get_name());

@@ -13,7 +13,7 @@ packages_build=(g++ cmake ninja-build pkg-config libmnl-dev libyaml-dev libabsl-
     nlohmann-json3-dev libsystemd-dev libsnmp-dev libmicrohttpd-dev)
 packages_run=(snmpd snmp snmptrapd iproute2 procps)
 packages_test=(libgtest-dev libgmock-dev python3 ccache git acl smitools man-db zsh fish python3-jsonschema prometheus
-    prometheus-snmp-exporter)
+    prometheus-snmp-exporter graphviz)
 packages_guest=(user-mode-linux kmod frr)
 packages_root=(mmdebstrap)
 packages_clang=(clang-14 clang-format-14 clang-tidy-14 libclang-rt-14-dev)
