@@ -144,8 +144,8 @@ void provide_metrics(EventManager* manager) {
   const daemon_metrics::MetricsSettings& settings = host().settings.metrics;
   if (!settings.is_on) return;
   const Source* source = host().sources.front().get();  // lives as long as the process
-  host().metrics = std::make_unique<daemon_metrics::Exporter>(&host().model, manager, settings, MPLS_VERSION,
-                                                              [source] { return source->corrections(); });
+  host().metrics = std::make_unique<daemon_metrics::Exporter>(
+      &host().model, manager, settings, MPLS_VERSION, [source] { return source->corrections_by_table(); });
 }
 
 // A flood of lines that ends may be followed by none.

@@ -39,6 +39,8 @@ class Source {
   // How much of the model later readings had to correct because changes had not been announced; none for a
   // source without such readings.
   virtual std::optional<std::uint64_t> corrections() const { return std::nullopt; }
+  // The same by place: what existing tables had corrected; empty for a source without such readings.
+  virtual std::vector<process_status::CorrectionFact> corrections_by_table() const { return {}; }
   // Messages that were dropped because they are malformed; none for a source that receives none.
   virtual std::optional<std::uint64_t> malformed() const { return std::nullopt; }
 };

@@ -1,10 +1,9 @@
 // /metrics for Prometheus on the daemon's main event manager, as the settings want it.
 #pragma once
 
-#include <cstdint>
 #include <functional>
-#include <optional>
 #include <string>
+#include <vector>
 
 #include "daemon/metrics/families.h"
 #include "daemon/metrics/settings.h"
@@ -18,7 +17,7 @@ class Exporter {
  public:
   // The version of the daemon, and Facts::corrections.
   Exporter(router::Router* model, EventManager* manager, const MetricsSettings& settings, std::string version,
-           std::function<std::optional<std::uint64_t>()> corrections);
+           std::function<std::vector<process_status::CorrectionFact>()> corrections);
   Exporter(const Exporter&) = delete;
   Exporter& operator=(const Exporter&) = delete;
 

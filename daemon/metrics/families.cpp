@@ -11,7 +11,7 @@ using metrics::Samples;
 using metrics::Type;
 
 template <void (*kAdd)(const Facts& facts, Samples* samples)>
-bool add_once(const Facts& facts, Position* /*position*/, std::size_t /*enough*/, Samples* samples) {
+bool add_once(const Facts& facts, Position* /*position*/, Room* /*room*/, Samples* samples) {
   kAdd(facts, samples);
   return true;
 }
@@ -38,8 +38,11 @@ constexpr FamilyRow kFamilyRows[] = {
      add_once<add_notifications>},
     {{"mplsvpn_notifications_waiting", Type::kGauge, "SNMP notifications that snmpd has not received yet."},
      add_once<add_waiting_notifications>},
+    {{"mplsvpn_request_duration_seconds", Type::kHistogram,
+      "Time from the beginning of a request of a command or an SNMP front end to its answer, by kind."},
+     add_once<add_request_durations>},
     {{"mplsvpn_route_check_corrections_total", Type::kCounter,
-      "Routes and next-hop objects that a check of the kernel's tables had to correct."},
+      "Routes and next-hop objects that a check of the kernel's tables had to correct, by table."},
      add_once<add_corrections>},
     {{"mplsvpn_vrf_info", Type::kGauge,
       "Route distinguisher and unicast tables of a VRF; the value is 1. A table 0 is none."},
@@ -82,12 +85,12 @@ std::span<const FamilyRow> families() {
   return kFamilyRows;
 }
 
-bool Scrape::add_part(std::size_t enough, std::string* text) {
-  while (family_ < families().size() && text->size() < enough) {
+bool Scrape::add_part(Room room, std::string* text) {
+  while (family_ < families().size() && room.rows > 0 && text->size() < room.octets) {
     const FamilyRow& row = families()[family_];
     Samples samples(row.family, text);
     if (!has_begun_) samples.add_header();
-    has_begun_ = !row.add_some(*facts_, &position_, enough, &samples);
+    has_begun_ = !row.add_some(*facts_, &position_, &room, &samples);
     if (has_begun_) continue;
     position_ = {};
     ++family_;

@@ -16,8 +16,8 @@ namespace daemon_metrics {
 
 struct FamilyRow {
   metrics::Family family;
-  // Adds samples from the position on, until there are no more (true) or the text has `enough` octets.
-  bool (*add_some)(const Facts& facts, Position* position, std::size_t enough, metrics::Samples* samples);
+  // Adds samples from the position on, until there are no more (true) or no room is left.
+  bool (*add_some)(const Facts& facts, Position* position, Room* room, metrics::Samples* samples);
 };
 
 std::span<const FamilyRow> families();
@@ -26,8 +26,8 @@ std::span<const FamilyRow> families();
 class Scrape {
  public:
   explicit Scrape(const Facts* facts) : facts_(facts) {}
-  // Appends at least `enough` octets, or what is left; false after the last one.
-  bool add_part(std::size_t enough, std::string* text);
+  // Appends what there is room for, possibly nothing; false after the last one.
+  bool add_part(Room room, std::string* text);
 
  private:
   const Facts* facts_;

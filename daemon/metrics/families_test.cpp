@@ -21,20 +21,20 @@ class MetricsOfTheDaemon : public DaemonTest {
   void SetUp() override {
     DaemonTest::SetUp();
     totals_ = std::make_unique<RouteTotals>(&router_);
-    facts_ = {&router_, totals_.get(), "1.2.3", [] { return std::nullopt; }, true};
+    facts_ = {&router_, totals_.get(), "1.2.3", [this] { return corrections_; }, true};
     Connect();
   }
   void TearDown() override {
     totals_.reset();
     DaemonTest::TearDown();
   }
-  // In parts that are complete from this many octets on.
-  std::string ScrapeInParts(std::size_t enough) {
+  // In parts that are complete from this many octets or rows on.
+  std::string ScrapeInParts(std::size_t octets, std::size_t rows = SIZE_MAX) {
     Scrape scrape(&facts_);
     std::string all;
     for (bool more = true; more;) {
       std::string part;
-      more = scrape.add_part(enough, &part);
+      more = scrape.add_part({octets, rows}, &part);
       all += part;
       parts_ += 1;
       longest_part_ = std::max(longest_part_, part.size());
@@ -53,6 +53,7 @@ class MetricsOfTheDaemon : public DaemonTest {
     Run();
   }
 
+  std::vector<process_status::CorrectionFact> corrections_;
   std::unique_ptr<RouteTotals> totals_;
   Facts facts_{};
   std::size_t parts_ = 0;
@@ -111,6 +112,13 @@ TEST_F(MetricsOfTheDaemon, ProtocolThatLostItsRoutesIsZeroAndStays) {
               HasSubstr("mplsvpn_vrf_route_changes_total{vrf=\"red\",afi=\"ipv6\",change=\"added\"} 0\n"));
 }
 
+TEST_F(MetricsOfTheDaemon, CorrectionsHaveTheirTable) {
+  corrections_ = {{process_status::kNextHopObjects, "", 3}, {"101", "ipv6", 2}};
+  EXPECT_THAT(ScrapeAtOnce(),
+              HasSubstr("mplsvpn_route_check_corrections_total{table=\"nexthop\"} 3\n"
+                        "mplsvpn_route_check_corrections_total{table=\"101\",afi=\"ipv6\"} 2\n"));
+}
+
 TEST_F(MetricsOfTheDaemon, NamesOfVrfsAreEscaped) {
   AddVrf("a\"b\\c\nd");
   Run();
@@ -125,6 +133,18 @@ TEST_F(MetricsOfTheDaemon, PartsMakeTheSameTextAsOnePart) {
   for (const std::size_t enough : {1U, 100U, 1000U}) EXPECT_EQ(ScrapeInParts(enough), whole) << enough;
 }
 
+// VRFs without routes and interfaces of no VRF have no samples in some families.
+TEST_F(MetricsOfTheDaemon, PartsVisitABoundedNumberOfRowsWhateverTheirSamples) {
+  AddVrfs(30);
+  for (int i = 0; i < 30; ++i) AddInterface("ge" + std::to_string(i));
+  Run();
+  const std::string whole = ScrapeAtOnce();
+  parts_ = 0;
+  EXPECT_EQ(ScrapeInParts(SIZE_MAX, 10), whole);
+  const std::size_t vrf_families = 9;
+  EXPECT_GE(parts_, (vrf_families * 30 + 30) / 10);
+}
+
 TEST_F(MetricsOfTheDaemon, PartsAreLittleLongerThanWanted) {
   AddVrfs(100);
   ScrapeInParts(1000);
@@ -136,7 +156,7 @@ TEST_F(MetricsOfTheDaemon, VrfsMayBeDeletedDuringAScrape) {
   AddVrfs(20);
   Scrape scrape(&facts_);
   std::string all;
-  for (int deleted = 0; scrape.add_part(all.size() + 200, &all);) {
+  for (int deleted = 0; scrape.add_part({all.size() + 200, SIZE_MAX}, &all);) {
     if (deleted == 20) continue;
     DeleteVrf("vrf" + std::to_string(deleted++));
     Run();

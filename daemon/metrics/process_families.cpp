@@ -4,6 +4,7 @@
 
 #include "mpls/vpn/mib/src/traps/info.h"
 #include "platform/store/history/history.h"
+#include "platform/store/server/request_durations.h"
 #include "platform/store/status/facts.h"
 
 namespace daemon_metrics {
@@ -31,8 +32,19 @@ void add_waiting_notifications(const Facts& /*facts*/, Samples* samples) {
   samples->add({}, notification_figures().waiting);
 }
 
+void add_request_durations(const Facts& /*facts*/, Samples* samples) {
+  for (const kvtree::RequestDurations::Kind& kind : kvtree::request_durations())
+    kind.durations.add_to(samples, {"request", kind.name});
+}
+
 void add_corrections(const Facts& facts, Samples* samples) {
-  if (const auto corrections = facts.corrections()) samples->add({}, *corrections);
+  for (const process_status::CorrectionFact& each : facts.corrections()) {
+    if (each.family.empty()) {
+      samples->add({{"table", each.table}}, each.count);
+    } else {
+      samples->add({{"table", each.table}, {"afi", each.family}}, each.count);
+    }
+  }
 }
 
 }  // namespace daemon_metrics

@@ -10,6 +10,7 @@ void add_sources_up(const Facts& facts, metrics::Samples* samples);
 void add_source_answers(const Facts& facts, metrics::Samples* samples);
 void add_notifications(const Facts& facts, metrics::Samples* samples);
 void add_waiting_notifications(const Facts& facts, metrics::Samples* samples);
+void add_request_durations(const Facts& facts, metrics::Samples* samples);
 void add_corrections(const Facts& facts, metrics::Samples* samples);
 
 }  // namespace daemon_metrics

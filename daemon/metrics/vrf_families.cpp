@@ -57,9 +57,10 @@ void for_each_family(const VrfFacts& vrf, Visit visit) {
 
 }  // namespace
 
-bool add_each_vrf(const Facts& facts, Position* position, std::size_t enough, Samples* samples, AddVrf add) {
+bool add_each_vrf(const Facts& facts, Position* position, Room* room, Samples* samples, AddVrf add) {
   const VrfNode* node = mpls_vpn_mib_get_next_vrf(position->vrf.c_str());
-  for (; node != nullptr && samples->size() < enough; node = mpls_vpn_mib_get_following_vrf(node)) {
+  for (; node != nullptr && room->is_left(*samples); node = mpls_vpn_mib_get_following_vrf(node)) {
+    --room->rows;
     const router::Vrf* const model = facts.model->find_vrf(node->vrf_name);
     // Between the deletion of a VRF and its notification the database has it and the model does not.
     if (model != nullptr) add({facts, *node->vrf_rec, *model}, samples);
@@ -122,10 +123,10 @@ void add_rd_changes(const VrfFacts& vrf, Samples* samples) {
   samples->add({{"vrf", vrf.model.name}}, vpn_events_counts(vrf.model.name).rd);
 }
 
-bool add_each_watched(const Facts& facts, Position* position, std::size_t enough, Samples* samples,
-                      AddWatched add) {
+bool add_each_watched(const Facts& facts, Position* position, Room* room, Samples* samples, AddWatched add) {
   while (const route_watch::WatchedVrf* const next = route_watch::watched_after(position->vrf)) {
-    if (samples->size() >= enough) return false;
+    if (!room->is_left(*samples)) return false;
+    --room->rows;
     position->vrf = next->name();
     add(facts, *next, samples);
   }
@@ -153,10 +154,11 @@ void add_watched_prefixes(const Facts& /*facts*/, const route_watch::WatchedVrf&
 }
 
 // Interface by interface, so that a VRF with many of them is divided, too.
-bool add_vrf_devices(const Facts& facts, Position* position, std::size_t enough, Samples* samples) {
+bool add_vrf_devices(const Facts& facts, Position* position, Room* room, Samples* samples) {
   if (!facts.with_interfaces) return true;
   while (const router::Interface* const next = facts.model->interface_after(position->interface)) {
-    if (samples->size() >= enough) return false;
+    if (!room->is_left(*samples)) return false;
+    --room->rows;
     position->interface = next->handle;
     if (next->vrf == router::kDefaultVrf || facts.model->find_vrf(next->vrf.view()) == nullptr) continue;
     samples->add({{"vrf", next->vrf.view()}, {"device", next->name.view()}}, 1);

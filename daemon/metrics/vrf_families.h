@@ -23,12 +23,11 @@ struct VrfFacts {
 using AddVrf = void (*)(const VrfFacts& vrf, metrics::Samples* samples);
 
 // Visits the VRFs of the MIB in its order, each with `add`.
-bool add_each_vrf(const Facts& facts, Position* position, std::size_t enough, metrics::Samples* samples,
-                  AddVrf add);
+bool add_each_vrf(const Facts& facts, Position* position, Room* room, metrics::Samples* samples, AddVrf add);
 
 template <AddVrf kAdd>
-bool add_vrfs(const Facts& facts, Position* position, std::size_t enough, metrics::Samples* samples) {
-  return add_each_vrf(facts, position, enough, samples, kAdd);
+bool add_vrfs(const Facts& facts, Position* position, Room* room, metrics::Samples* samples) {
+  return add_each_vrf(facts, position, room, samples, kAdd);
 }
 
 void add_vrf_info(const VrfFacts& vrf, metrics::Samples* samples);
@@ -44,18 +43,18 @@ void add_rd_changes(const VrfFacts& vrf, metrics::Samples* samples);
 // The VRFs whose routes are watched.
 using AddWatched = void (*)(const Facts& facts, const route_watch::WatchedVrf& vrf,
                             metrics::Samples* samples);
-bool add_each_watched(const Facts& facts, Position* position, std::size_t enough, metrics::Samples* samples,
+bool add_each_watched(const Facts& facts, Position* position, Room* room, metrics::Samples* samples,
                       AddWatched add);
 
 template <AddWatched kAdd>
-bool add_watched(const Facts& facts, Position* position, std::size_t enough, metrics::Samples* samples) {
-  return add_each_watched(facts, position, enough, samples, kAdd);
+bool add_watched(const Facts& facts, Position* position, Room* room, metrics::Samples* samples) {
+  return add_each_watched(facts, position, room, samples, kAdd);
 }
 
 // Of VRFs that exist.
 void add_thresholds(const Facts& facts, const route_watch::WatchedVrf& vrf, metrics::Samples* samples);
 void add_watched_prefixes(const Facts& facts, const route_watch::WatchedVrf& vrf, metrics::Samples* samples);
 
-bool add_vrf_devices(const Facts& facts, Position* position, std::size_t enough, metrics::Samples* samples);
+bool add_vrf_devices(const Facts& facts, Position* position, Room* room, metrics::Samples* samples);
 
 }  // namespace daemon_metrics

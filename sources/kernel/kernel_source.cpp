@@ -482,6 +482,17 @@ std::vector<process_status::SourceFact> KernelSource::facts() const {
            state_->problem}};
 }
 
+std::vector<process_status::CorrectionFact> KernelSource::corrections_by_table() const {
+  const kernel::RouteFollower& routes = state_->routes;
+  std::vector<process_status::CorrectionFact> all = {
+      {process_status::kNextHopObjects, "", routes.counters().object_corrections}};
+  for (const auto& [id, count] : routes.table_corrections()) {
+    const char* const family = id.family == router::Family::kIpv4 ? "ipv4" : "ipv6";
+    all.push_back({std::to_string(id.table), family, count});
+  }
+  return all;
+}
+
 KernelSourceCounters KernelSource::counters() const {
   KernelSourceCounters counters = state_->counters;
   counters.routes = state_->routes.counters();

@@ -34,6 +34,7 @@ class KernelSource : public Source {
   std::string describe() const override { return "the kernel"; }
   std::vector<process_status::SourceFact> facts() const override;
   std::optional<std::uint64_t> corrections() const override { return counters().routes.corrections; }
+  std::vector<process_status::CorrectionFact> corrections_by_table() const override;
   std::optional<std::uint64_t> malformed() const override {
     return counters().malformed + counters().routes.malformed;
   }

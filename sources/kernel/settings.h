@@ -32,6 +32,7 @@ struct KernelRouteCounters {
   std::uint64_t unresolved = 0;          // routes with an unknown next-hop object
   // Prefixes and next-hop objects of which a reading showed that the events had not given their state.
   std::uint64_t corrections = 0;
+  std::uint64_t object_corrections = 0;  // ... of next-hop objects
   std::uint64_t malformed = 0;  // messages of routes and next-hop objects, and datagrams, that are malformed
 };
 

@@ -12,6 +12,7 @@ import unittest
 import urllib.parse
 import urllib.request
 
+import wire
 from system import BIN, ROOT, SLOW, System, SystemTest, wait_until
 
 EXAMPLES = ROOT / "examples"
@@ -193,6 +194,31 @@ class Scraped(unittest.TestCase):
                 expression = target["expr"].replace("$instance", ".*").replace("$vrf", ".*")
                 url = f"http://127.0.0.1:{self.prometheus.port}/api/v1/query?" + urllib.parse.urlencode({"query": expression})
                 self.assertEqual(json.loads(fetch(url))["status"], "success", expression)
+
+    def durations(self, part):
+        """{kind of request: value} of a part of the histogram; of the buckets the last one."""
+        label = '",le="+Inf' if part == "bucket" else ""
+        found = re.findall(rf'^mplsvpn_request_duration_seconds_{part}{{request="([^"]+){re.escape(label)}"}} (\S+)$', self.text(), re.MULTILINE)
+        return {kind: float(value) for kind, value in found}
+
+    def test_requests_are_counted_by_kind_with_their_durations(self):
+        before, seconds = self.durations("count"), self.durations("sum")
+        began = time.monotonic()
+        with wire.Client(self.system.folder / "run/dev.mpls.vpn.main") as client:
+            for _ in range(25):
+                client.get("/oper/mpls_vpn/gl/scalars")
+            for _ in range(3):
+                client.action("router", "down", "ge3")
+        took, after = time.monotonic() - began, self.durations("count")
+        grown = {kind: count - before[kind] for kind, count in after.items() if count != before[kind]}
+        self.assertEqual(grown, {"get": 25, "action": 3})
+        sums = {kind: value - seconds[kind] for kind, value in self.durations("sum").items() if value != seconds[kind]}
+        self.assertEqual(set(sums), set(grown))
+        self.assertTrue(0 < sum(sums.values()) < took, (sums, took))
+        # It is answered from another thread.
+        self.system.cli("config", "set", "vrf", "red", "description", "counted", check=True)
+        self.assertEqual(self.durations("count")["commit"], before["commit"] + 1)
+        self.assertEqual(self.durations("bucket"), self.durations("count"))
 
     def test_walks_during_scrapes_and_clients_that_leave_change_nothing(self):
         for _ in range(20):

@@ -38,9 +38,10 @@ struct Answer {
   bool has_more = true;
 };
 
+// 0 for an empty part: the library asks again, at once and in the next iteration of the loop.
 ssize_t read_answer(void* argument, std::uint64_t /*position*/, char* to, std::size_t size) {
   Answer& answer = *static_cast<Answer*>(argument);
-  while (answer.read == answer.part.size()) {
+  if (answer.read == answer.part.size()) {
     if (!answer.has_more) return MHD_CONTENT_READER_END_OF_STREAM;
     answer.part.clear();
     answer.read = 0;

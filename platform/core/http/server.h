@@ -1,8 +1,8 @@
 // An HTTP server for one page on an event manager. libmicrohttpd reads requests and writes answers; its epoll
 // descriptor is one of the manager's, so that it has no thread.
 //
-// An answer is made in parts, each on its own in an iteration of the event loop, so that a long one delays no
-// other work, and a slow client holds one part. Only GET and HEAD are served.
+// An answer is made in parts, each on its own in an iteration of the event loop (of empty ones up to two), so
+// that a long one delays no other work, and a slow client holds one part. Only GET and HEAD are served.
 //
 // At most kMostClients are connected. A further one takes the place of the client that has awaited its own
 // request longest; while all of them read answers, it is closed at once. A client is closed if its request is
@@ -30,7 +30,7 @@ inline constexpr unsigned kMostClients = 16;
 inline constexpr unsigned kIdleSeconds = 10;
 inline constexpr std::size_t kPartSize = 32768;  // octets of a part that is large enough
 
-// Appends the next part of an answer; false if it was the last one.
+// Appends the next part of an answer, which may be empty; false if it was the last one.
 using Parts = std::function<bool(std::string* text)>;
 
 struct Page {

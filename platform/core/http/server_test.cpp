@@ -85,6 +85,15 @@ TEST_F(HttpServer, PartsOfALongAnswerAreStepsOfTheirOwn) {
   EXPECT_EQ(steps.size(), 100U) << "more than one part in a step of the loop";
 }
 
+// The library asks twice when it is run and has nothing to send.
+TEST_F(HttpServer, AStepMakesAtMostTwoEmptyParts) {
+  Serve("", 100);
+  EXPECT_EQ(BodyOf(Ask("/page")), "");
+  ASSERT_EQ(part_steps_.size(), 100U);
+  const std::set<std::uint64_t> steps(part_steps_.begin(), part_steps_.end());
+  EXPECT_GE(steps.size(), 50U);
+}
+
 TEST_F(HttpServer, ClientThatDoesNotReadStopsTheParts) {
   Serve(std::string(kPartSize, 'x'), 10000);
   HttpClient client(manager, port_);

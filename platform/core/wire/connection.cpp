@@ -98,6 +98,7 @@ void Connection::end(const char* reason) {
 
 void Connection::release() {
   held_ = false;
+  if (!handling_) server_->note_answer(*this, clock_monotonic());
   const std::shared_ptr<Connection> self = shared_from_this();
   proceed();
 }
@@ -241,6 +242,13 @@ void Connection::suspend(bool writes_now) {
   if (open()) watch();
 }
 
+void Connection::begin_request(const Message& message) {
+  ++handled_since_read_;
+  is_unanswered_ = true;
+  type_ = message.type;
+  began_ = message.time;
+}
+
 // REQUIRES: has_message().
 void Connection::handle_next() {
   Message message;
@@ -251,7 +259,7 @@ void Connection::handle_next() {
   message.time = server_->now_;
   in_start_ += used;
   incomplete_since_ = 0;
-  if (!std::exchange(repeats_, false)) ++handled_since_read_;
+  if (!std::exchange(repeats_, false)) begin_request(message);
   if (!server_->on_message_(*this, message)) return close("a malformed request");
   if (repeats_) in_start_ -= used;
   if (in_start_ == in_end_) in_start_ = in_end_ = 0;

@@ -160,7 +160,14 @@ std::uint64_t Server::serve(Connection& connection, std::uint64_t now) {
   if (connection.repeats_) return after;
   users_->spend(*connection.user_, 1, after);
   connection.counter_.count(after);
+  note_answer(connection, after);
   return after;
+}
+
+// A client that is held has its answer later.
+void Server::note_answer(Connection& connection, std::uint64_t now) const {
+  if (connection.held_ || !connection.open() || !std::exchange(connection.is_unanswered_, false)) return;
+  if (on_answer_) on_answer_(connection.type_, now - connection.began_);
 }
 
 // A client has begun to wait for the rest of a message.

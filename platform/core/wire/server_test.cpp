@@ -431,5 +431,21 @@ TEST_F(WireServerTest, ClientThatEndedWithinAMessageIsClosedAlthoughAWriteToItFa
   EXPECT_EQ(closed, 1);
 }
 
+TEST_F(WireServerTest, AnswerThatWaitsHasItsTimeWhenItIsSentAndAMalformedRequestHasNone) {
+  ManualClock clock(kNanosecondsPerSecond);
+  std::vector<std::pair<std::uint16_t, std::uint64_t>> times;
+  server->on_answer([&](std::uint16_t type, std::uint64_t time) { times.emplace_back(type, time); });
+  const int client = ConnectRaw();
+  Write(client, Frame(kHeld, 1, {}));
+  Write(client, Frame(kEcho, 2, {}));
+  Write(client, Frame(kMalformed, 3, {}));
+  Step();
+  EXPECT_TRUE(times.empty());
+  clock.advance(7000);
+  ReleaseHeld();
+  Step();
+  EXPECT_EQ(times, (std::vector<std::pair<std::uint16_t, std::uint64_t>>{{kHeld, 7000}, {kEcho, 0}}));
+}
+
 }  // namespace
 }  // namespace wire

@@ -108,6 +108,17 @@ TEST_F(StepsTest, TogetherAreOneRequest) {
   });
 }
 
+TEST_F(StepsTest, AndTheWaitsBetweenThemAreTheTimeOfTheAnswer) {
+  std::map<std::uint32_t, std::uint64_t> times;  // in milliseconds, by type
+  server->on_answer([&](std::uint16_t type, std::uint64_t time) { times[type] += time / kMillisecond; });
+  Request(ConnectRaw(kGreedyUser), 1, 5);
+  Iterate();
+  EXPECT_TRUE(times.empty()) << "it has not been answered";
+  clock.advance(100 * kMillisecond);
+  while (answered.empty()) Iterate();
+  EXPECT_EQ(times[kEcho], 105U);
+}
+
 TEST_F(StepsTest, EndWithTheClient) {
   const int client = ConnectRaw(kGreedyUser);
   Request(client, 1, 100);

@@ -26,6 +26,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "platform/core/base/little_endian.h"
@@ -217,6 +218,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
   void serve();
   void finish_service();
   void suspend(bool writes_now);
+  void begin_request(const Message& message);
   void handle_next();
   void refuse(Status status);
   void write_queue();
@@ -248,6 +250,9 @@ class Connection : public std::enable_shared_from_this<Connection> {
   bool peer_closed_ = false;            // it takes no answers
   bool held_ = false;                   // an answer must be sent first
   bool repeats_ = false;                // the message handled last is handled again
+  bool is_unanswered_ = false;          // the message handled last
+  std::uint16_t type_ = 0;              // ... its type,
+  std::uint64_t began_ = 0;             // and when its handling began
   bool passes_descriptors_ = false;     // with its messages
   bool unchecked_ = false;              // input may be left in the socket unnoticed
   unsigned visits_ = 0;
@@ -285,6 +290,9 @@ class Server {
   // Called once for each client that ends; the reason is logged. The destructor of the server calls it too,
   // so it must not throw.
   using CloseHandler = std::function<void(Connection&)>;
+  // What a message of this type took, in nanoseconds: from when its handling began until its answer was
+  // queued, with all steps of the answer and the waits between them. Not called for a client that has ended.
+  using AnswerHandler = std::function<void(std::uint16_t type, std::uint64_t nanoseconds)>;
 
   // The name appears in log lines ("kvtree: client 3 closed: ...").
   Server(EventManager* manager, std::string name, Limits limits, MessageHandler on_message,
@@ -299,6 +307,7 @@ class Server {
   // the greediest user is closed, if that user has less rights or more clients, else the socket.
   void adopt(int fd);
   void adopt(int fd, Peer peer);
+  void on_answer(AnswerHandler handler) { on_answer_ = std::move(handler); }
   std::size_t client_count() const { return clients_.size(); }
   Connection* find(std::uint64_t id) const;                      // null for an ended connection
   void for_each(const std::function<void(Connection&)>& visit);  // the visitor may close any client
@@ -320,12 +329,14 @@ class Server {
   void schedule_next(std::uint64_t now);
   void stop_rate_timer();
   std::uint64_t serve(Connection& connection, std::uint64_t now);
+  void note_answer(Connection& connection, std::uint64_t now) const;
 
   EventManager* manager_;
   std::string name_;
   Limits limits_;
   MessageHandler on_message_;
   CloseHandler on_close_;
+  AnswerHandler on_answer_;
   bool accepting_ = false;
   std::uint64_t next_id_ = 1;
   std::map<std::uint64_t, std::shared_ptr<Connection>> clients_;

@@ -7,6 +7,7 @@
 // what a client may send and leave unread, and closes those that break the framing. An answer's payload is
 // built in a buffer that the server reuses.
 #include <memory>
+#include <string_view>
 
 #include "platform/core/base/fault.h"
 #include "platform/store/commits/commit_queue.h"
@@ -73,24 +74,25 @@ bool answer_on_thread(wire::Connection* from, Reader* request, wire::Octets* ans
 
 struct MessageHandler {
   std::uint16_t type;
+  std::string_view name;  // in metrics
   bool (*answer)(wire::Connection*, Reader*, wire::Octets*);
 };
 
 constexpr MessageHandler kHandlers[] = {
-    {kGet, answer_get},
-    {kList, answer_list},
-    {kDatalist, answer_datalist},
-    {kWalk, answer_walk},
-    {kColumns, answer_columns},
-    {kAction, answer_action},
-    {kSubscribe, answer_subscribe},
-    {kNodes, answer_not_agents<answer_nodes>},
-    {kStage, answer_stage},
-    {kCommit, answer_commit},
-    {kHistory, answer_not_agents<answer_on_thread<answer_history>>},
-    {kCommitChanges, answer_not_agents<answer_on_thread<answer_commit_changes>>},
-    {kConfirmation, answer_not_agents<answer_confirmation>},
-    {kConfirm, answer_changers<answer_confirm>},
+    {kGet, "get", answer_get},
+    {kList, "list", answer_list},
+    {kDatalist, "datalist", answer_datalist},
+    {kWalk, "walk", answer_walk},
+    {kColumns, "columns", answer_columns},
+    {kAction, "action", answer_action},
+    {kSubscribe, "subscribe", answer_subscribe},
+    {kNodes, "nodes", answer_not_agents<answer_nodes>},
+    {kStage, "stage", answer_stage},
+    {kCommit, "commit", answer_commit},
+    {kHistory, "history", answer_not_agents<answer_on_thread<answer_history>>},
+    {kCommitChanges, "commit-changes", answer_not_agents<answer_on_thread<answer_commit_changes>>},
+    {kConfirmation, "confirmation", answer_not_agents<answer_confirmation>},
+    {kConfirm, "confirm", answer_changers<answer_confirm>},
 };
 
 }  // namespace
@@ -112,7 +114,16 @@ StoreServer::StoreServer(EventManager* on)
       server(
           on, "kvtree", wire::Limits{},
           [this](wire::Connection& from, const wire::Message& message) { return handle(from, message); },
-          [this](wire::Connection& ended) { forget(ended.id()); }) {}
+          [this](wire::Connection& ended) { forget(ended.id()); }) {
+  for (const MessageHandler& handler : kHandlers) durations.add_kind(handler.type, handler.name);
+  server.on_answer(
+      [this](std::uint16_t type, std::uint64_t nanoseconds) { durations.count(type, nanoseconds); });
+}
+
+std::span<const RequestDurations::Kind> request_durations() {
+  return the_server() == nullptr ? std::span<const RequestDurations::Kind>()
+                                 : the_server()->durations.kinds();
+}
 
 void LaterAnswer::send(const wire::Octets& payload) const {
   const std::shared_ptr<wire::Connection> waiting = client.lock();

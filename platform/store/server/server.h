@@ -8,6 +8,7 @@
 
 #include "platform/core/wire/wire.h"
 #include "platform/store/server/notification_queue.h"
+#include "platform/store/server/request_durations.h"
 #include "platform/store/server/store.h"
 
 namespace kvtree {
@@ -54,6 +55,7 @@ struct StoreServer {
   std::unordered_map<std::uint64_t, std::vector<Subscription>> subscriptions;  // by client
   std::unordered_map<std::uint64_t, StagedCommit> staged;                      // by client
   std::unordered_map<std::uint64_t, std::unique_ptr<Unfinished>> unfinished;   // by client
+  RequestDurations durations;
   wire::Server server;
 };
 

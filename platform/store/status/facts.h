@@ -17,6 +17,15 @@ struct SourceFact {
   std::string problem{};          // why it is not up
 };
 
+// What the source of the router had to correct in one place.
+struct CorrectionFact {
+  std::string table;   // its number, or kNextHopObjects
+  std::string family;  // "ipv4" or "ipv6" of a table
+  std::uint64_t count = 0;
+  bool operator==(const CorrectionFact&) const = default;
+};
+inline constexpr char kNextHopObjects[] = "nexthop";
+
 // A database in the state directory.
 struct DatabaseFact {
   std::string name;  // "configuration", "checkpoint"

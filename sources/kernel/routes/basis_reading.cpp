@@ -121,7 +121,7 @@ void RouteFollower::compare_objects() {
 bool RouteFollower::compare_some_objects() {
   compares_ = objects_.adopt_some(objects_seen_, kObjectsPerSlice, &comparison_);
   take_affected(std::exchange(comparison_.affected, {}));
-  if (!compares_ && corrects_) count_corrections(comparison_.differences, "next-hop objects");
+  if (!compares_ && corrects_) count_object_corrections(comparison_.differences);
   return true;
 }
 

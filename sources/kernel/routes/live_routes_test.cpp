@@ -148,6 +148,11 @@ TEST_F(LiveRoutes, ReadingAtTheIntervalCorrectsAndCounts) {
   clock_.advance(600 * kNanosecondsPerSecond);
   EXPECT_THAT(SettledRows(), ElementsAre("192.168.3.0/24 via 10.1.0.2"));
   EXPECT_EQ(Counters().corrections, 2U);
+  const process_status::CorrectionFact of_objects{process_status::kNextHopObjects, ""};
+  const process_status::CorrectionFact of_red{"10", "ipv4", 2};
+  EXPECT_THAT(source_->corrections_by_table(), ElementsAre(of_objects, of_red));
+  ASSERT_EQ(model_.delete_vrf("red"), kStatusOk);
+  EXPECT_THAT(source_->corrections_by_table(), ElementsAre(of_objects)) << "the table is closed";
 }
 
 TEST_F(LiveRoutes, OtherTablesAreIgnored) {

@@ -281,8 +281,9 @@ void RouteFollower::apply(const RouteEvent& event, RouteHistory::Moment moment, 
   if (!lost_sources) {
     const KernelRoute& route = std::get<RouteSeen>(event).route;
     const router::Address prefix{route.family, route.prefix_length, route.destination};
-    count_corrections(
-        1, "table " + std::to_string(route.table) + ": the routes to " + router::format_address(prefix));
+    count_table_corrections(table->first, 1);
+    log_correction("table " + std::to_string(route.table) + ": the routes to " +
+                   router::format_address(prefix));
   }
   reread_soon(table);
 }

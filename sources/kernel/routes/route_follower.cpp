@@ -128,10 +128,17 @@ void RouteFollower::on_listener_failure(EventListener::Failure failure, Status s
               status);
 }
 
-void RouteFollower::count_corrections(std::uint64_t count, const std::string& what) {
+void RouteFollower::count_object_corrections(std::uint64_t count) {
   if (count == 0) return;
   counters_.corrections += count;
-  log_warning("kernel", "%s are corrected; the kernel has not announced how they changed", what.c_str());
+  counters_.object_corrections += count;
+  log_correction("next-hop objects");
+}
+
+void RouteFollower::count_table_corrections(router::RouteTableId table, std::uint64_t count) {
+  if (count == 0) return;
+  counters_.corrections += count;
+  table_corrections_[table] += count;
 }
 
 void RouteFollower::vrf_created(const router::Vrf& vrf) {
@@ -168,6 +175,7 @@ void RouteFollower::drop_tables(const router::Vrf& vrf) {
     dirty_.erase(table);
     walking_.erase(table);
     announced_.erase(table);
+    table_corrections_.erase(table);
   }
 }
 
@@ -189,10 +197,14 @@ bool RouteFollower::account(Table* table) {
   const TableRoutes::Counters counters = table->routes.take_counters();
   counters_.refused += counters.refused;
   counters_.unresolved += counters.unresolved;
-  counters_.corrections += counters.corrections;
+  count_table_corrections(table->routes.id(), counters.corrections);
   store_changed_ = table->routes.take_changed() || store_changed_;
   objects_dirty_ = objects_dirty_ || counters.unresolved != 0;
   return table->routes.take_deferred() || counters.unresolved != 0;
+}
+
+void RouteFollower::log_correction(const std::string& what) {
+  log_warning("kernel", "%s are corrected; the kernel has not announced how they changed", what.c_str());
 }
 
 void RouteFollower::log_failure(const char* what, Status status) {

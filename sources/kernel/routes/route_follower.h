@@ -42,6 +42,9 @@ class RouteFollower final : public router::Observer, private EventListener::Clie
   void stop();
 
   const KernelRouteCounters& counters() const { return counters_; }
+  // The corrections of each table that has had some since it was opened.
+  using Corrections = std::map<router::RouteTableId, std::uint64_t>;
+  const Corrections& table_corrections() const { return table_corrections_; }
   // True when the store has everything that the kernel had announced when its messages were last read.
   bool settled() const;
 
@@ -135,7 +138,8 @@ class RouteFollower final : public router::Observer, private EventListener::Clie
   void adopt_basis(bool in_doubt);
   void compare_objects();
   bool compare_some_objects();
-  void count_corrections(std::uint64_t count, const std::string& what);
+  void count_object_corrections(std::uint64_t count);
+  void count_table_corrections(router::RouteTableId table, std::uint64_t count);
   void basis_failed(Status status);
   void begin_table(Tables::iterator table);
   void continue_table();
@@ -160,6 +164,7 @@ class RouteFollower final : public router::Observer, private EventListener::Clie
   void close_dumps();
   void abandon_reading();
   void log_failure(const char* what, Status status);
+  static void log_correction(const std::string& what);
   unsigned dump_batch() const;
 
   router::Router* model_;
@@ -214,6 +219,7 @@ class RouteFollower final : public router::Observer, private EventListener::Clie
   bool loss_logged_ = false;  // once per series of losses
   bool failure_logged_ = false;
   KernelRouteCounters counters_;
+  Corrections table_corrections_;
 };
 
 }  // namespace kernel
