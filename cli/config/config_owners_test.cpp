@@ -128,6 +128,18 @@ TEST_F(ConfigurationOwners, CommitWaitsForItsConfirmation) {
               HasSubstr("25h is not a time from 1s to 24h"));
 }
 
+TEST_F(ConfigurationOwners, RollbackOfTheWaitingCommitEndsTheWaiting) {
+  Done("set vrf red rd 65000:1");
+  Done("load --confirmed 10 " + Write("set vrf red rd 65000:2\nset traps all\n"));
+  Done("delete traps all");
+  EXPECT_EQ(Err(), "") << "the RD is still to be confirmed";
+  Done("rollback 1");
+  EXPECT_EQ(Err(), "mplsvpn: commit 2" + ByMe().substr(0, ByMe().size() - 1) +
+                       " no longer waits for its confirmation\n");
+  EXPECT_THAT(Refused("confirm"), HasSubstr("no commit waits"));
+  EXPECT_EQ(Done("show"), "set vrf red rd 65000:1 ipv4\n");
+}
+
 TEST_F(ConfigurationOwners, CommitToBeConfirmedHasItsTimeInJson) {
   const Json made = DoneAsJson("set --confirmed 90s vrf red rd 65000:1");
   EXPECT_EQ(made["commit"], 1);

@@ -192,15 +192,27 @@ void print_commit(const Session& session, const kvtree::CommitResult& made,
              deadline_text(waiting.deadline), waiting.id);
 }
 
+// Later commits changed all that it set, this one the last of it.
+void note_end_of_waiting(const Session& session, const KvConfigConfirmation& before) {
+  fmt::print(session.err, "mplsvpn: commit {} by {} no longer waits for its confirmation\n", before.id,
+             printable(before.user));
+}
+
 }  // namespace
 
 void make_commit(const Session& session, kvtree::Client& client, const CommitOrder& order,
                  const std::vector<KvConfigChange>& changes) {
   kvtree::CommitResult made;
-  if (!changes.empty()) made = ask_for_commit(session, client, order, changes);
+  KvConfigConfirmation before;
+  if (!changes.empty()) {
+    before = client.confirmation().confirmation;
+    made = ask_for_commit(session, client, order, changes);
+  }
   KvConfigConfirmation waiting;
-  if (order.confirmed.count() > 0 && !made.id.empty()) waiting = client.confirmation().confirmation;
+  const bool may_have_changed = order.confirmed.count() > 0 || !before.id.empty();
+  if (may_have_changed && !made.id.empty()) waiting = client.confirmation().confirmation;
   print_commit(session, made, waiting);
+  if (!made.id.empty() && !before.id.empty() && waiting.id != before.id) note_end_of_waiting(session, before);
 }
 
 Json commit_json(const std::string& id) {

@@ -8,7 +8,6 @@
 #include "platform/core/base/log.h"
 #include "platform/core/files/user_name.h"
 #include "platform/store/commits/application.h"
-#include "platform/store/confirmation/undoing.h"
 #include "platform/store/server/store.h"
 
 namespace kvtree {
@@ -73,20 +72,6 @@ Proposal propose_replacement(std::size_t owner, std::vector<ProposedChange> want
   return {std::move(changes), true};
 }
 
-using OwnersChanges = std::vector<KvConfigChange>;
-
-// The first owner's values before the commit that is undone. `changes` outlives the result.
-Status propose_undoing(const CommitRequest& request, NodeStore* node_store, OwnersChanges* changes,
-                       std::string* error) {
-  std::vector<KvConfigCommitChange> made;
-  if (const Status status = node_store->changes(request.undone, {}, &made)) {
-    *error = "its changes cannot be read";
-    return status;
-  }
-  *changes = undoing_changes(made, store().configuration);
-  return kStatusOk;
-}
-
 bool waits_for_confirmation(const std::string& id, NodeStore* node_store) {
   const std::optional<Confirmation> waiting = node_store->confirmation();
   return waiting && std::to_string(waiting->commit) == id;
@@ -103,10 +88,9 @@ Status check_confirmation(const CommitRequest& request, NodeStore* node_store, s
 Status plan(const CommitRequest& request, NodeStore* node_store, CommitPlan* plan, std::string* error) {
   if (const Status status = check_confirmation(request, node_store, error)) return status;
   const bool is_replacement = request.nodes != nullptr;
-  OwnersChanges undoing;
-  if (!request.undone.empty() && waits_for_confirmation(request.undone, node_store)) {
-    if (const Status status = propose_undoing(request, node_store, &undoing, error)) return status;
-  }
+  std::vector<KvConfigChange> undoing;
+  if (!request.undone.empty() && waits_for_confirmation(request.undone, node_store))
+    undoing = node_store->undo_waiting_commit(store().configuration);
   const Proposal proposal = is_replacement
                                 ? propose_replacement(find_owner(request.owner), wanted_of(*request.nodes))
                                 : proposal_of(request.undone.empty() ? *request.changes : undoing);

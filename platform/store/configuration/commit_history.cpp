@@ -143,22 +143,24 @@ bool NodeStore::forget_oldest(Sizes* sizes) {
   return forget_beyond_limits(true, sizes) && forget_beyond_limits(false, sizes);
 }
 
-// A commit that is not folded, or that waits for its confirmation, is still needed.
+// A commit that is not folded is still needed; one that waits for its confirmation, only for that.
 bool NodeStore::forget_beyond_limits(bool of_clients, Sizes* sizes) {
   while (sizes->of(of_clients).is_too_large()) {
     sqlite::Statement oldest(database_.get(),
-                             "SELECT id, octets, folded FROM log WHERE changes > 0 AND (owner = ?1) = ?2 AND "
-                             "id NOT IN (SELECT commit_id FROM confirmation) ORDER BY id LIMIT 1");
+                             "SELECT id, octets, folded, id IN (SELECT commit_id FROM confirmation) FROM log "
+                             "WHERE changes > 0 AND (owner = ?1) = ?2 ORDER BY id LIMIT 1");
     oldest.bind_text(1, client_owner());
     oldest.bind(2, of_clients ? 1 : 0);
     const int code = oldest.step();
     if (code == SQLITE_DONE || (code == SQLITE_ROW && oldest.integer(2) == 0)) return true;
     if (code != SQLITE_ROW) return fail_write();
     const std::int64_t id = oldest.integer(0);
+    const bool is_waiting = oldest.integer(3) != 0;
     Size& size = sizes->of(of_clients);
     --size.commits;
     size.octets -= static_cast<std::size_t>(oldest.integer(1));
-    if (!forget(id) || (of_clients && !forget_others_before(id, &sizes->others))) return false;
+    if (!(is_waiting ? hide(id) : forget(id)) || (of_clients && !forget_others_before(id, &sizes->others)))
+      return false;
   }
   return true;
 }

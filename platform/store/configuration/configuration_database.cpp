@@ -2,7 +2,8 @@
 // lost. The application id identifies our files, the version their format; both, and a check of the whole
 // file, precede any reading or writing. The values of version 1 (one per path) belonged to the owner of
 // clients' commits; version 2 did not have the order of notifications, version 3 no checksums, version 4
-// neither users, suppressed nodes nor confirmations. A migration is one transaction. Columns that were added
+// neither users, suppressed nodes nor confirmations, version 5 not `later_change`, and fewer columns in the
+// quarantine. A migration is one transaction. Columns that were added
 // follow the others, so that the rows of a migrated file are those of a new one.
 //
 // Tables. node: a value per owner and path; a number is an INTEGER, a text a TEXT, a tuple a BLOB of
@@ -12,8 +13,9 @@
 // only until they are folded), whether the rows of `node` include it (folded), and the user's name, empty for
 // commits of no user. content: the changes of a commit, encoded by commit_codec.h. confirmation: the commit
 // that is undone unless it is confirmed, with the end of the time for it and its length, both in nanoseconds.
-// Each row of them has a checksum of its other columns (row_checksum.h). quarantine_commit and
-// quarantine_node exist once something was moved there (node_store.cpp).
+// later_change: the paths of that commit which a later one of its owner changed. Each row of them has a
+// checksum of its other columns (row_checksum.h). quarantine_commit and quarantine_node exist in migrated
+// files and once something was moved there (node_store.cpp).
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -29,13 +31,15 @@ namespace kvtree {
 namespace {
 
 constexpr int kApplicationId = 0x4d56434e;  // "MVCN"
-constexpr int kVersion = 5;
-static_assert(kApplicationId == 1297498958 && kVersion == 5);
+constexpr int kVersion = 6;
+static_assert(kApplicationId == 1297498958 && kVersion == 6);
 constexpr int kNewerVersion = SQLITE_SCHEMA;  // no statement of ours results in it
 
 #define MAKE_CONFIRMATION                                                                         \
   "CREATE TABLE confirmation(commit_id INTEGER PRIMARY KEY, deadline INTEGER NOT NULL, duration " \
   "INTEGER NOT NULL, checksum INTEGER NOT NULL);"
+#define MAKE_LATER_CHANGE \
+  "CREATE TABLE later_change(path TEXT PRIMARY KEY, checksum INTEGER NOT NULL) WITHOUT ROWID;"
 #define MAKE_TABLES                                                                                     \
   "CREATE TABLE node(path TEXT NOT NULL, owner TEXT NOT NULL, value, told INTEGER NOT NULL, "           \
   "checksum INTEGER NOT NULL, suppressed INTEGER NOT NULL DEFAULT 0, PRIMARY KEY(path, owner)) "        \
@@ -44,8 +48,8 @@ constexpr int kNewerVersion = SQLITE_SCHEMA;  // no statement of ours results in
   "NULL, comment TEXT NOT NULL, changes INTEGER NOT NULL, octets INTEGER NOT NULL, folded INTEGER NOT " \
   "NULL, checksum INTEGER NOT NULL, user TEXT NOT NULL DEFAULT '');"                                    \
   "CREATE TABLE content(id INTEGER PRIMARY KEY, octets BLOB NOT NULL, checksum INTEGER NOT "            \
-  "NULL);" MAKE_CONFIRMATION
-#define SET_VERSION "PRAGMA application_id = 1297498958; PRAGMA user_version = 5; COMMIT;"
+  "NULL);" MAKE_CONFIRMATION MAKE_LATER_CHANGE
+#define SET_VERSION "PRAGMA application_id = 1297498958; PRAGMA user_version = 6; COMMIT;"
 #define NODE_CHECKSUM "row_checksum(path, owner, value, told, suppressed)"
 #define NODE_CHECKSUM_4 "row_checksum(path, owner, value, told)"
 #define LOG_COLUMNS_4 "id, time, owner, comment, changes, octets, folded"
@@ -57,6 +61,13 @@ constexpr int kNewerVersion = SQLITE_SCHEMA;  // no statement of ours results in
 #define ADD_COLUMNS                                                    \
   "ALTER TABLE node ADD COLUMN suppressed INTEGER NOT NULL DEFAULT 0;" \
   "ALTER TABLE log ADD COLUMN user TEXT NOT NULL DEFAULT '';" MAKE_CONFIRMATION
+// A file has them if something was moved there.
+#define ADD_QUARANTINE_COLUMNS                                                                      \
+  "CREATE TABLE IF NOT EXISTS quarantine_commit(id, time, owner, comment, changes, octets);"        \
+  "CREATE TABLE IF NOT EXISTS quarantine_node(path, owner, value, told);"                           \
+  "ALTER TABLE quarantine_commit ADD COLUMN user; ALTER TABLE quarantine_commit ADD COLUMN folded;" \
+  "ALTER TABLE quarantine_node ADD COLUMN suppressed;"
+#define ADD_TO_FIFTH MAKE_LATER_CHANGE ADD_QUARANTINE_COLUMNS
 #define SIGN_ROWS                                       \
   "UPDATE node SET checksum = " NODE_CHECKSUM           \
   ";"                                                   \
@@ -77,12 +88,15 @@ constexpr char kCopyFirst[] =
 constexpr char kFinishFirst[] = "DROP TABLE former;" SET_VERSION;
 // From the second version on.
 constexpr const char* kMigrations[] = {
-    "BEGIN; ALTER TABLE node ADD COLUMN told INTEGER NOT NULL DEFAULT 0;" ADD_CHECKSUMS ADD_COLUMNS SIGN_ROWS
-        SET_VERSION,
-    "BEGIN;" ADD_CHECKSUMS ADD_COLUMNS SIGN_ROWS SET_VERSION,
-    "BEGIN;" ADD_COLUMNS SIGN_SOUND_ROWS SET_VERSION};
+    "BEGIN; ALTER TABLE node ADD COLUMN told INTEGER NOT NULL DEFAULT 0;" ADD_CHECKSUMS ADD_COLUMNS
+        ADD_TO_FIFTH SIGN_ROWS SET_VERSION,
+    "BEGIN;" ADD_CHECKSUMS ADD_COLUMNS ADD_TO_FIFTH SIGN_ROWS SET_VERSION,
+    "BEGIN;" ADD_COLUMNS ADD_TO_FIFTH SIGN_SOUND_ROWS SET_VERSION, "BEGIN;" ADD_TO_FIFTH SET_VERSION};
 static_assert(std::size(kMigrations) == kVersion - 2);
 #undef MAKE_CONFIRMATION
+#undef MAKE_LATER_CHANGE
+#undef ADD_QUARANTINE_COLUMNS
+#undef ADD_TO_FIFTH
 #undef MAKE_TABLES
 #undef SET_VERSION
 #undef ADD_CHECKSUMS
@@ -94,14 +108,21 @@ static_assert(std::size(kMigrations) == kVersion - 2);
   "SELECT node.path, node.owner, node.value, node.told, log.id, log.time, log.owner, log.comment, " \
   "log.changes, log.octets, log.folded, content.id, content.octets"
 #define PROBE_FOURTH PROBE_THIRD ", node.checksum, log.checksum, content.checksum"
+#define PROBE_FIFTH                                                                                     \
+  PROBE_FOURTH                                                                                          \
+  ", node.suppressed, log.user, confirmation.commit_id, confirmation.deadline, confirmation.duration, " \
+  "confirmation.checksum"
 // By version.
 constexpr const char* kProbes[] = {
-    "SELECT path, value FROM node", "SELECT path, owner, value FROM node",
-    PROBE_THIRD " FROM node, log, content", PROBE_FOURTH " FROM node, log, content",
-    PROBE_FOURTH
-    ", node.suppressed, log.user, confirmation.commit_id, confirmation.deadline, confirmation.duration, "
-    "confirmation.checksum FROM node, log, content, confirmation"};
+    "SELECT path, value FROM node",
+    "SELECT path, owner, value FROM node",
+    PROBE_THIRD " FROM node, log, content",
+    PROBE_FOURTH " FROM node, log, content",
+    PROBE_FIFTH " FROM node, log, content, confirmation",
+    PROBE_FIFTH
+    ", later_change.path, later_change.checksum FROM node, log, content, confirmation, later_change"};
 static_assert(std::size(kProbes) == kVersion);
+#undef PROBE_FIFTH
 #undef PROBE_THIRD
 #undef PROBE_FOURTH
 // `told` starts with an id (node_store.cpp).
@@ -219,9 +240,14 @@ constexpr sqlite::RowCopy kCopyConfirmation = {
     "SELECT commit_id, deadline, duration, checksum FROM confirmation ORDER BY commit_id",
     "SELECT commit_id, deadline, duration, checksum FROM confirmation ORDER BY commit_id DESC",
     "INSERT OR IGNORE INTO confirmation SELECT ?1, ?2, ?3, ?4 WHERE ?4 = row_checksum(?1, ?2, ?3)"};
+constexpr sqlite::RowCopy kCopyLaterChanges = {
+    "SELECT path, checksum FROM later_change ORDER BY path",
+    "SELECT path, checksum FROM later_change ORDER BY path DESC",
+    "INSERT OR IGNORE INTO later_change SELECT ?1, ?2 WHERE ?2 = row_checksum(?1)"};
 constexpr sqlite::RowCopy kCopies[] = {COPY_NODES("value, told, suppressed", "checksum"),
                                        COPY_LOG(LOG_COLUMNS, "checksum"), COPY_CONTENT("checksum"),
-                                       kCopyConfirmation};
+                                       kCopyConfirmation, kCopyLaterChanges};
+constexpr std::span kCopiesFifth = std::span(kCopies).first<4>();
 // No checksum, which matches nothing, for a damaged row.
 constexpr sqlite::RowCopy kCopiesFourth[] = {
     COPY_NODES("value, told, 0", "CASE checksum WHEN " NODE_CHECKSUM_4 " THEN " NEW_NODE_CHECKSUM " END"),
@@ -247,6 +273,7 @@ constexpr sqlite::RowCopy kCopiesSecond[] = {
 constexpr char kKeepIds[] =
     "DELETE FROM content WHERE id NOT IN (SELECT id FROM log);"
     "DELETE FROM confirmation WHERE commit_id NOT IN (SELECT id FROM log);"
+    "DELETE FROM later_change WHERE NOT EXISTS (SELECT 1 FROM confirmation);"
     "INSERT INTO sqlite_sequence SELECT 'log', 0 WHERE NOT EXISTS (SELECT 1 FROM sqlite_sequence WHERE name "
     "= "
     "'log');"
@@ -257,13 +284,14 @@ constexpr char kKeepIds[] =
 constexpr sqlite::Salvage kSalvage[] = {{kMake, kCopiesSecond, kKeepIds},
                                         {kMake, kCopiesThird, kKeepIds},
                                         {kMake, kCopiesFourth, kKeepIds},
+                                        {kMake, kCopiesFifth, kKeepIds},
                                         {kMake, kCopies, kKeepIds}};
 static_assert(std::size(kSalvage) == kVersion - 1);
 
-// A file whose first page is damaged is of this version or of the former one, whose rows have checksums, too:
-// at an upgrade the former release has written it.
-constexpr sqlite::RowCopy kCopiesOfEither[] = {kCopies[0], kCopies[1],       kCopies[2],
-                                               kCopies[3], kCopiesFourth[0], kCopiesFourth[1]};
+// A file whose first page is damaged is of this version or of a former one whose rows have checksums, too: at
+// an upgrade the former release has written it.
+constexpr sqlite::RowCopy kCopiesOfEither[] = {kCopies[0], kCopies[1],       kCopies[2],      kCopies[3],
+                                               kCopies[4], kCopiesFourth[0], kCopiesFourth[1]};
 constexpr sqlite::Salvage kSalvageOfEither = {kMake, kCopiesOfEither, kKeepIds};
 
 const sqlite::Salvage& find_salvage(std::int64_t version) {

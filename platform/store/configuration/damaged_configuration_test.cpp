@@ -42,10 +42,13 @@ constexpr char kThirdVersion[] =
 
 constexpr std::array kFormerOwners = {KvConfigOwner{"cli", 0}, KvConfigOwner{"file", 1}};
 
-// The file that the program which wrote version 4 made of a router file and an operator's commands.
-std::string fourth_version() {
-  std::ifstream dump("tests/data/configuration_v4.sql");
+// The files that the programs which wrote these versions made of a router file and an operator's commands.
+std::string dump_of(const char* file) {
+  std::ifstream dump(std::string("tests/data/") + file);
   return {std::istreambuf_iterator<char>(dump), {}};
+}
+std::string fourth_version() {
+  return dump_of("configuration_v4.sql");
 }
 
 TEST_F(ConfigTest, FourthVersionWithADamagedFirstPageLosesNothing) {
@@ -85,6 +88,27 @@ TEST_F(ConfigTest, FourthVersionIsMigrated) {
   }
   Make("cli", {SetTo("/cfg/a", "x")}, "");
   EXPECT_EQ(id, "8");
+}
+
+// It has a damaged row in quarantine and a commit that waits for its confirmation.
+TEST_F(ConfigTest, FifthVersionIsMigrated) {
+  const std::string sql = dump_of("configuration_v5.sql");
+  ASSERT_THAT(sql, HasSubstr("PRAGMA user_version = 5"));
+  Execute(sql + "UPDATE node SET value = 'wrong' WHERE path LIKE '%rd'");
+  ASSERT_EQ(kvtree_config_register_owners(kFormerOwners), kStatusOk);
+  CaptureStderr();
+  ASSERT_EQ(Keep(), kStatusOk);
+  EXPECT_THAT(GetCapturedStderr(), HasSubstr("1 rows of nodes are damaged"));
+  for (int start = 0; start < 2; ++start) {
+    EXPECT_THAT(Owned("cli"), SizeIs(2));
+    EXPECT_THAT(Effective(), SizeIs(1)) << "one node is suppressed";
+    EXPECT_THAT(History(), SizeIs(5));
+    EXPECT_EQ(kvtree_config_confirmation().id, "5");
+    Restart();
+  }
+  Execute(
+      "CREATE TABLE expected(n CHECK(n = 2)); INSERT INTO expected SELECT count(*) FROM quarantine_node; "
+      "INSERT INTO expected SELECT 2 + suppressed FROM quarantine_node WHERE value = 'wrong'");
 }
 
 class FormerVersion : public ConfigTest, public ::testing::WithParamInterface<const char*> {};
@@ -153,6 +177,14 @@ TEST_F(DamagedRow, NodeIsQuarantinedAndTheOthersAreEffective) {
                            "quarantine_node WHERE value = 'v'"),
             "");
   EXPECT_THAT(Effective(), ElementsAre("/cfg/a=s", "/cfg/b=x", "/cfg/c=y"));
+}
+
+TEST_F(DamagedRow, QuarantineHasEveryColumn) {
+  EXPECT_THAT(StartDamagedBy("UPDATE node SET suppressed = 1 WHERE path = '/cfg/b'"), HasSubstr("damaged"));
+  EXPECT_THAT(StartDamagedBy("UPDATE log SET user = 'eve', folded = 0 WHERE id = 2"), HasSubstr("commit 2"));
+  Execute(
+      "CREATE TABLE expected(n CHECK(n = 1)); INSERT INTO expected SELECT suppressed FROM quarantine_node; "
+      "INSERT INTO expected SELECT user = 'eve' AND folded = 0 AND id = 2 FROM quarantine_commit");
 }
 
 TEST_F(DamagedRow, EveryColumnOfANodeMatters) {

@@ -28,8 +28,8 @@ static_assert(kMaxConfigChanges <= kLastPlace);
 constexpr Status kOperatorsStatuses[] = {ENOSPC, EDQUOT, EROFS, EMFILE, ENFILE, kStatusNoMemory};
 
 constexpr char kMakeQuarantine[] =
-    "CREATE TABLE IF NOT EXISTS quarantine_commit(id, time, owner, comment, changes, octets);"
-    "CREATE TABLE IF NOT EXISTS quarantine_node(path, owner, value, told)";
+    "CREATE TABLE IF NOT EXISTS quarantine_commit(id, time, owner, comment, changes, octets, user, folded);"
+    "CREATE TABLE IF NOT EXISTS quarantine_node(path, owner, value, told, suppressed)";
 
 #define NODE_CHECKSUM "row_checksum(path, owner, value, told, suppressed)"
 #define LOG_CHECKSUM "row_checksum(id, time, owner, comment, changes, octets, folded, user)"
@@ -208,9 +208,10 @@ Status NodeStore::for_each(const Visitor& visit) {
 // A failure fails the start: at the next one the commit would follow those that were made after it.
 Status NodeStore::quarantine_commit(std::int64_t id, const char* consequence) {
   const auto move = [this, id] {
-    sqlite::Statement copy(database_.get(),
-                           "INSERT INTO quarantine_commit SELECT log.id, time, owner, comment, changes, "
-                           "content.octets FROM log LEFT JOIN content USING (id) WHERE log.id = ?");
+    sqlite::Statement copy(
+        database_.get(),
+        "INSERT INTO quarantine_commit SELECT log.id, time, owner, comment, changes, "
+        "content.octets, user, folded FROM log LEFT JOIN content USING (id) WHERE log.id = ?");
     copy.bind(1, id);
     return run(copy) && forget(id);
   };
@@ -237,8 +238,8 @@ Status NodeStore::quarantine_damaged_commits() {
   }
   const auto move_their_contents = [this] {
     return execute(
-        "INSERT INTO quarantine_commit SELECT id, NULL, NULL, NULL, NULL, octets FROM content WHERE id "
-        "NOT IN (SELECT id FROM log); DELETE FROM content WHERE id NOT IN (SELECT id FROM log)");
+        "INSERT INTO quarantine_commit SELECT id, NULL, NULL, NULL, NULL, octets, NULL, NULL FROM content "
+        "WHERE id NOT IN (SELECT id FROM log); DELETE FROM content WHERE id NOT IN (SELECT id FROM log)");
   };
   const bool is_moved = damaged.empty() || quarantine(move_their_contents);
   return is_moved ? kStatusOk : fail_quarantine("the contents of a damaged commit");
@@ -248,8 +249,8 @@ Status NodeStore::quarantine_damaged_commits() {
 void NodeStore::quarantine_damaged_rows(const std::string& first) {
   int rows = 0;
   const auto move = [this, &rows] {
-    if (!execute("INSERT INTO quarantine_node SELECT path, owner, value, told FROM node WHERE checksum "
-                 "<> " NODE_CHECKSUM))
+    if (!execute("INSERT INTO quarantine_node SELECT path, owner, value, told, suppressed FROM node WHERE "
+                 "checksum <> " NODE_CHECKSUM))
       return false;
     rows = sqlite3_changes(database_.get());
     return execute("DELETE FROM node WHERE checksum <> " NODE_CHECKSUM);
@@ -269,7 +270,7 @@ void NodeStore::quarantine_damaged_rows(const std::string& first) {
 void NodeStore::quarantine_row(const std::string& path, const std::string& owner) {
   const auto move = [&] {
     for (const char* sql :
-         {"INSERT INTO quarantine_node SELECT path, owner, value, told FROM node WHERE path "
+         {"INSERT INTO quarantine_node SELECT path, owner, value, told, suppressed FROM node WHERE path "
           "= ? AND owner = ?",
           "DELETE FROM node WHERE path = ? AND owner = ?"}) {
       sqlite::Statement statement(database_.get(), sql);
@@ -290,7 +291,12 @@ void NodeStore::quarantine_row(const std::string& path, const std::string& owner
 }
 
 bool NodeStore::quarantine(const std::function<bool()>& move) {
-  if (execute("BEGIN IMMEDIATE") && execute(kMakeQuarantine) && move() && execute("COMMIT")) return true;
+  return transact([&] { return execute(kMakeQuarantine) && move(); });
+}
+
+// After a failure the reason is that of `change`.
+bool NodeStore::transact(const std::function<bool()>& change) {
+  if (execute("BEGIN IMMEDIATE") && change() && execute("COMMIT")) return true;
   const std::string reason = std::move(write_error_);
   roll_back();
   write_error_ = reason;
@@ -334,7 +340,7 @@ Status NodeStore::write_plan(const SharedPlan& plan, const CommitHead& head, std
     return write_status_;
   }
   sizes_ = sizes;
-  note_confirmation(number, *plan, head);
+  note_confirmation(number, plan, head);
   if (!folded) add_unfolded(number, plan);
   if (plan->listed_changes > 0) *id = std::to_string(number);
   return kStatusOk;

@@ -19,6 +19,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <unordered_set>
 #include <vector>
 
 #include "platform/core/sqlite/sqlite.h"
@@ -92,6 +93,8 @@ class NodeStore {
   std::optional<Confirmation> confirmation();
   // The commit, which waits for it, is confirmed. *reason as for write().
   [[nodiscard]] Status end_confirmation(std::string* reason);
+  // The changes of the first owner that undo the commit that waits, where no later commit changed the node.
+  std::vector<KvConfigChange> undo_waiting_commit(const ConfigTree& tree);
 
   // configuration.h; fault points are the callers'.
   [[nodiscard]] Status history(std::uint32_t maximum, std::string_view before,
@@ -128,6 +131,7 @@ class NodeStore {
   void quarantine_damaged_rows(const std::string& first);
   void quarantine_row(const std::string& path, const std::string& owner);
   bool quarantine(const std::function<bool()>& move);
+  bool transact(const std::function<bool()>& change);
   Status fail_quarantine(const char* what) const;
   Status visit_content(std::int64_t id, const std::function<void(PlannedChange)>& visit) const;
   using ContentReader = std::function<bool(std::size_t owner, wire::OctetSpan octets)>;
@@ -156,9 +160,17 @@ class NodeStore {
   bool forget_beyond_limits(bool of_clients, Sizes* sizes);
   bool forget_others_before(std::int64_t id, Size* size);
   Status read_confirmation();
+  bool read_waiting_commit(std::int64_t id);
+  bool read_later_changes();
   bool write_confirmation(std::int64_t id, const CommitPlan& plan, const CommitHead& head);
-  void note_confirmation(std::int64_t id, const CommitPlan& plan, const CommitHead& head);
+  void note_confirmation(std::int64_t id, const SharedPlan& plan, const CommitHead& head);
   void set_confirmation(std::optional<Confirmation> confirmation);
+  void begin_waiting(SharedPlan plan);
+  void end_waiting();
+  std::vector<std::string_view> find_later_changes(const CommitPlan& plan) const;
+  bool write_later_changes(const std::vector<std::string_view>& paths);
+  bool hide(std::int64_t id);
+  bool write_end_of_confirmation();
   bool forget(std::int64_t id);
   bool run(sqlite::Statement& statement);  // for a statement without result rows
   bool fail_write();
@@ -179,6 +191,8 @@ class NodeStore {
   Sizes sizes_;
   std::mutex confirmation_mutex_;  // of confirmation_ alone, never held while the database is used
   std::optional<Confirmation> confirmation_;
+  SharedPlan waiting_;                               // the commit that waits for its confirmation
+  std::unordered_set<std::string_view> unchanged_;   // its paths that no later commit of its owner changed
   std::map<std::int64_t, ReadCommit> read_commits_;  // by id
   std::size_t known_places_ = 0;                     // in all of them
   mutable std::set<std::int64_t> unreadable_;        // commits that were logged as such

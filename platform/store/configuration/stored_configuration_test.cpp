@@ -168,19 +168,19 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(Configuration, DatabaseOfANewerVersionIsRefusedAndLeftAlone) {
   ASSERT_EQ(Keep(), kStatusOk);
   kvtree::store().node_store.reset();
-  ExecuteOn(File(), "PRAGMA user_version = 6");
+  ExecuteOn(File(), "PRAGMA user_version = 7");
   const std::string contents = Read(File());
   for (int start = 0; start < 2; ++start) {
     ::testing::internal::CaptureStderr();
     EXPECT_EQ(Keep(), static_cast<Status>(ENOTSUP));
     EXPECT_EQ(::testing::internal::GetCapturedStderr(),
               "configuration: " + File() +
-                  " cannot be opened: it is of version 6 and this release reads versions up to 5; start the "
+                  " cannot be opened: it is of version 7 and this release reads versions up to 6; start the "
                   "release that wrote it, or move the file away\n");
     EXPECT_EQ(Read(File()), contents);
     EXPECT_FALSE(std::filesystem::exists(File() + ".unusable.1"));
   }
-  ExecuteOn(File(), "PRAGMA user_version = 5");
+  ExecuteOn(File(), "PRAGMA user_version = 6");
   EXPECT_EQ(Keep(), kStatusOk);
 }
 
@@ -197,12 +197,12 @@ std::string with_wrong_page_count(std::string database) {
 TEST_F(Configuration, DatabaseOfANewerVersionWithAWrongPageCountIsLeftAlone) {
   ASSERT_EQ(Keep(), kStatusOk);
   kvtree::store().node_store.reset();
-  ExecuteOn(File(), "PRAGMA user_version = 6");
+  ExecuteOn(File(), "PRAGMA user_version = 7");
   const std::string contents = with_wrong_page_count(Read(File()));
   Write(contents);
   ::testing::internal::CaptureStderr();
   EXPECT_EQ(Keep(), static_cast<Status>(ENOTSUP));
-  EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr("it is of version 6"));
+  EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr("it is of version 7"));
   EXPECT_TRUE(Read(File()) == contents);
 }
 

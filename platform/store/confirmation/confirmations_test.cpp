@@ -12,6 +12,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::SizeIs;
 using ::testing::internal::CaptureStderr;
 using ::testing::internal::GetCapturedStderr;
 
@@ -88,6 +89,14 @@ TEST_F(Confirmations, CommitIsUndoneByTheNextProcess) {
   EXPECT_THAT(Effective(), ElementsAre("/cfg/a=old"));
 }
 
+TEST_F(Confirmations, ClockThatIsSetBackDelaysTheUndoingByTheWholeTimeAtMost) {
+  ASSERT_EQ(Try({SetTo("/cfg/a", "new")}), kStatusOk);
+  ManualClock earlier{500 * kNanosecondsPerSecond};
+  RestartServed();
+  Wait(kMinute);
+  EXPECT_THAT(Effective(), IsEmpty());
+}
+
 TEST_F(Confirmations, ConfirmedCommitStays) {
   ASSERT_EQ(Try({SetTo("/cfg/a", "new")}), kStatusOk);
   EXPECT_EQ(kvtree::store().node_store->end_confirmation(&error), kStatusOk);
@@ -107,14 +116,40 @@ TEST_F(Confirmations, LaterCommitsAreNotUndone) {
   EXPECT_THAT(Effective(), ElementsAre("/cfg/a=later"));
 }
 
-TEST_F(Confirmations, NothingIsLeftToBeUndone) {
-  ASSERT_EQ(Try({SetTo("/cfg/a", "new")}), kStatusOk);
-  Make("user", {Withdraw("/cfg/a")}, "");
-  CaptureStderr();
+TEST_F(Confirmations, LaterCommitThatSetsTheSameValueIsNotUndone) {
+  Make("user", {SetTo("/cfg/c", "old")}, "");
+  ASSERT_EQ(Try({SetTo("/cfg/a", "new"), SetTo("/cfg/b", "new"), Withdraw("/cfg/c")}), kStatusOk);
+  Make("user", {SetTo("/cfg/a", "other"), SetTo("/cfg/c", "other")}, "");
+  Make("user", {SetTo("/cfg/a", "new"), Withdraw("/cfg/c")}, "");
+  RestartServed();
   Wait(kMinute);
-  EXPECT_THAT(GetCapturedStderr(), HasSubstr("nothing that it set is left to be undone"));
+  EXPECT_THAT(Effective(), ElementsAre("/cfg/a=new"));
+  EXPECT_THAT(History(1), ElementsAre("5 user 1 commit 2 was not confirmed"));
+}
+
+TEST_F(Confirmations, ChangesOfOtherOwnersAreNotLaterOnes) {
+  Make("script", {SetTo("/cfg/a", "script")}, "");
+  ASSERT_EQ(Try({SetTo("/cfg/a", "new")}), kStatusOk);
+  Make("script", {SetTo("/cfg/a", "later")}, "");
+  Wait(kMinute);
+  EXPECT_THAT(Effective(), ElementsAre("/cfg/a=later"));
+}
+
+TEST_F(Confirmations, CommitWaitsNoLongerOnceLaterOnesChangedAllOfIt) {
+  ASSERT_EQ(Try({SetTo("/cfg/a", "new"), SetTo("/cfg/b", "new")}), kStatusOk);
+  Make("user", {Withdraw("/cfg/a")}, "");
+  EXPECT_EQ(kvtree_config_confirmation().id, "1");
+  CaptureStderr();
+  Make("user", {Withdraw("/cfg/b")}, "");
+  EXPECT_EQ(GetCapturedStderr(),
+            "configuration: commit 1 no longer waits for its confirmation: later commits changed all that it "
+            "set\n");
   EXPECT_EQ(kvtree_config_confirmation().id, "");
-  EXPECT_THAT(History(1), ElementsAre("2 user 1 "));
+  ASSERT_EQ(Try({SetTo("/cfg/a", "next")}), kStatusOk) << error;
+  RestartServed();
+  EXPECT_EQ(kvtree_config_confirmation().id, "4");
+  Wait(kMinute);
+  EXPECT_THAT(Effective(), IsEmpty());
 }
 
 TEST_F(Confirmations, OnlyOneCommitWaits) {
@@ -139,22 +174,54 @@ TEST_F(Confirmations, UndoingIsTriedAgainUntilItSucceeds) {
   EXPECT_THAT(Effective(), IsEmpty());
 }
 
-TEST_F(Confirmations, WaitingCommitIsNotForgotten) {
-  ASSERT_EQ(Try({SetTo("/cfg/a", "new")}), kStatusOk);
-  for (std::size_t i = 0; i < kMaxCommits + 2; ++i) Make("user", {SetTo("/cfg/b", std::to_string(i))}, "");
-  EXPECT_EQ(History(5000).back(), "1 user 1 try");
+// The history would have a gap after it.
+TEST_F(Confirmations, CommitOlderThanTheHistoryIsUndoneAndNotListed) {
+  ASSERT_EQ(Try({SetTo("/cfg/a", "new"), SetTo("/cfg/c", "new")}), kStatusOk);
+  Make("user", {SetTo("/cfg/a", "later")}, "");
+  for (std::size_t i = 0; i < kMaxCommits; ++i) Make("user", {SetTo("/cfg/b", std::to_string(i))}, "");
+  EXPECT_THAT(History(5000), SizeIs(kMaxCommits));
+  EXPECT_EQ(History(5000).back(), "3 user 1 ");
+  RestartServed();
+  EXPECT_THAT(History(5000), SizeIs(kMaxCommits));
+  Wait(kMinute);
+  EXPECT_THAT(Effective(), ElementsAre("/cfg/a=later", "/cfg/b=999"));
+  Execute(
+      "CREATE TABLE expected(n CHECK(n = 0)); INSERT INTO expected SELECT count(*) FROM log WHERE id = 1; "
+      "INSERT INTO expected SELECT count(*) FROM content WHERE id = 1");
 }
 
-TEST_F(Confirmations, DamagedConfirmationIsLoggedAndTheCommitStays) {
-  ASSERT_EQ(Try({SetTo("/cfg/a", "new")}), kStatusOk);
-  Execute("UPDATE confirmation SET deadline = 1");
+// Each with what is damaged.
+class DamagedConfirmation : public Confirmations, public ::testing::WithParamInterface<const char*> {};
+
+TEST_P(DamagedConfirmation, IsLoggedAndTheCommitStays) {
+  ASSERT_EQ(Try({SetTo("/cfg/a", "new"), SetTo("/cfg/b", "new")}), kStatusOk);
+  Make("user", {SetTo("/cfg/b", "later")}, "");
+  Execute(GetParam());
   kvtree_stop_serving(manager);
   CaptureStderr();
   Restart();
-  EXPECT_THAT(GetCapturedStderr(), HasSubstr("the confirmation of commit 1 is damaged"));
+  EXPECT_THAT(GetCapturedStderr(), HasSubstr("the confirmation of commit 1 is damaged: the commit stays"));
   ASSERT_EQ(kvtree_serve(manager), kStatusOk);
   Wait(2 * kMinute);
-  EXPECT_THAT(Effective(), ElementsAre("/cfg/a=new"));
+  EXPECT_THAT(Effective(), ElementsAre("/cfg/a=new", "/cfg/b=later"));
+  CaptureStderr();
+  RestartServed();
+  EXPECT_EQ(GetCapturedStderr(), "") << "it is logged once";
+  EXPECT_EQ(Try({SetTo("/cfg/a", "next")}), kStatusOk) << error;
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, DamagedConfirmation,
+                         ::testing::Values("UPDATE confirmation SET deadline = 1",
+                                           "UPDATE content SET octets = x'05' WHERE id = 1",
+                                           "DELETE FROM content WHERE id = 1",
+                                           "UPDATE later_change SET path = '/cfg/x'"));
+
+// The undoing needs nothing of what was damaged since.
+TEST_F(Confirmations, ContentsThatAreDamagedMeanwhileDelayNothing) {
+  ASSERT_EQ(Try({SetTo("/cfg/a", "new")}), kStatusOk);
+  Execute("DELETE FROM content");
+  Wait(kMinute);
+  EXPECT_THAT(Effective(), IsEmpty());
 }
 
 TEST_F(Confirmations, UsersAreStoredByTheirNamesOfThatTime) {

@@ -1,33 +1,39 @@
 #include "platform/store/confirmation/undoing.h"
 
+#include <optional>
+
 namespace kvtree {
 
 namespace {
 
-const KvValue* find_first_owners_value(const ConfigTree& tree, const std::string& path) {
+const KvValue* find_first_owners_value(const ConfigTree& tree, std::string_view path) {
   const auto node = tree.find(path);
   return node == tree.end() ? nullptr : node->second.value_of(find_owner(client_owner())).get();
 }
 
-bool is_value(const KvValue* value, const std::optional<KvValue>& expected) {
-  return value == nullptr ? !expected : expected && *value == *expected;
+bool are_equal(const KvValue* one, const KvValue* other) {
+  return one == nullptr || other == nullptr ? one == other : *one == *other;
 }
 
 // The first owner overrides every other: what it set was the effective value.
-std::optional<KvValue> of_first_owner(const std::optional<KvValue>& value, const std::string& owner) {
-  return owner == client_owner() ? value : std::nullopt;
+const KvValue* value_before(const PlannedChange& change) {
+  return change.owner_before == find_owner(client_owner()) ? change.before.get() : nullptr;
 }
 
 }  // namespace
 
-std::vector<KvConfigChange> undoing_changes(const std::vector<KvConfigCommitChange>& made,
+// Where the node has another value than the commit set, its row was damaged meanwhile: nothing is known of
+// it.
+std::vector<KvConfigChange> undoing_changes(const CommitPlan& made, const UnchangedPaths& unchanged,
                                             const ConfigTree& tree) {
   std::vector<KvConfigChange> changes;
-  for (const KvConfigCommitChange& change : made) {
-    const KvValue* now = find_first_owners_value(tree, change.path);
-    if (!is_value(now, of_first_owner(change.after, change.owner_after))) continue;
-    const std::optional<KvValue> before = of_first_owner(change.before, change.owner_before);
-    if (!is_value(now, before)) changes.push_back({change.path, before});
+  for (const PlannedChange& change : made.changes) {
+    if (!unchanged.contains(change.path.view())) continue;
+    const KvValue* now = find_first_owners_value(tree, change.path.view());
+    const KvValue* before = value_before(change);
+    if (!are_equal(now, change.value.get()) || are_equal(now, before)) continue;
+    changes.push_back({std::string(change.path.view()),
+                       before == nullptr ? std::nullopt : std::optional<KvValue>(*before)});
   }
   return changes;
 }

@@ -1,15 +1,19 @@
 // What undoes a commit of the first owner. Only for the store.
 #pragma once
 
+#include <string_view>
+#include <unordered_set>
 #include <vector>
 
 #include "platform/store/configuration/config_tree.h"
 
 namespace kvtree {
 
-// The changes of the first owner that undo those of its commit: where the node still has the value that the
-// commit set, the former one.
-std::vector<KvConfigChange> undoing_changes(const std::vector<KvConfigCommitChange>& made,
+using UnchangedPaths = std::unordered_set<std::string_view>;
+
+// The changes of the first owner that restore its former value of each of these paths, which the commit has
+// set last.
+std::vector<KvConfigChange> undoing_changes(const CommitPlan& made, const UnchangedPaths& unchanged,
                                             const ConfigTree& tree);
 
 }  // namespace kvtree
