@@ -6,7 +6,6 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <cmath>
 #include <functional>
 
 #include "cli/arguments.h"
@@ -16,15 +15,15 @@
 #include "cli/doctor/doctor.h"
 #include "cli/export/export.h"
 #include "cli/graph/graph.h"
+#include "cli/option_values.h"
 #include "cli/output/json_list.h"
 #include "cli/output/table.h"
 #include "cli/output/wrap.h"
 #include "cli/session.h"
 #include "cli/vrf/vrf_selection.h"
-#include "platform/config/owners.h"
+#include "cli/watch/watch_command_line.h"
 #include "platform/core/debug/debug_client.h"
 #include "platform/core/files/directories.h"
-#include "platform/core/text/numbers.h"
 #include "platform/core/text/words.h"
 #include "platform/store/history/records.h"
 #include "platform/store/tree/kvtree.h"
@@ -64,7 +63,7 @@ constexpr char kFooter[] =
     "With --json an answer is one object on one line, and a list is one array, which a failure may cut "
     "short. "
     "An error is one object on standard error: {\"error\":{\"status\":3,\"name\":\"notRunning\",\"message\":"
-    "\"...\"}}. Debug output and traps are one object for each line.\n"
+    "\"...\"}}. Debug output, traps and changes are one object for each line.\n"
     "\n"
     "Environment: MPLS_VPN_MIB_RUN_DIR, the daemon's run directory (default /run/mpls_vpn_mib).";
 
@@ -121,20 +120,6 @@ constexpr char kDebugFooter[] =
     "  mplsvpn debug watch --count 100     shows the next 100 lines of the areas that are on\n"
     "  mplsvpn debug all off";
 
-std::string watch_footer() {
-  std::vector<std::string> origins;
-  for (const vrf_config::Owner& owner : vrf_config::kOwners) origins.emplace_back(owner.origin);
-  return "A change has the values before and after with their origins: " + text::alternatives(origins) +
-         ". What the routing suite sets is configured or derived. When the daemon is restarted, the watch "
-         "continues "
-         "and says so on standard error; what happened meanwhile is in \"mplsvpn show traps\".\n"
-         "\n"
-         "Examples:\n"
-         "  mplsvpn watch\n"
-         "  mplsvpn watch changes --vrf red\n"
-         "  mplsvpn --json watch traps --count 1 --timeout 30s";
-}
-
 constexpr char kRouterFooter[] =
     "The daemon defines the words; write options of mplsvpn before \"router\". Only a daemon whose source is "
     "a "
@@ -146,36 +131,7 @@ constexpr char kRouterFooter[] =
     "  mplsvpn router add-interface ge7 index 51 vrf red address 10.51.0.1/24\n"
     "  mplsvpn router reload";
 
-constexpr double kLongestTimeout = 600;            // s
-constexpr double kLongestWatching = 31'536'000;    // s, a year
-constexpr std::uint32_t kMostCount = 4294967295U;  // entries, prints or traps; 0: no limit
-
-struct Duration {
-  double unit;  // s, of a number alone
-  double least;
-  double most;
-  const char* range;  // in messages
-};
-constexpr Duration kWaiting = {0.001, 0.001, kLongestTimeout, "from 1ms to 10m"};
-constexpr Duration kWatching = {1, 0.000'001, kLongestWatching, "of more than 0 and at most 365d"};
-
-// Turns a duration into a number of its unit.
-CLI::Validator duration_of(const Duration& duration) {
-  const auto convert = [&duration](std::string& text) {
-    const std::optional<double> seconds = text::parse_duration(text, duration.unit);
-    if (!seconds || !(*seconds >= duration.least && *seconds <= duration.most))
-      return fmt::format("{} is not a time {}, such as 500ms, 30s or 2m", printable(text), duration.range);
-    text = fmt::format("{}", duration.unit == 1 ? *seconds : std::ceil(*seconds / duration.unit));
-    return std::string();
-  };
-  return {convert, ""};
-}
-
-void add_count(CLI::App* command, const char* name, std::uint64_t* count, const char* description) {
-  command->add_option(name, *count, description)
-      ->type_name("N")
-      ->check(CLI::Range(0U, kMostCount).description(""));
-}
+constexpr Duration kWaiting = {0.001, 0.001, 600, "from 1ms to 10m"};
 
 struct Options {
   bool json = false;
@@ -192,8 +148,7 @@ struct Options {
   PathRequest path;
   DebugRequest debug;
   TraceRequest trace;
-  WatchRequest watch;
-  std::string watched;
+  WatchOptions watch;
   ConfigOptions config;
   std::vector<std::string> router_words;
   DoctorRequest doctor;
@@ -376,28 +331,6 @@ void add_trace(CLI::App& app, Options* options) {
   on_choice(command, options, trace, &Options::trace);
 }
 
-void add_watch(CLI::App& app, Options* options) {
-  CLI::App* command = app.add_subcommand(
-      "watch", "Shows traps and changes of RDs and route targets as they arrive, until Ctrl-C");
-  command->add_option("WHAT", options->watched, "traps or changes; both when left out")
-      ->check(CLI::IsMember({"traps", "changes"}));
-  command->add_option("--vrf", options->watch.vrf, "Only this VRF's")->type_name("NAME");
-  // --timeout after the command limits the watch, not the wait for an answer.
-  add_count(command, "--count", &options->watch.most_events, "Stops after N traps and changes");
-  command
-      ->add_option(
-          "--timeout", options->watch.seconds,
-          "Stops after this time (90s, 5m; seconds without a unit); fails if fewer than --count arrived")
-      ->type_name("TIME")
-      ->transform(duration_of(kWatching));
-  command->footer(watch_footer());
-  command->callback([options] {
-    options->watch.traps = options->watched != "changes";
-    options->watch.changes = options->watched != "traps";
-    options->command = [options](const Session& session) { watch(session, options->watch); };
-  });
-}
-
 void add_router(CLI::App& app, Options* options) {
   CLI::App* command = app.add_subcommand("router", "Shows and changes the router of a router file");
   // Words that look like options belong to the daemon, too.
@@ -419,7 +352,7 @@ void describe(CLI::App& app, Options* options) {
   add_raw(app, options);
   add_debug(app, options);
   add_trace(app, options);
-  add_watch(app, options);
+  add_watch(app, &options->watch, &options->command);
   add_config(app, &options->config, &options->command);
   add_router(app, options);
   add_doctor(app, &options->doctor, &options->command);

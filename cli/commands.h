@@ -85,12 +85,16 @@ void router(const Session& session, const std::vector<std::string>& words);
 
 struct WatchRequest {
   bool traps = true;
-  bool changes = true;            // of effective route distinguishers and route targets
-  std::string vrf;                // only of this one; empty: of all
+  bool changes = true;  // of effective route distinguishers and route targets
+  std::string table;  // "vrf", "interfaces" or "routes": the changes of its rows instead; empty: none of them
+  std::string vrf;    // only of this one; empty: of all
+  std::string prefix;             // only routes inside this one; empty: all
+  double interval = 1;            // s, between the readings of a table
   std::uint64_t most_events = 0;  // ends the watching; 0: no bound
   double seconds = 0;             // ends the watching; 0: no bound
 };
 // Prints the daemon's traps and the changes as they arrive, also those of a daemon that is started again.
+// Failure(kExitUsage) for words that do not fit together.
 // Failure(kExitFailed) when the time is over before most_events have arrived.
 void watch(const Session& session, const WatchRequest& request);
 

@@ -12,6 +12,7 @@
 #include "cli/graph/graph.h"
 #include "cli/show/tables.h"
 #include "cli/vrf/vrf_selection.h"
+#include "cli/watch/watch_command_line.h"
 #include "platform/config/owners.h"
 #include "platform/config/vrf_config.h"
 #include "platform/core/debug/debug_client.h"
@@ -133,7 +134,7 @@ Words trace_words(const Request& request) {
 }
 
 Words watch_words(const Request& request) {
-  return request.words.empty() ? Words{"traps", "changes"} : Words();
+  return request.words.empty() ? watched_words() : Words();
 }
 
 // The daemon's own help has a line "  router WORD ARGUMENTS" for each command.

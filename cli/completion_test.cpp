@@ -99,7 +99,7 @@ TEST_F(Completion, WordsThatNeedNoDaemon) {
   ASSERT_EQ(trace_open("mpls_vpn/init", 4, 0, 0, 0, &buffer), kStatusOk);
   EXPECT_THAT(Offered({"trace", ""}), ElementsAre("mpls_vpn/init"));
   trace_close(buffer);
-  EXPECT_THAT(Offered({"watch", ""}), ElementsAre("changes", "traps"));
+  EXPECT_THAT(Offered({"watch", ""}), ElementsAre("changes", "interfaces", "routes", "traps", "vrf"));
   EXPECT_EQ(Run({"complete", "--", "--socket", "/nowhere", "show", "routes", ""}), kExitNoDaemon);
   EXPECT_EQ(Out() + Err(), "") << "nothing disturbs the line that the user types";
 }

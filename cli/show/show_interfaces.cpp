@@ -1,11 +1,9 @@
 // "show interfaces": the VRF interface table, printed batch by batch, with the state and the addresses that
-// the router has of each interface. A daemon that does not state them is of an earlier version.
-#include <map>
-
+// the router has of each interface.
 #include "cli/commands.h"
 #include "cli/output/mib_json.h"
 #include "cli/output/row_writer.h"
-#include "cli/show/interface_states.h"
+#include "cli/show/router_states.h"
 #include "cli/show/tables.h"
 #include "platform/core/text/words.h"
 
@@ -13,14 +11,7 @@ namespace cli {
 
 namespace {
 
-using interface_states::InterfaceState;
 using mib::Interface;
-
-struct RouterState {
-  bool is_up = false;
-  std::string addresses;  // separated by blanks
-  std::string description;
-};
 
 // A row with the state of its interface; null for one that was removed just now.
 struct InterfaceView {
@@ -28,36 +19,8 @@ struct InterfaceView {
   const RouterState* state;
 };
 
-// The states by ifIndex: of all interfaces in one walk, or of those of one VRF, each when it is needed.
-class RouterStates {
- public:
-  RouterStates(const Session& session, kvtree::Client& client, bool all)
-      : session_(session), client_(client), is_complete_(all) {
-    if (all) walk_interface_states(session, client, [this](const InterfaceState& state) { add(state); });
-  }
-
-  const RouterState* find(std::int32_t index) {
-    const auto key = static_cast<std::uint32_t>(index);
-    if (!states_.contains(key) && !is_complete_)
-      read_interface_state(session_, client_, key, [this](const InterfaceState& state) { add(state); });
-    const auto found = states_.find(key);
-    return found == states_.end() ? nullptr : &found->second;
-  }
-
- private:
-  void add(const InterfaceState& state) {
-    states_[state.index] = {state.up != 0, text_or_empty(state.addresses), text_or_empty(state.description)};
-  }
-
-  const Session& session_;
-  kvtree::Client& client_;
-  const bool is_complete_;
-  std::map<std::uint32_t, RouterState> states_;
-};
-
 std::string state_text(const InterfaceView& view) {
-  if (view.state == nullptr) return "-";
-  return view.state->is_up ? "up" : "down";
+  return view.state == nullptr ? "-" : view.state->text();
 }
 
 std::string addresses_text(const InterfaceView& view) {

@@ -12,8 +12,6 @@ namespace cli {
 
 namespace {
 
-constexpr char kNoAddress[] = "0";
-
 std::string interface_path(const std::string& vrf, std::int32_t index) {
   return provider_path("interface-next", vrf) + "/" + std::to_string(index);
 }

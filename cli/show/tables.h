@@ -52,6 +52,9 @@ void walk_rows_of_known(const Session& session, kvtree::Client& client, const Ro
   walk_rows_of<T>(session, client, table, vrf, {row, batch_end});
 }
 
+// With the length 0 the start of a family's routes.
+inline constexpr char kNoAddress[] = "0";
+
 // A route's key in a path. `read` is "route" (this one) or "route-next" (the first after it). Addresses are
 // hexadecimal with all digits; an all-zero next hop also means none.
 std::string route_path(const std::string& read, const std::string& vrf, std::int32_t type,

@@ -92,6 +92,19 @@ class Schema(SharedSystemTest):
         for line in shown.splitlines():
             self.check("watch", line)
 
+    def test_changes_of_tables_are_objects_on_lines(self):
+        for words in (("vrf",), ("interfaces",), ("routes", "--vrf", "red")):
+            watch = subprocess.Popen([str(BIN / "mplsvpn"), "--json", "watch", *words, "--interval", "100ms", "--count", "2"],
+                                     env=self.system.environment, text=True, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+            watch.stderr.readline()
+            for state, change in ("down", "add-route"), ("up", "delete-route"):
+                self.system.cli("router", state, "ge1", check=True)
+                self.system.cli("router", change, "red", "10.77.0.0/16", "via", "10.0.0.2", check=True)
+                shown = watch.stdout.readline()
+                self.check("watch", shown)
+                self.assertEqual(json.loads(shown)["table"], words[0])
+            watch.communicate(timeout=30)
+
     def test_errors_are_as_their_schema_states(self):
         for words in (("show", "vrf", "nosuch"), ("shwo",), ("--socket", "/nowhere", "show", "vrf")):
             result = self.system.cli("--json", *words)

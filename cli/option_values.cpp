@@ -1,0 +1,30 @@
+#include "cli/option_values.h"
+
+#include <fmt/format.h>
+
+#include <cmath>
+#include <optional>
+
+#include "cli/output/table.h"
+#include "platform/core/text/numbers.h"
+
+namespace cli {
+
+CLI::Validator duration_of(const Duration& duration) {
+  const auto convert = [&duration](std::string& text) {
+    const std::optional<double> seconds = text::parse_duration(text, duration.unit);
+    if (!seconds || !(*seconds >= duration.least && *seconds <= duration.most))
+      return fmt::format("{} is not a time {}, such as 500ms, 30s or 2m", printable(text), duration.range);
+    text = fmt::format("{}", duration.unit == 1 ? *seconds : std::ceil(*seconds / duration.unit));
+    return std::string();
+  };
+  return {convert, ""};
+}
+
+void add_count(CLI::App* command, const char* name, std::uint64_t* count, const char* description) {
+  command->add_option(name, *count, description)
+      ->type_name("N")
+      ->check(CLI::Range(0U, kMostCount).description(""));
+}
+
+}  // namespace cli
