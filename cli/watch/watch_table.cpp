@@ -51,7 +51,9 @@ class TableWatch {
   bool is_over() const { return printed_ >= most_ || time_.is_over(); }
 
   void say_watching(const char* again) const {
-    say(session_, fmt::format("watching {} {}{}", known_.size(), table_.name, again));
+    const std::size_t rows = known_.size();
+    say(session_,
+        fmt::format("watching {}{}, now {} {}", table_.name, again, rows, rows == 1 ? "row" : "rows"));
   }
 
   void pause() const {

@@ -101,12 +101,12 @@ class WatchTables(SystemTest):
         self.shows("interfaces", "changed red xe0: name ge0 -> xe0, state up -> down")
         self.shows("routes", "removed red 10.1.0.0/16 10.0.0.2", "changed red 10.2.0.0/16 10.0.0.2: interfaceName ge0 -> xe0",
                    "changed red 2001:db8:1::/48 2001:db8::2: interfaceName ge0 -> xe0")
-        wait_until("the return", lambda: all("again\n" in self.system.log(name) for name in self.seen))
+        wait_until("the return", lambda: all(" again, now " in self.system.log(name) for name in self.seen))
         self.shows_nothing_more()
 
     def rows(self, name):
         """How many it watches, as it says."""
-        return int(self.system.log(name).split("watching ")[1].split()[0])
+        return int(self.system.log(name).split("now ")[1].split()[0])
 
     def test_prefix_selects_the_routes_inside_it(self):
         self.router["vrfs"][0]["routes"] += [{"prefix": prefix, "next_hop": hop, "interface": "ge0"} for prefix, hop in
@@ -129,7 +129,7 @@ class WatchTables(SystemTest):
     def test_count_and_time_end_it(self):
         self.assertIn("received 0 of 1 events within 0.3 s", self.system.cli("watch", "vrf", "--count", "1", "--timeout", "300ms").stderr)
         process = self.system.spawn("one", str(BIN / "mplsvpn"), "watch", "interfaces", "--count", "1", "--interval", "100ms")
-        wait_until("watch", lambda: "watching 2 interfaces" in self.system.log("one"))
+        wait_until("watch", lambda: "watching interfaces, now 2 rows" in self.system.log("one"))
         self.system.cli("router", "down", "ge0", check=True)
         self.assertEqual(process.wait(timeout=20), 0)
         self.assertRegex(self.system.log("one"), r"Z changed interface red ge0: state up -> down\n$")
@@ -145,7 +145,7 @@ class LargeTables(SystemTest):
         wait_until("the routes", lambda: system.cli_json("show", "vrf")[0]["currNumRoutes"] >= 200000, 60)
         before = system.cli_json("show", "status")
         watch = system.spawn("watch", str(BIN / "mplsvpn"), "--json", "watch", "routes", "--vrf", "red", "--interval", "100ms")
-        wait_until("watch", lambda: "watching 20000" in system.log("watch"), 60)
+        wait_until("watch", lambda: "now 20000" in system.log("watch"), 60)
         system.cli("router", "add-route", "red", "10.7.0.0/16", "via", "10.0.0.2", check=True)
         wait_until("the change", lambda: '"prefix":"10.7.0.0/16"' in system.log("watch"), 60)
         self.assertEqual(sum(line.startswith("{") for line in system.log("watch").splitlines()), 1)

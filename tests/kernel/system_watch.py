@@ -26,7 +26,7 @@ class WatchOnAKernel(SystemTest):
         self.system.start_daemon()
         for name, words in WATCHES.items():
             self.system.spawn(name, str(BIN / "mplsvpn"), "--json", "watch", *words, "--interval", "200ms")
-            wait_until(name, lambda: "watching 0 " in self.system.log(name))
+            wait_until(name, lambda: ", now 0 rows" in self.system.log(name))
 
     def rows(self, name):
         """What is left of the changes that a watch showed, by the names of the rows."""
