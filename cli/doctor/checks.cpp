@@ -1,7 +1,7 @@
 #include "cli/doctor/check.h"
 #include "cli/doctor/daemon_checks.h"
 #include "cli/doctor/kernel_checks.h"
-#include "cli/doctor/snmp_checks.h"
+#include "cli/doctor/snmp/snmp_checks.h"
 #include "cli/doctor/suite_checks.h"
 #include "cli/doctor/suite_saved.h"
 

@@ -182,12 +182,13 @@ class Snmp(DoctorTest):
         stock.write_text("view systemonly included .1.3.6.1.2.1.1\nrocommunity public default -V systemonly\n"
                          f"includeDir {system.folder}/more\n")
         given = ("--snmpd-conf", str(stock))
-        self.assert_found(system, "snmp-view", "error", '"rocommunity public default -V systemonly" hides it', *given)
+        self.assert_found(system, "snmp-view", "error", f"{stock}:2: rocommunity shows the view systemonly, which lacks it", *given)
         more = system.folder / "more"
         more.mkdir()
         shipped = (ROOT / "packaging/snmpd.conf").read_text()
         (more / "mib.conf").write_text(shipped)
-        self.assertEqual(self.diagnose(system, "snmp-view", *given), ("ok", ""))
+        line = shipped.splitlines().index("rocommunity l3vpn 127.0.0.1 -V l3vpn") + 1
+        self.assertEqual(self.diagnose(system, "snmp-view", *given), ("ok", f"{more}/mib.conf:{line} shows it; {stock}:2 does not"))
         (more / "mib.conf").write_text("view systemonly included .1.3.6.1.2.1\nview systemonly excluded .1.3.6.1.2.1.10\n")
         self.assertEqual(self.diagnose(system, "snmp-view", *given)[0], "error")
         stock.write_text("rocommunity public default .1.3.6.1.2.1\n")

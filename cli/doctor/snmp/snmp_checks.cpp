@@ -1,4 +1,4 @@
-#include "cli/doctor/snmp_checks.h"
+#include "cli/doctor/snmp/snmp_checks.h"
 
 #include <fmt/format.h>
 
@@ -10,7 +10,6 @@
 
 #include "cli/diagnosis/status_facts.h"
 #include "cli/doctor/facts.h"
-#include "cli/doctor/snmpd_configuration.h"
 #include "cli/show/tables.h"
 #include "cli/system/program.h"
 
@@ -20,11 +19,8 @@ namespace {
 
 using process_status::ClientStatus;
 
-constexpr char kSubtree[] = "1.3.6.1.2.1.10.166.11";
-constexpr char kFirstObject[] = ".1.1.1.0";  // below it: mplsL3VpnConfiguredVrfs.0
 constexpr char kIfName[] = ".1.3.6.1.2.1.31.1.1.1.1";
 constexpr std::chrono::seconds kPatience{20};
-constexpr char kAskingFix[] = "mplsvpn doctor --snmp '-v2c -c COMMUNITY localhost'";
 
 bool runs(const std::string& program) {
   std::error_code ignored;
@@ -34,44 +30,6 @@ bool runs(const std::string& program) {
     if (std::getline(name, text) && text == program) return true;
   }
   return false;
-}
-
-// What snmpget(1) or snmpwalk(1) prints for the object.
-std::string ask_snmpd(Facts& facts, const char* program, const std::string& object) {
-  if (facts.request.snmp.empty())
-    throw NotPossible(std::string("the community is unknown; try ") + kAskingFix);
-  std::vector<std::string> words = {program, "-On", "-Oq", "-m", ""};
-  for (const std::string& word : command_words(facts.request.snmp)) words.push_back(word);
-  words.push_back(object);
-  const Ran ran = run_program(words, kPatience);
-  if (ran.status < 0) throw NotPossible(fmt::format("{}: {}", program, ran.problem));
-  return ran.output;
-}
-
-Findings judge_answer(const std::string& answer) {
-  if (answer.find("No Such Object") != std::string::npos ||
-      answer.find("No more variables") != std::string::npos) {
-    return {{Level::kError,
-             "snmpd answers \"No Such Object\": its view hides the MIB, or no sub-agent is registered",
-             fmt::format("add \"view VIEW included .{}\" to snmpd.conf, then: systemctl restart snmpd",
-                         kSubtree)}};
-  }
-  if (("\n" + answer).find("\n." + std::string(kSubtree)) != std::string::npos) return {};
-  return {{Level::kError, "snmpd does not answer: " + last_line(answer), kAskingFix}};
-}
-
-Findings judge_configuration(const std::string& path) {
-  const SnmpdConfiguration configuration = read_snmpd_configuration(path);
-  const auto is_shown = [&configuration](const auto& grant) { return shows(configuration, grant, kSubtree); };
-  if (std::ranges::any_of(configuration.grants, is_shown)) return {};
-  if (configuration.grants.empty()) {
-    return {{Level::kError, path + " lets no manager read anything",
-             "add \"rocommunity COMMUNITY MANAGER\" to it, then: systemctl restart snmpd"}};
-  }
-  const SnmpdConfiguration::Grant& first = configuration.grants.front();
-  return {{Level::kError, fmt::format("no line of {} shows the MIB: \"{}\" hides it", path, first.line),
-           fmt::format("add \"view {} included .{}\" to {}, then: systemctl restart snmpd",
-                       first.view.empty() ? "VIEW" : first.view, kSubtree, first.file)}};
 }
 
 // ifIndex by ifName.
@@ -91,6 +49,17 @@ std::map<std::string, std::string> indexes_of_snmpd(Facts& facts) {
 
 }  // namespace
 
+std::string ask_snmpd(Facts& facts, const char* program, const std::string& object) {
+  if (facts.request.snmp.empty())
+    throw NotPossible(std::string("the community is unknown; try ") + kAskingFix);
+  std::vector<std::string> words = {program, "-On", "-Oq", "-m", ""};
+  for (const std::string& word : command_words(facts.request.snmp)) words.push_back(word);
+  words.push_back(object);
+  const Ran ran = run_program(words, kPatience);
+  if (ran.status < 0) throw NotPossible(fmt::format("{}: {}", program, ran.problem));
+  return ran.output;
+}
+
 void require_snmpd() {
   if (!runs("snmpd") && !is_installed("snmpd")) throw NotPossible("snmpd is not installed");
 }
@@ -108,14 +77,6 @@ Findings check_front_end(Facts& facts) {
            fmt::format("neither the sub-agent nor the module is connected to the daemon; {} traps wait",
                        facts.status()->traps_waiting),
            "systemctl start mpls_vpn_snmp"}};
-}
-
-Findings check_view(Facts& facts) {
-  if (facts.request.snmp.empty()) {
-    require_snmpd();
-    return judge_configuration(facts.request.snmpd_configuration);
-  }
-  return judge_answer(ask_snmpd(facts, "snmpget", "." + std::string(kSubtree) + kFirstObject));
 }
 
 Findings check_if_indexes(Facts& facts) {

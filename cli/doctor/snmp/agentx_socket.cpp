@@ -13,8 +13,8 @@
 
 #include "cli/diagnosis/status_facts.h"
 #include "cli/doctor/facts.h"
-#include "cli/doctor/snmp_checks.h"
-#include "cli/doctor/snmpd_configuration.h"
+#include "cli/doctor/snmp/snmp_checks.h"
+#include "cli/doctor/snmp/snmpd_configuration.h"
 
 namespace cli::doctor {
 

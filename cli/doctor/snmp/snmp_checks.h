@@ -1,12 +1,18 @@
 // snmpd, and the way from it to the daemon.
 #pragma once
 
+#include <string>
+
 #include "cli/doctor/check.h"
 
 namespace cli::doctor {
 
 // NotPossible if snmpd neither runs nor is installed.
 void require_snmpd();
+
+inline constexpr char kAskingFix[] = "mplsvpn doctor --snmp '-v2c -c COMMUNITY localhost'";
+// What snmpget(1) or snmpwalk(1) prints for the object. NotPossible without --snmp, or without that program.
+std::string ask_snmpd(Facts& facts, const char* program, const std::string& object);
 
 Findings check_snmpd(Facts& facts);
 Findings check_agentx_socket(Facts& facts);
