@@ -141,11 +141,10 @@ void provide_interface_states(EventManager* manager) {
 }
 
 void provide_metrics(EventManager* manager) {
-  const daemon_metrics::MetricsSettings& settings = host().settings.metrics;
-  if (!settings.is_on) return;
   const Source* source = host().sources.front().get();  // lives as long as the process
   host().metrics = std::make_unique<daemon_metrics::Exporter>(
-      &host().model, manager, settings, MPLS_VERSION, [source] { return source->corrections_by_table(); });
+      &host().model, manager, MPLS_VERSION, [source] { return source->corrections_by_table(); });
+  host().metrics->apply(host().settings.metrics);
 }
 
 // A flood of lines that ends may be followed by none.

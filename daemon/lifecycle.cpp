@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <string>
 
+#include "daemon/reload.h"
 #include "daemon/signals.h"
 #include "platform/core/base/clock.h"
 #include "platform/core/base/log.h"
@@ -61,29 +62,12 @@ void feed_watchdog_regularly(EventManager* manager, std::uint64_t interval) {
   _exit(0);  // no destructor may run: the debug thread does
 }
 
-// Another source or routing suite needs another model, which the services cannot exchange.
-void report_settings(const Host& host, const std::string& signal) {
-  Settings settings;
-  std::string error;
-  if (!read_settings(config_directory(), &settings, &error)) {
-    log_error("mpls_vpn_mib", "%s (%s; the former settings remain)", error.c_str(), signal.c_str());
-  } else if (settings == host.settings) {
-    log_notice("mpls_vpn_mib", "%s: the settings have not changed", signal.c_str());
-  } else {
-    log_warning("mpls_vpn_mib", "%s: the settings have changed; restart the daemon, then they take effect",
-                signal.c_str());
-  }
-}
-
 }  // namespace
 
-Status follow_service_manager(EventManager* manager, const Host* host) {
+Status follow_service_manager(EventManager* manager, Host* host) {
   SignalActions actions;
   actions.end = [=](const std::string& signal) { end_process(manager, *host, signal); };
-  actions.reload = [=](const std::string& signal) {
-    report_settings(*host, signal);
-    for (const auto& source : host->sources) source->reload();
-  };
+  actions.reload = [=](const std::string& signal) { reload(host, signal); };
   if (const Status status = follow_signals(manager, actions)) return status;
   if (const std::uint64_t interval = proc_watchdog_interval()) feed_watchdog_regularly(manager, interval);
   report_state_regularly(manager, host, "");

@@ -31,7 +31,8 @@ constexpr char kUsage[] =
     "MPLS_VPN_MIB_ADMIN_GROUP, MPLS_VPN_MIB_AGENT_GROUP (who may change the configuration, who is the "
     "sub-agent);\n"
     "MPLS_VPN_MIB_DEBUG=errors prints errors that the log does not have.\n"
-    "Signals: SIGTERM and SIGINT end it, SIGHUP reads the settings and the router file again.\n"
+    "Signals: SIGTERM and SIGINT end it, SIGHUP reads the settings and the router file again and applies\n"
+    "changed metrics.\n"
     "Exit status: 1 the start or the check failed, 2 wrong arguments, 78 the settings or the router file "
     "are\n"
     "invalid, or a later release has written the databases.\n";

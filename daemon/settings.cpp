@@ -53,6 +53,7 @@ std::vector<std::string> split_words(const std::string& text) {
 
 void take_frr(const Node* node, Settings* settings) {
   const std::string frr = node != nullptr ? scalar(*node, "frr") : "auto";
+  settings->frr = frr;
   settings->frr_wanted = frr != "auto" && frr != "false";
   if (frr == "true" || (frr == "auto" && settings->source->follows_routing_suite)) {
     settings->frr_shell = {kFrrShell};
@@ -67,13 +68,29 @@ void take_metrics(const Node* node, Settings* settings) {
   if (node != nullptr) settings->metrics = daemon_metrics::read_metrics_settings(*node);
 }
 
+bool has_same_source(const Settings& one, const Settings& other) {
+  return one.source == other.source;
+}
+
+// "auto" is the same with another source, although it means another shell.
+bool has_same_frr(const Settings& one, const Settings& other) {
+  return one.frr == other.frr || (one.frr_shell == other.frr_shell && one.frr_wanted == other.frr_wanted);
+}
+
+bool has_same_metrics(const Settings& one, const Settings& other) {
+  return one.metrics == other.metrics;
+}
+
 // The keys that do not belong to one source.
 struct Key {
   std::string_view name;
   void (*take)(const Node* node, Settings* settings);  // null for a missing key
+  bool (*is_same)(const Settings& one, const Settings& other);
 };
 // In the order in which they are read: what "frr: auto" means depends on the source.
-constexpr Key kKeys[] = {{"source", take_source}, {"frr", take_frr}, {"metrics", take_metrics}};
+constexpr Key kKeys[] = {{"source", take_source, has_same_source},
+                         {"frr", take_frr, has_same_frr},
+                         {"metrics", take_metrics, has_same_metrics}};
 
 using Values = std::map<std::string, const Node*>;
 
@@ -125,6 +142,13 @@ void take_settings(const Node* root, const std::filesystem::path& folder, Settin
   require_options(root != nullptr ? root->mark() : Mark{1, 1}, *settings);
 }
 
+bool is_option_same(const std::string& key, const Settings& one, const Settings& other) {
+  const auto of_one = one.options.find(key);
+  const auto of_other = other.options.find(key);
+  if (of_one == one.options.end() || of_other == other.options.end()) return false;
+  return of_one->second == of_other->second;
+}
+
 // Whether the file exists. A missing folder is probably a wrong name in the environment.
 bool find_file(const std::filesystem::path& folder, const std::string& file, Settings* settings) {
   if (std::filesystem::exists(file)) return true;
@@ -170,6 +194,19 @@ bool read_settings(const std::string& config_directory, Settings* settings, std:
   }
   *settings = read;
   return true;
+}
+
+std::vector<std::string> changed_settings(const Settings& former, const Settings& now) {
+  std::vector<std::string> changed;
+  for (const Key& key : kKeys) {
+    if (!key.is_same(former, now)) changed.emplace_back(key.name);
+  }
+  auto options = former.options;
+  options.insert(now.options.begin(), now.options.end());
+  for (const auto& [key, value] : options) {
+    if (!is_option_same(key, former, now)) changed.push_back(key);
+  }
+  return changed;
 }
 
 }  // namespace daemon_host

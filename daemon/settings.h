@@ -1,4 +1,4 @@
-// The platform's settings: CONFIG_DIRECTORY/platform.yaml, read once at start.
+// The platform's settings: CONFIG_DIRECTORY/platform.yaml, read at start and after SIGHUP (reload.h).
 //
 //   source: kernel            # the live Linux kernel (the default), or: file
 //   router_file: router.yaml  # with source: file; relative to the settings' folder
@@ -9,6 +9,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "daemon/metrics/settings.h"
 #include "daemon/sources.h"
@@ -26,5 +27,7 @@ struct Settings : SourceSettings {
 // or a key twice, or lacks a required option of its source. A missing file means the defaults; a missing
 // folder also sets the warning.
 [[nodiscard]] bool read_settings(const std::string& config_directory, Settings* settings, std::string* error);
+// The keys whose values differ.
+std::vector<std::string> changed_settings(const Settings& former, const Settings& now);
 
 }  // namespace daemon_host

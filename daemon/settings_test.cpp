@@ -1,6 +1,7 @@
 // platform.yaml: defaults, both sources, and every error with its position.
 #include "daemon/settings.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -13,6 +14,9 @@
 
 namespace daemon_host {
 namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
 
 class SettingsFile : public ::testing::Test {
  protected:
@@ -176,6 +180,20 @@ TEST_F(SettingsFile, RejectedFileLeavesTheSettingsUnchanged) {
   Write("source: disk\n");
   EXPECT_FALSE(Read());
   EXPECT_EQ(settings_.options["router_file"], "router.yaml");
+}
+
+TEST_F(SettingsFile, ChangedSettingsAreNamed) {
+  const auto changed = [this](const std::string& former, const std::string& now) {
+    const Settings before = Accepted(former);
+    return changed_settings(before, Accepted(now));
+  };
+  EXPECT_THAT(changed("", "source: kernel\nfrr: auto\nmetrics: false\n"), IsEmpty()) << "the defaults";
+  EXPECT_THAT(changed("", "source: file\nrouter_file: a\n"), ElementsAre("source", "router_file"));
+  EXPECT_THAT(changed("source: file\nrouter_file: a\n", ""), ElementsAre("source", "router_file"));
+  EXPECT_THAT(changed("router_file: a\n", "router_file: b\n"), ElementsAre("router_file"));
+  EXPECT_THAT(changed("", "frr: true\n"), ElementsAre("frr"));
+  EXPECT_THAT(changed("frr: true\n", "frr: /usr/bin/vtysh\n"), IsEmpty()) << "the same shell";
+  EXPECT_THAT(changed("metrics: true\n", "metrics: {port: 9000}\n"), ElementsAre("metrics"));
 }
 
 }  // namespace

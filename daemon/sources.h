@@ -20,6 +20,7 @@ struct SourceSettings {
   // The options that the file sets, by key. A path is absolute, or relative to the working directory. The
   // required options of the chosen source are there.
   std::map<std::string, std::string, std::less<>> options;
+  std::string frr;                     // the word in the file, "auto" without one; it determines the next two
   std::vector<std::string> frr_shell;  // the routing suite's shell and its arguments; empty: not followed
   bool frr_wanted = false;             // named, not by default: a suite that cannot be followed is logged
   bool operator==(const SourceSettings&) const = default;

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -28,9 +29,9 @@ class Source {
   [[nodiscard]] virtual Status start(EventManager* manager) = 0;
   // What is read, for messages: "the kernel", the path of a file.
   virtual std::string describe() const = 0;
-  // Reads again what may have changed without notice; the default is for a source that follows everything.
-  // REQUIRES: it is started.
-  virtual void reload() {}
+  // Reads again what may have changed without notice, and calls `done` when that is applied or refused, here
+  // or later; the default is for a source that follows everything. REQUIRES: it is started.
+  virtual void reload(std::function<void()> done) { done(); }
   // How the source is, in a few words for operators: "FRR: bgpd and zebra answer"; empty if there is nothing
   // to say.
   virtual std::string state() const { return {}; }

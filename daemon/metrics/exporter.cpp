@@ -19,11 +19,17 @@ http::Page page_of(const Facts* facts) {
 
 }  // namespace
 
-Exporter::Exporter(router::Router* model, EventManager* manager, const MetricsSettings& settings,
-                   std::string version,
+Exporter::Exporter(router::Router* model, EventManager* manager, std::string version,
                    std::function<std::vector<process_status::CorrectionFact>()> corrections)
     : routes_(model),
-      facts_{model, &routes_, std::move(version), std::move(corrections), settings.with_interfaces},
-      endpoint_(manager, "metrics", settings.place, page_of(&facts_)) {}
+      facts_{model, &routes_, std::move(version), std::move(corrections), true},
+      manager_(manager) {}
+
+void Exporter::apply(const MetricsSettings& settings) {
+  endpoint_.reset();  // first: both may have the same place
+  facts_.with_interfaces = settings.with_interfaces;
+  if (!settings.is_on) return;
+  endpoint_ = std::make_unique<http::Endpoint>(manager_, "metrics", settings.place, page_of(&facts_));
+}
 
 }  // namespace daemon_metrics

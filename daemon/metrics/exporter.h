@@ -1,7 +1,9 @@
-// /metrics for Prometheus on the daemon's main event manager, as the settings want it.
+// /metrics for Prometheus on the daemon's main event manager, if and where the settings want it. What it
+// counts continues while it is not served.
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -15,16 +17,20 @@ namespace daemon_metrics {
 // Serves while it lives. Main thread; the model and the manager outlive it.
 class Exporter {
  public:
-  // The version of the daemon, and Facts::corrections.
-  Exporter(router::Router* model, EventManager* manager, const MetricsSettings& settings, std::string version,
+  // The version of the daemon, and Facts::corrections. Not served until apply().
+  Exporter(router::Router* model, EventManager* manager, std::string version,
            std::function<std::vector<process_status::CorrectionFact>()> corrections);
   Exporter(const Exporter&) = delete;
   Exporter& operator=(const Exporter&) = delete;
 
+  // Closes the former place and its clients, then opens the new one.
+  void apply(const MetricsSettings& settings);
+
  private:
   RouteTotals routes_;
-  const Facts facts_;
-  http::Endpoint endpoint_;
+  Facts facts_;
+  EventManager* manager_;
+  std::unique_ptr<http::Endpoint> endpoint_;  // null: off
 };
 
 }  // namespace daemon_metrics

@@ -60,7 +60,7 @@ FileSource::FileSource(router::Router* model, std::string path,
       path_(std::move(path)),
       read_changed_(std::move(read_changed)),
       feeder_(model),
-      action_(model, [this](KvActionEnd end) { reload(std::move(end)); }) {
+      action_(model, [this](KvActionEnd end) { reload_and_answer(std::move(end)); }) {
   model_->set_rd_owner(kConfigOwnerFile);
 }
 
@@ -194,8 +194,8 @@ Status FileSource::start(EventManager* manager) {
 }
 
 // The answer follows when the file, as it is now, has been loaded.
-void FileSource::reload(KvActionEnd end) {
-  if (end) requests_.push_back(std::move(end));
+void FileSource::reload_and_answer(KvActionEnd end) {
+  requests_.push_back(std::move(end));
   reader_->start();
 }
 

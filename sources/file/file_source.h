@@ -39,8 +39,10 @@ class FileSource : public Source {
   // Watches the file and registers the action. The manager must outlive the source. kStatusExists when it was
   // started before. Fault point "file_source_start".
   [[nodiscard]] Status start(EventManager* manager) override;
-  // As the action "router reload", without an answer.
-  void reload() override { reload(KvActionEnd{}); }
+  // As the action "router reload".
+  void reload(std::function<void()> done) override {
+    reload_and_answer([done = std::move(done)](Status, const std::string&) { done(); });
+  }
   std::string describe() const override { return path_; }
   std::vector<process_status::SourceFact> facts() const override;
   // For a router that has no file: removes what an earlier one configured.
@@ -51,7 +53,7 @@ class FileSource : public Source {
  private:
   // Of a load; the first one's steps are not separate.
   enum class Stage { kIdle, kCommitting, kApplying, kFeeding };
-  void reload(KvActionEnd end);
+  void reload_and_answer(KvActionEnd end);
   void take_requests();
   void answer(Status status, const std::string& text);
   Status load_at_once(std::string* error);

@@ -13,7 +13,7 @@ import urllib.parse
 import urllib.request
 
 import wire
-from system import BIN, ROOT, SLOW, System, SystemTest, wait_until
+from system import BIN, ROOT, SLOW, System, SystemTest, fetch, unused_port, wait_until
 
 EXAMPLES = ROOT / "examples"
 ODD_NAME = 'a"b\\c'
@@ -35,20 +35,9 @@ interfaces:
 NAME = re.compile(r"\bmplsvpn_\w+")
 
 
-def unused_port():
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
-
-
 def serve_metrics(system, metrics):
     with open(system.folder / "etc/platform.yaml", "a") as settings:
         settings.write(f"metrics: {metrics}\n")
-
-
-def fetch(url):
-    with urllib.request.urlopen(url, timeout=10 * SLOW) as answer:
-        return answer.read().decode()
 
 
 class Prometheus:

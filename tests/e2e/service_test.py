@@ -9,9 +9,10 @@ import sqlite3
 import subprocess
 import tempfile
 import threading
+import time
 import unittest
 
-from system import BIN, SCALARS, SLOW, SystemTest, wait_until
+from system import BIN, SCALARS, SLOW, SystemTest, fetch, unused_port, wait_until
 
 ROUTER = "vrfs: [{name: red, table: 10}]\ninterfaces: []\n"
 DAEMON = str(BIN / "mpls_vpn_mib")
@@ -143,14 +144,62 @@ class Reload(ServiceTest):
         self.hang_up(system, "the settings have not changed\n")
         self.becomes("the VRF", lambda: [vrf["name"] for vrf in system.cli_json("show", "vrf")], ["blue"])
 
-    def test_changed_settings_are_said_to_need_a_restart(self):
+    def test_settings_that_need_a_restart_are_named(self):
         system = self.started()
         settings = system.folder / "etc/platform.yaml"
         settings.write_text("source: kernel\n")
-        self.hang_up(system, "the settings have changed; restart the daemon, then they take effect\n")
+        for key in "source", "router_file":
+            self.hang_up(system, f"the setting '{key}' has changed; restart the daemon, then it takes effect\n")
+        self.assertEqual([vrf["name"] for vrf in system.cli_json("show", "vrf")], ["red"], "still those of the file")
         settings.write_text("source: kernel\nnosuch: 1\n")
         self.hang_up(system, f"{settings}:2:1: unknown key 'nosuch' (SIGHUP from process {os.getpid()}; "
                              "the former settings remain)\n")
+
+
+    def is_listening(self, port):
+        with socket.socket() as client:
+            return client.connect_ex(("127.0.0.1", port)) == 0
+
+    def series(self, port, name):
+        return [line for line in fetch(f"http://127.0.0.1:{port}/metrics").splitlines() if line.startswith(name)]
+
+    def test_metrics_are_switched_and_moved_without_a_restart(self):
+        system = self.started(ROUTER.replace("[]", "[{name: ge0, index: 1, vrf: red}]"))
+        settings = system.folder / "etc/platform.yaml"
+        base = settings.read_text()
+        first, second = unused_port(), unused_port()
+        applied = "the setting 'metrics' has changed and is in effect\n"
+        settings.write_text(base + f"metrics: {{port: {first}}}\n")
+        self.hang_up(system, applied)
+        self.assertEqual(self.series(first, "mplsvpn_up"), ["mplsvpn_up 1"])
+        self.assertNotEqual(self.series(first, "mplsvpn_vrf_interface_info{"), [])
+        with socket.create_connection(("127.0.0.1", first)) as idle:
+            settings.write_text(base + f"metrics: {{port: {second}, interfaces: false}}\n")
+            self.hang_up(system, f"/metrics is served at 127.0.0.1:{second}\n")
+            idle.settimeout(10 * SLOW)
+            self.assertEqual(idle.recv(1), b"", "the client of the former port is closed")
+        self.assertEqual(self.series(second, "mplsvpn_up"), ["mplsvpn_up 1"])
+        self.assertEqual(self.series(second, "mplsvpn_vrf_interface_info{"), [])
+        self.assertFalse(self.is_listening(first))
+        settings.write_text(base + "metrics: {port: 0}\n")
+        self.hang_up(system, f"{settings}:{base.count(chr(10)) + 1}:17: 'port' is a number from 1 to 65535, not '0' (SIGHUP")
+        self.assertEqual(self.series(second, "mplsvpn_up"), ["mplsvpn_up 1"], "an invalid file changes nothing")
+        settings.write_text(base)
+        system.processes["daemon"].send_signal(signal.SIGHUP)
+        self.becomes("no port", lambda: self.is_listening(second), False)
+
+    def test_service_manager_learns_the_begin_and_the_end(self):
+        manager = self.service_manager()
+        system = self.started(**manager.environment())
+        manager.wait_for("READY=1")
+        manager.lines.clear()
+        begin = time.monotonic_ns() // 1000
+        system.processes["daemon"].send_signal(signal.SIGHUP)
+        manager.wait_for("READY=1")
+        self.assertIn(f"{system.router_file} loaded: nothing changed\n", system.log("daemon"), "the end, not the begin")
+        manager.lines = [line for line in manager.lines if not line.startswith("STATUS=")]
+        self.assertEqual([line.split("=")[0] for line in manager.lines], ["RELOADING", "MONOTONIC_USEC", "READY"])
+        self.assertTrue(begin <= int(manager.lines[1].split("=")[1]) <= time.monotonic_ns() // 1000, manager.lines)
 
 
 class Notifications(ServiceTest):

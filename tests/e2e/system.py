@@ -7,11 +7,13 @@ import pathlib
 import random
 import shutil
 import signal
+import socket
 import subprocess
 import sys
 import tempfile
 import time
 import unittest
+import urllib.request
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 BIN = pathlib.Path(os.environ.get("MPLS_TEST_BIN", ROOT / "build/release/bin"))
@@ -36,6 +38,18 @@ def wait_until(what, condition, seconds=10.0, every=0.02):
         if time.monotonic() > deadline:
             raise AssertionError(f"{what}: not within {seconds * SLOW:g} s")
         time.sleep(every)
+
+
+def unused_port():
+    """A TCP port of the loopback address."""
+    with socket.socket() as probe:
+        probe.bind(("127.0.0.1", 0))
+        return probe.getsockname()[1]
+
+
+def fetch(url):
+    with urllib.request.urlopen(url, timeout=10 * SLOW) as answer:
+        return answer.read().decode()
 
 
 def pass_a_second():

@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <string>
 
+#include "platform/core/base/clock.h"
 #include "platform/core/base/fault.h"
 
 namespace {
@@ -23,6 +24,12 @@ Status proc_ready() {
   if (Status s = fault_check("proc_ready")) return s;
   const int sent = sd_notify(0, "READY=1");
   return sent < 0 ? static_cast<Status>(-sent) : kStatusOk;
+}
+
+// In one message: the service manager compares the time with that of its request.
+void proc_reloading() {
+  const std::uint64_t microseconds = clock_monotonic() / 1000;
+  sd_notify(0, ("RELOADING=1\nMONOTONIC_USEC=" + std::to_string(microseconds)).c_str());
 }
 
 void proc_status(const std::string& text) {

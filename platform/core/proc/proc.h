@@ -7,8 +7,10 @@
 #include "platform/core/base/status.h"
 
 // Notifies the service manager that the daemon is ready (READY=1 on NOTIFY_SOCKET; success if it is unset).
-// Fault point "proc_ready".
+// At the start, and when a reload has ended. Fault point "proc_ready".
 [[nodiscard]] Status proc_ready();
+// The process reads its settings again; proc_ready() ends that.
+void proc_reloading();
 // The line that "systemctl status" shows of the process. A failure is ignored, here and below: the service
 // does not depend on it.
 void proc_status(const std::string& text);
