@@ -178,11 +178,34 @@ TEST_F(CheckpointDamageTest, DatabaseOfNoVersionIsSetAsideAndItsRecordsAreRead) 
   ExpectSalvaged({{"key1", "one"}}, "it is of version 0");
 }
 
-TEST_F(CheckpointDamageTest, DatabaseWithADamagedPrimaryKeyIsSetAsideAndItsRecordsAreRead) {
+// Each schema is a valid one.
+TEST_F(CheckpointDamageTest, DatabaseWithADamagedSchemaIsSetAsideAndItsRecordsAreRead) {
+  struct Damage {
+    const char *name, *from, *to;
+  };
+  for (const auto& [name, from, to] :
+       {Damage{"application", "INTEGER PRIMARY KEY", "INTEGER PRIMARI KEY"},
+        Damage{"application", "name TEXT", "name TEXU"},
+        Damage{"application", "starts INTEGER", "startt INTEGER"},
+        Damage{"record", "INTEGER PRIMARY KEY AUTOINCREMENT", "INTEGER"},
+        Damage{"record", " AUTOINCREMENT", ""}, Damage{"record", "key BLOB NOT NULL", "key BLOB CHECK(1)"},
+        Damage{"quarantine_record", "checksum", "checksun"}}) {
+    UseStateDirectory(directory.path() + "/" +
+                      std::to_string(std::hash<std::string>{}(std::string(name) + to)));
+    MakeDatabase();
+    Sql("CREATE TABLE quarantine_record(object_id, application, table_id, key, data, checksum)");
+    Sql((std::string("PRAGMA writable_schema=ON; UPDATE sqlite_schema SET sql = replace(sql, '") + from +
+         "', '" + to + "') WHERE name = '" + name + "'")
+            .c_str());
+    ExpectSalvaged({{"key1", "one"}}, "");
+    chkpt_end();
+  }
+}
+
+TEST_F(CheckpointDamageTest, DatabaseWithATriggerIsSetAsideAndItsRecordsAreRead) {
   MakeDatabase();
-  Sql("PRAGMA writable_schema=ON; UPDATE sqlite_master SET sql = replace(sql, 'INTEGER PRIMARY KEY, name', "
-      "'INTEGER PRIMARI KEY, name') WHERE name = 'application'");
-  ExpectSalvaged({{"key1", "one"}}, "ON CONFLICT clause does not match any PRIMARY KEY or UNIQUE constraint");
+  Sql("CREATE TRIGGER unknown AFTER INSERT ON record BEGIN DELETE FROM record; END");
+  ExpectSalvaged({{"key1", "one"}}, "its table \"record\" has the unknown index or trigger \"unknown\"");
 }
 
 TEST_F(CheckpointDamageTest, DatabaseOfANewerVersionIsRefusedAndLeftAlone) {

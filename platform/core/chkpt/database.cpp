@@ -59,12 +59,10 @@ void Database::roll_back() {
   }
 }
 
-const char Database::kPutApplication[] =
-    "INSERT INTO application(number, name, starts) VALUES(?1, ?2, 1)"
-    " ON CONFLICT(number) DO UPDATE SET name = ?2, starts = starts + 1";
-
 int Database::write_application(std::uint32_t number, std::string_view name) {
-  sqlite::Statement put(connection_.get(), kPutApplication);
+  sqlite::Statement put(connection_.get(),
+                        "INSERT INTO application(number, name, starts) VALUES(?1, ?2, 1)"
+                        " ON CONFLICT(number) DO UPDATE SET name = ?2, starts = starts + 1");
   put.bind(1, number);
   put.bind_text(2, name);
   return put.finish();

@@ -85,8 +85,7 @@ class Database {
 
  private:
   friend class Opening;
-  static const char kSynchronous[];     // how commits are written
-  static const char kPutApplication[];  // number, name
+  static const char kSynchronous[];  // how commits are written
 
   Status result(int code);
   int write_application(std::uint32_t number, std::string_view name);

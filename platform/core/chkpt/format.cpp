@@ -1,7 +1,7 @@
 #include "platform/core/chkpt/format.h"
 
 #include "platform/core/base/fault.h"
-#include "platform/core/sqlite/sqlite.h"
+#include "platform/core/sqlite/schema.h"
 
 namespace chkpt {
 
@@ -10,14 +10,14 @@ namespace {
 static_assert(kApplicationId == 1297498960 && kVersion == 2);
 
 // The pragmas are part of the transaction: a file that has its tables has its numbers.
-#define SET_VERSION "PRAGMA application_id=1297498960; PRAGMA user_version=2; COMMIT"
+#define SET_VERSION "PRAGMA application_id=1297498960; PRAGMA user_version=2;"
 #define MAKE_RECORD                                                                                \
   "CREATE TABLE record(object_id INTEGER PRIMARY KEY AUTOINCREMENT, application INTEGER NOT NULL," \
   " table_id INTEGER NOT NULL, key BLOB NOT NULL, data BLOB NOT NULL, checksum INTEGER NOT NULL);"
 constexpr char kSchema[] =
     "BEGIN IMMEDIATE;"
     "CREATE TABLE application(number INTEGER PRIMARY KEY, name TEXT NOT NULL, starts INTEGER NOT "
-    "NULL);" MAKE_RECORD SET_VERSION;
+    "NULL);" MAKE_RECORD SET_VERSION "COMMIT";
 // A record of a table that does not exist becomes one of table -1, which is invalid.
 constexpr char kMigrateFirst[] =
     "BEGIN IMMEDIATE; ALTER TABLE record RENAME TO former;" MAKE_RECORD
@@ -37,8 +37,9 @@ constexpr char kProbeFirst[] =
     "SELECT number, name, starts, object_id, table_row, key, data, row, application, table_id FROM "
     "application, record, record_table";
 
-#define PUT_SOUND \
-  "INSERT OR IGNORE INTO record SELECT ?1, ?2, ?3, ?4, ?5, ?6 WHERE ?6 = row_checksum(?1, ?2, ?3, ?4, ?5)"
+#define PUT_SOUND                                                                                           \
+  "INSERT OR IGNORE INTO record SELECT ?1, ?2, ?3, ?4, ?5, ?6 WHERE ?1 NOT NULL AND ?6 = row_checksum(?1, " \
+  "?2, ?3, ?4, ?5)"
 #define SELECT_RECORDS "SELECT object_id, application, table_id, key, data, checksum FROM record"
 #define SELECT_FIRST                                           \
   "SELECT object_id, application, table_id, key, data,"        \
@@ -71,6 +72,10 @@ int migrate_first(sqlite3* connection) {
 
 int probe(sqlite3* connection, std::int64_t version) {
   return sqlite::Statement().prepare(connection, version == 1 ? kProbeFirst : kProbe);
+}
+
+int check_schema(sqlite3* connection, std::string* damage) {
+  return sqlite::check_schema(connection, {kSchema, kMakeQuarantine}, damage);
 }
 
 const sqlite::Salvage& find_salvage(std::int64_t version) {

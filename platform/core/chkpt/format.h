@@ -12,6 +12,7 @@
 #include <sqlite3.h>
 
 #include <cstdint>
+#include <string>
 
 #include "platform/core/sqlite/salvage.h"
 
@@ -23,10 +24,15 @@ inline constexpr std::int64_t kVersion = 2;
 // An id and the next one are positive as signed numbers.
 inline constexpr std::int64_t kMaxObjectId = (std::int64_t{1} << 62) - 1;
 
+inline constexpr char kMakeQuarantine[] =
+    "CREATE TABLE IF NOT EXISTS quarantine_record(object_id, application, table_id, key, data, checksum)";
+
 // The following return SQLITE_OK or a code. create() is for an empty file.
 int create(sqlite3* connection);
-// One transaction. Fault point "chkpt_migrate".
+// Begins the transaction and does not end it. Fault point "chkpt_migrate".
 int migrate_first(sqlite3* connection);
+// *damage is empty if the database has the tables of this version, and otherwise the reason.
+int check_schema(sqlite3* connection, std::string* damage);
 // SQLITE_ERROR if the database lacks the tables of the version.
 int probe(sqlite3* connection, std::int64_t version);
 

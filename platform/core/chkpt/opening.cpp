@@ -44,10 +44,6 @@ Status make_directory(const std::string& directory) {
   return is_usable ? kStatusOk : static_cast<Status>(errno);
 }
 
-constexpr char kMakeQuarantine[] =
-    "BEGIN IMMEDIATE; CREATE TABLE IF NOT EXISTS quarantine_record(object_id, application, table_id, key, "
-    "data, "
-    "checksum)";
 constexpr char kCopyToQuarantine[] =
     "INSERT INTO quarantine_record SELECT object_id, application, table_id, key, data, checksum FROM record "
     "WHERE "
@@ -144,13 +140,14 @@ class Opening {
     return false;
   }
   bool open_existing(Contents* contents) {
-    return check() && passed(probe(connection(), version)) && (version == kVersion || migrate()) &&
-           accepts_applications() && load(contents) && write_ahead() && (invalid_.empty() || quarantine()) &&
-           correct_sequence(contents);
+    return check() && passed(probe(connection(), version)) &&
+           (version == kVersion ? has_our_schema() : migrate()) && load(contents) && write_ahead() &&
+           (invalid_.empty() || quarantine()) && correct_sequence(contents);
   }
-  // A damaged schema can be a valid one: without its primary key the table can be read but not written.
-  bool accepts_applications() {
-    return passed(sqlite::Statement().prepare(connection(), Database::kPutApplication));
+  bool has_our_schema() {
+    std::string damage;
+    if (!passed(check_schema(connection(), &damage))) return false;
+    return damage.empty() || damaged(damage);
   }
   // True for success; else sets what failed.
   bool passed(int code) {
@@ -216,7 +213,9 @@ class Opening {
   }
 
   bool migrate() {
-    if (!write_ahead() || !passed(migrate_first(connection()))) return false;
+    if (!write_ahead() || !passed(migrate_first(connection())) || !has_our_schema() ||
+        !passed(sqlite::run(connection(), "COMMIT")))
+      return false;
     log_notice("chkpt", "%s is now of version %lld", path_.c_str(), static_cast<long long>(kVersion));
     return true;
   }
@@ -235,7 +234,9 @@ class Opening {
 
   // Moves the invalid records to a table that nothing else reads.
   bool quarantine() {
-    if (!passed(sqlite::run(connection(), kMakeQuarantine))) return false;
+    if (!passed(sqlite::run(connection(), "BEGIN IMMEDIATE")) ||
+        !passed(sqlite::run(connection(), kMakeQuarantine)))
+      return false;
     for (const char* sql : {kCopyToQuarantine, kDeleteRecord}) {
       sqlite::Statement move(connection(), sql);
       for (const std::int64_t id : invalid_) {

@@ -1,4 +1,4 @@
-// Types and sizes are included, so that no two rows have the same words.
+// Types and sizes are included, so that no two rows have the same words except for the first value.
 #include "platform/core/sqlite/row_checksum.h"
 
 #include <bit>

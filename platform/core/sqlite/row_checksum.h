@@ -1,5 +1,7 @@
 // The checksum that a row stores of its other columns: a row whose checksum differs is damaged. It is part of
 // the files' formats. Every connection that open() made has it as an SQL function, row_checksum(VALUE, ...).
+// NULL as the first value has the checksum of the integer 4, so what reads rows whose key may be lost checks
+// that.
 #pragma once
 
 #include <sqlite3.h>

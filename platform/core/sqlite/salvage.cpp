@@ -6,9 +6,11 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 
 #include "platform/core/files/synchronize.h"
 #include "platform/core/sqlite/database_file.h"
+#include "platform/core/sqlite/schema.h"
 
 namespace sqlite {
 
@@ -44,27 +46,18 @@ bool open_damaged(const std::string& file, Connection* damaged) {
          run(damaged->get(), "PRAGMA locking_mode=EXCLUSIVE; PRAGMA trusted_schema=OFF") == SQLITE_OK;
 }
 
-// Without its first page a database has no tables.
-bool has_first_page(sqlite3* damaged, const Salvage& plan) {
-  return std::ranges::all_of(plan.copies, [damaged](const RowCopy& copy) {
-    const int code = primary(Statement().prepare(damaged, copy.select));
-    return code == SQLITE_OK || code == SQLITE_ERROR;
-  });
-}
-
-// A copy of the damaged database that begins with the first page of the new one, while that is empty: tables
-// of the same schema begin at the same pages.
-class CopyWithFirstPage {
+// A copy of the damaged database, which may be changed so that it can be read.
+class Copy {
  public:
-  explicit CopyWithFirstPage(const std::string& file) : file_(file), copy_(file + ".copy") { remove(); }
-  ~CopyWithFirstPage() { remove(); }
-  CopyWithFirstPage(const CopyWithFirstPage&) = delete;
-  CopyWithFirstPage& operator=(const CopyWithFirstPage&) = delete;
+  explicit Copy(const std::string& file) : file_(file), copy_(file + ".copy") {}
+  ~Copy() { remove(); }
+  Copy(const Copy&) = delete;
+  Copy& operator=(const Copy&) = delete;
 
   const std::string& path() const { return copy_; }
-  bool make(sqlite3* empty) const {
-    return std::ranges::all_of(kSuffixes, [this](const char* suffix) { return copy_one(suffix); }) &&
-           extend(empty) && replace_first_page(empty);
+  bool make() const {
+    remove();
+    return std::ranges::all_of(kSuffixes, [this](const char* suffix) { return copy_one(suffix); });
   }
 
  private:
@@ -75,32 +68,39 @@ class CopyWithFirstPage {
     if (file_size(file_ + suffix) < 0) return true;
     return std::filesystem::copy_file(file_ + suffix, copy_ + suffix, error);
   }
-  // SQLite reads no table of a schema that names a page beyond the end, and a former version had fewer
-  // tables.
-  bool extend(sqlite3* empty) const {
-    sqlite3_int64 least = 0;
-    sqlite3_file* const from = file_of(empty);
-    if (from->pMethods->xFileSize(from, &least) != SQLITE_OK) return false;
-    std::error_code error;
-    if (file_size(copy_) < least)
-      std::filesystem::resize_file(copy_, static_cast<std::uintmax_t>(least), error);
-    return !error;
-  }
-  bool replace_first_page(sqlite3* empty) const {
-    constexpr std::size_t kSizeIsValidAt = 95;  // else SQLite asks the system for the number of pages
-    std::array<char, 4096> page;
-    sqlite3_file* const from = file_of(empty);
-    if (from->pMethods->xRead(from, page.data(), static_cast<int>(page.size()), 0) != SQLITE_OK) return false;
-    page[kSizeIsValidAt] = static_cast<char>(page[kSizeIsValidAt] + 1);
-    std::fstream copy(copy_, std::ios::binary | std::ios::in | std::ios::out);
-    return bool(copy.write(page.data(), page.size()).flush());
-  }
   void remove() const {
     for (const char* suffix : kSuffixes) std::remove((copy_ + suffix).c_str());
   }
 
   std::string file_;
   std::string copy_;
+};
+
+// The first page of a new database: tables of the same schema begin at the same pages.
+class FirstPage {
+ public:
+  bool read(sqlite3* empty) {
+    sqlite3_file* const from = file_of(empty);
+    if (from->pMethods->xFileSize(from, &least_) != SQLITE_OK ||
+        from->pMethods->xRead(from, page_.data(), static_cast<int>(page_.size()), 0) != SQLITE_OK)
+      return false;
+    constexpr std::size_t kSizeIsValidAt = 95;  // else SQLite asks the system for the number of pages
+    page_[kSizeIsValidAt] = static_cast<char>(page_[kSizeIsValidAt] + 1);
+    return true;
+  }
+  // SQLite reads no table of a schema that names a page beyond the end, and a former version had fewer
+  // tables.
+  bool replace(const std::string& file) const {
+    std::error_code error;
+    if (file_size(file) < least_)
+      std::filesystem::resize_file(file, static_cast<std::uintmax_t>(least_), error);
+    std::fstream copy(file, std::ios::binary | std::ios::in | std::ios::out);
+    return !error && bool(copy.write(page_.data(), std::ssize(page_)).flush());
+  }
+
+ private:
+  sqlite3_int64 least_ = 0;
+  std::array<char, 4096> page_{};
 };
 
 std::size_t copy_rows(sqlite3* damaged, sqlite3* to, const RowCopy& copy) {
@@ -118,20 +118,62 @@ std::size_t copy_rows(sqlite3* damaged, sqlite3* to, const RowCopy& copy) {
   return copied;
 }
 
-bool write_incomplete(const std::string& file, const Salvage& plan, std::size_t* rows) {
-  CopyWithFirstPage copy(file);
-  Connection damaged;
-  Connection whole;
-  if (open(incomplete_name(file), &whole) != SQLITE_OK || run(whole.get(), kWithoutJournal) != SQLITE_OK ||
-      run(whole.get(), plan.make) != SQLITE_OK || !open_damaged(file, &damaged))
-    return false;
-  if (!has_first_page(damaged.get(), plan)) {
-    damaged.reset();
-    if (!copy.make(whole.get()) || !open_damaged(copy.path(), &damaged)) return false;
+// What the worst of the selections says: SQLITE_OK; SQLITE_ERROR if the schema lacks a table or column;
+// another code without the first page, which has the schema.
+int check_selections(sqlite3* damaged, const Salvage& plan) {
+  int worst = SQLITE_OK;
+  for (const RowCopy& copy : plan.copies) {
+    const int code = primary(Statement().prepare(damaged, copy.select));
+    if (worst == SQLITE_OK || worst == SQLITE_ERROR) worst = code == SQLITE_OK ? worst : code;
   }
-  if (run(whole.get(), "BEGIN") != SQLITE_OK) return false;
-  for (const RowCopy& each : plan.copies) *rows += copy_rows(damaged.get(), whole.get(), each);
-  return run(whole.get(), plan.finish) == SQLITE_OK && run(whole.get(), "COMMIT") == SQLITE_OK &&
+  return worst;
+}
+
+// The rows that the schema of `damaged` finds. Returns what check_selections() returns.
+int copy_all(sqlite3* damaged, sqlite3* to, const Salvage& plan, std::size_t* rows) {
+  const int code = check_selections(damaged, plan);
+  if (code != SQLITE_OK && code != SQLITE_ERROR) return code;
+  for (const RowCopy& each : plan.copies) *rows += copy_rows(damaged, to, each);
+  return code;
+}
+
+// With the tables as the new database states them: without its primary key a table has other columns. True if
+// nothing else needs to be read.
+bool copy_with_tables(const Copy& copy, sqlite3* to, const Salvage& plan, std::size_t* rows) {
+  Connection damaged;
+  return copy.make() && open_damaged(copy.path(), &damaged) && set_tables(damaged.get(), to) == SQLITE_OK &&
+         copy_all(damaged.get(), to, plan, rows) == SQLITE_OK;
+}
+
+bool copy_with_first_page(const Copy& copy, const FirstPage& first, sqlite3* to, const Salvage& plan,
+                          std::size_t* rows) {
+  Connection damaged;
+  if (!copy.make() || !first.replace(copy.path()) || !open_damaged(copy.path(), &damaged)) return false;
+  copy_all(damaged.get(), to, plan, rows);
+  return true;
+}
+
+// A row that was copied before is ignored.
+bool copy_what_is_found(const std::string& file, const FirstPage& first, sqlite3* to, const Salvage& plan,
+                        std::size_t* rows) {
+  const Copy copy(file);
+  Connection damaged;
+  if (!open_damaged(file, &damaged)) return false;
+  const int code = copy_all(damaged.get(), to, plan, rows);
+  if (code == SQLITE_OK && has_tables_of(damaged.get(), to)) return true;
+  damaged.reset();
+  const bool has_schema = code == SQLITE_OK || code == SQLITE_ERROR;
+  return (has_schema && copy_with_tables(copy, to, plan, rows)) ||
+         copy_with_first_page(copy, first, to, plan, rows);
+}
+
+bool write_incomplete(const std::string& file, const Salvage& plan, std::size_t* rows) {
+  Connection whole;
+  FirstPage first;
+  return open(incomplete_name(file), &whole) == SQLITE_OK && run(whole.get(), kWithoutJournal) == SQLITE_OK &&
+         run(whole.get(), plan.make) == SQLITE_OK && first.read(whole.get()) &&
+         run(whole.get(), "BEGIN") == SQLITE_OK && copy_what_is_found(file, first, whole.get(), plan, rows) &&
+         run(whole.get(), plan.finish) == SQLITE_OK && run(whole.get(), "COMMIT") == SQLITE_OK &&
          synchronize(whole.get());
 }
 

@@ -1,9 +1,10 @@
 // A new database with the rows that can be read in a damaged one. It is FILE.salvaged until the damaged file
 // has been set aside; then it is renamed to FILE.
 //
-// The first page has the tables' names and places. If it is damaged, those of a new database are used, which
-// every file has that this release, or a salvage, made. `insert` has to reject rows by their checksum: other
-// files have other contents at these places.
+// The first page has the tables' texts and places. If a text is not that of a new database, rows are also
+// read with that one: without its primary key a table has other columns. If the page cannot be read, the
+// places of a new database are used, which every file has that this release, or a salvage, made. `insert` has
+// to reject rows by their checksum, and keys that are NULL: other files have other contents at these places.
 #pragma once
 
 #include <cstddef>

@@ -24,6 +24,7 @@
 #include "platform/core/base/log.h"
 #include "platform/core/sqlite/database_file.h"
 #include "platform/core/sqlite/salvage.h"
+#include "platform/core/sqlite/schema.h"
 #include "platform/store/configuration/node_store.h"
 
 namespace kvtree {
@@ -49,7 +50,7 @@ constexpr int kNewerVersion = SQLITE_SCHEMA;  // no statement of ours results in
   "NULL, checksum INTEGER NOT NULL, user TEXT NOT NULL DEFAULT '');"                                    \
   "CREATE TABLE content(id INTEGER PRIMARY KEY, octets BLOB NOT NULL, checksum INTEGER NOT "            \
   "NULL);" MAKE_CONFIRMATION MAKE_LATER_CHANGE
-#define SET_VERSION "PRAGMA application_id = 1297498958; PRAGMA user_version = 6; COMMIT;"
+#define SET_VERSION "PRAGMA application_id = 1297498958; PRAGMA user_version = 6;"
 #define NODE_CHECKSUM "row_checksum(path, owner, value, told, suppressed)"
 #define NODE_CHECKSUM_4 "row_checksum(path, owner, value, told)"
 #define LOG_COLUMNS_4 "id, time, owner, comment, changes, octets, folded"
@@ -80,7 +81,7 @@ constexpr int kNewerVersion = SQLITE_SCHEMA;  // no statement of ours results in
   ";"                                                                                                    \
   "UPDATE log SET checksum = row_checksum(" LOG_COLUMNS ") WHERE checksum = row_checksum(" LOG_COLUMNS_4 \
   ");"
-constexpr char kMake[] = "BEGIN;" MAKE_TABLES SET_VERSION;
+constexpr char kMake[] = "BEGIN;" MAKE_TABLES SET_VERSION "COMMIT";
 constexpr char kMigrateFirst[] = "BEGIN; ALTER TABLE node RENAME TO former;" MAKE_TABLES;
 constexpr char kCopyFirst[] =
     "INSERT INTO node(path, owner, value, told, checksum) SELECT path, ?1, value, 0, row_checksum(path, ?1, "
@@ -108,21 +109,14 @@ static_assert(std::size(kMigrations) == kVersion - 2);
   "SELECT node.path, node.owner, node.value, node.told, log.id, log.time, log.owner, log.comment, " \
   "log.changes, log.octets, log.folded, content.id, content.octets"
 #define PROBE_FOURTH PROBE_THIRD ", node.checksum, log.checksum, content.checksum"
-#define PROBE_FIFTH                                                                                     \
-  PROBE_FOURTH                                                                                          \
-  ", node.suppressed, log.user, confirmation.commit_id, confirmation.deadline, confirmation.duration, " \
-  "confirmation.checksum"
 // By version.
 constexpr const char* kProbes[] = {
-    "SELECT path, value FROM node",
-    "SELECT path, owner, value FROM node",
-    PROBE_THIRD " FROM node, log, content",
-    PROBE_FOURTH " FROM node, log, content",
-    PROBE_FIFTH " FROM node, log, content, confirmation",
-    PROBE_FIFTH
-    ", later_change.path, later_change.checksum FROM node, log, content, confirmation, later_change"};
-static_assert(std::size(kProbes) == kVersion);
-#undef PROBE_FIFTH
+    "SELECT path, value FROM node", "SELECT path, owner, value FROM node",
+    PROBE_THIRD " FROM node, log, content", PROBE_FOURTH " FROM node, log, content",
+    PROBE_FOURTH
+    ", node.suppressed, log.user, confirmation.commit_id, confirmation.deadline, confirmation.duration, "
+    "confirmation.checksum FROM node, log, content, confirmation"};
+static_assert(std::size(kProbes) == kVersion - 1);
 #undef PROBE_THIRD
 #undef PROBE_FOURTH
 // `told` starts with an id (node_store.cpp).
@@ -131,6 +125,7 @@ constexpr sqlite::Sequence kCommitIds = {
     "SELECT max((SELECT coalesce(max(id), 0) FROM log WHERE checksum = row_checksum(" LOG_COLUMNS
     ")), (SELECT coalesce(max(told), 0) >> 20 FROM node WHERE checksum = " NODE_CHECKSUM "))"};
 
+// Of a former version.
 bool has_tables(sqlite3* database, std::int64_t version) {
   return bool(sqlite::Statement(database, kProbes[version - 1]));
 }
@@ -152,7 +147,7 @@ int migrate_first(sqlite3* database) {
   return SQLITE_OK;
 }
 
-// A failure leaves an open transaction, which closing the database rolls back.
+// Leaves an open transaction, which closing the database rolls back.
 int migrate(sqlite3* database, std::int64_t version) {
   if (!has_tables(database, version)) return SQLITE_MISMATCH;
   if (fault_check("configuration_migrate") != kStatusOk) return SQLITE_IOERR;
@@ -185,13 +180,22 @@ int correct_sequence(sqlite3* database) {
   return code;
 }
 
+int check_schema(sqlite3* database) {
+  std::string damage;
+  const int code = sqlite::check_schema(database, {kMake, kMakeQuarantine}, &damage);
+  if (code != SQLITE_OK || damage.empty()) return code;
+  log_warning("configuration", "%s: %s", sqlite3_db_filename(database, "main"), damage.c_str());
+  return SQLITE_MISMATCH;
+}
+
 // Initializes an empty file and migrates a former version.
 int complete(sqlite3* database, const sqlite::Identity& identity) {
   if (identity.is_blank()) return sqlite::run(database, kMake);
-  if (identity.version < kVersion) {
-    if (const int code = migrate(database, identity.version)) return code;
-  }
-  return has_tables(database, kVersion) ? correct_sequence(database) : SQLITE_MISMATCH;
+  const bool is_former = identity.version < kVersion;
+  if (const int code = is_former ? migrate(database, identity.version) : SQLITE_OK) return code;
+  if (const int code = check_schema(database)) return code;
+  if (const int code = is_former ? sqlite::run(database, "COMMIT") : SQLITE_OK) return code;
+  return correct_sequence(database);
 }
 
 bool is_unusable(int code) {
@@ -220,26 +224,27 @@ int open_once(const std::string& file, sqlite::Connection* database, std::int64_
         "INSERT OR IGNORE INTO node(path, owner, value, told, suppressed, checksum) SELECT ?1, ?2, ?3, ?4, " \
         "?5, ?6 WHERE ?6 = row_checksum(?1, ?2, ?3, ?4, ?5)"                                                 \
   }
-#define COPY_LOG(COLUMNS, CHECKSUM)                                   \
-  {                                                                   \
-    "SELECT " COLUMNS ", " CHECKSUM " FROM log ORDER BY id",          \
-        "SELECT " COLUMNS ", " CHECKSUM " FROM log ORDER BY id DESC", \
-        "INSERT OR IGNORE INTO log(" LOG_COLUMNS                      \
-        ", checksum) SELECT ?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9 "      \
-        "WHERE ?9 = row_checksum(?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8)"     \
+#define COPY_LOG(COLUMNS, CHECKSUM)                                               \
+  {                                                                               \
+    "SELECT " COLUMNS ", " CHECKSUM " FROM log ORDER BY id",                      \
+        "SELECT " COLUMNS ", " CHECKSUM " FROM log ORDER BY id DESC",             \
+        "INSERT OR IGNORE INTO log(" LOG_COLUMNS                                  \
+        ", checksum) SELECT ?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9 "                  \
+        "WHERE ?1 NOT NULL AND ?9 = row_checksum(?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8)" \
   }
-#define COPY_CONTENT(CHECKSUM)                                                            \
-  {                                                                                       \
-    "SELECT id, octets, " CHECKSUM " FROM content ORDER BY id",                           \
-        "SELECT id, octets, " CHECKSUM " FROM content ORDER BY id DESC",                  \
-        "INSERT OR IGNORE INTO content SELECT ?1, ?2, ?3 WHERE ?3 = row_checksum(?1, ?2)" \
+#define COPY_CONTENT(CHECKSUM)                                                                            \
+  {                                                                                                       \
+    "SELECT id, octets, " CHECKSUM " FROM content ORDER BY id",                                           \
+        "SELECT id, octets, " CHECKSUM " FROM content ORDER BY id DESC",                                  \
+        "INSERT OR IGNORE INTO content SELECT ?1, ?2, ?3 WHERE ?1 NOT NULL AND ?3 = row_checksum(?1, ?2)" \
   }
 #define NEW_LOG_CHECKSUM "row_checksum(" LOG_COLUMNS_4 ", '')"
 #define NEW_NODE_CHECKSUM "row_checksum(path, owner, value, told, 0)"
 constexpr sqlite::RowCopy kCopyConfirmation = {
     "SELECT commit_id, deadline, duration, checksum FROM confirmation ORDER BY commit_id",
     "SELECT commit_id, deadline, duration, checksum FROM confirmation ORDER BY commit_id DESC",
-    "INSERT OR IGNORE INTO confirmation SELECT ?1, ?2, ?3, ?4 WHERE ?4 = row_checksum(?1, ?2, ?3)"};
+    "INSERT OR IGNORE INTO confirmation SELECT ?1, ?2, ?3, ?4 WHERE ?1 NOT NULL AND ?4 = row_checksum(?1, "
+    "?2, ?3)"};
 constexpr sqlite::RowCopy kCopyLaterChanges = {
     "SELECT path, checksum FROM later_change ORDER BY path",
     "SELECT path, checksum FROM later_change ORDER BY path DESC",

@@ -147,6 +147,67 @@ TEST_P(FormerVersion, WhatCanBeReadOfADamagedOneIsUsed) {
 INSTANTIATE_TEST_SUITE_P(Versions, FormerVersion, ::testing::Values(kSecondVersion, kThirdVersion),
                          [](const auto& each) { return each.index == 0 ? "Second" : "Third"; });
 
+// --- Schemas that are valid, and not ours
+
+struct DamagedSchema {
+  const char *table, *from, *to;
+};
+
+class DatabaseWithADamagedSchema : public ConfigTest, public ::testing::WithParamInterface<DamagedSchema> {};
+
+TEST_P(DatabaseWithADamagedSchema, IsSetAsideAndItsRowsAreRead) {
+  const auto& [table, from, to] = GetParam();
+  ASSERT_EQ(Keep(), kStatusOk);
+  Make("script", {SetTo("/cfg/a", "s")}, "");
+  Make("user", {SetTo("/cfg/a", "u"), SetTo("/cfg/b", "x")}, "");
+  kvtree_reset();
+  ExecuteOn(File(), kvtree::kMakeQuarantine);
+  ExecuteOn(File(),
+            std::string("PRAGMA writable_schema=ON; CREATE TABLE done(n CHECK(n = 1)); UPDATE sqlite_schema "
+                        "SET sql = replace(sql, '") +
+                from + "', '" + to + "') WHERE name = '" + table + "'; INSERT INTO done SELECT changes()");
+  CaptureStderr();
+  ASSERT_EQ(Keep(), kStatusOk);
+  const std::string log = GetCapturedStderr();
+  EXPECT_THAT(log, HasSubstr("the schema of its table \"" + std::string(table) + "\" is damaged"));
+  EXPECT_THAT(log, HasSubstr(" is damaged and is stored as " + File() + ".unusable.1; starting with the "));
+  EXPECT_THAT(Effective(), ElementsAre("/cfg/a=u", "/cfg/b=x"));
+  EXPECT_THAT(Owned("script"), ElementsAre("/cfg/a=s"));
+  EXPECT_THAT(History(), SizeIs(2));
+  EXPECT_THAT(Changes("2"), SizeIs(2));
+  Commit("user", {SetTo("/cfg/a", "v")});
+  CaptureStderr();
+  Restart();
+  EXPECT_EQ(GetCapturedStderr(), "");
+  EXPECT_THAT(Effective(), ElementsAre("/cfg/a=v", "/cfg/b=x"));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Tables, DatabaseWithADamagedSchema,
+    ::testing::Values(DamagedSchema{"node", "INTEGER NOT NULL, checksum", "INTEGES NOT NULL, checksum"},
+                      DamagedSchema{"node", "value, ", "valee, "},
+                      DamagedSchema{"log", "INTEGER PRIMARY KEY AUTOINCREMENT", "INTEGER"},
+                      DamagedSchema{"log", " AUTOINCREMENT", ""},
+                      DamagedSchema{"content", "INTEGER PRIMARY KEY", "INTEGER PRIMARI KEY"},
+                      DamagedSchema{"confirmation", "INTEGER PRIMARY KEY", "INTEGER PRIMARI KEY"},
+                      DamagedSchema{"later_change", "path TEXT", "path TEXU"},
+                      DamagedSchema{"quarantine_commit", "folded", "foldee"},
+                      DamagedSchema{"quarantine_node", "suppressed", "suppressee"}),
+    [](const auto& each) { return each.param.table + std::to_string(each.index); });
+
+TEST_F(ConfigTest, FormerVersionWithADamagedSchemaIsSetAsideAndItsRowsAreRead) {
+  Execute(fourth_version());
+  ExecuteOn(File(),
+            "PRAGMA writable_schema=ON; UPDATE sqlite_schema SET sql = replace(sql, 'INTEGER PRIMARY KEY "
+            "AUTOINCREMENT', 'INTEGER') WHERE name = 'log'");
+  ASSERT_EQ(kvtree_config_register_owners(kFormerOwners), kStatusOk);
+  CaptureStderr();
+  ASSERT_EQ(Keep(), kStatusOk);
+  EXPECT_THAT(GetCapturedStderr(), HasSubstr("the schema of its table \"log\" is damaged"));
+  EXPECT_THAT(Owned("cli"), SizeIs(6));
+  EXPECT_THAT(History(), SizeIs(7));
+}
+
 // --- Rows whose checksum differs
 
 class DamagedRow : public ConfigTest {

@@ -27,10 +27,6 @@ static_assert(kMaxConfigChanges <= kLastPlace);
 // Clients take other statuses, such as that of a missing permission, for their own failures.
 constexpr Status kOperatorsStatuses[] = {ENOSPC, EDQUOT, EROFS, EMFILE, ENFILE, kStatusNoMemory};
 
-constexpr char kMakeQuarantine[] =
-    "CREATE TABLE IF NOT EXISTS quarantine_commit(id, time, owner, comment, changes, octets, user, folded);"
-    "CREATE TABLE IF NOT EXISTS quarantine_node(path, owner, value, told, suppressed)";
-
 #define NODE_CHECKSUM "row_checksum(path, owner, value, told, suppressed)"
 #define LOG_CHECKSUM "row_checksum(id, time, owner, comment, changes, octets, folded, user)"
 

@@ -36,6 +36,11 @@ namespace kvtree {
 // A database in memory, which exists while it is open. Fault point "configuration_open".
 [[nodiscard]] Status open_configuration_in_memory(sqlite::Connection* database);
 
+// The tables that a database may have, for what cannot be used.
+inline constexpr char kMakeQuarantine[] =
+    "CREATE TABLE IF NOT EXISTS quarantine_commit(id, time, owner, comment, changes, octets, user, folded);"
+    "CREATE TABLE IF NOT EXISTS quarantine_node(path, owner, value, told, suppressed)";
+
 // An id is the upper part of the number of a notification (node_store.cpp).
 inline constexpr std::int64_t kMaxCommitId = (std::int64_t{1} << 42) - 1;
 
