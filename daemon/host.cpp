@@ -280,8 +280,9 @@ int start_host() {
   // Clients never see a time that a crash could undo. The store logs a commit that failed and continues.
   chkpt_gate_output();
   event_manager_on_create(start_on_main_manager);
-  log_notice("mpls_vpn_mib", "%zu VRFs and %zu interfaces loaded from %s", host().model.vrf_count(),
-             host().model.interface_count(), host().sources.front()->describe().c_str());
+  log_notice("mpls_vpn_mib", "VRFs loaded from %s: %zu, interfaces: %zu",
+             host().sources.front()->describe().c_str(), host().model.vrf_count(),
+             host().model.interface_count());
   return 0;
 }
 

@@ -111,6 +111,8 @@ class Packages(unittest.TestCase):
         wait_until("the rows", lambda: re.search(r"166\.11\.1\.1\.1\.0 = |ConfiguredVrfs\.0 = ", self.run_commands(look)))
         self.assertEqual(self.states(), ["active", "active"])
         self.assertEqual(self.states("UnitFileState"), ["enabled", "enabled"])
+        for service in SERVICES:
+            self.machine.run(f"systemctl reload {service}")
         self.assertIn("configuredVrfs", self.machine.output("su operator1 -c 'mplsvpn --json show scalars'"))
         self.machine.run("su operator1 -c 'mplsvpn config set vrf red description of an operator'")
         self.replace_agent_by_module_and_return()
