@@ -36,12 +36,15 @@ struct KernelRouteCounters {
   std::uint64_t malformed = 0;  // messages of routes and next-hop objects, and datagrams, that are malformed
 };
 
-struct KernelSourceCounters {
+struct KernelLinkCounters {
   std::uint64_t losses = 0;           // times that the kernel had to drop events
   std::uint64_t dumps = 0;            // complete dumps of links and addresses
   std::uint64_t disturbed_dumps = 0;  // those among them that changes interrupted
   std::uint64_t failures = 0;         // readings and receptions that failed
   std::uint64_t refused = 0;          // changes that the model refused
   std::uint64_t malformed = 0;        // messages of links and addresses, and datagrams, that are malformed
+};
+
+struct KernelSourceCounters : KernelLinkCounters {
   KernelRouteCounters routes;
 };
