@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <vector>
 
-#include "platform/store/server/notification_queue.h"
+#include "platform/store/queue/notification_queue.h"
 #include "tests/power/power_test.h"
 
 namespace power {

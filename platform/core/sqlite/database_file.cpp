@@ -7,32 +7,19 @@
 #include <cstdio>
 
 #include "platform/core/files/lock_file.h"
+#include "platform/core/files/set_aside.h"
 #include "platform/core/files/synchronize.h"
 
 namespace sqlite {
 
 namespace {
 
-constexpr int kMaxSetAside = 1000;
 constexpr std::int64_t kSkippedIds = 1000;  // may have been used by rows that no longer exist
 
 constexpr char kFindImpossible[] =
     "SELECT count(*) FROM sqlite_sequence WHERE name = ?1 AND (typeof(seq) <> 'integer' OR seq NOT BETWEEN 0 "
     "AND ?2)";
 constexpr char kSetSequence[] = "UPDATE sqlite_sequence SET seq = ?2 WHERE name = ?1";
-
-bool is_taken(const std::string& name) {
-  return file_size(name) >= 0 || file_size(name + "-wal") >= 0;
-}
-
-std::string free_name(const std::string& path) {
-  for (int n = 1; n <= kMaxSetAside; ++n) {
-    std::string name = path + ".unusable." + std::to_string(n);
-    if (!is_taken(name)) return name;
-  }
-  errno = EEXIST;
-  return {};
-}
 
 }  // namespace
 
@@ -102,8 +89,11 @@ std::string describe_lock(const std::string& path) {
 // last: if the process dies in between, a log alone is detected as damage, but a database without its log
 // would look complete. The same holds for a power cut.
 std::string set_aside(const std::string& path) {
-  const std::string name = free_name(path);
-  if (name.empty()) return {};
+  const std::string name = free_unusable_name(path, {"-wal"});
+  if (name.empty()) {
+    errno = EEXIST;
+    return {};
+  }
   for (const char* suffix : {"", "-journal", "-shm", "-wal"}) {
     const Status status = rename_durably(path + suffix, name + suffix);
     if (status == kStatusOk || status == static_cast<Status>(ENOENT)) continue;

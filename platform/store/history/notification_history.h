@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/store/server/queue_file.h"
+#include "platform/store/queue/queue_file.h"
 
 namespace notification_history {
 

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "platform/core/wire/wire.h"
-#include "platform/store/server/notification_queue.h"
+#include "platform/store/queue/notification_queue.h"
 #include "platform/store/server/request_durations.h"
 #include "platform/store/server/store.h"
 

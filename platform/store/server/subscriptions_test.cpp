@@ -5,7 +5,7 @@
 
 #include "platform/core/base/clock.h"
 #include "platform/store/client/async_client.h"
-#include "platform/store/server/notification_queue.h"
+#include "platform/store/queue/notification_queue.h"
 #include "platform/store/server/test_served_store.h"
 
 namespace {

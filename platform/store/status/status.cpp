@@ -1,7 +1,5 @@
 #include "platform/store/status/status.h"
 
-#include <unistd.h>
-
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
@@ -10,6 +8,7 @@
 
 #include "platform/core/base/clock.h"
 #include "platform/core/base/log.h"
+#include "platform/core/files/set_aside.h"
 #include "platform/core/wire/client_summary.h"
 #include "platform/store/server/server.h"
 #include "platform/store/status/records.h"
@@ -75,17 +74,10 @@ std::uint64_t octets_of(const std::string& path) {
   return missing ? 0 : octets;
 }
 
-// PATH.unusable.1 and so on (platform/core/sqlite/database_file.h).
-std::uint32_t set_aside(const std::string& path) {
-  std::uint32_t count = 0;
-  while (access((path + ".unusable." + std::to_string(count + 1)).c_str(), F_OK) == 0) ++count;
-  return count;
-}
-
 DatabaseStatus status_of(DatabaseFact& fact) {
   const std::uint64_t octets = octets_of(fact.path) + octets_of(fact.path + "-wal");
   return {fact.name.data(), fact.path.data(), fact.problem.data(), saturated((octets + 1023) / 1024),
-          set_aside(fact.path)};
+          count_unusable(fact.path)};
 }
 
 RouteModuleFailure status_of(std::string& failure) {

@@ -1,5 +1,5 @@
 // Tests of queues that outlive the process.
-#include "platform/store/server/queue_file.h"
+#include "platform/store/queue/queue_file.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -19,7 +19,7 @@
 #include "platform/core/evm/evm.h"
 #include "platform/core/evm/test_run_directory.h"
 #include "platform/core/files/temporary_directory.h"
-#include "platform/store/server/notification_queue.h"
+#include "platform/store/queue/notification_queue.h"
 
 namespace {
 
@@ -61,10 +61,11 @@ class StoredQueue : public ::testing::Test {
     }
     return taken;
   }
-  std::string Read() const {
-    std::ifstream file(File(), std::ios::binary);
+  static std::string ReadFile(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
   }
+  std::string Read() const { return ReadFile(File()); }
   void Write(const std::string& octets) const { std::ofstream(File(), std::ios::binary) << octets; }
 
   ManualClock clock{1000};
@@ -172,12 +173,121 @@ TEST_F(StoredQueue, DamagedRecordCostsOnlyItself) {
 }
 
 TEST_F(StoredQueue, ForeignFileIsStoredUnderAnotherName) {
-  Write("something else");
-  ::testing::internal::CaptureStderr();
+  for (const char* aside : {".unusable.1", ".unusable.2"}) {
+    Write(std::string("something else") + aside);
+    ::testing::internal::CaptureStderr();
+    Restart();
+    EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr("is stored as " + File() + aside));
+    EXPECT_EQ(ReadFile(File() + aside), std::string("something else") + aside);
+    EXPECT_THAT(TakeAll(), IsEmpty());
+  }
+}
+
+// Files with a damaged octet in each place in turn, and what is delivered of them.
+class DamagedQueue : public StoredQueue {
+ protected:
+  // The begin of each record, as the file grew, and its end.
+  struct Ranges {
+    std::vector<std::size_t> ends;
+    std::size_t RecordOf(std::size_t place) const {
+      return static_cast<std::size_t>(std::ranges::upper_bound(ends, place) - ends.begin());
+    }
+  };
+  std::vector<std::string> TakenFrom(const std::string& octets) {
+    Write(octets);
+    last_taken = 0;
+    clock.advance(1);  // a new queue has another instance
+    Restart();
+    return TakeAll();
+  }
+  void RemoveAside() const {
+    for (const auto& file : std::filesystem::directory_iterator(directory.path())) {
+      if (file.path().string().find(".unusable.") != std::string::npos) std::filesystem::remove(file);
+    }
+  }
+};
+
+TEST_F(DamagedQueue, EveryOctetOfAGrownFileCostsAtMostItsRecord) {
+  const std::uint64_t instance = queue->instance();
+  Ranges ranges{{Read().size()}};
+  for (const char* text : {"first", "second", "third"}) {
+    Push(text);
+    ranges.ends.push_back(Read().size());
+  }
+  const std::vector<std::vector<std::string>> left = {{"1-0:first", "2-0:second", "3-0:third"},
+                                                      {"2-1:second", "3-0:third"},
+                                                      {"1-0:first", "3-1:third"},
+                                                      {"1-0:first", "2-0:second"}};
+  const std::string octets = Read();
+  for (std::size_t place = 0; place < octets.size(); ++place) {
+    for (const int bits : {1, 0x80, 0xff}) {
+      std::string damaged = octets;
+      damaged[place] = static_cast<char>(damaged[place] ^ bits);
+      EXPECT_EQ(TakenFrom(damaged), left[ranges.RecordOf(place)]) << place;
+      EXPECT_EQ(queue->instance(), instance) << place;
+    }
+  }
+}
+
+TEST_F(DamagedQueue, EveryOctetOfAFileThatWasWrittenAnewCostsAtMostItsRecord) {
+  Ranges ranges;
+  Push("first");
+  Restart();  // another process: its sequence numbers are far above
+  Push("second");
   Restart();
-  EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr("is stored as " + File() + ".unusable"));
-  EXPECT_EQ(std::filesystem::file_size(File() + ".unusable"), 14U);
-  EXPECT_THAT(TakeAll(), IsEmpty());
+  const std::string two = Read();
+  Push("third");
+  Restart();
+  const std::string octets = Read();
+  const std::size_t record = octets.size() - two.size() + 1;  // of "second", which is an octet longer
+  ranges.ends = {octets.size() - 3 * record + 2, octets.size() - 2 * record + 1, two.size(), octets.size()};
+  const std::vector<std::vector<std::string>> left = {{"1-0:first", "2-0:second", "3-0:third"},
+                                                      {"2-1:second", "3-0:third"},
+                                                      {"1-0:first", "3-1:third"},
+                                                      {"1-0:first", "2-0:second"}};
+  for (std::size_t place = 0; place < octets.size(); ++place) {
+    std::string damaged = octets;
+    damaged[place] = static_cast<char>(~damaged[place]);
+    EXPECT_EQ(TakenFrom(damaged), left[ranges.RecordOf(place)]) << place;
+  }
+}
+
+TEST_F(DamagedQueue, FileWithoutItsHeaderIsStoredAsideAndItsRecordsAreDelivered) {
+  Push("first");
+  const std::size_t header = Read().size() - std::string("first").size();
+  Push("second");
+  std::string damaged = Read();
+  damaged.replace(0, 40, 40, 'x');  // both
+  damaged.replace(40, 20, 20, 'x');
+  ASSERT_GT(header, 60U);
+  ::testing::internal::CaptureStderr();
+  EXPECT_THAT(TakenFrom(damaged), ElementsAre("1-0:first", "2-0:second"));
+  EXPECT_THAT(::testing::internal::GetCapturedStderr(),
+              HasSubstr(File() + " is damaged and is stored as " + File() +
+                        ".unusable.1; what can be read in it is used\n"));
+  EXPECT_EQ(ReadFile(File() + ".unusable.1"), damaged);
+  Push("third");
+  Restart();
+  EXPECT_THAT(TakeAll(), ElementsAre("3-0:third"));
+}
+
+// Its header is there once.
+TEST_F(DamagedQueue, FileOfAFormerReleaseIsContinued) {
+  const std::uint64_t instance = queue->instance();
+  const std::size_t magic = 4;
+  const std::size_t header = (Read().size() - magic) / 2;
+  Push("first");
+  Push("second");
+  std::string former = Read();
+  former.erase(magic + header, header);
+  EXPECT_THAT(TakenFrom(former), ElementsAre("1-0:first", "2-0:second"));
+  EXPECT_EQ(queue->instance(), instance);
+  for (std::size_t place = 0; place < magic + header; ++place) {
+    std::string damaged = former;
+    damaged[place] = static_cast<char>(~damaged[place]);
+    EXPECT_THAT(TakenFrom(damaged), ElementsAre("1-0:first", "2-0:second")) << place;
+    RemoveAside();
+  }
 }
 
 TEST_F(StoredQueue, FileStaysSmallAndIsForItsOwnerAlone) {
@@ -334,12 +444,22 @@ TEST_F(StoredQueue, FailureIsLoggedOnceAndEverythingIsWrittenOnceItIsOver) {
   EXPECT_THAT(TakeAll(), ElementsAre("1-0:a", "2-0:b", "3-0:c", "4-0:d"));
 }
 
-TEST_F(StoredQueue, FileThatCannotBeUsedIsAnError) {
+TEST_F(StoredQueue, FileThatCannotBeReadIsAnError) {
   std::filesystem::remove(File());
   std::filesystem::create_directory(File());
   EXPECT_EQ(NotificationQueue("a test", kLimit).store_in(File()), kStatusInvalid);
-  EXPECT_EQ(NotificationQueue("a test", kLimit).store_in(directory.path() + "/missing/queue"),
-            static_cast<Status>(ENOENT));
+}
+
+TEST_F(ServedQueue, FileThatCannotBeWrittenAtTheStartIsWrittenLater) {
+  Push("a");
+  fault_arm("replace_file", ENOSPC);
+  Restart();
+  Serve();
+  Push("b");
+  clock.advance(kNanosecondsPerSecond);
+  for (int i = 0; i < 100; ++i) event_run_pending(manager, kNanosecondsPerMillisecond);
+  Restart();
+  EXPECT_THAT(TakeAll(), ElementsAre("1-0:a", "2-0:b"));
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 // The window is at most half of the limit, so that a full queue always has a notification to drop that was
 // never sent, and another one after it to report the loss. The window of a former process was not larger.
-#include "platform/store/server/notification_queue.h"
+#include "platform/store/queue/notification_queue.h"
 
 #include <algorithm>
 #include <utility>
@@ -19,7 +19,7 @@ NotificationQueue::NotificationQueue(std::string subscriber, std::size_t limit)
 
 Status NotificationQueue::store_in(const std::string& path) {
   auto file = std::make_unique<QueueFile>(path);
-  if (const Status status = file->open(&state_)) return status;
+  if (const Status status = file->open_or_retry(&state_)) return status;
   file_ = std::move(file);
   may_have_arrived_ = std::min(window_, size());
   return kStatusOk;

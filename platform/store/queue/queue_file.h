@@ -1,12 +1,11 @@
 // The file of a queue of notifications, so that they outlive the process. Only for this folder and the
 // history.
 //
-// A header, then a record for each notification that was added, lost or acknowledged, each with a checksum.
-// What was appended survives the death of the process at any moment. A power cut may lose the last records:
-// then some notifications are lost, or sent again although they were acknowledged.
-// The file is written anew when it is opened and when most of it is no longer needed, and from memory once a
-// second after a failure. A thread does that while the process serves; meanwhile, and if it fails, the former
-// file is continued.
+// What was appended (queue_format.h) survives the death of the process at any moment. A power cut may lose
+// the last records: then some notifications are lost, or sent again although they were acknowledged. The file
+// is written anew when it is opened and when most of it is no longer needed, and from memory once a second
+// after a failure. A thread does that while the process serves; meanwhile, and if it fails, the former file
+// is continued.
 #pragma once
 
 #include <cstdint>
@@ -17,25 +16,9 @@
 #include "platform/core/base/status.h"
 #include "platform/core/evm/worker.h"
 #include "platform/core/wire/wire.h"
+#include "platform/store/queue/queue_format.h"
 
 namespace kvtree {
-
-struct QueuedNotification {
-  std::uint64_t sequence;
-  std::uint64_t lost_before;                    // notifications missing between the one before and this one
-  std::shared_ptr<const wire::Octets> content;  // the message's part that is the same for every subscriber
-};
-
-// The numbers of a process begin above all that the former one can have used: of those some are not in the
-// file, if it could not be written or power failed.
-inline constexpr std::uint64_t kSequencesOfAProcess = std::uint64_t{1} << 32;
-
-struct QueueState {
-  // Distinguishes this queue from others, whose sequence numbers are unrelated.
-  std::uint64_t instance = 0;
-  std::uint64_t next_sequence = 1;
-  std::deque<QueuedNotification> entries;
-};
 
 class QueueFile {
  public:
@@ -47,9 +30,10 @@ class QueueFile {
   QueueFile& operator=(const QueueFile&) = delete;
 
   // Replaces *state by what the file has; a missing file gets *state. A damaged record is skipped and logged,
-  // and a notification that it had counts as lost. A file that cannot be used is renamed
-  // to FILE.unusable and logged. The system's error if the file can be neither read nor written. The state
-  // must outlive this.
+  // and a notification that it had counts as lost. A file without a header is also stored as
+  // FILE.unusable.N (platform/core/files/set_aside.h) and logged, and what can be read in it gets the
+  // instance of *state. The system's error if the file can be neither read nor written. The state must
+  // outlive this.
   [[nodiscard]] Status open(QueueState* state);
   // The same, but a file that was read and cannot be written is logged and written later, as after any other
   // failure to write.
@@ -66,6 +50,7 @@ class QueueFile {
  private:
   Status load(QueueState* state);
   Status read(QueueState* state);
+  Status store_aside(const QueueReading& reading);
   void append(const wire::Octets& record, const QueueState& state);
   void keep_since(const wire::Octets& record);
   Status write_at_end(const wire::Octets& record);

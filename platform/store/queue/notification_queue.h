@@ -13,7 +13,7 @@
 #include <string>
 
 #include "platform/core/wire/wire.h"
-#include "platform/store/server/queue_file.h"
+#include "platform/store/queue/queue_file.h"
 
 namespace kvtree {
 
@@ -23,7 +23,7 @@ class NotificationQueue {
   NotificationQueue(std::string subscriber, std::size_t limit);
 
   // From now on the queue outlives the process in this file, and continues with what an earlier process left.
-  // The system's error if the file cannot be used.
+  // The system's error if the file cannot be read; one that cannot be written is written later.
   [[nodiscard]] Status store_in(const std::string& path);
 
   // Whose thread writes the file anew (queue_file.h).

@@ -1,4 +1,4 @@
-#include "platform/store/server/queue_file.h"
+#include "platform/store/queue/queue_file.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -16,138 +16,16 @@
 #include "platform/core/files/private_files.h"
 #include "platform/core/files/read_file.h"
 #include "platform/core/files/replace_file.h"
+#include "platform/core/files/set_aside.h"
 #include "platform/core/files/synchronize.h"
-#include "platform/core/sqlite/row_checksum.h"
 
 namespace kvtree {
 
 namespace {
 
-constexpr std::uint32_t kQueueMagic = 0x5153564d;  // "MVSQ"
 constexpr std::size_t kMostQueueOctets = 512U << 20;
 constexpr std::size_t kWrittenAnewAt = 1U << 20;  // octets, and twice those that were needed
 constexpr std::size_t kMostSince = 16U << 20;     // octets, of a process that waits for a slow disk
-
-enum class QueueChange : std::uint8_t { kAdded = 1, kLost = 2, kAcknowledged = 3 };
-
-struct QueueRecord {
-  QueueChange change = QueueChange::kAdded;
-  std::uint64_t first = 0;  // the sequence; of the header the instance
-  std::uint64_t second = 0;
-  wire::OctetSpan content;
-};
-
-std::uint64_t queue_checksum(const QueueRecord& record) {
-  const std::string_view content(reinterpret_cast<const char*>(record.content.data()), record.content.size());
-  sqlite::RowChecksum checksum;
-  checksum.integer(static_cast<std::uint64_t>(record.change)).integer(record.first).integer(record.second);
-  return static_cast<std::uint64_t>(checksum.blob(content).result());
-}
-
-void write_queue_record(const QueueRecord& record, wire::Octets* octets) {
-  wire::Writer writer(octets);
-  writer.u64(queue_checksum(record));
-  writer.u8(static_cast<std::uint8_t>(record.change));
-  writer.u64(record.first);
-  writer.u64(record.second);
-  writer.octets(record.content);
-}
-
-// False at the end of the complete records.
-bool read_queue_record(wire::Reader* reader, QueueRecord* record) {
-  const std::uint64_t checksum = reader->u64();
-  record->change = static_cast<QueueChange>(reader->u8());
-  record->first = reader->u64();
-  record->second = reader->u64();
-  record->content = reader->octets();
-  return reader->ok() && checksum == queue_checksum(*record);
-}
-
-void write_queued(const QueuedNotification& entry, wire::Octets* octets) {
-  write_queue_record({QueueChange::kAdded, entry.sequence, entry.lost_before, *entry.content}, octets);
-}
-
-void lose_queued(std::uint64_t sequence, QueueState* state) {
-  const auto lost = std::ranges::find(state->entries, sequence, &QueuedNotification::sequence);
-  if (lost == state->entries.end() || lost + 1 == state->entries.end()) return;
-  (lost + 1)->lost_before += lost->lost_before + 1;
-  state->entries.erase(lost);
-}
-
-void apply_to_queue(const QueueRecord& record, QueueState* state) {
-  switch (record.change) {
-    case QueueChange::kAdded:
-      state->entries.push_back(
-          {record.first, record.second,
-           std::make_shared<wire::Octets>(record.content.begin(), record.content.end())});
-      state->next_sequence = std::max(state->next_sequence, record.first + 1);
-      return;
-    case QueueChange::kLost:
-      return lose_queued(record.first, state);
-    case QueueChange::kAcknowledged:
-      while (!state->entries.empty() && state->entries.front().sequence <= record.first)
-        state->entries.pop_front();
-      return;
-  }
-}
-
-// How many notifications are missing before the next one, if what was before it is damaged.
-std::uint64_t count_missing(const QueueState& state, const QueueRecord& next) {
-  const std::uint64_t gap = next.first - std::min(next.first, state.next_sequence);
-  return gap - std::min(gap, next.second);
-}
-
-struct QueueDamage {
-  std::size_t octets = 0;
-  bool is_before_next = false;  // notification
-};
-
-// Looks for the next whole record, octet by octet. False if there is none.
-bool skip_damage(wire::OctetSpan rest, std::size_t* skipped) {
-  for (*skipped = 1; *skipped < rest.size(); ++*skipped) {
-    wire::Reader reader(rest.subspan(*skipped));
-    QueueRecord record;
-    if (read_queue_record(&reader, &record)) return true;
-  }
-  return false;
-}
-
-// Applies all records that can be read and returns the octets that are incomplete at the end.
-std::size_t apply_all(wire::OctetSpan rest, QueueState* state, QueueDamage* damage) {
-  while (!rest.empty()) {
-    wire::Reader reader(rest);
-    QueueRecord record;
-    std::size_t used = 0;
-    if (read_queue_record(&reader, &record)) {
-      used = rest.size() - reader.left();
-      if (record.change == QueueChange::kAdded && std::exchange(damage->is_before_next, false))
-        record.second += count_missing(*state, record);
-      apply_to_queue(record, state);
-    } else {
-      if (!skip_damage(rest, &used)) break;
-      damage->octets += used;
-      damage->is_before_next = true;
-    }
-    rest = rest.subspan(used);
-  }
-  return rest.size();
-}
-
-// The header: the magic number, the instance and the next sequence number.
-bool read_queue_header(wire::Reader* reader, QueueState* state) {
-  QueueRecord header;
-  if (reader->u32() != kQueueMagic || !read_queue_record(reader, &header)) return false;
-  *state = {header.first, header.second, {}};
-  return true;
-}
-
-wire::Octets queue_octets(const QueueState& state) {
-  wire::Octets octets;
-  wire::Writer(&octets).u32(kQueueMagic);
-  write_queue_record({QueueChange::kAdded, state.instance, state.next_sequence, {}}, &octets);
-  for (const QueuedNotification& entry : state.entries) write_queued(entry, &octets);
-  return octets;
-}
 
 }  // namespace
 
@@ -185,40 +63,41 @@ Status QueueFile::read(QueueState* state) {
   if (status == kStatusNoSuchRow) return kStatusOk;
   if (status != kStatusOk && status != kStatusMessageTooLarge) return status;
   const wire::OctetSpan octets(reinterpret_cast<const std::uint8_t*>(text.data()), text.size());
-  wire::Reader reader(octets);
-  if (!read_queue_header(&reader, state)) {
-    log_warning("kvtree", "%s is not a queue of notifications and is stored as %s.unusable", path_.c_str(),
-                path_.c_str());
-    return std::rename(path_.c_str(), (path_ + ".unusable").c_str()) == 0 ? kStatusOk
-                                                                          : static_cast<Status>(errno);
-  }
-  QueueDamage damage;
-  const wire::OctetSpan records = wire::OctetSpan(octets).last(reader.left());
-  const std::size_t left = apply_all(records, state, &damage);
-  if (damage.octets > 0)
+  const QueueReading reading = read_queue(octets, state);
+  if (!reading.has_header) return store_aside(reading);
+  if (reading.damaged > 0)
     log_error("kvtree", "%s: %zu damaged octets are ignored; what can be read after them is used",
-              path_.c_str(), damage.octets);
-  if (left > 0)
-    log_notice("kvtree", "%s: the last %zu octets are not complete and are ignored", path_.c_str(), left);
+              path_.c_str(), reading.damaged);
+  if (reading.incomplete > 0)
+    log_notice("kvtree", "%s: the last %zu octets are not complete and are ignored", path_.c_str(),
+               reading.incomplete);
+  return kStatusOk;
+}
+
+// There may be more in it than this release can read.
+Status QueueFile::store_aside(const QueueReading& reading) {
+  std::string name;
+  if (const Status status = set_aside(path_, &name)) return status;
+  if (reading.has_records) {
+    log_error("kvtree", "%s is damaged and is stored as %s; what can be read in it is used", path_.c_str(),
+              name.c_str());
+  } else {
+    log_warning("kvtree", "%s is not a queue of notifications and is stored as %s", path_.c_str(),
+                name.c_str());
+  }
   return kStatusOk;
 }
 
 void QueueFile::added(const QueueState& state) {
-  wire::Octets record;
-  write_queued(state.entries.back(), &record);
-  append(record, state);
+  append(added_octets(state.entries.back()), state);
 }
 
 void QueueFile::lost(std::uint64_t sequence, const QueueState& state) {
-  wire::Octets record;
-  write_queue_record({QueueChange::kLost, sequence, 0, {}}, &record);
-  append(record, state);
+  append(lost_octets(sequence), state);
 }
 
 void QueueFile::acknowledged(std::uint64_t sequence, const QueueState& state) {
-  wire::Octets record;
-  write_queue_record({QueueChange::kAcknowledged, sequence, 0, {}}, &record);
-  append(record, state);
+  append(acknowledged_octets(sequence), state);
 }
 
 void QueueFile::use_thread(EventManager* manager) {
