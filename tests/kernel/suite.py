@@ -179,9 +179,13 @@ class Suite:
         return "".join(self.ask(program, "show running-config") for program in self.programs)
 
     def configure(self, *lines):
-        """As in a session of the shell: each line is sent to every program that knows it."""
-        for line in ("configure terminal", *lines, "end"):
-            self.command(line)
+        """As in a session of the shell: each line is sent to every program that knows it. A line that is refused ends it."""
+        self.command("configure terminal")
+        try:
+            for line in lines:
+                self.command(line)
+        finally:
+            self.command("end")
 
     def command(self, line):
         if self.session is None:

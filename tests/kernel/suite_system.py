@@ -30,6 +30,22 @@ def vpn_family(rd, target, family="ipv4", label="auto", further=""):
 """
 
 
+# Without a router ID of its own, version 10 may replace a configured route target at its start when it chooses one.
+BGP = """router bgp 65000
+ bgp router-id 10.255.0.1
+exit
+"""
+
+
+def vpn_instance(vrf, number):
+    """BGP of the VRF whose first network is 10.NUMBER.0.0/24, with RD and route target 65000:NUMBER0."""
+    target = f"65000:{number}0"
+    return f"""router bgp 65000 vrf {vrf}
+ bgp router-id 10.{number}.0.1
+{vpn_family(target, target)}exit
+"""
+
+
 class SuiteSystemTest(GuestSystemTest):
     """`prepare` creates the router's devices before the suite's programs are started with their configuration."""
     release = None

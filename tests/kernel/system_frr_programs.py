@@ -8,7 +8,7 @@ followed. Protocols must stay on interfaces that are down.
 import signal
 import subprocess
 
-from suite_system import SuiteSystemTest, exported_routes, main, vpn_family  # before system
+from suite_system import BGP, SuiteSystemTest, exported_routes, main, vpn_instance  # before system
 from kernel import batch, member_lines, vrf_lines
 from suite import run
 from system import L3VPN, wait_until
@@ -41,13 +41,7 @@ exit
 router ripng vrf gold
  network gold1
 exit
-router bgp 65000
- bgp router-id 10.255.0.1
-exit
-router bgp 65000 vrf red
- bgp router-id 10.1.0.1
-{vpn_family("65000:10", "65000:10")}exit
-router bgp 65000 vrf blue
+{BGP}{vpn_instance("red", 1)}router bgp 65000 vrf blue
  bgp router-id 10.2.0.1
  neighbor 10.2.0.2 remote-as 65102
  address-family ipv4 unicast

@@ -16,19 +16,12 @@ sys.argv[1] = str(PROGRAMS / "bin")
 
 import guest_system  # noqa: E402,F401 (before system and suite)
 from kernel import batch, member_lines, vrf_lines  # noqa: E402
-from suite_system import SuiteSystemTest, main, vpn_family  # noqa: E402
+from suite_system import BGP, SuiteSystemTest, main, vpn_instance  # noqa: E402
 from system import PERF_ENTRY, System, dotted, name_index, wait_until  # noqa: E402
 
 VRFS = {"red": 10, "blue": 20}
 MEMBERS = {"red1": "red", "blue1": "blue"}
-CONFIG = f"""hostname pe1
-router bgp 65000
- bgp router-id 10.255.0.1
-exit
-router bgp 65000 vrf red
- bgp router-id 10.1.0.1
-{vpn_family("65000:10", "65000:10")}exit
-"""
+CONFIG = "hostname pe1\n" + BGP + vpn_instance("red", 1)
 DAEMON, AGENT = "mpls_vpn_mib", "mpls_vpn_snmp"  # users
 GROUP, AGENTS, SUITE = "mpls_vpn_mib", "mpls_vpn_agent", "frrvty"
 
