@@ -131,8 +131,6 @@ constexpr char kRouterFooter[] =
     "  mplsvpn router add-interface ge7 index 51 vrf red address 10.51.0.1/24\n"
     "  mplsvpn router reload";
 
-constexpr Duration kWaiting = {0.001, 0.001, 600, "from 1ms to 10m"};
-
 struct Options {
   bool json = false;
   bool no_pager = false;

@@ -13,6 +13,8 @@ struct Duration {
   const char* range;  // in messages
 };
 
+// For an answer.
+inline constexpr Duration kWaiting = {0.001, 0.001, 600, "from 1ms to 10m"};
 // How long a command that shows what happens may run.
 inline constexpr Duration kWatching = {1, 0.000'001, 31'536'000, "of more than 0 and at most 365d"};
 

@@ -11,6 +11,7 @@
 
 #include "cli/doctor/check.h"
 #include "cli/doctor/facts.h"
+#include "cli/option_values.h"
 #include "cli/output/json_list.h"
 #include "cli/output/table.h"
 #include "platform/core/text/words.h"
@@ -190,6 +191,11 @@ void add_doctor(CLI::App& app, DoctorRequest* request, std::function<void(const 
       ->type_name("WORDS");
   command->add_option("--suite-shell", request->suite_shell, "The routing suite's shell, with its options")
       ->type_name("WORDS");
+  command
+      ->add_option("--suite-timeout", request->suite_patience,
+                   "Time to wait for an answer of that shell (default 10s)")
+      ->type_name("TIME")
+      ->transform(duration_of(kWaiting));
   command->add_option("--suite-conf", request->suite_file, "The routing suite's saved configuration")
       ->type_name("FILE");
   command->add_option("--agentx-socket", request->agentx_socket, "The AgentX socket of snmpd")

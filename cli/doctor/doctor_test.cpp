@@ -83,5 +83,16 @@ TEST(SuiteConfiguration, SegmentIdentifierOfTheVrfIsForAllFamilies) {
   EXPECT_FALSE(read.families.at(1).has_segment);
 }
 
+TEST(SuiteConfiguration, ModeOfLabelsIsNotALabel) {
+  const auto has_label = [](const std::string& line) {
+    return doctor::parse_suite_configuration("router bgp 1 vrf red\n address-family ipv4 unicast\n  " + line +
+                                             "\n")
+        .families.at(0)
+        .has_label;
+  };
+  EXPECT_FALSE(has_label("label vpn export allocation-mode per-nexthop"));
+  EXPECT_TRUE(has_label("label vpn export 1000"));
+}
+
 }  // namespace
 }  // namespace cli

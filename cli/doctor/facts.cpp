@@ -3,6 +3,7 @@
 #include <net/if.h>
 
 #include <algorithm>
+#include <map>
 
 #include "cli/diagnosis/status_facts.h"
 #include "cli/doctor/check.h"
@@ -13,12 +14,14 @@ namespace {
 
 constexpr std::string_view kFileSource = "file";
 
-Vrf as_vrf(const kernel::LinkSeen& seen, const std::vector<kernel::LinkSeen>& links) {
-  Vrf vrf{seen.link.index, seen.link.name, seen.link.vrf_table, (seen.facts.flags & IFF_UP) != 0};
+using NamesByIndex = std::map<std::uint32_t, std::vector<std::string>>;
+
+NamesByIndex members_by_master(const std::vector<kernel::LinkSeen>& links) {
+  NamesByIndex names;
   for (const kernel::LinkSeen& each : links) {
-    if (each.link.vrf_master == seen.link.index) vrf.members.push_back(each.link.name);
+    if (each.link.vrf_master != 0) names[each.link.vrf_master].push_back(each.link.name);
   }
-  return vrf;
+  return names;
 }
 
 }  // namespace
@@ -49,8 +52,11 @@ const std::vector<Vrf>& Facts::vrfs() {
   require_kernel_source();
   return vrfs_.get([this] {
     auto all = std::make_unique<std::vector<Vrf>>();
-    for (const kernel::LinkSeen& each : links()) {
-      if (each.link.is_vrf) all->push_back(as_vrf(each, links()));
+    NamesByIndex members = members_by_master(links());
+    for (const auto& [link, facts] : links()) {
+      if (!link.is_vrf) continue;
+      all->push_back({link.index, link.name, link.vrf_table, (facts.flags & IFF_UP) != 0,
+                      std::move(members[link.index])});
     }
     return all;
   });

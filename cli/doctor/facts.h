@@ -53,7 +53,9 @@ class Facts {
   using Status = Record<process_status::ProcessStatus>;
 
   Facts(const Session& of_command, const DoctorRequest& of_user)
-      : session(of_command), request(of_user), suite(of_user.suite_shell) {}
+      : session(of_command),
+        request(of_user),
+        suite(of_user.suite_shell, std::chrono::milliseconds(of_user.suite_patience)) {}
 
   // The state of the daemon.
   const Status& status();

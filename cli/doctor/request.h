@@ -11,8 +11,9 @@ struct DoctorRequest {
   std::vector<std::string> skip;
   std::string snmp;  // options and host of snmpget(1); empty: snmpd is not asked
   std::string suite_shell = "/usr/bin/vtysh";
-  std::string suite_file{};     // its saved configuration; empty: where the suite has it
-  std::string agentx_socket{};  // empty: that of snmpd's configuration
+  unsigned suite_patience = 10'000;  // ms, for an answer of the shell
+  std::string suite_file{};          // its saved configuration; empty: where the suite has it
+  std::string agentx_socket{};       // empty: that of snmpd's configuration
   std::string snmpd_configuration = "/etc/snmp/snmpd.conf";
 };
 

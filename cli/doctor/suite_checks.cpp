@@ -98,9 +98,10 @@ Findings check_mgmtd(Facts& facts) {
 
 Findings check_suite_vrfs(Facts& facts) {
   Findings findings;
-  const std::vector<Vrf>& vrfs = facts.vrfs();
+  std::set<std::string_view> devices;
+  for (const Vrf& vrf : facts.vrfs()) devices.insert(vrf.name);
   for (const std::string& name : facts.suite_configuration().vrfs) {
-    if (std::ranges::find(vrfs, name, &Vrf::name) != vrfs.end()) continue;
+    if (devices.contains(name)) continue;
     findings.push_back(
         {Level::kError,
          fmt::format("the suite has VRF {} in its configuration, and the kernel has no such device", name),
@@ -131,8 +132,8 @@ Findings check_vpn_labels(Facts& facts) {
     if (!family.exports || family.has_label || family.has_segment) continue;
     findings.push_back(
         {Level::kError,
-         fmt::format("VRF {} exports its {} routes without a label or segment identifier: they are "
-                     "not announced",
+         fmt::format("VRF {} exports its {} routes without a label or segment identifier: they are announced "
+                     "with label 3 (implicit null), and packets for them arrive without the label of the VRF",
                      family.vrf, family.family),
          configure(facts, family, "label vpn export auto")});
   }

@@ -1,10 +1,12 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <map>
 #include <optional>
 #include <set>
+#include <span>
 #include <thread>
 
 #include "cli/doctor/facts.h"
@@ -17,6 +19,12 @@ namespace cli::doctor {
 namespace {
 
 constexpr std::size_t kShownRoutes = 5;
+constexpr std::array kFamilies = {"ip", "ipv6"};
+constexpr std::size_t kMostVrfs = 2000;  // in one run of the shell: 200 kB of arguments
+constexpr unsigned kMostFailures = 10;
+// The time for all VRFs, in times for an answer.
+constexpr int kAnswersOfFirstLook = 6;
+constexpr int kAnswersOfSecondLook = 2;
 constexpr std::chrono::seconds kInstallation{1};  // zebra installs a route a moment after it selected it
 
 struct Prefix {
@@ -48,48 +56,97 @@ bool is_selected(const Json& paths) {
   });
 }
 
-// The prefixes that the suite has selected for the VRF and that are not in the kernel's table.
-Prefixes missing_routes(Facts& facts, const Vrf& vrf) {
-  const std::set<Prefix> present = prefixes_of(vrf.table);
-  Prefixes missing;
-  for (const char* command : {"show ip route vrf {} json", "show ipv6 route vrf {} json"}) {
-    const Json routes = facts.suite.ask_json(fmt::format(fmt::runtime(command), vrf.name));
-    if (!routes.is_object()) continue;
+std::vector<std::string> commands_for(std::span<const Vrf> vrfs) {
+  std::vector<std::string> commands;
+  for (const Vrf& vrf : vrfs) {
+    for (const char* family : kFamilies)
+      commands.push_back(fmt::format("show {} route vrf {} json", family, vrf.name));
+  }
+  return commands;
+}
+
+// Compares what the suite has selected with what the kernel has, VRF by VRF while the suite answers.
+class RouteLook {
+ public:
+  RouteLook(const Suite& suite, std::chrono::milliseconds patience)
+      : suite_(suite), patience_(patience), deadline_(Clock::now() + patience) {}
+
+  // A VRF that cannot be read is a finding of its own, and does not hide the others.
+  void look(std::span<const Vrf> vrfs) {
+    unsigned failures = 0;
+    for (;;) {
+      const auto batch = vrfs.first(std::min(vrfs.size(), kMostVrfs));
+      const Suite::Answers answers = ask(batch);
+      vrfs = vrfs.subspan(answers.problem.empty() ? batch.size() : answers.count / kFamilies.size());
+      if (vrfs.empty()) return;
+      if (answers.problem.empty()) continue;
+      if (Clock::now() >= deadline_) return end_in_time(vrfs);
+      if (++failures == kMostFailures) return leave(vrfs, answers.problem, "");
+      refuse(vrfs.front(), answers.problem);
+      vrfs = vrfs.subspan(1);
+      if (vrfs.empty()) return;
+    }
+  }
+  MissingByVrf missing{};
+  Findings findings{};  // what was not looked at
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  Suite::Answers ask(std::span<const Vrf> batch) {
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline_ - Clock::now());
+    return suite_.ask_each(commands_for(batch), std::max(left, std::chrono::milliseconds(1)),
+                           [this, batch](std::size_t number, const Json& routes) {
+                             compare(batch[number / kFamilies.size()], number % kFamilies.size() == 0,
+                                     routes);
+                           });
+  }
+  void compare(const Vrf& vrf, bool is_first, const Json& routes) try {
+    if (is_first) present_ = prefixes_of(vrf.table);
+    if (!routes.is_object()) return refuse(vrf, "the answer is not JSON");
     for (const auto& [text, paths] : routes.items()) {
       const std::optional<Prefix> prefix = read_prefix(text);
-      if (prefix && paths.is_array() && is_selected(paths) && !present.contains(*prefix))
-        missing.insert(text);
+      if (prefix && paths.is_array() && is_selected(paths) && !present_.contains(*prefix))
+        missing[vrf.name].insert(text);
     }
+  } catch (const Failure& failure) {
+    refuse(vrf, failure.what());
   }
-  return missing;
-}
+  void refuse(const Vrf& vrf, const std::string& reason) {
+    findings.push_back({Level::kNotPossible, fmt::format("VRF {}: {}", vrf.name, reason), ""});
+  }
+  void leave(std::span<const Vrf> vrfs, const std::string& reason, const std::string& fix) {
+    findings.push_back(
+        {Level::kNotPossible,
+         fmt::format("{} VRFs, from {} on, were not checked: {}", vrfs.size(), vrfs.front().name, reason),
+         fix});
+  }
+  void end_in_time(std::span<const Vrf> vrfs) {
+    leave(vrfs, fmt::format("the suite did not answer for all within {} ms", patience_.count()),
+          "mplsvpn doctor --only suite-routes --suite-timeout 10m");
+  }
 
-// A VRF that cannot be read is a finding of its own.
-MissingByVrf look(Facts& facts, const std::vector<Vrf>& vrfs, Findings* findings) {
-  MissingByVrf missing;
-  for (const Vrf& vrf : vrfs) {
-    try {
-      if (Prefixes of_vrf = missing_routes(facts, vrf); !of_vrf.empty())
-        missing[vrf.name] = std::move(of_vrf);
-    } catch (const Failure& failure) {
-      findings->push_back({Level::kNotPossible, fmt::format("VRF {}: {}", vrf.name, failure.what()), ""});
-    }
-  }
-  return missing;
-}
+  const Suite& suite_;
+  const std::chrono::milliseconds patience_;
+  const Clock::time_point deadline_;
+  std::set<Prefix> present_;
+};
 
 // What is missing both times; only VRFs with missing routes are read again.
-MissingByVrf look_again(Facts& facts, MissingByVrf first, Findings* findings) {
+MissingByVrf look_again(Facts& facts, const MissingByVrf& first, Findings* findings) {
   if (first.empty()) return first;
   std::this_thread::sleep_for(kInstallation);
   std::vector<Vrf> vrfs;
   std::ranges::copy_if(facts.vrfs(), std::back_inserter(vrfs),
                        [&first](const Vrf& vrf) { return first.contains(vrf.name); });
-  MissingByVrf second = look(facts, vrfs, findings);
-  for (auto& [vrf, prefixes] : second)
-    std::erase_if(prefixes, [&of_vrf = first[vrf]](const auto& prefix) { return !of_vrf.contains(prefix); });
-  std::erase_if(second, [](const auto& entry) { return entry.second.empty(); });
-  return second;
+  RouteLook second(facts.suite, kAnswersOfSecondLook * facts.suite.patience());
+  second.look(vrfs);
+  std::ranges::move(second.findings, std::back_inserter(*findings));
+  for (auto& [vrf, prefixes] : second.missing)
+    std::erase_if(prefixes,
+                  [&before = first.at(vrf)](const auto& prefix) { return !before.contains(prefix); });
+  std::erase_if(second.missing, [](const auto& entry) { return entry.second.empty(); });
+  return std::move(second.missing);
 }
 
 std::string shown(const Prefixes& prefixes) {
@@ -106,9 +163,13 @@ std::string shown(const Prefixes& prefixes) {
 }  // namespace
 
 Findings check_suite_routes(Facts& facts) {
-  Findings findings;
-  const MissingByVrf first = look(facts, facts.vrfs(), &findings);
-  for (const auto& [vrf, prefixes] : look_again(facts, first, &findings)) {
+  const std::vector<Vrf>& vrfs = facts.vrfs();
+  if (!facts.suite.programs().contains("zebra")) throw NotPossible("zebra does not run");
+  if (vrfs.empty()) return {};
+  RouteLook first(facts.suite, kAnswersOfFirstLook * facts.suite.patience());
+  first.look(vrfs);
+  Findings findings = std::move(first.findings);
+  for (const auto& [vrf, prefixes] : look_again(facts, first.missing, &findings)) {
     findings.push_back(
         {Level::kError,
          fmt::format("VRF {}: the suite has selected routes that the kernel does not have: {}", vrf,

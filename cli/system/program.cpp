@@ -64,21 +64,21 @@ int start(const std::vector<std::string>& words, int output, pid_t* process) {
                       pointers(variables).data());
 }
 
-// False when the output has not ended in time, or is too long; *problem says which.
-bool collect(int input, Clock::time_point deadline, std::size_t limit, Ran* ran) {
+// False when the output has not ended in time, or was refused; *problem says which.
+bool collect(int input, std::chrono::milliseconds patience, const OutputTaker& take, Ran* ran) {
+  const Clock::time_point deadline = Clock::now() + patience;
   std::array<char, 65536> octets;
   for (;;) {
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
     pollfd waiting{input, POLLIN, 0};
     const int ready = left.count() > 0 ? poll(&waiting, 1, static_cast<int>(left.count())) : 0;
     if (ready < 0 && errno == EINTR) continue;
-    if (ready <= 0) ran->problem = "it did not end in time";
+    if (ready <= 0) ran->problem = fmt::format("it did not end within {} ms", patience.count());
     if (ready <= 0) return false;
     const ssize_t length = read(input, octets.data(), octets.size());
     if (length <= 0) return true;
-    ran->output.append(octets.data(), static_cast<std::size_t>(length));
-    if (ran->output.size() > limit) ran->problem = fmt::format("it printed more than {} octets", limit);
-    if (ran->output.size() > limit) return false;
+    ran->problem = take({octets.data(), static_cast<std::size_t>(length)});
+    if (!ran->problem.empty()) return false;
   }
 }
 
@@ -96,6 +96,17 @@ void wait_for(pid_t process, bool is_killed, Ran* ran) {
 
 Ran run_program(const std::vector<std::string>& words, std::chrono::milliseconds patience,
                 std::size_t limit) {
+  std::string output;
+  Ran ran = run_program(words, patience, [&output, limit](std::string_view part) {
+    output += part;
+    return output.size() <= limit ? "" : fmt::format("it printed more than {} octets", limit);
+  });
+  ran.output = std::move(output);
+  return ran;
+}
+
+Ran run_program(const std::vector<std::string>& words, std::chrono::milliseconds patience,
+                const OutputTaker& take) {
   Ran ran;
   std::array<int, 2> ends{-1, -1};
   if (pipe2(ends.data(), O_CLOEXEC) != 0) {
@@ -106,7 +117,7 @@ Ran run_program(const std::vector<std::string>& words, std::chrono::milliseconds
   const int error = start(words, ends[1], &process);
   close(ends[1]);
   if (error == 0) {
-    const bool has_ended = collect(ends[0], Clock::now() + patience, limit, &ran);
+    const bool has_ended = collect(ends[0], patience, take, &ran);
     wait_for(process, !has_ended, &ran);
   } else {
     ran.problem = std::strerror(error);

@@ -2,7 +2,9 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace cli {
@@ -17,6 +19,14 @@ struct Ran {
 // time, or when it prints more than `limit` octets. The program runs with LC_ALL=C and without a pager.
 Ran run_program(const std::vector<std::string>& words, std::chrono::milliseconds patience,
                 std::size_t limit = std::size_t{64} << 20);
+
+// Takes a part of the output; what it returns, unless empty, ends the program as the problem. It must not
+// throw.
+using OutputTaker = std::function<std::string(std::string_view part)>;
+
+// The same for a program whose output is used as it arrives. `output` of the result is empty.
+Ran run_program(const std::vector<std::string>& words, std::chrono::milliseconds patience,
+                const OutputTaker& take);
 
 // The last line of the output that is not empty: warnings of programs precede what they say of the request.
 std::string last_line(std::string output);

@@ -6,13 +6,14 @@
 #include <algorithm>
 
 #include "cli/session.h"
+#include "cli/system/json_objects.h"
 #include "cli/system/program.h"
 
 namespace cli {
 
 namespace {
 
-constexpr std::chrono::seconds kPatience{10};
+constexpr std::size_t kMostOctets = std::size_t{64} << 20;  // of an answer
 
 std::string with_path_space(const std::string& folder, const std::string& path_space) {
   return path_space.empty() ? folder : folder + "/" + path_space;
@@ -20,14 +21,15 @@ std::string with_path_space(const std::string& folder, const std::string& path_s
 
 }  // namespace
 
-Suite::Suite(const std::string& shell) : shell_(command_words(shell)) {
+Suite::Suite(const std::string& shell, std::chrono::milliseconds patience)
+    : shell_(command_words(shell)), patience_(patience) {
   if (shell_.empty()) throw Failure(kExitUsage, "the shell of the routing suite is empty");
 }
 
 std::string Suite::ask(const std::string& command) const {
   std::vector<std::string> words = shell_;
   words.insert(words.end(), {"-c", command});
-  const Ran ran = run_program(words, kPatience);
+  const Ran ran = run_program(words, patience_);
   if (ran.status == 0) return ran.output;
   const std::string reason = ran.problem.empty() ? last_line(ran.output) : ran.problem;
   throw Failure(kExitFailed, fmt::format("{} does not answer: {}", this->words(), reason));
@@ -38,6 +40,26 @@ Json Suite::ask_json(const std::string& command) const {
   if (answer.is_discarded())
     throw Failure(kExitFailed, fmt::format("{}: the answer to \"{}\" is not JSON", words(), command));
   return answer;
+}
+
+Suite::Answers Suite::ask_each(const std::vector<std::string>& commands, std::chrono::milliseconds patience,
+                               const std::function<void(std::size_t, const Json&)>& take) const {
+  std::vector<std::string> words = shell_;
+  for (const std::string& command : commands) words.insert(words.end(), {"-c", command});
+  JsonObjects objects;
+  std::size_t count = 0;
+  const auto take_object = [&](const std::string& text) {
+    if (count < commands.size()) take(count++, Json::parse(text, nullptr, false));
+  };
+  const Ran ran = run_program(words, patience, [&](std::string_view part) {
+    objects.add(part, take_object);
+    return objects.octets() <= kMostOctets ? ""
+                                           : fmt::format("an answer has more than {} octets", kMostOctets);
+  });
+  if (count == commands.size()) return {count, ""};
+  if (!ran.problem.empty()) return {count, ran.problem};
+  const std::string said = last_line(objects.rest());
+  return {count, said.empty() ? fmt::format("no answer to \"{}\"", commands[count]) : said};
 }
 
 std::set<std::string> Suite::programs() const {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <set>
 #include <string>
 #include <vector>
@@ -13,14 +14,27 @@ namespace cli {
 
 class Suite {
  public:
-  // `shell`: the shell and its options, such as "/usr/bin/vtysh -N pe1".
-  explicit Suite(const std::string& shell);
+  // `shell`: the shell and its options, such as "/usr/bin/vtysh -N pe1". `patience`: for an answer.
+  explicit Suite(const std::string& shell, std::chrono::milliseconds patience);
 
   // What the command prints. Failure(kExitFailed) if the shell cannot be run, connects to no program or does
-  // not answer within ten seconds.
+  // not answer in time.
   std::string ask(const std::string& command) const;
   // Failure(kExitFailed) also for an answer that is not JSON.
   Json ask_json(const std::string& command) const;
+
+  struct Answers {
+    std::size_t count;    // of the commands, from the first one on
+    std::string problem;  // why the next one has no answer; empty: all have
+  };
+  // Asks all commands, whose answers are JSON objects, in one run of the shell. take() gets each answer when
+  // it arrives, with the number of its command; an answer that is not JSON is discarded (is_discarded()). It
+  // must not throw.
+  Answers ask_each(const std::vector<std::string>& commands, std::chrono::milliseconds patience,
+                   const std::function<void(std::size_t, const Json&)>& take) const;
+
+  // For an answer.
+  std::chrono::milliseconds patience() const { return patience_; }
 
   // The programs of the suite that the shell reaches: "zebra", "bgpd". Failures as of ask().
   std::set<std::string> programs() const;
@@ -35,6 +49,7 @@ class Suite {
   std::string option(const char* name) const;
 
   std::vector<std::string> shell_;
+  std::chrono::milliseconds patience_;
 };
 
 }  // namespace cli

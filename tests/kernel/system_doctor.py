@@ -5,31 +5,35 @@ the same by hand, has been run. Runs in the guest (see uml-run), as root.
 """
 import json
 import os
+import pathlib
 import re
 import subprocess
 
-from suite_system import SuiteSystemTest, main, vpn_family  # before system
+from suite_system import BGP, SuiteSystemTest, main, vpn_instance  # before system
 from kernel import batch, member_lines, vrf_lines
 from suite import run
 from system import BIN, wait_until
 
 VRFS = {"red": 10, "blue": 20}
 MEMBERS = {"red1": "red", "blue1": "blue"}
+PATIENCE = "2m"  # on a machine that does much else
 OTHER_USER = ("setpriv", "--reuid", "65534", "--regid", "65534", "--clear-groups")
+SELECTED = """echo '{"10.8.0.0/16": [{"selected": true, "protocol": "static"}]}'"""
+SHELL = """#!/usr/bin/env python3
+import subprocess, sys
+cases, words, commands = {cases!r}, {words!r}, [word for word in sys.argv[1:] if word != "-c"]
+with open({runs!r}, "a") as runs:
+    print(len(commands), file=runs)
+if not set(commands) & set(cases):
+    sys.exit(subprocess.run([*words, *sys.argv[1:]], check=False).returncode)
+for command in commands:
+    ran = subprocess.run(cases.get(command) or [*words, "-c", command], shell=command in cases, check=False)
+    if ran.returncode != 0:
+        sys.exit(ran.returncode)
+"""
 CHECKS = ("vrf-device-down", "vrf-members", "vrf-default-route", "vrf-shared-table", "mpls-labels", "suite-access", "suite-mgmtd",
           "suite-vrf-device", "vrf-not-in-suite", "vpn-label", "vpn-rd", "suite-saved", "suite-routes")
-# Without a router ID of its own, version 10 may replace a configured route target at its start when it chooses one.
-CONFIG = f"""hostname pe1
-router bgp 65000
- bgp router-id 10.255.0.1
-exit
-router bgp 65000 vrf red
- bgp router-id 10.1.0.1
-{vpn_family("65000:10", "65000:10")}exit
-router bgp 65000 vrf blue
- bgp router-id 10.2.0.1
-{vpn_family("65000:20", "65000:20")}exit
-"""
+CONFIG = "hostname pe1\n" + BGP + vpn_instance("red", 1) + vpn_instance("blue", 2)
 
 
 class Doctor(SuiteSystemTest):
@@ -49,9 +53,9 @@ class Doctor(SuiteSystemTest):
             run("ip", *guard.split())
         run("sysctl", "-qw", "net.mpls.conf.core.input=1")
 
-    def diagnose(self, check, shell=None, wrapper=()):
+    def diagnose(self, check, shell=None, wrapper=(), patience=PATIENCE):
         shell = shell or " ".join(self.suite.shell_words())
-        words = ("--only", check, "--suite-shell", shell, "--suite-conf", str(self.suite.etc / "frr.conf"))
+        words = ("--only", check, "--suite-timeout", patience, "--suite-shell", shell, "--suite-conf", str(self.suite.etc / "frr.conf"))
         result = subprocess.run([*wrapper, str(BIN / "mplsvpn"), "--json", "doctor", *words], env=self.system.environment,
                                 capture_output=True, text=True, check=False)
         shown, = json.loads(result.stdout)
@@ -64,7 +68,7 @@ class Doctor(SuiteSystemTest):
         return next(finding["fix"] for finding in findings if text in finding["text"])
 
     def assert_ok(self, check):
-        self.becomes(check, lambda: self.diagnose(check), ("ok", []), 20)
+        self.becomes(check, lambda: self.diagnose(check), ("ok", []), 60)
 
     def correct(self, fix):
         subprocess.run(fix, shell=True, check=True, capture_output=True)
@@ -153,11 +157,34 @@ class Doctor(SuiteSystemTest):
     def change(self, vrf, *lines):
         self.suite.configure(f"router bgp 65000 vrf {vrf}", "address-family ipv4 unicast", *lines, "exit-address-family", "exit")
 
-    def test_export_without_label(self):
-        self.change("red", "no label vpn export auto")
-        fix = self.assert_found("vpn-label", "error", "VRF red exports its ipv4 unicast routes without a label")
+    def announced_label(self, rd):
+        """The label of the VPN routes with this RD, as bgpd shows them."""
+        shown = self.suite.ask("bgpd", "show bgp ipv4 vpn").partition(f"Route Distinguisher: {rd}\n")[2]
+        return re.search(r" label=(\d+) ", shown)[1]
+
+    def assert_label_is_missing(self):
+        wait_until("implicit null", lambda: self.announced_label("65000:10") == "3", 20)
+        fix = self.assert_found("vpn-label", "error", "VRF red exports its ipv4 unicast routes without a label or segment identifier: they "
+                                "are announced with label 3")
         self.correct(fix)
         self.assert_ok("vpn-label")
+        wait_until("a label", lambda: self.announced_label("65000:10") != "3", 20)
+
+    def test_export_without_label(self):
+        self.assertNotEqual(self.announced_label("65000:10"), "3")
+        self.change("red", "no label vpn export auto")
+        self.assert_label_is_missing()
+
+    def test_export_with_a_mode_of_labels_only(self):
+        mode = "label vpn export allocation-mode per-nexthop"
+        if self.release.major < 10:
+            with self.assertRaisesRegex(AssertionError, "Unknown command"):
+                self.change("red", mode)
+            self.assert_ok("vpn-label")
+            return
+        self.change("red", "no label vpn export auto", mode)
+        self.assert_label_is_missing()
+        self.change("red", "no " + mode)
 
     def test_missing_and_duplicate_route_distinguishers(self):
         self.change("red", "no rd vpn export 65000:10")
@@ -193,25 +220,47 @@ class Doctor(SuiteSystemTest):
         self.assert_ok("suite-access")
         self.assert_ok("suite-saved")
 
-    def shell_that(self, *cases):
-        """The suite's shell, except for the commands of these cases."""
+    def shell_that(self, **cases):
+        """The suite's shell, but for these commands: {VRF of "show ip route": what is done then}. Its runs are counted."""
         shell = self.system.folder / "shell"
-        cases = "".join(f"*'{command}') {action}; exit ;;\n" for command, action in cases)
-        shell.write_text(f'#!/bin/sh\ncase "$*" in\n{cases}esac\nexec {" ".join(self.suite.shell_words())} "$@"\n')
+        cases = {f"show ip route vrf {vrf} json": action for vrf, action in cases.items()}
+        shell.write_text(SHELL.format(cases=cases, words=list(self.suite.shell_words()), runs=str(shell) + ".runs"))
         shell.chmod(0o755)
         return str(shell)
 
+    def runs(self, shell):
+        """The number of commands of each run."""
+        runs = pathlib.Path(shell + ".runs")
+        counts = [int(line) for line in runs.read_text().splitlines()]
+        runs.unlink()
+        return counts
+
     def test_route_that_reaches_the_kernel_later(self):
-        answer = """echo '{"10.8.0.0/16": [{"selected": true, "protocol": "static"}]}'"""
-        shell = self.shell_that(("show ip route vrf red json", f"{answer}; ip route replace vrf red 10.8.0.0/16 dev red1"))
+        shell = self.shell_that(red=f"{SELECTED}; ip route replace vrf red 10.8.0.0/16 dev red1")
         self.addCleanup(run, "ip", "route", "del", "vrf", "red", "10.8.0.0/16", "dev", "red1")
         self.assertEqual(self.diagnose("suite-routes", shell=shell), ("ok", []))
 
     def test_vrf_that_cannot_be_read_does_not_hide_others(self):
-        answer = """echo '{"10.8.0.0/16": [{"selected": true, "protocol": "static"}]}'"""
-        shell = self.shell_that(("show ip route vrf blue json", "echo broken >&2; exit 1"), ("show ip route vrf red json", answer))
-        self.assert_found("suite-routes", "error", "VRF red: the suite has selected routes", shell=shell)
-        self.assert_found("suite-routes", "error", "VRF blue: ", shell=shell)
+        for broken, selected in ("blue", "red"), ("red", "blue"):
+            shell = self.shell_that(**{broken: "echo broken >&2; exit 1", selected: SELECTED})
+            self.assert_found("suite-routes", "error", f"VRF {selected}: the suite has selected routes", shell=shell)
+            self.assert_found("suite-routes", "error", f"VRF {broken}: broken", shell=shell)
+
+    def test_time_for_all_vrfs_is_bounded_and_says_what_was_not_checked(self):
+        shell = self.system.folder / "slow"
+        shell.write_text("""#!/bin/sh\ncase $2 in *daemons) echo zebra ;; *) echo '{} {}'; exec sleep 1000 ;; esac\n""")
+        shell.chmod(0o755)
+        self.assert_found("suite-routes", "notPossible", "1 VRFs, from blue on, were not checked: the suite did not answer for all within "
+                          "6000 ms", shell=str(shell), patience="1s")
+
+    def test_many_vrfs_are_asked_for_in_one_run_of_the_shell(self):
+        many = {f"many{number}": 1000 + number for number in range(100)}
+        batch(vrf_lines(many))
+        self.addCleanup(batch, [f"link del {name}" for name in many])
+        wait_until("zebra", lambda: "many99" in self.suite.ask("zebra", "show vrf"), 60)
+        shell = self.shell_that()
+        self.assertEqual(self.diagnose("suite-routes", shell=shell), ("ok", []))
+        self.assertEqual(self.runs(shell), [1, 2 * len([*VRFS, *many])])
 
     def test_route_that_the_kernel_lacks(self):
         self.suite.configure("vrf red", "ip route 10.9.0.0/16 10.1.0.9", "exit-vrf")
