@@ -8,6 +8,7 @@
 #include <span>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace cli::doctor {
@@ -25,7 +26,12 @@ using Findings = std::vector<Finding>;
 
 class NotPossible : public std::runtime_error {
  public:
-  using std::runtime_error::runtime_error;
+  explicit NotPossible(const std::string& reason, std::string fix = "")
+      : std::runtime_error(reason), fix_(std::move(fix)) {}
+  const std::string& fix() const { return fix_; }
+
+ private:
+  std::string fix_;
 };
 
 struct Check {

@@ -67,8 +67,9 @@ Findings check_daemon(Facts& facts) {
   try {
     facts.status();
   } catch (const Failure& failure) {
-    const bool lacks_right = failure.exit_status() == kExitNoRight;
-    return {{Level::kError, failure.what(), lacks_right ? "run mplsvpn doctor as root" : kStart}};
+    if (failure.exit_status() == kExitNoRight)
+      throw NotPossible(fmt::format("not permitted: {}", failure.what()), "run mplsvpn doctor as root");
+    return {{Level::kError, failure.what(), kStart}};
   }
   return {};
 }

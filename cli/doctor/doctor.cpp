@@ -69,7 +69,7 @@ Findings run(const Check& check, doctor::Facts& facts) {
   } catch (const Failure& failure) {
     return {{Level::kNotPossible, failure.what(), ""}};
   } catch (const doctor::NotPossible& reason) {
-    return {{Level::kNotPossible, reason.what(), ""}};
+    return {{Level::kNotPossible, reason.what(), reason.fix()}};
   }
 }
 

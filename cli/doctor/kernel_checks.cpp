@@ -6,6 +6,7 @@
 #include <map>
 
 #include "cli/doctor/facts.h"
+#include "cli/doctor/names.h"
 #include "cli/system/program.h"
 #include "platform/core/address/address.h"
 
@@ -65,15 +66,13 @@ bool accepts_labels(const std::string& link) {
 
 // Which of the interfaces are of the core, only the operator knows. sysctl(8) writes the dots of a name as
 // slashes.
-std::string acceptance_fix(const std::vector<std::string>& links) {
-  std::string fix = "sysctl -w net.mpls.conf.INTERFACE.input=1 for each interface toward the core";
-  for (std::size_t i = 0; i < links.size(); ++i) {
-    if (i == kShownLinks) return fix + fmt::format(" and {} more", links.size() - kShownLinks);
-    std::string name = links[i];
+std::string acceptance_fix(std::vector<std::string> links) {
+  for (std::string& name : links) {
     std::ranges::replace(name, '.', '/');
-    fix += (i == 0 ? "; INTERFACE is one of " : ", ") + shell_word(name);
+    name = shell_word(name);
   }
-  return fix;
+  const std::string fix = "sysctl -w net.mpls.conf.INTERFACE.input=1 for each interface toward the core";
+  return links.empty() ? fix : fix + "; INTERFACE is one of " + some_of(links, kShownLinks);
 }
 
 }  // namespace

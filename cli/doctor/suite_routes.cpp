@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "cli/doctor/facts.h"
+#include "cli/doctor/names.h"
 #include "cli/doctor/suite_checks.h"
 #include "cli/system/program.h"
 #include "platform/core/address/address.h"
@@ -18,7 +19,6 @@ namespace cli::doctor {
 
 namespace {
 
-constexpr std::size_t kShownRoutes = 5;
 constexpr std::array kFamilies = {"ip", "ipv6"};
 constexpr std::size_t kMostVrfs = 2000;  // in one run of the shell: 200 kB of arguments
 constexpr unsigned kMostFailures = 10;
@@ -149,17 +149,6 @@ MissingByVrf look_again(Facts& facts, const MissingByVrf& first, Findings* findi
   return std::move(second.missing);
 }
 
-std::string shown(const Prefixes& prefixes) {
-  std::string text;
-  std::size_t count = 0;
-  for (const std::string& prefix : prefixes) {
-    if (++count > kShownRoutes) break;
-    text += (text.empty() ? "" : ", ") + prefix;
-  }
-  if (prefixes.size() > kShownRoutes) text += fmt::format(" and {} more", prefixes.size() - kShownRoutes);
-  return text;
-}
-
 }  // namespace
 
 Findings check_suite_routes(Facts& facts) {
@@ -173,7 +162,7 @@ Findings check_suite_routes(Facts& facts) {
     findings.push_back(
         {Level::kError,
          fmt::format("VRF {}: the suite has selected routes that the kernel does not have: {}", vrf,
-                     shown(prefixes)),
+                     some_of(prefixes)),
          fmt::format("{} -c {}", facts.suite.words(), shell_word("show ip route vrf " + vrf))});
   }
   return findings;

@@ -17,7 +17,7 @@ STATES = {"ok": 0, "notPossible": 0, "warning": 1, "error": 2}
 OTHER_USER = ("setpriv", "--reuid", "65534", "--regid", "65534", "--clear-groups")
 IS_ROOT = os.geteuid() == 0
 ALONE = ("unshare", "--pid", "--fork", "--mount-proc")  # without the processes of others
-WITHOUT_SNMPD = (*ALONE, "sh", "-c", 'for file in $(which -a snmpd); do mount --bind /dev/null "$file"; done; exec "$@"', "sh")
+WITHOUT = (*ALONE, "sh", "-c", 'for file in $(which -a "$0"); do mount --bind /dev/null "$file"; done; exec "$@"')
 # What the suite's shell prints, as seen with versions 8 and 10.
 SUITE_SHELL = """#!/bin/sh
 case $2 in
@@ -48,6 +48,11 @@ class DoctorTest(SystemTest):
         self.assertEqual(shown["id"], check)
         self.assertEqual(result.returncode, STATES[shown["state"]])
         return shown["state"], " / ".join(finding["text"] for finding in shown["findings"])
+
+    def fixes(self, system, check, wrapper=()):
+        result = subprocess.run([*wrapper, *self.words(system, "--only", check)], env=system.environment, capture_output=True,
+                                text=True, check=False)
+        return [finding["fix"] for finding in json.loads(result.stdout)[0]["findings"]]
 
     def becomes_ok(self, system, check, *words):
         self.becomes(check, lambda: self.diagnose(system, check, *words), ("ok", ""))
@@ -108,6 +113,14 @@ class Daemon(DoctorTest):
         self.assert_found(system, "clock", "error", f"{file} was changed in the future")
 
 
+    @unittest.skipUnless(IS_ROOT, "SKIPPED: only root becomes another user")
+    def test_daemon_that_this_user_may_not_ask_is_not_reported_as_ended(self):
+        system = self.started()
+        system.folder.chmod(0o755)
+        self.assert_found(system, "daemon-running", "notPossible", "not permitted: ", wrapper=OTHER_USER)
+        self.assertEqual(self.fixes(system, "daemon-running", wrapper=OTHER_USER), ["run mplsvpn doctor as root"])
+
+
 class Snmp(DoctorTest):
     @unittest.skipUnless(IS_ROOT, "SKIPPED: only root makes process namespaces")
     def test_snmpd_that_does_not_run_is_an_error(self):
@@ -140,11 +153,15 @@ class Snmp(DoctorTest):
         self.assert_found(system, "agentx-socket", "notPossible", "tcp:localhost:705 is not the path of a Unix socket", *given)
 
     @unittest.skipUnless(IS_ROOT, "SKIPPED: only root hides programs")
-    def test_machine_without_snmpd_has_no_errors_of_it(self):
+    def test_machine_without_snmpd_or_without_the_sub_agent_has_no_errors_of_them(self):
         system = self.started()
-        for check in "snmpd-running", "agentx-socket", "snmp-front-end", "snmp-view":
-            with self.subTest(check):
-                self.assert_found(system, check, "notPossible", "snmpd is not installed", wrapper=WITHOUT_SNMPD)
+        system.environment["PATH"] += f":{BIN}"
+        for program, text, package in (("snmpd", "snmpd is not installed", "snmpd"),
+                                       ("mpls_vpn_snmp", "the sub-agent is not installed", "mplsvpn-snmp")):
+            for check in "snmpd-running", "agentx-socket", "snmp-front-end", "snmp-view":
+                with self.subTest(check, program=program):
+                    self.assert_found(system, check, "notPossible", text, wrapper=(*WITHOUT, program))
+                    self.assertEqual(self.fixes(system, check, wrapper=(*WITHOUT, program)), [f"apt-get install {package}"])
 
     @unittest.skipUnless(IS_ROOT, "SKIPPED: only root becomes another user")
     def test_agentx_socket_of_another_user_is_an_error(self):
@@ -197,6 +214,25 @@ class Snmp(DoctorTest):
         self.assert_found(system, "snmp-view", "error", "lets no manager read anything", *given)
         self.assert_found(system, "snmp-view", "notPossible", "No such file", "--snmpd-conf", "/nonexistent.conf")
 
+    @unittest.skipUnless(IS_ROOT, "SKIPPED: only root makes network namespaces")
+    def test_interface_that_snmpd_does_not_show_is_a_warning_with_the_reason(self):
+        names = {name: int(pathlib.Path(f"/sys/class/net/{name}/ifindex").read_text()) for name in os.listdir("/sys/class/net")}
+        other = "lo" if len(names) == 1 else next(name for name in names if name != "lo")
+        interfaces = f"{{name: {other}, index: {names[other]}, vrf: red}}, {{name: nosuch0, index: {max(names.values()) + 1}, vrf: red}}"
+        system = self.started(f"vrfs: [{{name: red, table: 10}}]\ninterfaces: [{interfaces}]\n")
+        system.start_snmpd()
+        self.assert_found(system, "snmp-ifindex", "warning", "snmpd does not show 1 of our interfaces, nosuch0: this network namespace does "
+                          "not have them", *self.asking(system))
+        self.assertNotIn(other, self.diagnose(system, "snmp-ifindex", *self.asking(system))[1])
+        if other == "lo":
+            self.skipTest("SKIPPED: this machine has no interface but lo")
+        address, conf = f"unix:{system.folder}/other.sock", system.folder / "other.conf"
+        conf.write_text("authcommunity read public\n")
+        system.spawn("other", "unshare", "--net", "snmpd", "-f", "-Lo", "-C", "-c", str(conf), address)
+        wait_until("snmpd", lambda: "NET-SNMP version" in system.log("other"))
+        self.assert_found(system, "snmp-ifindex", "warning", f"snmpd does not show 1 of our interfaces, {other}: it runs in another network "
+                          "namespace", "--snmp", f"-v2c -c public -t 5 {address}")
+
     def test_other_ifindex_of_an_interface_is_an_error(self):
         index = int(pathlib.Path("/sys/class/net/lo/ifindex").read_text())
         system = self.started(ROUTER.replace("name: ge0, index: 1", f"name: lo, index: {index}"))
@@ -238,18 +274,13 @@ class RoutingSuite(DoctorTest):
     def words(self, system, *words):
         return super().words(system, "--suite-shell", str(self.shell), "--suite-conf", str(self.saved), *words)
 
-    def fixes(self, check):
-        result = subprocess.run(self.words(self.system, "--only", check), env=self.system.environment, capture_output=True,
-                                text=True, check=False)
-        return [finding["fix"] for finding in json.loads(result.stdout)[0]["findings"]]
-
     def test_bgpd_that_has_ended_makes_checks_of_its_configuration_impossible(self):
         self.programs("zebra", "mgmtd")
         self.running()
         for check in "suite-vrf-device", "vrf-not-in-suite", "vpn-label", "vpn-rd", "suite-saved":
             with self.subTest(check):
                 self.assert_found(self.system, check, "notPossible", "bgpd does not run")
-                self.assertEqual(self.fixes(check), [None])
+                self.assertEqual(self.fixes(self.system, check), [None])
         self.assert_found(self.system, "suite-access", "error", f'bgpd does not run although {self.saved} has "router bgp"')
         self.saved.write_text("hostname pe1\n")
         self.assertEqual(self.diagnose(self.system, "suite-access"), ("ok", ""))
@@ -260,13 +291,13 @@ class RoutingSuite(DoctorTest):
         self.assert_found(self.system, "suite-saved", "warning",
                           "VRF red ipv4 unicast: only the running configuration has export 65000:2, import 65000:2; "
                           f"only {self.saved} has export 65000:1, import 65000:1")
-        fix, = self.fixes("suite-saved")
+        fix, = self.fixes(self.system, "suite-saved")
         shown = subprocess.run(fix, shell=True, capture_output=True, text=True, check=False).stdout
         self.assertIn("<   rt vpn both 65000:1\n", shown)
         self.assertIn(">   rt vpn both 65000:2\n", shown)
         self.running()
         self.assert_found(self.system, "suite-saved", "warning", f"red ipv4 unicast: only {self.saved} has export 65000:1")
-        self.assertEqual(self.fixes("suite-saved"), [fix])
+        self.assertEqual(self.fixes(self.system, "suite-saved"), [fix])
 
     def test_missing_saved_configuration_is_a_warning_if_it_would_be_lost(self):
         self.saved.unlink()
@@ -285,10 +316,10 @@ class RoutingSuite(DoctorTest):
     def test_names_in_commands_are_quoted_for_the_shell(self):
         name = "a;`id`$x'"
         self.running(*self.instance(name, "65000:1", "  export vpn"))
-        fix, = self.fixes("suite-vrf-device")
+        fix, = self.fixes(self.system, "suite-vrf-device")
         shown = subprocess.run(f"ip() {{ printf '%s\\n' \"$@\"; }}; {fix}", shell=True, capture_output=True, text=True, check=True)
         self.assertEqual(shown.stdout.split(), ["link", "add", name, "type", "vrf", "table", "NUMBER", "link", "set", "dev", name, "up"])
-        fix, = self.fixes("vpn-label")
+        fix, = self.fixes(self.system, "vpn-label")
         self.shell.write_text("#!/bin/sh\nprintf '%s\\n' \"$@\"\n")
         shown = subprocess.run(fix, shell=True, capture_output=True, text=True, check=True)
         self.assertIn(f"router bgp 65000 vrf {name}\n", shown.stdout)

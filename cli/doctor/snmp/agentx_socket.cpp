@@ -135,7 +135,7 @@ Findings judge_permission(Facts& facts, const std::string& path, int error) {
 
 Findings check_agentx_socket(Facts& facts) {
   if (is_module(facts)) return {};
-  require_snmpd();
+  require_programs();
   const std::string path = socket_path(facts);
   const int error = try_connect(path);
   if (error == 0 || error == EACCES || error == EPERM) return judge_permission(facts, path, error);

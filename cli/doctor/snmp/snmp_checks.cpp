@@ -5,11 +5,14 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <map>
+#include <set>
 #include <sstream>
 
 #include "cli/diagnosis/status_facts.h"
 #include "cli/doctor/facts.h"
+#include "cli/doctor/names.h"
 #include "cli/show/tables.h"
 #include "cli/system/program.h"
 
@@ -21,6 +24,7 @@ using process_status::ClientStatus;
 
 constexpr char kIfName[] = ".1.3.6.1.2.1.31.1.1.1.1";
 constexpr std::chrono::seconds kPatience{20};
+constexpr char kOneNamespace[] = "run snmpd and the daemon in one network namespace";
 
 bool runs(const std::string& program) {
   std::error_code ignored;
@@ -47,6 +51,25 @@ std::map<std::string, std::string> indexes_of_snmpd(Facts& facts) {
   return indexes;
 }
 
+// Interfaces of a router file need not exist here.
+Findings judge_absent(Facts& facts, const std::vector<std::string>& absent) {
+  std::set<std::string> links;
+  for (const kernel::LinkSeen& each : facts.links()) links.insert(each.link.name);
+  std::vector<std::string> unknown, hidden;
+  for (const std::string& name : absent) (links.contains(name) ? hidden : unknown).push_back(name);
+  Findings findings;
+  const auto add = [&findings](const std::vector<std::string>& names, const std::string& reason) {
+    if (names.empty()) return;
+    findings.push_back({Level::kWarning,
+                        fmt::format("snmpd does not show {} of our interfaces, {}: {}", names.size(),
+                                    some_of(names), reason),
+                        kOneNamespace});
+  };
+  add(hidden, "it runs in another network namespace, or has not read them since they were added");
+  add(unknown, "this network namespace does not have them");
+  return findings;
+}
+
 }  // namespace
 
 std::string ask_snmpd(Facts& facts, const char* program, const std::string& object) {
@@ -60,19 +83,23 @@ std::string ask_snmpd(Facts& facts, const char* program, const std::string& obje
   return ran.output;
 }
 
-void require_snmpd() {
-  if (!runs("snmpd") && !is_installed("snmpd")) throw NotPossible("snmpd is not installed");
+void require_programs() {
+  if (!runs("snmpd") && !is_installed("snmpd"))
+    throw NotPossible("snmpd is not installed", "apt-get install snmpd");
+  if (!is_installed("mpls_vpn_snmp"))
+    throw NotPossible("the sub-agent is not installed: managers cannot read the MIB",
+                      "apt-get install mplsvpn-snmp");
 }
 
 Findings check_snmpd(Facts& /*facts*/) {
-  require_snmpd();
+  require_programs();
   if (runs("snmpd")) return {};
   return {{Level::kError, "no snmpd runs: no manager can read the MIB", "systemctl start snmpd"}};
 }
 
 Findings check_front_end(Facts& facts) {
   if (facts.status()->traps_subscriber != 0) return {};
-  require_snmpd();
+  require_programs();
   return {{Level::kError,
            fmt::format("neither the sub-agent nor the module is connected to the daemon; {} traps wait",
                        facts.status()->traps_waiting),
@@ -82,18 +109,21 @@ Findings check_front_end(Facts& facts) {
 Findings check_if_indexes(Facts& facts) {
   const std::map<std::string, std::string> indexes = indexes_of_snmpd(facts);
   Findings findings;
+  std::vector<std::string> absent;
   const auto compare = [&](const mpls_vpn_mib_interface& row) {
     const std::string name = text_or_empty(row.name);
     const auto known = indexes.find(name);
-    if (known == indexes.end() || known->second == std::to_string(row.ifConfIndex)) return;
+    if (known == indexes.end()) return absent.push_back(name);
+    if (known->second == std::to_string(row.ifConfIndex)) return;
     findings.push_back(
         {Level::kError,
          fmt::format("interface {} has ifIndex {} here and {} in snmpd: managers join the wrong rows", name,
                      row.ifConfIndex, known->second),
-         "run snmpd and the daemon in one network namespace"});
+         kOneNamespace});
   };
   const auto client = connect_to_daemon(facts.session);
   walk_rows_of<mpls_vpn_mib_interface>(facts.session, *client, kInterfaceTable, "", {compare});
+  std::ranges::move(judge_absent(facts, absent), std::back_inserter(findings));
   return findings;
 }
 

@@ -7,8 +7,8 @@
 
 namespace cli::doctor {
 
-// NotPossible if snmpd neither runs nor is installed.
-void require_snmpd();
+// NotPossible if snmpd neither runs nor is installed, or the sub-agent is not installed.
+void require_programs();
 
 inline constexpr char kAskingFix[] = "mplsvpn doctor --snmp '-v2c -c COMMUNITY localhost'";
 // What snmpget(1) or snmpwalk(1) prints for the object. NotPossible without --snmp, or without that program.

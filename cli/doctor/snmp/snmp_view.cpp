@@ -99,7 +99,7 @@ Findings judge_configuration(const std::string& path) {
 
 Findings check_view(Facts& facts) {
   if (facts.request.snmp.empty()) {
-    require_snmpd();
+    require_programs();
     return judge_configuration(facts.request.snmpd_configuration);
   }
   return judge_answer(ask_snmpd(facts, "snmpget", oid_text(sample_of_the_mib().front())));
