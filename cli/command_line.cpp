@@ -9,6 +9,7 @@
 #include <functional>
 
 #include "cli/arguments.h"
+#include "cli/chosen_command.h"
 #include "cli/commands.h"
 #include "cli/completion.h"
 #include "cli/config/config_command_line.h"
@@ -20,12 +21,11 @@
 #include "cli/output/table.h"
 #include "cli/output/wrap.h"
 #include "cli/session.h"
-#include "cli/vrf/vrf_selection.h"
+#include "cli/show/show_command_line.h"
 #include "cli/watch/watch_command_line.h"
 #include "platform/core/debug/debug_client.h"
 #include "platform/core/files/directories.h"
 #include "platform/core/text/words.h"
-#include "platform/store/history/records.h"
 #include "platform/store/tree/kvtree.h"
 
 namespace cli {
@@ -66,34 +66,6 @@ constexpr char kFooter[] =
     "\"...\"}}. Debug output, traps and changes are one object for each line.\n"
     "\n"
     "Environment: MPLS_VPN_MIB_RUN_DIR, the daemon's run directory (default /run/mpls_vpn_mib).";
-
-constexpr char kVrfFooter[] =
-    "Words: [NAME] [brief|detail] [ipv4|ipv6] [unicast|multicast], or invalid. With a family only VRFs that "
-    "have a "
-    "table of it are shown. \"invalid\" shows VRFs that do not exist, though interfaces are bound to them. "
-    "--structured reads details in the form for XML, with the address families that have route targets or "
-    "policies.\n"
-    "\n"
-    "Examples:\n"
-    "  mplsvpn show vrf\n"
-    "  mplsvpn show vrf red\n"
-    "  mplsvpn show vrf red detail\n"
-    "  mplsvpn show vrf detail ipv6 unicast\n"
-    "  mplsvpn show vrf brief --state down --sort routes\n"
-    "  mplsvpn show vrf invalid\n"
-    "  mplsvpn show vrf --name detail      the VRF that has this name\n"
-    "  mplsvpn --json show vrf | jq -r '.[] | select(.operStatusName == \"down\").name'";
-
-constexpr char kRoutesFooter[] =
-    "A PREFIX shows its routes, one for each next hop; an address shows those of the longest matching "
-    "prefix. "
-    "An INTERFACE of another VRF is shown by its ifIndex, as #2. CROSS-CONNECT is the index of the route's "
-    "labels in the label switching MIB.\n"
-    "\n"
-    "Examples:\n"
-    "  mplsvpn show routes red\n"
-    "  mplsvpn show routes red 10.11.0.0/16\n"
-    "  mplsvpn show routes red 2001:db8:21::7";
 
 constexpr char kPathFooter[] =
     "A path is below /oper/mpls_vpn/gl/ unless it begins with /. \"mplsvpn config show --json\" shows the "
@@ -137,12 +109,7 @@ struct Options {
   std::string run_directory;
   std::string socket;
   unsigned timeout = 1000;
-  std::string vrf;
-  std::vector<std::string> vrf_words;
-  VrfRequest selection;  // its state, protocol and order
-  bool structured = false;
-  RoutesRequest routes;
-  TrapsRequest traps;
+  ShowOptions show;
   PathRequest path;
   DebugRequest debug;
   TraceRequest trace;
@@ -152,16 +119,8 @@ struct Options {
   DoctorRequest doctor;
   ExportRequest exported;
   GraphRequest graph;
-  std::function<void(const Session&)> command;
+  ChosenCommand command;
 };
-
-// The command is called with this member when it is chosen.
-template <typename T>
-void on_choice(CLI::App* app, Options* options, void (*command)(const Session&, const T&),
-               T Options::*request) {
-  app->callback(
-      [=] { options->command = [=](const Session& session) { command(session, options->*request); }; });
-}
 
 void add_general_options(CLI::App& app, Options* options) {
   app.add_flag("--json", options->json, "JSON in place of text");
@@ -175,110 +134,6 @@ void add_general_options(CLI::App& app, Options* options) {
       ->transform(duration_of(kWaiting));
 }
 
-void add_structured(CLI::App* command, bool* structured) {
-  command->add_flag("--structured", *structured, "Requests the structured (XML) form");
-}
-
-void take_selection(const VrfRequest& selection, VrfRequest* request) {
-  request->state = selection.state;
-  request->protocol = selection.protocol;
-  request->sort = selection.sort;
-  const bool is_table = !request->detail && !request->structured && !request->is_invalid;
-  if (is_table || (selection.state + selection.protocol + selection.sort).empty()) return;
-  throw Failure(kExitUsage, "--state, --protocol and --sort are for \"show vrf\" without details");
-}
-
-void add_show_vrf(CLI::App& show, Options* options) {
-  CLI::App* vrf =
-      show.add_subcommand("vrf", "Shows VRFs: states, interfaces, routes, route targets, policies");
-  vrf->add_option("WORDS", options->vrf_words, "A VRF and what to show of it")->expected(0, 4);
-  vrf->add_option("--name", options->vrf, "The VRF, if its name is one of the words")->type_name("VRF");
-  vrf->add_option("--state", options->selection.state, "Only VRFs in this state")
-      ->check(CLI::IsMember(vrf_states()));
-  vrf->add_option("--protocol", options->selection.protocol, "Only VRFs with an interface of this protocol")
-      ->check(CLI::IsMember(vrf_protocols()));
-  vrf->add_option("--sort", options->selection.sort,
-                  "Order of the lines: " + text::alternatives(vrf_orders()))
-      ->type_name("ORDER");
-  add_structured(vrf, &options->structured);
-  vrf->footer(kVrfFooter);
-  vrf->callback([options] {
-    options->command = [options](const Session& session) {
-      VrfRequest request = parse_vrf_words(options->vrf_words, options->vrf);
-      request.structured = options->structured;
-      take_selection(options->selection, &request);
-      show_vrf(session, request);
-    };
-  });
-}
-
-void add_show_routes(CLI::App& show, Options* options) {
-  CLI::App* routes = show.add_subcommand("routes", "Shows the routes of a VRF, all or those of a prefix");
-  routes->add_option("VRF", options->routes.vrf, "The VRF")->required();
-  routes->add_option("PREFIX", options->routes.prefix, "ADDRESS/LENGTH, or an address");
-  routes->footer(kRoutesFooter);
-  on_choice(routes, options, show_routes, &Options::routes);
-}
-
-void add_show_route_targets(CLI::App& show, Options* options) {
-  CLI::App* targets = show.add_subcommand("route-targets", "Shows the route targets of all VRFs, or of one");
-  targets->add_option("VRF", options->vrf, "Only this VRF's");
-  on_choice(targets, options, show_route_targets, &Options::vrf);
-}
-
-constexpr char kTrapsFooter[] =
-    "The daemon stores the latest 500 and the numbers of each notification, also over restarts, whether or "
-    "not "
-    "snmpd has sent them. The latest is the last line.\n"
-    "\n"
-    "Examples:\n"
-    "  mplsvpn show traps\n"
-    "  mplsvpn --json show traps --last 500 | jq -r '.traps[] | select(.vrfName == \"red\").timeText'";
-
-void add_show_traps(CLI::App& show, Options* options) {
-  CLI::App* traps = show.add_subcommand("traps", "Shows how many traps were raised, and the latest of them");
-  traps->add_option("--last", options->traps.last, "Only the latest N traps (default 20, at most 500)")
-      ->type_name("N")
-      ->check(CLI::Range(0U, notification_history::kMostListed).description(""));
-  traps->footer(kTrapsFooter);
-  on_choice(traps, options, show_traps, &Options::traps);
-}
-
-constexpr char kThresholdsFooter[] =
-    "A table is low while it has had fewer than LOW routes FOR the configured time; mid and maximum are the "
-    "thresholds of the notifications. A prefix is absent while it has no route of its own.\n"
-    "\n"
-    "Examples:\n"
-    "  mplsvpn show thresholds\n"
-    "  mplsvpn --json show thresholds | jq -r '.[].prefixes[] | select(.present | not).prefix'\n"
-    "  mplsvpn config set vrf red low-water ipv4 1000 60\n"
-    "  mplsvpn config set vrf red watch 10.11.0.0/16";
-
-void add_show_thresholds(CLI::App& show, Options* options) {
-  CLI::App* thresholds = show.add_subcommand(
-      "thresholds", "Shows the thresholds and low-water marks of VRFs, and their watched prefixes");
-  thresholds->add_option("VRF", options->vrf, "Only this VRF's");
-  thresholds->footer(kThresholdsFooter);
-  on_choice(thresholds, options, show_thresholds, &Options::vrf);
-}
-
-void add_show(CLI::App& app, Options* options) {
-  CLI::App* show = app.add_subcommand("show", "Shows the tables of the MIB, or the daemon");
-  show->require_subcommand(1);
-  show->add_subcommand("scalars", "Shows the numbers of VRFs and interfaces, and the notification settings")
-      ->callback([options] { options->command = show_scalars; });
-  show->add_subcommand("status", "Shows the daemon: version, sources, SNMP front end, databases, clients")
-      ->callback([options] { options->command = show_status; });
-  CLI::App* interfaces = show->add_subcommand("interfaces", "Shows the interfaces of all VRFs, or of one");
-  interfaces->add_option("VRF", options->vrf, "Only this VRF's");
-  on_choice(interfaces, options, show_interfaces, &Options::vrf);
-  add_show_vrf(*show, options);
-  add_show_route_targets(*show, options);
-  add_show_routes(*show, options);
-  add_show_traps(*show, options);
-  add_show_thresholds(*show, options);
-}
-
 using PathCommand = void (*)(const Session&, const PathRequest&);
 
 CLI::App* add_path_command(CLI::App& app, Options* options, PathCommand command, const char* name,
@@ -287,7 +142,7 @@ CLI::App* add_path_command(CLI::App& app, Options* options, PathCommand command,
   words->add_option("PATH", options->path.path, "The path in the data store")->required();
   add_structured(words, &options->path.structured);
   words->footer(kPathFooter);
-  on_choice(words, options, command, &Options::path);
+  on_choice(words, &options->command, command, &options->path);
   return words;
 }
 
@@ -315,7 +170,7 @@ void add_debug(CLI::App& app, Options* options) {
       ->type_name("TIME")
       ->transform(duration_of(kWatching));
   command->footer(kDebugFooter);
-  on_choice(command, options, debug, &Options::debug);
+  on_choice(command, &options->command, debug, &options->debug);
 }
 
 void add_trace(CLI::App& app, Options* options) {
@@ -326,7 +181,7 @@ void add_trace(CLI::App& app, Options* options) {
       ->type_name("N")
       ->check(CLI::Range(1U, kMostCount).description(""));
   command->footer("Examples:\n  mplsvpn trace\n  mplsvpn trace error --last 20");
-  on_choice(command, options, trace, &Options::trace);
+  on_choice(command, &options->command, trace, &options->trace);
 }
 
 void add_router(CLI::App& app, Options* options) {
@@ -346,7 +201,7 @@ void describe(CLI::App& app, Options* options) {
   app.set_version_flag("--version", MPLS_VERSION);
   app.footer(kFooter);
   add_general_options(app, options);
-  add_show(app, options);
+  add_show(app, &options->show, &options->command);
   add_raw(app, options);
   add_debug(app, options);
   add_trace(app, options);

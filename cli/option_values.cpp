@@ -27,4 +27,8 @@ void add_count(CLI::App* command, const char* name, std::uint64_t* count, const 
       ->check(CLI::Range(0U, kMostCount).description(""));
 }
 
+void add_structured(CLI::App* command, bool* structured) {
+  command->add_flag("--structured", *structured, "Requests the structured (XML) form");
+}
+
 }  // namespace cli

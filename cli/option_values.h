@@ -26,4 +26,6 @@ CLI::Validator duration_of(const Duration& duration);
 // 0: no limit.
 void add_count(CLI::App* command, const char* name, std::uint64_t* count, const char* description);
 
+void add_structured(CLI::App* command, bool* structured);
+
 }  // namespace cli

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <ostream>
 #include <stdexcept>
@@ -56,6 +57,9 @@ struct Session {
   std::chrono::milliseconds timeout{1000};
   Terminal terminal = {};
 };
+
+// What the words of a command line choose.
+using ChosenCommand = std::function<void(const Session&)>;
 
 // A connected client, or Failure(kExitNoDaemon).
 std::unique_ptr<kvtree::Client> connect_to_daemon(const Session& session);

@@ -13,8 +13,6 @@ namespace cli {
 
 namespace {
 
-using Command = std::function<void(const Session&)>;
-
 constexpr char kChanging[] =
     "Changes are for root and the administrators' group, and outlive the daemon. What the command line sets "
     "overrides what a router file or a routing suite sets for the same item.\n"
@@ -62,15 +60,15 @@ CLI::Validator time_to_confirm() {
 struct Builder {
   CLI::App* config;
   ConfigOptions* options;
-  Command* command;
+  ChosenCommand* command;
 
   // With the words of items in its help.
-  CLI::App* add_with_words(const char* name, const char* description, const Command& action) const {
+  CLI::App* add_with_words(const char* name, const char* description, const ChosenCommand& action) const {
     CLI::App* app = add(name, description, action);
     app->footer(config_footer());
     return app;
   }
-  CLI::App* add(const char* name, const char* description, const Command& action) const {
+  CLI::App* add(const char* name, const char* description, const ChosenCommand& action) const {
     CLI::App* app = config->add_subcommand(name, description);
     app->callback([target = command, action] { *target = action; });
     return app;
@@ -176,7 +174,7 @@ void add_history(const Builder& builder) {
 
 }  // namespace
 
-void add_config(CLI::App& app, ConfigOptions* options, Command* command) {
+void add_config(CLI::App& app, ConfigOptions* options, ChosenCommand* command) {
   CLI::App* config = app.add_subcommand(
       "config", "Shows and changes the configuration: VRFs, AS number format, trap switches");
   config->require_subcommand(1);

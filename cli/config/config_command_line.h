@@ -2,7 +2,6 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
-#include <functional>
 #include <memory>
 
 #include "cli/commands.h"
@@ -19,6 +18,6 @@ struct ConfigOptions {
 
 // Adds the command, which sets *command if it is the one on the command line. Both must remain live while
 // `app` is.
-void add_config(CLI::App& app, ConfigOptions* options, std::function<void(const Session&)>* command);
+void add_config(CLI::App& app, ConfigOptions* options, ChosenCommand* command);
 
 }  // namespace cli

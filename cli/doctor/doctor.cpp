@@ -9,6 +9,7 @@
 #include <map>
 #include <tuple>
 
+#include "cli/chosen_command.h"
 #include "cli/doctor/check.h"
 #include "cli/doctor/facts.h"
 #include "cli/option_values.h"
@@ -176,7 +177,7 @@ std::vector<std::string> doctor_checks() {
   return ids;
 }
 
-void add_doctor(CLI::App& app, DoctorRequest* request, std::function<void(const Session&)>* chosen) {
+void add_doctor(CLI::App& app, DoctorRequest* request, ChosenCommand* chosen) {
   CLI::App* command = app.add_subcommand("doctor", "Finds out what is wrong, and what corrects it");
   const std::vector<std::string> ids = doctor_checks();
   for (const auto& [name, list, help] :
@@ -203,7 +204,7 @@ void add_doctor(CLI::App& app, DoctorRequest* request, std::function<void(const 
   command->add_option("--snmpd-conf", request->snmpd_configuration, "The configuration of snmpd")
       ->type_name("FILE");
   command->footer(kFooter);
-  command->callback([=] { *chosen = [=](const Session& session) { diagnose(session, *request); }; });
+  on_choice(command, chosen, diagnose, request);
 }
 
 }  // namespace cli

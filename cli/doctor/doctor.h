@@ -1,7 +1,6 @@
 // "mplsvpn doctor": finds out what is wrong with the router, its routing suite, snmpd and the daemon.
 #pragma once
 
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -21,6 +20,6 @@ void diagnose(const Session& session, const DoctorRequest& request);
 std::vector<std::string> doctor_checks();
 
 // Adds the command; choosing it sets *chosen. The request must live until that is called.
-void add_doctor(CLI::App& app, DoctorRequest* request, std::function<void(const Session&)>* chosen);
+void add_doctor(CLI::App& app, DoctorRequest* request, ChosenCommand* chosen);
 
 }  // namespace cli

@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "cli/chosen_command.h"
 #include "cli/export/formats.h"
 #include "cli/vrf/vpn_instances.h"
 #include "platform/core/text/words.h"
@@ -30,7 +31,7 @@ void export_vrfs(const Session& session, const ExportRequest& request) {
 
 }  // namespace
 
-void add_export(CLI::App& app, ExportRequest* request, std::function<void(const Session&)>* chosen) {
+void add_export(CLI::App& app, ExportRequest* request, ChosenCommand* chosen) {
   CLI::App* command =
       app.add_subcommand("export", "Prints the VRFs in the form of an inventory or a spreadsheet");
   command->add_option("--format", request->format, "The form: " + text::alternatives(export_formats()))
@@ -38,7 +39,7 @@ void add_export(CLI::App& app, ExportRequest* request, std::function<void(const 
       ->required()
       ->check(CLI::IsMember(export_formats()).description(""));
   command->footer(kExportFooter);
-  command->callback([=] { *chosen = [=](const Session& session) { export_vrfs(session, *request); }; });
+  on_choice(command, chosen, export_vrfs, request);
 }
 
 }  // namespace cli

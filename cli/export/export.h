@@ -1,7 +1,6 @@
 // "mplsvpn export": VRFs for other systems.
 #pragma once
 
-#include <functional>
 #include <string>
 
 #include "cli/session.h"
@@ -17,6 +16,6 @@ struct ExportRequest {
 };
 
 // Adds the command; choosing it sets *chosen. The request must live until that is called.
-void add_export(CLI::App& app, ExportRequest* request, std::function<void(const Session&)>* chosen);
+void add_export(CLI::App& app, ExportRequest* request, ChosenCommand* chosen);
 
 }  // namespace cli

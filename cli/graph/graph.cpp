@@ -4,6 +4,7 @@
 #include <optional>
 #include <sstream>
 
+#include "cli/chosen_command.h"
 #include "cli/graph/dot.h"
 #include "cli/graph/svg.h"
 #include "cli/graph/topology.h"
@@ -102,7 +103,7 @@ std::vector<std::string> graph_formats() {
   return {"dot", kSvg};
 }
 
-void add_graph(CLI::App& app, GraphRequest* request, std::function<void(const Session&)>* chosen) {
+void add_graph(CLI::App& app, GraphRequest* request, ChosenCommand* chosen) {
   CLI::App* command = app.add_subcommand("graph", "Draws which VRFs exchange routes, by their route targets");
   command
       ->add_option(
@@ -113,7 +114,7 @@ void add_graph(CLI::App& app, GraphRequest* request, std::function<void(const Se
   command->add_option("--time-limit", request->time_limit, "Time to draw an SVG (default 30s)")
       ->type_name("TIME");
   command->footer(kGraphFooter);
-  command->callback([=] { *chosen = [=](const Session& session) { draw(session, *request); }; });
+  on_choice(command, chosen, draw, request);
 }
 
 }  // namespace cli

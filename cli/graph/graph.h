@@ -1,7 +1,6 @@
 // "mplsvpn graph": which VRFs exchange routes, as a drawing.
 #pragma once
 
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -21,6 +20,6 @@ struct GraphRequest {
 std::vector<std::string> graph_formats();
 
 // Adds the command; choosing it sets *chosen. The request must live until that is called.
-void add_graph(CLI::App& app, GraphRequest* request, std::function<void(const Session&)>* chosen);
+void add_graph(CLI::App& app, GraphRequest* request, ChosenCommand* chosen);
 
 }  // namespace cli

@@ -69,7 +69,7 @@ std::vector<std::string> watched_words() {
   return words;
 }
 
-void add_watch(CLI::App& app, WatchOptions* options, std::function<void(const Session&)>* command) {
+void add_watch(CLI::App& app, WatchOptions* options, ChosenCommand* command) {
   CLI::App* watch = app.add_subcommand(
       "watch", "Shows traps, and changes of RDs, route targets or tables as they arrive, until Ctrl-C");
   WatchRequest& request = options->request;

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -20,6 +19,6 @@ std::vector<std::string> watched_words();
 
 // Adds the command, which sets *command if it is the one on the command line. Both must remain live while
 // `app` is.
-void add_watch(CLI::App& app, WatchOptions* options, std::function<void(const Session&)>* command);
+void add_watch(CLI::App& app, WatchOptions* options, ChosenCommand* command);
 
 }  // namespace cli
