@@ -65,6 +65,13 @@ void log_errors(const Program& program, const std::vector<frr::LineError>& error
   }
 }
 
+std::string describe_errors(const std::vector<frr::LineError>& errors) {
+  if (errors.empty()) return "";
+  const std::string more = errors.size() == 1 ? "" : ", and " + std::to_string(errors.size() - 1) + " more";
+  return "line " + std::to_string(errors.front().line) +
+         " of its running configuration is left out: " + errors.front().what + more;
+}
+
 }  // namespace
 
 struct FrrSource::Follower {
@@ -93,6 +100,7 @@ struct FrrSource::Follower {
   std::uint64_t last_answer = 0;  // clock_stamp() of the last whole one
   std::string version{};          // of that answer
   std::string problem{};          // why the last answer was not whole
+  std::string left_out{};         // which of its lines are not applied
   std::optional<frr::RunningConfig> config{};
   std::uint64_t router_changes = 0;  // when the nodes were computed
   Nodes nodes{};                     // of the last whole answer
@@ -127,10 +135,19 @@ std::vector<process_status::SourceFact> FrrSource::facts() const {
   for (const auto& each : followers_) {
     if (!each->answered) continue;
     facts.push_back({std::string(each->program.name), each->version, each->answering,
-                     each->last_answer / kNanosecondsPerSecond, each->problem});
+                     each->last_answer / kNanosecondsPerSecond, problem_of(*each)});
   }
-  if (facts.empty() && options_.wanted) facts.push_back({"frr", "", false, 0, followers_.front()->problem});
+  if (facts.empty() && (options_.wanted || !missing_permission_.empty()))
+    facts.push_back({"frr", "", false, 0, problem_of(*followers_.front())});
+  for (const Owned* owned : {&configured_, &derived_}) {
+    if (!owned->problem.empty()) facts.push_back({"frr configuration", "", false, 0, owned->problem});
+  }
   return facts;
+}
+
+std::string FrrSource::problem_of(const Follower& follower) const {
+  if (follower.answering) return follower.left_out;
+  return missing_permission_.empty() ? follower.problem : missing_permission_;
 }
 
 FrrSource::~FrrSource() {
@@ -264,6 +281,7 @@ void FrrSource::log_permission(const Follower& follower, const std::string& reas
                                                       follower.program.name, reason);
   if (missing.empty()) return;
   permission_logged_ = true;
+  missing_permission_ = missing + " and restart the daemon";
   log_error("frr", "%s is not followed: %s and restart the daemon, or set 'frr: false' in platform.yaml",
             follower.program.name.data(), missing.c_str());
 }
@@ -280,6 +298,7 @@ void FrrSource::take(Follower& follower, const std::shared_ptr<const Answer>& an
   follower.unknown = follower.failed = follower.loss_logged = false;
   follower.last_answer = clock_stamp();
   follower.problem.clear();
+  missing_permission_.clear();
   if (answer->first) ask_lost_programs();
   const auto same_text = std::make_shared<bool>(false);
   worker_->run(
@@ -294,6 +313,8 @@ void FrrSource::take(Follower& follower, const std::shared_ptr<const Answer>& an
 // When the configuration needs other commands than those that were asked with it, both are asked again, so
 // that derived items and the configuration that they derive from belong together.
 void FrrSource::take_commands(Follower& follower, bool same_text) {
+  follower.version = follower.config->version;
+  follower.left_out = describe_errors(follower.config->errors);
   std::vector<std::string> commands = frr::derived_commands(*follower.config, follower.exports);
   if (commands != std::exchange(follower.commands, commands)) {
     if (!std::exchange(follower.asked_twice, true))
@@ -338,7 +359,6 @@ bool FrrSource::parse(Follower& follower, const Answer& answer) {
   follower.text = answer.configuration;
   follower.shown = answer.shown;
   follower.config = frr::parse_running_config(follower.text);
-  follower.version = follower.config->version;
   log_errors(follower.program, follower.config->errors);
   return false;
 }
@@ -443,5 +463,7 @@ void FrrSource::written(const Write& write, Status status, const std::string& er
               error.empty() ? err_text(status) : error.c_str());
   }
   write.owned->written = !status;
+  write.owned->problem =
+      status ? "cannot write " + write.what + ": " + (error.empty() ? err_text(status) : error) : "";
   write_next();
 }

@@ -63,8 +63,8 @@ class FrrSource : public Source {
   [[nodiscard]] Status start(EventManager* manager) override;
   std::string describe() const override { return "the routing suite"; }
   std::string state() const override;
-  // The programs that have answered, to this process or to an earlier one. If none has, and the suite is to
-  // be followed, the suite itself.
+  // The programs that have answered, to this process or to an earlier one. If none has, the suite itself if
+  // it is to be followed, or runs and may not be asked. And what cannot be written to the configuration.
   std::vector<process_status::SourceFact> facts() const override;
 
   // How many questions are not answered yet, or have answers that are not in the tree.
@@ -79,7 +79,8 @@ class FrrSource : public Source {
   struct Owned {
     std::string_view owner;
     std::shared_ptr<const frr::Nodes> nodes = std::make_shared<const frr::Nodes>();
-    bool written = true;  // the tree contains it
+    bool written = true;    // the tree contains it
+    std::string problem{};  // ... or why not
   };
   struct Write {
     Owned* owned;
@@ -93,6 +94,7 @@ class FrrSource : public Source {
   void on_answer(Follower& follower, frr::Answer answer);
   void on_loss(Follower& follower, const std::string& reason, bool unknown);
   void log_loss(Follower& follower, const std::string& reason);
+  std::string problem_of(const Follower& follower) const;
   void log_permission(const Follower& follower, const std::string& reason);
   void begin_processing(std::function<void()> process);
   void end_processing();
@@ -121,6 +123,7 @@ class FrrSource : public Source {
   Owned derived_;
   bool absence_logged_ = false;
   bool permission_logged_ = false;
+  std::string missing_permission_;  // and what adds it, while no program answers for want of it
   // Answers are processed one after the other. Meanwhile the thread has the followers' nodes, and what is
   // owned.
   std::deque<std::function<void()>> answers_;  // to be processed; the first is

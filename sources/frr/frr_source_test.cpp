@@ -22,6 +22,7 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::IsSupersetOf;
 using testing::Not;
+using testing::StartsWith;
 using testing::UnorderedElementsAre;
 
 TEST_F(FrrSourceTest, ConfigurationIsStoredInTheTree) {
@@ -441,6 +442,25 @@ TEST_F(FrrSourceTest, SuiteThatTheUserMayNotAskIsLoggedOnceWhateverTheSetting) {
   const std::string log = testing::internal::GetCapturedStderr();
   EXPECT_THAT(log, HasSubstr(".vty; add it to the group root and restart the daemon, or set 'frr: false'"));
   EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 1) << log;
+  const auto facts = source->facts();
+  ASSERT_EQ(facts.size(), 1U);
+  EXPECT_EQ(facts[0].name, "frr");
+  EXPECT_FALSE(facts[0].is_up);
+  EXPECT_THAT(facts[0].problem, HasSubstr(".vty; add it to the group root and restart the daemon"));
+}
+
+TEST_F(FrrSourceTest, FactsNameTheLinesThatAreLeftOut) {
+  StartWith("bgpd", bgp_red(std::string(kRd10) + "  rt vpn import nosuch\n"));
+  const auto problem_of_bgpd = [this] {
+    for (const auto& fact : source->facts())
+      if (fact.name == "bgpd") return fact.problem;
+    return std::string("no bgpd");
+  };
+  EXPECT_THAT(problem_of_bgpd(),
+              StartsWith("line 7 of its running configuration is left out: 'nosuch' is not a "));
+  suite.Configure("bgpd", bgp_red(kRd10));
+  AwaitAnswer("bgpd");
+  EXPECT_EQ(problem_of_bgpd(), "");
 }
 
 TEST_F(FrrSourceTest, WantedSuiteThatRunsInPartIsNotLogged) {

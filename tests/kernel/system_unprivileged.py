@@ -138,6 +138,11 @@ class Unprivileged(SuiteSystemTest):
         self.assertEqual(len(reasons), 1, reasons)
         self.assertRegex(reasons[0], rf"{DAEMON} has .*/frr/\w+\.vty; add it to the group ({self.suite_group[0]}|{SUITE}) and")
         self.assertEqual(self.routes("red"), self.kernel_routes("red"))
+        sources = {source["name"]: source for source in self.system.cli_json("show", "status")["sources"]}
+        self.assertEqual(sources.pop("kernel")["state"], "up")
+        self.assertEqual({source["state"] for source in sources.values()}, {"down"})
+        for source in sources.values():
+            self.assertRegex(source["problem"], rf"{DAEMON} has no permission for .*; add it to the group .* and restart the daemon")
         self.assertEqual(self.rd("red"), before, "the last known configuration stays")
         self.restart_daemon(self.suite_group)
         self.suite.configure("router bgp 65000 vrf red", "address-family ipv4 unicast", "no rd vpn export", "rd vpn export 65000:12")
