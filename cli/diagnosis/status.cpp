@@ -15,6 +15,7 @@
 #include "cli/output/json_list.h"
 #include "cli/output/row_writer.h"
 #include "cli/output/times.h"
+#include "cli/show/watched_vrfs.h"
 #include "platform/core/base/clock.h"
 #include "platform/core/debug/debug_client.h"
 #include "platform/core/files/user_name.h"
@@ -107,7 +108,8 @@ Json json_of(const DebugClients& clients) {
   return all;
 }
 
-void print_text(const Session& session, const ProcessStatus& status) {
+void print_text(const Session& session, const ProcessStatus& status,
+                const std::optional<MissingRoutes>& missing) {
   Details details(session.out, 0, 28);
   details.line("version", version_text(status));
   details.line("source", text_or_dash(status.source));
@@ -116,6 +118,7 @@ void print_text(const Session& session, const ProcessStatus& status) {
   if (status.is_corrected != 0) details.line("route corrections", std::to_string(status.corrections));
   if (status.has_messages != 0) details.line("malformed messages", std::to_string(status.malformed));
   print_facts(details, status);
+  details.line("missing routes", missing_routes_text(missing));
   session.out << '\n';
   print_fact_tables(session, status);
   RowWriter<ClientStatus> writer(session, kClientColumns);
@@ -137,7 +140,7 @@ Json confirmation_json(const KvConfigConfirmation& waiting) {
 }
 
 void print_json(const Session& session, const ProcessStatus& status, const KvConfigConfirmation& waiting,
-                const DebugClients& debug) {
+                const DebugClients& debug, const std::optional<MissingRoutes>& missing) {
   Json clients = Json::array();
   for (const ClientStatus& client : clients_of(status))
     clients.push_back(row_json<ClientStatus>(kClientColumns, client));
@@ -150,6 +153,7 @@ void print_json(const Session& session, const ProcessStatus& status, const KvCon
                {"routeCorrections", figure_json(status.is_corrected, status.corrections)},
                {"malformedMessages", figure_json(status.has_messages, status.malformed)},
                {"confirmation", confirmation_json(waiting)},
+               {"missingRoutes", missing_routes_json(missing)},
                {"clients", clients},
                {"debugClients", json_of(debug)}};
   add_facts(status, &json);
@@ -162,10 +166,11 @@ void show_status(const Session& session) {
   const auto status = read_status(session);
   const auto client = connect_to_daemon(session);
   const DebugClients debug = ask_debug_socket();
+  const std::optional<MissingRoutes> missing = count_missing_routes(session, *client);
   if (session.json) {
-    print_json(session, **status, client->confirmation().confirmation, debug);
+    print_json(session, **status, client->confirmation().confirmation, debug, missing);
   } else {
-    print_text(session, **status);
+    print_text(session, **status, missing);
     print_text(session, debug);
     note_confirmation(session, *client);
   }

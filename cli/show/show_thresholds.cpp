@@ -1,8 +1,8 @@
 // "show thresholds": what is configured to be watched of the routes of VRFs, and its state. Prefixes are a
 // second table.
 #include <fmt/format.h>
+#include <fmt/ostream.h>
 
-#include <span>
 #include <string>
 #include <vector>
 
@@ -11,10 +11,9 @@
 #include "cli/output/json_list.h"
 #include "cli/output/row_writer.h"
 #include "cli/output/times.h"
-#include "cli/row_walk.h"
 #include "cli/show/tables.h"
+#include "cli/show/watched_vrfs.h"
 #include "platform/router/route_watch/records.h"
-#include "platform/store/tree/kvtree.h"
 
 namespace cli {
 
@@ -40,10 +39,8 @@ const char* state_of(const WatchedTableRecord& table) {
   return table.mid != 0 && table.routes > table.mid ? "mid" : "ok";
 }
 const char* state_of(const WatchedPrefixRecord& prefix) {
+  if (prefix.is_watched == 0) return "not watched";
   return prefix.is_present != 0 ? "present" : "absent";
-}
-const char* family_of(const WatchedTableRecord& table) {
-  return table.afi == 1 ? "ipv4" : "ipv6";
 }
 
 template <typename View>
@@ -95,15 +92,6 @@ constexpr Column<WatchedPrefixView> kWatchedPrefixColumns[] = {
     {nullptr, nullptr, {"CHANGED"}, watched_since},
 };
 
-std::span<const WatchedTableRecord> tables_in(const WatchedVrfRecord& vrf) {
-  return {static_cast<const WatchedTableRecord*>(vrf.tables.elements),
-          static_cast<std::size_t>(vrf.tables.count)};
-}
-std::span<const WatchedPrefixRecord> prefixes_in(const WatchedVrfRecord& vrf) {
-  return {static_cast<const WatchedPrefixRecord*>(vrf.prefixes.elements),
-          static_cast<std::size_t>(vrf.prefixes.count)};
-}
-
 Json number_or_null(std::uint32_t number, bool is_known) {
   return is_known ? Json(number) : Json(nullptr);
 }
@@ -121,7 +109,8 @@ Json table_json(const WatchedTableRecord& table) {
 
 Json watched_prefix_json(const WatchedPrefixRecord& prefix) {
   return {{"prefix", text_or_empty(prefix.prefix)},
-          {"present", prefix.is_present != 0},
+          {"watched", prefix.is_watched != 0},
+          {"present", prefix.is_watched != 0 ? Json(prefix.is_present != 0) : Json(nullptr)},
           {"changed", number_or_null(prefix.changed, prefix.changed != 0)}};
 }
 
@@ -130,28 +119,10 @@ Json watched_vrf_json(const WatchedVrfRecord& vrf) {
   for (const WatchedTableRecord& table : tables_in(vrf)) tables.push_back(table_json(table));
   Json prefixes = Json::array();
   for (const WatchedPrefixRecord& prefix : prefixes_in(vrf)) prefixes.push_back(watched_prefix_json(prefix));
-  return {{"name", text_or_empty(vrf.vrf)}, {"tables", tables}, {"prefixes", prefixes}};
-}
-
-std::string watched_path(const std::string& after) {
-  return fmt::format("{}{}/{}", route_watch::kProviderPath, route_watch::kVrfNext,
-                     after.empty() ? "-" : kvtree_encode_text(after));
-}
-
-const RowTable<WatchedVrfRecord> kWatchedVrfTable = {
-    "list of watched VRFs", route_watch::kWatchedVrfParcel,
-    [](const std::string&) { return watched_path(""); },
-    [](const WatchedVrfRecord& row) { return watched_path(text_or_empty(row.vrf)); }};
-
-// Of one VRF, of all when the name is empty.
-template <typename Take>
-void walk_watched(const Session& session, kvtree::Client& client, const std::string& vrf, Take take) {
-  const auto take_wanted = [&](const WatchedVrfRecord& row) {
-    if (vrf.empty() || vrf == text_or_empty(row.vrf)) take(row);
-    return true;
-  };
-  RowWalk<WatchedVrfRecord>(session, client, kWatchedVrfTable, take_wanted)
-      .run(kWatchedVrfTable.first_path(vrf));
+  return {{"name", text_or_empty(vrf.vrf)},
+          {"tables", tables},
+          {"prefixes", prefixes},
+          {"notWatched", vrf.not_watched}};
 }
 
 void print_json(const Session& session, kvtree::Client& client, const std::string& vrf) {
@@ -160,7 +131,7 @@ void print_json(const Session& session, kvtree::Client& client, const std::strin
   list.end();
 }
 
-// The prefixes, at most 1000, are printed after the tables.
+// The prefixes are printed after the tables: those that are watched, and of each VRF the first of the others.
 void print_text(const Session& session, kvtree::Client& client, const std::string& vrf) {
   RowWriter<WatchedTableView> tables(session, kWatchedTableColumns);
   struct Prefix {
@@ -169,8 +140,10 @@ void print_text(const Session& session, kvtree::Client& client, const std::strin
     WatchedPrefixRecord row;
   };
   std::vector<Prefix> prefixes;
+  std::uint64_t not_watched = 0;
   walk_watched(session, client, vrf, [&](const WatchedVrfRecord& row) {
     for (const WatchedTableRecord& table : tables_in(row)) tables.add({row.vrf, table});
+    not_watched += row.not_watched;
     for (const WatchedPrefixRecord& prefix : prefixes_in(row))
       prefixes.push_back({text_or_empty(row.vrf), text_or_empty(prefix.prefix), prefix});
   });
@@ -183,6 +156,9 @@ void print_text(const Session& session, kvtree::Client& client, const std::strin
     writer.add({prefix.vrf.c_str(), prefix.row});
   }
   writer.end();
+  if (not_watched == 0) return;
+  fmt::print(session.out, "\n{} prefixes are not watched: {} of all VRFs are the limit\n", not_watched,
+             route_watch::kMostPrefixes);
 }
 
 bool is_watched(const Session& session, kvtree::Client& client, const std::string& vrf) {

@@ -9,6 +9,7 @@
 namespace cli {
 namespace {
 
+using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
 using vrf_config::Kind;
 
@@ -68,7 +69,24 @@ TEST_F(ShowThresholds, JsonHasNullForWhatIsNotConfigured) {
                                          {"state", "ok"},
                                          {"lowChanged", nullptr}}));
   EXPECT_EQ(shown[0]["prefixes"][1],
-            (Json{{"prefix", "2001:db8::/32"}, {"present", false}, {"changed", nullptr}}));
+            (Json{{"prefix", "2001:db8::/32"}, {"watched", true}, {"present", false}, {"changed", nullptr}}));
+  EXPECT_EQ(shown[0]["notWatched"], 0);
+}
+
+TEST_F(ShowThresholds, PrefixesBeyondTheLimitAreNotWatched) {
+  for (int n = 0; n < 1002; ++n) {
+    const std::string prefix = "10." + std::to_string(n / 256) + "." + std::to_string(n % 256) + ".0/24";
+    Set(Kind::kWatchedPrefix, {.vrf = "red", .prefix = prefix});
+  }
+  event_run_pending(manager_);
+  const Json shown = AskForJson({"show", "thresholds"});
+  EXPECT_EQ(shown[0]["notWatched"], 2);
+  EXPECT_EQ(
+      shown[0]["prefixes"].back(),
+      (Json{{"prefix", "10.3.233.0/24"}, {"watched", false}, {"present", nullptr}, {"changed", nullptr}}));
+  const std::string text = AskForText({"show", "thresholds"});
+  EXPECT_THAT(text, HasSubstr("red  10.3.233.0/24  not watched  -\n"));
+  EXPECT_THAT(text, HasSubstr("\n2 prefixes are not watched: 1000 of all VRFs are the limit\n"));
 }
 
 TEST_F(ShowThresholds, WatchedVrfThatDoesNotExistIsShown) {

@@ -1,4 +1,5 @@
 // Answers with the records of watched VRFs.
+#include <algorithm>
 #include <cstdlib>
 #include <memory>
 #include <vector>
@@ -31,14 +32,21 @@ Status encode(const WatchedVrf& vrf, KvReply* reply) {
   std::vector<WatchedTableRecord> tables = tables_of(vrf);
   std::vector<std::string> texts;
   std::vector<WatchedPrefixRecord> prefixes;
-  texts.reserve(vrf.prefix_count());
+  const auto listed = static_cast<std::size_t>(std::min<std::uint64_t>(vrf.waiting_count(), kMostPrefixes));
+  texts.reserve(vrf.prefix_count() + listed);
   vrf.for_each_prefix([&](const router::Address& prefix, const WatchedPrefix& watched) {
     texts.push_back(router::format_address(prefix));
-    prefixes.push_back({texts.back().data(), watched.is_present ? 1U : 0U, watched.changed});
+    prefixes.push_back({texts.back().data(), watched.is_present ? 1U : 0U, watched.changed, 1});
+  });
+  vrf.for_each_waiting(listed, [&](const router::Address& prefix) {
+    texts.push_back(router::format_address(prefix));
+    prefixes.push_back({texts.back().data(), 0, 0, 0});
   });
   std::string name = vrf.name();
-  const WatchedVrfRecord record{
-      name.data(), {tables.size(), tables.data()}, {prefixes.size(), prefixes.data()}};
+  const WatchedVrfRecord record{name.data(),
+                                {tables.size(), tables.data()},
+                                {prefixes.size(), prefixes.data()},
+                                static_cast<std::uint32_t>(vrf.waiting_count())};
   reply->kind = kKvKindRecord;
   return parcel_encode(&kWatchedVrfParcel, &record, &reply->data, &reply->length);
 }

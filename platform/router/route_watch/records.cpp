@@ -21,6 +21,7 @@ constexpr std::array kPrefixFields = {
     PARCEL_FIELD(WatchedPrefixRecord, prefix),
     PARCEL_FIELD(WatchedPrefixRecord, is_present),
     PARCEL_FIELD(WatchedPrefixRecord, changed),
+    PARCEL_FIELD(WatchedPrefixRecord, is_watched),
 };
 constexpr auto kPrefix = parcel_structure<WatchedPrefixRecord>(3, kPrefixFields);
 
@@ -28,6 +29,7 @@ constexpr std::array kVrfFields = {
     PARCEL_FIELD(WatchedVrfRecord, vrf),
     PARCEL_FIELD(WatchedVrfRecord, tables, parcel_array_of(kTable)),
     PARCEL_FIELD(WatchedVrfRecord, prefixes, parcel_array_of(kPrefix)),
+    PARCEL_FIELD(WatchedVrfRecord, not_watched),
 };
 constexpr auto kVrf = parcel_structure<WatchedVrfRecord>(1, kVrfFields);
 

@@ -1,6 +1,7 @@
 // The record of a VRF whose routes are watched: a contract with every process that decodes it.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "platform/core/parcel/parcel.h"
@@ -25,19 +26,23 @@ struct WatchedTableRecord {
 };
 static_assert(sizeof(WatchedTableRecord) == 32);
 
+inline constexpr std::size_t kMostPrefixes = 1000;  // that are watched, of all VRFs
+
 struct WatchedPrefixRecord {
   char* prefix;
   std::uint32_t is_present;
   std::uint32_t changed;
+  std::uint32_t is_watched;  // 0: it is beyond the limit
 };
-static_assert(sizeof(WatchedPrefixRecord) == 16);
+static_assert(sizeof(WatchedPrefixRecord) == 24);
 
 struct WatchedVrfRecord {
   char* vrf;
-  ParcelArray tables;    // of WatchedTableRecord: those with a mark or a threshold
-  ParcelArray prefixes;  // of WatchedPrefixRecord
+  ParcelArray tables;         // of WatchedTableRecord: those with a mark or a threshold
+  ParcelArray prefixes;       // of WatchedPrefixRecord; of those that are not watched at most kMostPrefixes
+  std::uint32_t not_watched;  // how many there are
 };
-static_assert(sizeof(WatchedVrfRecord) == 40);
+static_assert(sizeof(WatchedVrfRecord) == 48);
 
 extern const ParcelDescription kWatchedVrfParcel;
 

@@ -117,18 +117,44 @@ void Service::set_thresholds(const std::string& vrf, std::size_t family, const P
 }
 
 void Service::watch_prefix(const std::string& vrf, const router::Address& prefix, bool is_wanted) {
-  WatchedVrf* watched = change(vrf);
-  const std::size_t before = watched->prefix_count();
-  if (!is_wanted) {
-    watched->remove_prefix(prefix);
-  } else if (prefixes_ < kMostPrefixes) {
-    watched->add_prefix(prefix);
-  } else {
-    log_warning("route watch", "%s of the VRF %s is not watched: %zu prefixes are the limit",
-                router::format_address(prefix).c_str(), vrf.c_str(), kMostPrefixes);
-  }
-  prefixes_ = prefixes_ - before + watched->prefix_count();
+  is_wanted ? add_prefix(vrf, prefix) : remove_prefix(vrf, prefix);
   end_change(vrf);
+  watch_waiting();
+}
+
+void Service::add_prefix(const std::string& vrf, const router::Address& prefix) {
+  WatchedVrf* watched = change(vrf);
+  if (watched->has_prefix(prefix)) return;
+  if (prefixes_ < kMostPrefixes) {
+    ++prefixes_;
+    return watched->add_prefix(prefix);
+  }
+  waiting_[++last_place_] = {vrf, prefix};
+  watched->add_waiting(prefix, last_place_);
+  log_warning("route watch", "%s of the VRF %s is not watched: %zu prefixes are the limit",
+              router::format_address(prefix).c_str(), vrf.c_str(), kMostPrefixes);
+}
+
+void Service::remove_prefix(const std::string& vrf, const router::Address& prefix) {
+  WatchedVrf* watched = change(vrf);
+  if (watched->remove_prefix(prefix)) {
+    --prefixes_;
+  } else {
+    waiting_.erase(watched->remove_waiting(prefix));
+  }
+}
+
+void Service::watch_waiting() {
+  while (prefixes_ < kMostPrefixes && !waiting_.empty()) {
+    const Waiting next = waiting_.extract(waiting_.begin()).mapped();
+    WatchedVrf* watched = change(next.vrf);
+    watched->remove_waiting(next.prefix);
+    watched->add_prefix(next.prefix);
+    ++prefixes_;
+    log_notice("route watch", "%s of the VRF %s is watched now", router::format_address(next.prefix).c_str(),
+               next.vrf.c_str());
+    end_change(next.vrf);
+  }
 }
 
 const WatchedVrf* Service::after(const std::string& vrf) const {

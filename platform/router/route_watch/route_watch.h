@@ -10,8 +10,8 @@
 // none for this. The route thresholds, which do raise some (platform/router/rib_threshold), are listed as
 // well.
 //
-// At most kMostPrefixes prefixes are watched; a further one is logged and ignored until it is configured
-// again.
+// At most kMostPrefixes prefixes are watched. A further one is logged, answered as not watched, and watched
+// when others are no longer configured, in the order of the configuration.
 //
 // Cost: a change of routes marks the watched VRFs of its table, in O(log VRFs). Marked VRFs are compared at
 // most every kCheckInterval, in steps on the event loop, a prefix in O(log routes): what changes and returns

@@ -19,10 +19,13 @@
 namespace route_watch {
 namespace {
 
+using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::IsSupersetOf;
 using ::testing::Not;
+using ::testing::SizeIs;
 using vrf_config::Kind;
 
 class RouteWatch : public router::RouterTest {
@@ -113,7 +116,9 @@ class RouteWatch : public router::RouterTest {
     const auto* prefix = static_cast<const WatchedPrefixRecord*>(record.prefixes.elements);
     for (std::uint64_t at = 0; at < record.prefixes.count; ++at, ++prefix)
       lines->push_back(std::string(record.vrf) + " " + prefix->prefix +
-                       (prefix->is_present != 0 ? " present" : " absent"));
+                       (prefix->is_watched == 0   ? " not watched"
+                        : prefix->is_present != 0 ? " present"
+                                                  : " absent"));
   }
   // What is logged meanwhile.
   template <typename Action>
@@ -284,17 +289,35 @@ TEST_F(RouteWatch, DeletedVrfHasNoPrefixes) {
   EXPECT_THAT(Shown(), ElementsAre("red 10.0.1.0/24 absent"));
 }
 
-TEST_F(RouteWatch, MorePrefixesThanTheLimitAreLoggedAndIgnored) {
+TEST_F(RouteWatch, PrefixesBeyondTheLimitAreWatchedWhenOthersAreDeleted) {
   const auto prefix = [](std::size_t n) {
     return "10." + std::to_string(n / 256) + "." + std::to_string(n % 256) + ".0/24";
   };
   for (std::size_t n = 0; n < kMostPrefixes; ++n) WatchPrefix(prefix(n));
   EXPECT_THAT(LogOf([&] { WatchPrefix(prefix(kMostPrefixes)); }),
               HasSubstr("10.3.232.0/24 of the VRF red is not watched: 1000 prefixes are the limit"));
-  EXPECT_EQ(Shown().size(), kMostPrefixes);
-  Unset(Kind::kWatchedPrefix, {.vrf = "red", .prefix = prefix(0)});
-  WatchPrefix(prefix(kMostPrefixes));
-  EXPECT_EQ(Shown().size(), kMostPrefixes);
+  WatchPrefix("2001:db8::/32", "blue");
+  WatchPrefix(prefix(kMostPrefixes));  // known
+  EXPECT_THAT(Shown(), SizeIs(kMostPrefixes + 2));
+  EXPECT_THAT(Shown(), IsSupersetOf({"red 10.3.232.0/24 not watched", "blue 2001:db8::/32 not watched"}));
+  AddRoute(prefix(kMostPrefixes));
+  Unset(Kind::kWatchedPrefix, {.vrf = "blue", .prefix = "2001:db8::/32"});
+  EXPECT_THAT(LogOf([&] { Unset(Kind::kWatchedPrefix, {.vrf = "red", .prefix = prefix(0)}); }),
+              HasSubstr("10.3.232.0/24 of the VRF red is watched now"));
+  Pass(100);
+  EXPECT_THAT(Shown(), SizeIs(kMostPrefixes));
+  EXPECT_THAT(Shown(), Contains("red 10.3.232.0/24 present"));
+}
+
+TEST_F(RouteWatch, PrefixesThatWaitAreWatchedInTheOrderOfTheConfiguration) {
+  for (std::size_t n = 0; n < kMostPrefixes; ++n)
+    WatchPrefix("10." + std::to_string(n / 256) + "." + std::to_string(n % 256) + ".0/24");
+  for (const char* prefix : {"30.0.0.0/8", "20.0.0.0/8", "40.0.0.0/8"}) WatchPrefix(prefix, "blue");
+  Unset(Kind::kWatchedPrefix, {.vrf = "red", .prefix = "10.0.0.0/24"});
+  Unset(Kind::kWatchedPrefix, {.vrf = "blue", .prefix = "20.0.0.0/8"});
+  const std::vector<std::string> shown = Shown();
+  EXPECT_THAT(std::vector(shown.end() - 2, shown.end()),
+              ElementsAre("blue 30.0.0.0/8 absent", "blue 40.0.0.0/8 not watched"));
 }
 
 // --- The cost

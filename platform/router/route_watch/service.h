@@ -41,6 +41,9 @@ class Service final : public router::Observer {
  private:
   using Names = std::set<std::string, router::ShorterFirst>;
 
+  void add_prefix(const std::string& vrf, const router::Address& prefix);
+  void remove_prefix(const std::string& vrf, const router::Address& prefix);
+  void watch_waiting();
   WatchedVrf* change(const std::string& vrf);
   void end_change(const std::string& vrf);
   void mark_changed(const std::string& vrf);
@@ -63,7 +66,13 @@ class Service final : public router::Observer {
   Names pass_;                                           // those that the current pass has yet to compare
   std::map<std::string, std::uint64_t> due_of_;          // of tables that are below their mark
   std::set<std::pair<std::uint64_t, std::string>> due_order_;  // the same
-  std::size_t prefixes_ = 0;
+  std::size_t prefixes_ = 0;                                   // that are watched
+  struct Waiting {
+    std::string vrf;
+    router::Address prefix;
+  };
+  std::map<std::uint64_t, Waiting> waiting_;  // beyond the limit, in the order of their configuration
+  std::uint64_t last_place_ = 0;
   EventTimerId timer_ = 0;
   std::uint64_t timer_at_ = 0;    // clock_monotonic()
   std::uint64_t checked_at_ = 0;  // likewise; the end of the last pass

@@ -57,7 +57,17 @@ void WatchedVrf::set_thresholds(std::size_t family, const Pair& maximum_and_mid)
 }
 
 bool WatchedVrf::is_configured() const {
-  return !prefixes_.empty() || std::ranges::any_of(tables_, &WatchedTable::is_configured);
+  return !prefixes_.empty() || !waiting_.empty() ||
+         std::ranges::any_of(tables_, &WatchedTable::is_configured);
+}
+
+bool WatchedVrf::has_prefix(const router::Address& prefix) const {
+  return prefixes_.contains(key_of(prefix)) || waiting_.contains(key_of(prefix));
+}
+
+std::uint64_t WatchedVrf::remove_waiting(const router::Address& prefix) {
+  const auto waiting = waiting_.extract(key_of(prefix));
+  return waiting ? waiting.mapped() : 0;
 }
 
 bool WatchedVrf::is_compared() const {

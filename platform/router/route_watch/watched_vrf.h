@@ -12,8 +12,7 @@
 
 namespace route_watch {
 
-inline constexpr std::size_t kFamilies = 2;         // IPv4, IPv6
-inline constexpr std::size_t kMostPrefixes = 1000;  // of all VRFs
+inline constexpr std::size_t kFamilies = 2;  // IPv4, IPv6
 inline constexpr std::uint64_t kCheckInterval = 100 * kNanosecondsPerMillisecond;
 
 struct Pair {
@@ -45,8 +44,12 @@ class WatchedVrf {
 
   void set_low(std::size_t family, const Pair& low_and_hold);
   void set_thresholds(std::size_t family, const Pair& maximum_and_mid);
+  bool has_prefix(const router::Address& prefix) const;  // watched or waiting
   void add_prefix(const router::Address& prefix) { prefixes_.try_emplace(key_of(prefix)); }
-  void remove_prefix(const router::Address& prefix) { prefixes_.erase(key_of(prefix)); }
+  bool remove_prefix(const router::Address& prefix) { return prefixes_.erase(key_of(prefix)) > 0; }
+  // One that waits until it can be watched, and its place among them.
+  void add_waiting(const router::Address& prefix, std::uint64_t place) { waiting_[key_of(prefix)] = place; }
+  std::uint64_t remove_waiting(const router::Address& prefix);  // 0 if it does not wait
   bool is_configured() const;
   bool is_compared() const;  // with the routes: thresholds alone are not
 
@@ -63,6 +66,13 @@ class WatchedVrf {
     for (const auto& [key, watched] : prefixes_) visit(address_of(key), watched);
   }
   std::size_t prefix_count() const { return prefixes_.size(); }
+  std::size_t waiting_count() const { return waiting_.size(); }
+  // The first ones, at most so many.
+  template <typename Visit>
+  void for_each_waiting(std::size_t most, Visit visit) const {
+    for (auto each = waiting_.begin(); each != waiting_.end() && most > 0; ++each, --most)
+      visit(address_of(each->first));
+  }
 
  private:
   using PrefixKey = std::pair<router::Family, router::RouteKey>;
@@ -75,6 +85,7 @@ class WatchedVrf {
   std::string name_;
   std::array<WatchedTable, kFamilies> tables_;
   std::map<PrefixKey, WatchedPrefix> prefixes_;
+  std::map<PrefixKey, std::uint64_t> waiting_;
 };
 
 // The table of a VRF; its number is 0 if the VRF has none.
