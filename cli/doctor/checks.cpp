@@ -1,6 +1,7 @@
 #include "cli/doctor/check.h"
 #include "cli/doctor/daemon_checks.h"
 #include "cli/doctor/kernel_checks.h"
+#include "cli/doctor/route_checks.h"
 #include "cli/doctor/snmp/snmp_checks.h"
 #include "cli/doctor/suite_checks.h"
 #include "cli/doctor/suite_saved.h"
@@ -36,6 +37,8 @@ constexpr Check kChecks[] = {
     {"suite-saved", "suite", "the suite's saved configuration has the same RDs and route targets",
      check_saved},
     {"suite-routes", "suite", "the kernel has the routes that the suite selected", check_suite_routes},
+    {"routes-low", "routes", "each table has as many routes as its low-water mark", check_low_tables},
+    {"watched-prefix", "routes", "each watched prefix has a route", check_watched_prefixes},
 };
 
 }  // namespace

@@ -112,13 +112,40 @@ class Daemon(DoctorTest):
         os.utime(file, (time.time() + 3600, time.time() + 3600))
         self.assert_found(system, "clock", "error", f"{file} was changed in the future")
 
-
     @unittest.skipUnless(IS_ROOT, "SKIPPED: only root becomes another user")
     def test_daemon_that_this_user_may_not_ask_is_not_reported_as_ended(self):
         system = self.started()
         system.folder.chmod(0o755)
         self.assert_found(system, "daemon-running", "notPossible", "not permitted: ", wrapper=OTHER_USER)
         self.assertEqual(self.fixes(system, "daemon-running", wrapper=OTHER_USER), ["run mplsvpn doctor as root"])
+
+
+class Routes(DoctorTest):
+    ROUTES = ROUTER.replace("table: 10", "table: 10, routes: [{prefix: 10.9.0.0/16, next_hop: 10.1.0.2, interface: ge0}]")
+
+    def test_table_below_its_low_water_mark_is_a_warning_until_it_has_the_routes(self):
+        system = self.started()
+        self.assertEqual(self.diagnose(system, "routes-low"), ("ok", ""))
+        system.cli("config", "set", "vrf", "red", "low-water", "ipv4", "1", "0", check=True)
+        self.becomes("the warning", lambda: self.diagnose(system, "routes-low")[0], "warning")
+        self.assert_found(system, "routes-low", "warning", "VRF red: 0 ipv4 routes, below its low-water mark of 1 since 20")
+        system.router_file.write_text(self.ROUTES)
+        self.becomes_ok(system, "routes-low")
+
+    def test_watched_prefix_without_a_route_is_a_warning_until_it_has_one(self):
+        system = self.started()
+        system.cli("config", "set", "vrf", "red", "watch", "10.9.0.0/16", check=True)
+        self.becomes("the warning", lambda: self.diagnose(system, "watched-prefix"),
+                     ("warning", "VRF red: the watched prefix 10.9.0.0/16 has no route"))
+        system.router_file.write_text(self.ROUTES)
+        self.becomes_ok(system, "watched-prefix")
+
+    def test_prefixes_beyond_the_limit_are_a_warning(self):
+        system = self.started()
+        lines = "".join(f"set vrf red watch 10.{number // 256}.{number % 256}.0/24\n" for number in range(1003))
+        (system.folder / "watched").write_text(lines)
+        system.cli("config", "load", str(system.folder / "watched"), check=True)
+        self.becomes("the warning", lambda: "3 prefixes beyond the limit are not watched" in self.diagnose(system, "watched-prefix")[1], True)
 
 
 class Snmp(DoctorTest):
