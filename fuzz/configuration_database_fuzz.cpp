@@ -10,7 +10,7 @@
 
 #include "fuzz/support.h"
 #include "platform/core/files/temporary_directory.h"
-#include "platform/store/configuration/commit_codec.h"
+#include "platform/store/codec/commit_codec.h"
 #include "platform/store/configuration/configuration.h"
 
 namespace {

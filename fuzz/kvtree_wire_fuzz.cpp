@@ -12,7 +12,7 @@
 #include <string>
 
 #include "fuzz/support.h"
-#include "platform/store/configuration/value_codec.h"
+#include "platform/store/codec/value_codec.h"
 #include "platform/store/server/protocol.h"
 #include "platform/store/server/store.h"
 #include "platform/store/tree/columns.h"

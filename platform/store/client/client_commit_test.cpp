@@ -7,8 +7,8 @@
 #include <mutex>
 #include <thread>
 
+#include "platform/store/codec/value_codec.h"
 #include "platform/store/configuration/test_configuration.h"
-#include "platform/store/configuration/value_codec.h"
 #include "platform/store/server/test_served_store.h"
 
 namespace {

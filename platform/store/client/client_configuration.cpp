@@ -3,7 +3,7 @@
 // A commit is sent as messages that the server collects, each within the size of a request, and one that
 // executes it. The first message carries a flag that discards what an earlier commit left.
 #include "platform/store/client/client_connection.h"
-#include "platform/store/configuration/value_codec.h"
+#include "platform/store/codec/value_codec.h"
 
 namespace kvtree {
 

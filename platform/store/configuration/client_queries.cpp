@@ -5,9 +5,9 @@
 #include <memory>
 #include <string>
 
+#include "platform/store/codec/value_codec.h"
 #include "platform/store/commits/config_view.h"
 #include "platform/store/configuration/configuration.h"
-#include "platform/store/configuration/value_codec.h"
 #include "platform/store/server/protocol.h"
 #include "platform/store/server/server.h"
 #include "platform/store/server/steps.h"

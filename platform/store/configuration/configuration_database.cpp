@@ -26,6 +26,7 @@
 #include "platform/core/sqlite/salvage.h"
 #include "platform/core/sqlite/schema.h"
 #include "platform/store/configuration/node_store.h"
+#include "platform/store/configuration/row_checksums.h"
 
 namespace kvtree {
 
@@ -51,7 +52,6 @@ constexpr int kNewerVersion = SQLITE_SCHEMA;  // no statement of ours results in
   "CREATE TABLE content(id INTEGER PRIMARY KEY, octets BLOB NOT NULL, checksum INTEGER NOT "            \
   "NULL);" MAKE_CONFIRMATION MAKE_LATER_CHANGE
 #define SET_VERSION "PRAGMA application_id = 1297498958; PRAGMA user_version = 6;"
-#define NODE_CHECKSUM "row_checksum(path, owner, value, told, suppressed)"
 #define NODE_CHECKSUM_4 "row_checksum(path, owner, value, told)"
 #define LOG_COLUMNS_4 "id, time, owner, comment, changes, octets, folded"
 #define LOG_COLUMNS LOG_COLUMNS_4 ", user"
@@ -270,7 +270,6 @@ constexpr sqlite::RowCopy kCopiesSecond[] = {
 #undef COPY_CONTENT
 #undef NEW_LOG_CHECKSUM
 #undef NEW_NODE_CHECKSUM
-#undef NODE_CHECKSUM
 #undef NODE_CHECKSUM_4
 #undef LOG_COLUMNS
 #undef LOG_COLUMNS_4

@@ -1,5 +1,6 @@
-// Reading the stored values, writing commits, and folding. commit_history.cpp reads and
-// limits the history; platform/store/confirmation has the commit that waits for its confirmation.
+// Reading the stored values, writing commits, and folding. quarantine.cpp moves away what cannot be used;
+// commit_history.cpp reads and limits the history; platform/store/confirmation has the commit that waits for
+// its confirmation.
 //
 // The counts that a transaction changes are computed on a copy, which takes effect with the transaction.
 #include "platform/store/configuration/node_store.h"
@@ -11,6 +12,8 @@
 
 #include "platform/core/base/fault.h"
 #include "platform/core/base/log.h"
+#include "platform/store/configuration/row_checksums.h"
+#include "platform/store/configuration/value_columns.h"
 
 namespace kvtree {
 
@@ -26,65 +29,6 @@ static_assert(kMaxConfigChanges <= kLastPlace);
 
 // Clients take other statuses, such as that of a missing permission, for their own failures.
 constexpr Status kOperatorsStatuses[] = {ENOSPC, EDQUOT, EROFS, EMFILE, ENFILE, kStatusNoMemory};
-
-#define NODE_CHECKSUM "row_checksum(path, owner, value, told, suppressed)"
-#define LOG_CHECKSUM "row_checksum(id, time, owner, comment, changes, octets, folded, user)"
-
-void bind_tuple(sqlite::Statement& statement, int place, const std::vector<std::int64_t>& tuple,
-                wire::Octets* octets) {
-  for (const std::int64_t number : tuple) wire::Writer(octets).u64(static_cast<std::uint64_t>(number));
-  statement.bind_octets(place, *octets);
-}
-
-// The octets must live until the statement has run.
-void bind_value(sqlite::Statement& statement, int place, const KvValue& value, wire::Octets* octets) {
-  switch (value.type) {
-    case KvValueType::kText:
-      return statement.bind_text(place, value.text);
-    case KvValueType::kNumber:
-      statement.bind(place, value.number);
-      return;
-    case KvValueType::kTuple:
-      return bind_tuple(statement, place, value.tuple, octets);
-    case KvValueType::kNone:
-    case KvValueType::kRecord:  // no plan has one
-      statement.bind_null(place);
-      return;
-  }
-}
-
-bool read_tuple_column(wire::OctetSpan octets, KvValue* value) {
-  value->type = KvValueType::kTuple;
-  wire::Reader reader(octets);
-  while (reader.left() >= sizeof(std::int64_t))
-    value->tuple.push_back(static_cast<std::int64_t>(reader.u64()));
-  return reader.finished();
-}
-
-bool read_column(sqlite::Statement& statement, int column, KvValue* value) {
-  switch (statement.type(column)) {
-    case SQLITE_NULL:
-      return true;
-    case SQLITE_INTEGER:
-      value->type = KvValueType::kNumber;
-      value->number = statement.integer(column);
-      return true;
-    case SQLITE_BLOB:
-      return read_tuple_column(statement.blob(column), value);
-    case SQLITE_TEXT:
-      value->type = KvValueType::kText;
-      value->text = statement.text(column);
-      return true;
-    default:
-      return false;
-  }
-}
-
-// False for a value that the configuration cannot have.
-bool column_value(sqlite::Statement& statement, int column, KvValue* value) {
-  std::string error;
-  return read_column(statement, column, value) && check_configuration_value(*value, &error) == kStatusOk;
-}
 
 }  // namespace
 
@@ -197,112 +141,6 @@ Status NodeStore::for_each(const Visitor& visit) {
   if (!damaged.empty()) quarantine_damaged_rows(damaged);
   for (const auto& [path, owner] : invalid) quarantine_row(path, owner);
   return kStatusOk;
-}
-
-// --- Quarantine: what cannot be used is moved to tables that nothing else reads
-
-// A failure fails the start: at the next one the commit would follow those that were made after it.
-Status NodeStore::quarantine_commit(std::int64_t id, const char* consequence) {
-  const auto move = [this, id] {
-    sqlite::Statement copy(
-        database_.get(),
-        "INSERT INTO quarantine_commit SELECT log.id, time, owner, comment, changes, "
-        "content.octets, user, folded FROM log LEFT JOIN content USING (id) WHERE log.id = ?");
-    copy.bind(1, id);
-    return run(copy) && forget(id);
-  };
-  if (!quarantine(move)) return fail_quarantine("a commit that cannot be read");
-  log_error("configuration",
-            "commit %lld cannot be read and is stored in the table quarantine_commit of the database: %s",
-            static_cast<long long>(id), consequence);
-  return kStatusOk;
-}
-
-// Whether such a commit was folded is unknown.
-Status NodeStore::quarantine_damaged_commits() {
-  sqlite::Statement statement(
-      database_.get(), "SELECT id FROM log WHERE checksum <> " LOG_CHECKSUM " OR id NOT BETWEEN 1 AND ?");
-  statement.bind(1, kMaxCommitId);
-  std::vector<std::int64_t> damaged;
-  int code = SQLITE_ROW;
-  while ((code = statement.step()) == SQLITE_ROW) damaged.push_back(statement.integer(0));
-  if (code != SQLITE_DONE) return fail("the commits cannot be read");
-  statement.reset();
-  for (const std::int64_t id : damaged) {
-    if (const Status status = quarantine_commit(id, "its changes have no effect unless the nodes have them"))
-      return status;
-  }
-  const auto move_their_contents = [this] {
-    return execute(
-        "INSERT INTO quarantine_commit SELECT id, NULL, NULL, NULL, NULL, octets, NULL, NULL FROM content "
-        "WHERE id NOT IN (SELECT id FROM log); DELETE FROM content WHERE id NOT IN (SELECT id FROM log)");
-  };
-  const bool is_moved = damaged.empty() || quarantine(move_their_contents);
-  return is_moved ? kStatusOk : fail_quarantine("the contents of a damaged commit");
-}
-
-// After a failure the rows remain where they are, without an effect, and are found again at the next start.
-void NodeStore::quarantine_damaged_rows(const std::string& first) {
-  int rows = 0;
-  const auto move = [this, &rows] {
-    if (!execute("INSERT INTO quarantine_node SELECT path, owner, value, told, suppressed FROM node WHERE "
-                 "checksum <> " NODE_CHECKSUM))
-      return false;
-    rows = sqlite3_changes(database_.get());
-    return execute("DELETE FROM node WHERE checksum <> " NODE_CHECKSUM);
-  };
-  if (!quarantine(move)) {
-    static_cast<void>(fail_quarantine("a damaged row"));
-    return;
-  }
-  log_error(
-      "configuration",
-      "%d rows of nodes are damaged, the first is %s: they are stored in the table quarantine_node of the "
-      "database and have no effect",
-      rows, first.c_str());
-}
-
-// After a failure the row remains where it is, without an effect, and is found again at the next start.
-void NodeStore::quarantine_row(const std::string& path, const std::string& owner) {
-  const auto move = [&] {
-    for (const char* sql :
-         {"INSERT INTO quarantine_node SELECT path, owner, value, told, suppressed FROM node WHERE path "
-          "= ? AND owner = ?",
-          "DELETE FROM node WHERE path = ? AND owner = ?"}) {
-      sqlite::Statement statement(database_.get(), sql);
-      statement.bind_text(1, path);
-      statement.bind_text(2, owner);
-      if (!run(statement)) return false;
-    }
-    return true;
-  };
-  if (!quarantine(move)) {
-    static_cast<void>(fail_quarantine("an invalid row"));
-    return;
-  }
-  log_error("configuration",
-            "%s of \"%s\" is not a node of a configuration and is stored in the table quarantine_node of the "
-            "database: it has no effect",
-            path.c_str(), owner.c_str());
-}
-
-bool NodeStore::quarantine(const std::function<bool()>& move) {
-  return transact([&] { return execute(kMakeQuarantine) && move(); });
-}
-
-// After a failure the reason is that of `change`.
-bool NodeStore::transact(const std::function<bool()>& change) {
-  if (execute("BEGIN IMMEDIATE") && change() && execute("COMMIT")) return true;
-  const std::string reason = std::move(write_error_);
-  roll_back();
-  write_error_ = reason;
-  return false;
-}
-
-Status NodeStore::fail_quarantine(const char* what) const {
-  log_error("configuration", "%s: %s cannot be moved to quarantine: %s", file().c_str(), what,
-            write_error_.c_str());
-  return kStatusIo;
 }
 
 // --- Writing
@@ -512,6 +350,15 @@ bool NodeStore::finish_fold(const Unfolded& unfolded) {
 
 // --- Helpers
 
+// After a failure the reason is that of `change`.
+bool NodeStore::transact(const std::function<bool()>& change) {
+  if (execute("BEGIN IMMEDIATE") && change() && execute("COMMIT")) return true;
+  const std::string reason = std::move(write_error_);
+  roll_back();
+  write_error_ = reason;
+  return false;
+}
+
 bool NodeStore::run(sqlite::Statement& statement) {
   return statement.step() == SQLITE_DONE || fail_write();
 }
@@ -547,8 +394,5 @@ Status NodeStore::fail(const char* what) const {
             sqlite::reason_of(database_.get(), code).c_str());
   return kStatusIo;
 }
-
-#undef NODE_CHECKSUM
-#undef LOG_CHECKSUM
 
 }  // namespace kvtree

@@ -23,7 +23,7 @@
 #include <vector>
 
 #include "platform/core/sqlite/sqlite.h"
-#include "platform/store/configuration/commit_codec.h"
+#include "platform/store/codec/commit_codec.h"
 #include "platform/store/configuration/config_tree.h"
 
 namespace kvtree {

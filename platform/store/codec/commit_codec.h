@@ -1,4 +1,4 @@
-// The changes of a commit in octets, as the database stores them. Only for this folder.
+// The changes of a commit in octets, as the database stores them. Only for the data store.
 //
 // A change is its path, then its owner's new value (or none), then a u8: 0 if neither the effective value nor
 // the first owner changed; 1 if the owner became the first or stays it, and the previous first owner with its

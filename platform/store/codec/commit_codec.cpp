@@ -1,8 +1,8 @@
-#include "platform/store/configuration/commit_codec.h"
+#include "platform/store/codec/commit_codec.h"
 
 #include <utility>
 
-#include "platform/store/configuration/value_codec.h"
+#include "platform/store/codec/value_codec.h"
 #include "platform/store/server/protocol.h"
 
 namespace kvtree {

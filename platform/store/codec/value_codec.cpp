@@ -1,4 +1,4 @@
-#include "platform/store/configuration/value_codec.h"
+#include "platform/store/codec/value_codec.h"
 
 #include "platform/store/configuration/configuration.h"
 #include "platform/store/server/protocol.h"

@@ -1,4 +1,4 @@
-// Configuration values in octets: for the wire and for the history's records. Only for this folder.
+// Configuration values in octets: for the wire and for the history's records. Only for the data store.
 //
 // A value is a type u8, with a flag if it is suppressed, then nothing, a text, a number of 64 bits, or a
 // count u16 and as many such numbers (protocol.h). Reading is for untrusted octets.
