@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/store/configuration/configuration.h"
+#include "platform/store/configuration/config_tree.h"
 
 namespace kvtree {
 
