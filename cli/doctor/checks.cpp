@@ -31,7 +31,7 @@ constexpr Check kChecks[] = {
     {"suite-access", "suite", "the routing suite answers", check_suite_access},
     {"suite-mgmtd", "suite", "mgmtd runs if the suite has it", check_mgmtd},
     {"suite-vrf-device", "suite", "each VRF of the suite is a VRF of the kernel", check_suite_vrfs},
-    {"vrf-not-in-suite", "suite", "each VRF of the kernel is one of the suite", check_unused_vrfs},
+    {"vrf-not-in-suite", "suite", "each VPN of the kernel is one of the suite", check_unused_vrfs},
     {"vpn-label", "suite", "exported VPN routes have labels or segment identifiers", check_vpn_labels},
     {"vpn-rd", "suite", "each VRF that exports has a route distinguisher of its own", check_rds},
     {"suite-saved", "suite", "the suite's saved configuration has the same RDs and route targets",

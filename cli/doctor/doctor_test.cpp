@@ -62,6 +62,7 @@ TEST(SuiteConfiguration, HasWhatEachFamilyExchanges) {
       "  label vpn export auto\n exit-address-family\n"
       " address-family ipv6 unicast\n  rt vpn import 65000:3\n  export vpn\n exit-address-family\nexit\n");
   EXPECT_THAT(read.vrfs, ElementsAre("blue", "red"));
+  EXPECT_THAT(read.used_vrfs, ElementsAre("red"));
   ASSERT_EQ(read.families.size(), 2U);
   EXPECT_EQ(read.families[0].instance, "router bgp 65000 vrf red");
   EXPECT_EQ(read.families[0].rd, "65000:10");
@@ -72,6 +73,14 @@ TEST(SuiteConfiguration, HasWhatEachFamilyExchanges) {
   EXPECT_FALSE(read.families[0].has_segment);
   EXPECT_EQ(read.families[1].rd, "");
   EXPECT_FALSE(read.families[1].has_label);
+}
+
+TEST(SuiteConfiguration, VrfIsUsedIfAnythingIsConfiguredForIt) {
+  const doctor::SuiteConfiguration read = doctor::parse_suite_configuration(
+      "vrf empty\nexit-vrf\n!\nvrf gold\n vni 100\nexit-vrf\nrouter ospf vrf blue\nexit\ninterface e0 vrf "
+      "x\n a\n");
+  EXPECT_THAT(read.vrfs, ElementsAre("blue", "empty", "gold"));
+  EXPECT_THAT(read.used_vrfs, ElementsAre("blue", "gold"));
 }
 
 TEST(SuiteConfiguration, SegmentIdentifierOfTheVrfIsForAllFamilies) {

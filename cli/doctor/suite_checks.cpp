@@ -96,35 +96,6 @@ Findings check_mgmtd(Facts& facts) {
            "systemctl restart frr"}};
 }
 
-Findings check_suite_vrfs(Facts& facts) {
-  Findings findings;
-  std::set<std::string_view> devices;
-  for (const Vrf& vrf : facts.vrfs()) devices.insert(vrf.name);
-  for (const std::string& name : facts.suite_configuration().vrfs) {
-    if (devices.contains(name)) continue;
-    findings.push_back(
-        {Level::kError,
-         fmt::format("the suite has VRF {} in its configuration, and the kernel has no such device", name),
-         fmt::format("ip link add {0} type vrf table NUMBER; ip link set dev {0} up", shell_word(name))});
-  }
-  return findings;
-}
-
-Findings check_unused_vrfs(Facts& facts) {
-  Findings findings;
-  const std::vector<Vrf>& vrfs = facts.vrfs();
-  const auto& known = facts.suite_configuration().vrfs;
-  for (const Vrf& vrf : vrfs) {
-    if (known.contains(vrf.name)) continue;
-    findings.push_back(
-        {Level::kWarning,
-         fmt::format("the suite's configuration does not name VRF {}: it is not a VPN", vrf.name),
-         fmt::format("configure \"router bgp AS vrf {}\", or mplsvpn doctor --skip vrf-not-in-suite",
-                     vrf.name)});
-  }
-  return findings;
-}
-
 Findings check_vpn_labels(Facts& facts) {
   facts.require_kernel_source();
   Findings findings;

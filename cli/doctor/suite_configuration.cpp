@@ -51,6 +51,7 @@ class SuiteReader {
     const LineWords words = words_of(line);
     if (words.empty()) return;
     if (line.front() != ' ') return open_stanza(words);
+    if (!stanza_vrf_.empty()) configuration_.used_vrfs.insert(stanza_vrf_);
     if (instance_.empty()) return;
     if (begins_with(words, {"address-family"})) return open_family(words);
     if (begins_with(words, {"sid", "vpn", "per-vrf"})) has_common_segment_ = true;
@@ -62,6 +63,7 @@ class SuiteReader {
       if (has_common_segment_ && family.instance == instance_) family.has_segment = true;
     }
     instance_.clear();
+    stanza_vrf_.clear();
     family_ = nullptr;
     has_common_segment_ = false;
   }
@@ -73,6 +75,8 @@ class SuiteReader {
     const std::optional<std::string_view> vrf = vrf_of(words);
     if (!vrf || *vrf == "default") return;
     configuration_.vrfs.emplace(*vrf);
+    stanza_vrf_ = *vrf;
+    if (begins_with(words, {"router"})) configuration_.used_vrfs.insert(stanza_vrf_);
     if (!begins_with(words, {"router", "bgp"})) return;
     instance_ = joined(words);
     vrf_ = *vrf;
@@ -91,6 +95,7 @@ class SuiteReader {
   }
 
   SuiteConfiguration& configuration_;
+  std::string stanza_vrf_;
   std::string instance_;
   std::string vrf_;
   SuiteFamily* family_ = nullptr;

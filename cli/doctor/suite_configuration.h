@@ -22,6 +22,9 @@ struct SuiteFamily {
 
 struct SuiteConfiguration {
   std::set<std::string> vrfs{};  // that a "vrf" or "router" line names
+  // That a "router" line names, or a "vrf" line with lines below it. Version 10 prints a "vrf" line for every
+  // VRF of the kernel.
+  std::set<std::string> used_vrfs{};
   std::vector<SuiteFamily> families{};
   bool has_bgp = false;  // an instance of BGP, of a VRF or not
 };

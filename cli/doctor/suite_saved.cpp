@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <map>
 #include <set>
@@ -45,6 +46,13 @@ std::string rest(const Exchanged& one, const Exchanged& other) {
   return fmt::format("{}", fmt::join(found, ", "));
 }
 
+// A file beside it that a user may have saved; the suite reads frr.conf alone if it exists.
+std::string ignored_file(const std::string& file) {
+  const std::filesystem::path path = file;
+  const std::string other = path.parent_path() / "bgpd.conf";
+  return path.filename() == "frr.conf" && access(other.c_str(), F_OK) == 0 ? other : "";
+}
+
 // Which of the two is right, only the operator knows: a saved running configuration replaces the other one.
 Finding difference(Facts& facts, const std::string& place, const std::string& file,
                    const std::string& only_running, const std::string& only_saved) {
@@ -52,7 +60,9 @@ Finding difference(Facts& facts, const std::string& place, const std::string& fi
   if (!only_running.empty()) text += " only the running configuration has " + only_running;
   if (!only_running.empty() && !only_saved.empty()) text += ";";
   if (!only_saved.empty()) text += fmt::format(" only {} has {}", file, only_saved);
-  return {Level::kWarning, text + ": a restart of the suite loads the file",
+  text += ": a restart of the suite loads the file";
+  if (const std::string ignored = ignored_file(file); !ignored.empty()) text += " and ignores " + ignored;
+  return {Level::kWarning, text,
           fmt::format("{} -c 'show running-config' | diff {} -", facts.suite.words(), shell_word(file))};
 }
 

@@ -53,9 +53,10 @@ class Doctor(SuiteSystemTest):
             run("ip", *guard.split())
         run("sysctl", "-qw", "net.mpls.conf.core.input=1")
 
-    def diagnose(self, check, shell=None, wrapper=(), patience=PATIENCE):
+    def diagnose(self, check, shell=None, wrapper=(), patience=PATIENCE, conf=None):
+        conf = ("--suite-conf", str(self.suite.etc / "frr.conf")) if conf is None else conf
         shell = shell or " ".join(self.suite.shell_words())
-        words = ("--only", check, "--suite-timeout", patience, "--suite-shell", shell, "--suite-conf", str(self.suite.etc / "frr.conf"))
+        words = ("--only", check, "--suite-timeout", patience, "--suite-shell", shell, *conf)
         result = subprocess.run([*wrapper, str(BIN / "mplsvpn"), "--json", "doctor", *words], env=self.system.environment,
                                 capture_output=True, text=True, check=False)
         shown, = json.loads(result.stdout)
@@ -98,9 +99,8 @@ class Doctor(SuiteSystemTest):
         run("ip", "link", "set", "green", "up")
         self.assert_found("vrf-members", "warning", "VRF green has no interface")
         self.assert_found("vrf-shared-table", "error", "VRFs blue and green share table 20")
-        self.assert_found("vrf-not-in-suite", "warning", "does not name VRF green")
         run("ip", "link", "del", "green")
-        for check in "vrf-members", "vrf-shared-table", "vrf-not-in-suite":
+        for check in "vrf-members", "vrf-shared-table":
             self.assert_ok(check)
 
     def test_table_without_default_route(self):
@@ -154,6 +154,22 @@ class Doctor(SuiteSystemTest):
         self.suite.configure("no vrf absent")
         self.assert_ok("suite-vrf-device")
 
+    def test_vrf_for_management_is_not_a_vpn_until_something_says_so(self):
+        saved = self.suite.etc / "frr.conf"
+        batch(vrf_lines({"mgmt": 90}) + member_lines({"mgmt1": "mgmt"}, "link set {name} up") + ["addr add 10.90.0.1/24 dev mgmt1"])
+        self.addCleanup(batch, ["link del mgmt1", "link del mgmt"])
+        for check in "vrf-device-down", "vrf-members", "suite-vrf-device", "vpn-label", "vpn-rd", "suite-saved":
+            self.assert_ok(check)
+        self.assert_found("vrf-not-in-suite", "ok", "not in the suite's configuration, and no VPNs: mgmt")
+        for words, text in ("rd 65000:90", "it has a route distinguisher"), ("rt import 65000:90", "it has route targets"):
+            self.system.cli("config", "set", "vrf", "mgmt", *words.split(), check=True)
+            self.assert_found("vrf-not-in-suite", "warning", f"does not name VRF mgmt, but {text}")
+            self.system.cli("config", "delete", "vrf", "mgmt", *words.split(), check=True)
+            self.assert_found("vrf-not-in-suite", "ok", "mgmt")
+        self.addCleanup(saved.write_text, saved.read_text())
+        saved.write_text(saved.read_text() + "router bgp 65000 vrf mgmt\nexit\n")
+        self.assert_found("vrf-not-in-suite", "warning", f"does not name VRF mgmt, but {saved} names it")
+
     def change(self, vrf, *lines):
         self.suite.configure(f"router bgp 65000 vrf {vrf}", "address-family ipv4 unicast", *lines, "exit-address-family", "exit")
 
@@ -203,6 +219,35 @@ class Doctor(SuiteSystemTest):
         self.assertRegex(shown.stdout, r"(?m)^>   rt vpn both 65000:20 65000:21$")
         self.change("blue", "rt vpn both 65000:20")
         self.assert_ok("suite-saved")
+
+    def test_saved_file_is_the_one_that_the_suite_reads(self):
+        integrated, alone = self.suite.etc / "frr.conf", self.suite.etc / "bgpd.conf"
+        saved = integrated.read_text()
+        self.addCleanup(self.restart_bgpd)
+        self.addCleanup(integrated.write_text, saved)
+        self.addCleanup(alone.unlink)
+        alone.write_text(saved.replace("rd vpn export 65000:10", "rd vpn export 65000:99"))
+        os.chmod(alone, 0o644)
+        self.restart_bgpd()
+        self.assertNotIn("65000:99", self.suite.ask("bgpd", "show running-config"))
+        self.assertEqual(self.saved_state(), ("ok", []))
+        integrated.unlink()
+        self.suite.stop("bgpd")
+        self.suite.start("bgpd")
+        self.assertIn("65000:99", self.suite.ask("bgpd", "show running-config"))
+        self.assertEqual(self.saved_state(), ("ok", []))
+        integrated.write_text(saved)
+        state, (finding,) = self.saved_state()
+        self.assertEqual(state, "warning")
+        self.assertRegex(finding["text"], f"only {integrated} has rd 65000:10: a restart of the suite loads the file and ignores {alone}$")
+
+    def saved_state(self):
+        """By the folder of the suite's configuration instead of a named file."""
+        return self.diagnose("suite-saved", shell=" ".join(self.suite.shell_words("--config_dir", str(self.suite.etc))), conf=())
+
+    def restart_bgpd(self):
+        self.suite.stop("bgpd")
+        self.start_bgpd()
 
     def test_bgpd_that_has_ended(self):
         self.suite.stop("bgpd")
