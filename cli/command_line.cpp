@@ -14,6 +14,7 @@
 #include "cli/completion.h"
 #include "cli/config/config_command_line.h"
 #include "cli/doctor/doctor.h"
+#include "cli/explain/explain.h"
 #include "cli/export/export.h"
 #include "cli/graph/graph.h"
 #include "cli/option_values.h"
@@ -52,6 +53,7 @@ constexpr char kFooter[] =
     "  mplsvpn watch --count 1 --timeout 30s\n"
     "  mplsvpn router down ge0\n"
     "  mplsvpn doctor\n"
+    "  mplsvpn explain red 10.11.0.0/16\n"
     "\n"
     "Commands and options may be abbreviated while they are unambiguous: \"mplsvpn sh int\". After -- no "
     "word "
@@ -117,6 +119,7 @@ struct Options {
   ConfigOptions config;
   std::vector<std::string> router_words;
   DoctorRequest doctor;
+  ExplainRequest explanation;
   ExportRequest exported;
   GraphRequest graph;
   ChosenCommand command;
@@ -209,6 +212,7 @@ void describe(CLI::App& app, Options* options) {
   add_config(app, &options->config, &options->command);
   add_router(app, options);
   add_doctor(app, &options->doctor, &options->command);
+  add_explain(app, &options->explanation, &options->command);
   add_export(app, &options->exported, &options->command);
   add_graph(app, &options->graph, &options->command);
   app.add_subcommand("help", "Shows the help of a command: help show vrf");

@@ -186,6 +186,7 @@ const std::map<std::string, Completer>& completers() {
       {"mplsvpn trace", trace_words},
       {"mplsvpn watch", watch_words},
       {"mplsvpn router", router_words},
+      {"mplsvpn explain", first_word_vrf},
   };
   return table;
 }

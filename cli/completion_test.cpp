@@ -53,6 +53,7 @@ TEST_F(Completion, VrfsOfTheDaemonByTheirBeginning) {
   for (const char* name : {"red", "red-2", "blue", "two words", "esc\x1b[1m"}) fake.vrfs[name];
   EXPECT_THAT(Offered({"show", "routes", "r"}), ElementsAre("red", "red-2"));
   EXPECT_THAT(Offered({"show", "interfaces", ""}), ElementsAre("blue", "red", "red-2"));
+  EXPECT_THAT(Offered({"explain", "b"}), ElementsAre("blue"));
   EXPECT_THAT(Offered({"sh", "rou", "r"}), IsEmpty()) << "\"rou\" is ambiguous";
   EXPECT_THAT(Offered({"show", "routes", "red", ""}), IsEmpty());
   EXPECT_THAT(Offered({"show", "vrf", "b"}), ElementsAre("blue", "brief"));
@@ -73,6 +74,8 @@ TEST_F(Completion, ValuesOfOptions) {
   EXPECT_THAT(Offered({"config", "show", "--owner", "c"}), ElementsAre("cli"));
   EXPECT_THAT(Offered({"--run-dir", ""}), ElementsAre(":files"));
   EXPECT_THAT(Offered({"--timeout", ""}), IsEmpty());
+  EXPECT_THAT(Offered({"graph", "--format", ""}), ElementsAre("dot", "svg"));
+  EXPECT_THAT(Offered({"export", "--format", "n"}), ElementsAre("napalm", "netbox"));
 }
 
 TEST_F(Completion, WordsOfTheConfiguration) {

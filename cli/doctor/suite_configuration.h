@@ -16,6 +16,7 @@ struct SuiteFamily {
   std::string rd{};
   std::set<std::string> targets{};  // "import 65000:1", "export 65000:1"
   bool exports = false;             // VPN routes
+  bool imports = false;             // VPN routes, or those of another VRF
   bool has_label = false;
   bool has_segment = false;  // a segment identifier, which needs no label
 };

@@ -69,20 +69,24 @@ std::vector<kernel::LinkSeen> read_links() {
   return links;
 }
 
-std::vector<kernel::KernelRoute> read_routes(std::uint32_t table) {
-  std::vector<kernel::RouteEvent> events;
+std::vector<kernel::KernelRoute> read_routes(std::uint32_t table, const WantedRoute& is_wanted) {
+  std::vector<kernel::KernelRoute> routes;
+  std::vector<kernel::RouteEvent> events;  // of one message
   std::vector<kernel::DumpRequest> requests;
   for (const router::Family family : {router::Family::kIpv4, router::Family::kIpv6}) {
     requests.push_back(kernel::request_routes({family, table}));
     requests.back().may_lack = true;
   }
-  dump(requests,
-       [&events](const nlmsghdr* message) { return kernel::parse_route_message(message, &events); });
-  std::vector<kernel::KernelRoute> routes;
-  for (kernel::RouteEvent& event : events) {
-    auto* const seen = std::get_if<kernel::RouteSeen>(&event);
-    if (seen != nullptr && seen->route.table == table) routes.push_back(std::move(seen->route));
-  }
+  dump(requests, [&](const nlmsghdr* message) {
+    events.clear();
+    if (!kernel::parse_route_message(message, &events)) return false;
+    for (kernel::RouteEvent& event : events) {
+      auto* const seen = std::get_if<kernel::RouteSeen>(&event);
+      if (seen == nullptr || seen->route.table != table) continue;
+      if (!is_wanted || is_wanted(seen->route)) routes.push_back(std::move(seen->route));
+    }
+    return true;
+  });
   return routes;
 }
 

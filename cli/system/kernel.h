@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -14,8 +15,9 @@ namespace cli {
 // All links, in the kernel's order. `facts.flags` has IFF_UP.
 std::vector<kernel::LinkSeen> read_links();
 
-// The IPv4 and IPv6 routes of the table.
-std::vector<kernel::KernelRoute> read_routes(std::uint32_t table);
+// The IPv4 and IPv6 routes of the table, all or those that are wanted.
+using WantedRoute = std::function<bool(const kernel::KernelRoute&)>;
+std::vector<kernel::KernelRoute> read_routes(std::uint32_t table, const WantedRoute& is_wanted = {});
 
 // How many label routes the kernel has; 0 also for a kernel without MPLS.
 std::size_t count_label_routes();

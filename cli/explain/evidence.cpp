@@ -1,0 +1,294 @@
+#include "cli/explain/evidence.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
+#include <chrono>
+
+#include "cli/doctor/check.h"
+#include "cli/output/names.h"
+#include "cli/show/route_lookup.h"
+#include "cli/show/tables.h"
+#include "cli/system/program.h"
+#include "cli/vrf/vrf_lookup.h"
+#include "mpls/vpn/mib/src/records/mib_constants.h"
+
+namespace cli::explain {
+
+namespace {
+
+constexpr char kIpv4[] = "ipv4";
+constexpr char kIpv6[] = "ipv6";
+constexpr std::int32_t kUp = 1;  // mplsL3VpnVrfOperStatus
+constexpr char kBgpProgram[] = "bgpd";
+
+template <typename T>
+std::unique_ptr<T> owned(T value) {
+  return std::make_unique<T>(std::move(value));
+}
+
+// The rows name families as the suite does; those of EVPN have none.
+std::string family_of(const mpls_vpn_mib_rt& row) {
+  const std::string text = text_or_empty(row.description);
+  if (text.starts_with("IPv4")) return kIpv4;
+  return text.starts_with("IPv6") ? kIpv6 : "";
+}
+
+std::optional<VrfFacts> read_vrf(const Session& session, const std::string& name) {
+  const auto client = connect_to_daemon(session);
+  const std::optional<kvtree::Octets> octets = find_vrf_row(session, *client, name);
+  if (!octets) return std::nullopt;
+  const Record<mpls_vpn_mib_vrf> row(session, provider_path("vrf", name), kMibVrfParcel, *octets);
+  return VrfFacts{text_or_empty(row->rd), row->operStatus == kUp, row->currNumRoutes};
+}
+
+std::vector<Target> read_targets(const Session& session) {
+  const auto client = connect_to_daemon(session);
+  std::vector<Target> targets;
+  const auto add = [&targets](const mpls_vpn_mib_rt& row) {
+    for (const bool is_import : {true, false}) {
+      if ((row.type & (is_import ? kRtImport : kRtExport)) == 0) continue;
+      targets.push_back({text_or_empty(row.vrfName), text_or_empty(row.rt), family_of(row), is_import});
+    }
+  };
+  walk_rows_of<mpls_vpn_mib_rt>(session, *client, kRouteTargetTable, "", {add});
+  return targets;
+}
+
+std::vector<Target> targets_of(const doctor::SuiteConfiguration& configuration) {
+  constexpr std::string_view kImport = "import ";
+  std::vector<Target> targets;
+  for (const doctor::SuiteFamily& family : configuration.families) {
+    for (const std::string& target : family.targets) {
+      const bool is_import = target.starts_with(kImport);
+      targets.push_back({family.vrf, target.substr(target.find(' ') + 1),
+                         family.family.substr(0, family.family.find(' ')), is_import});
+    }
+  }
+  return targets;
+}
+
+std::vector<MibRoute> read_mib_routes(const Session& session, const std::string& vrf,
+                                      const inet::Prefix& prefix) {
+  const auto client = connect_to_daemon(session);
+  std::vector<MibRoute> routes;
+  const auto add = [&routes](const mpls_vpn_mib_route& row) {
+    const auto octets = octets_of(row.nextHop);
+    const bool has_hop = std::ranges::any_of(octets, [](std::uint8_t octet) { return octet != 0; });
+    routes.push_back({has_hop ? address_text(octets) : "", name_of(mib::kRouteProtocol, row.proto)});
+  };
+  find_routes(session, *client, vrf, {prefix}, {add});
+  return routes;
+}
+
+bool is_selected(const std::vector<RibEntry>& entries, bool of_bgp) {
+  return std::ranges::any_of(entries, [of_bgp](const RibEntry& entry) {
+    return entry.is_selected && (entry.protocol == "bgp") == of_bgp;
+  });
+}
+
+}  // namespace
+
+const char* Evidence::family_name() const {
+  return prefix->address.family == inet::Family::kIpv4 ? kIpv4 : kIpv6;
+}
+
+std::string Evidence::prefix_name() const {
+  return inet::prefix_text(*prefix);
+}
+
+std::string Evidence::of_family(const char* command) const {
+  const char* const words = prefix->address.family == inet::Family::kIpv4 ? "ip" : "ipv6";
+  return fmt::format(fmt::runtime(command), words, request.vrf + " " + prefix_name());
+}
+
+std::string Evidence::of_bgp_vrf() const {
+  return fmt::format("show bgp vrf {} {} unicast {}", request.vrf, family_name(), prefix_name());
+}
+
+std::string Evidence::configure(const doctor::SuiteFamily& family, const std::string& line) const {
+  return fmt::format("{} -c 'configure terminal' -c {} -c 'address-family {}' -c '{}'", facts.suite.words(),
+                     shell_word(family.instance), family.family, line);
+}
+
+template <typename Ask>
+auto Evidence::patiently(Ask ask) {
+  if (timeout_) throw Failure(*timeout_);
+  const auto begun = std::chrono::steady_clock::now();
+  try {
+    return ask();
+  } catch (const Failure& failure) {
+    if (std::chrono::steady_clock::now() - begun >= facts.suite.patience()) timeout_ = failure;
+    throw;
+  }
+}
+
+Json Evidence::ask_json(const std::string& command) {
+  return patiently([&] { return facts.suite.ask_json(command + " json"); });
+}
+
+void Evidence::require_device() {
+  if (device() == nullptr) throw doctor::NotPossible("the kernel has no device of this VRF");
+}
+
+void Evidence::require_bgp() {
+  require_device();
+  const auto& programs =
+      programs_.get([this] { return patiently([this] { return owned(facts.suite.programs()); }); });
+  if (!programs.contains(kBgpProgram)) throw Failure(kExitFailed, "bgpd does not run");
+}
+
+const doctor::SuiteConfiguration& Evidence::configuration() {
+  return *patiently([this] { return &facts.suite_configuration(); });
+}
+
+const VrfFacts* Evidence::vrf() {
+  const auto& found = vrf_.get([this] { return owned(read_vrf(facts.session, request.vrf)); });
+  return found ? &*found : nullptr;
+}
+
+const std::vector<Target>& Evidence::targets() {
+  return targets_.get([this] {
+    try {
+      return owned(read_targets(facts.session));
+    } catch (const Failure& failure) {
+      if (failure.exit_status() != kExitNoDaemon) throw;
+      return owned(targets_of(configuration()));
+    }
+  });
+}
+
+const doctor::Vrf* Evidence::device() {
+  const auto found = std::ranges::find(facts.vrfs(), request.vrf, &doctor::Vrf::name);
+  return found == facts.vrfs().end() ? nullptr : &*found;
+}
+
+const std::vector<BgpPath>& Evidence::vpn_paths() {
+  require_bgp();
+  return vpn_paths_.get([this] {
+    auto paths = parse_vpn_paths(ask_json(fmt::format("show bgp {} vpn {}", family_name(), prefix_name())));
+    std::erase_if(paths, [this](const BgpPath& path) {
+      return path.neighbor.empty() && path.next_hop_vrf == request.vrf;
+    });
+    return owned(std::move(paths));
+  });
+}
+
+const std::vector<BgpPath>& Evidence::vrf_paths() {
+  require_bgp();
+  return vrf_paths_.get([this] { return owned(parse_vrf_paths(ask_json(of_bgp_vrf()))); });
+}
+
+const std::vector<RibEntry>& Evidence::rib() {
+  require_device();
+  return rib_.get([this] { return owned(parse_rib(ask_json(of_family("show {} route vrf {}")))); });
+}
+
+const std::vector<RibEntry>& Evidence::core_routes() {
+  const BgpPath* const used = path();
+  if (used == nullptr || used->next_hop.empty()) throw doctor::NotPossible("no path has a next hop");
+  return core_routes_.get([this, used] {
+    const bool is_ipv6 = used->next_hop.find(':') != std::string::npos;
+    return owned(
+        parse_rib(ask_json(fmt::format("show {} route {}", is_ipv6 ? "ipv6" : "ip", used->next_hop))));
+  });
+}
+
+const std::vector<kernel::KernelRoute>& Evidence::kernel_routes() {
+  require_device();
+  return kernel_routes_.get([this] {
+    return owned(read_routes(device()->table, [this](const kernel::KernelRoute& route) {
+      return route.family == prefix->address.family && route.prefix_length == prefix->length &&
+             route.destination == prefix->address.octets && !route.cached;
+    }));
+  });
+}
+
+const std::vector<MibRoute>& Evidence::mib_routes() {
+  return mib_routes_.get([this] { return owned(read_mib_routes(facts.session, request.vrf, *prefix)); });
+}
+
+const std::map<std::string, std::set<std::string>>& Evidence::exporters() {
+  require_bgp();
+  return exporters_.get([this] {
+    const auto read = [this](const char* command) { return parse_exporters(facts.suite.ask(command)); };
+    return patiently([&] {
+      auto all = read("show bgp ipv4 vpn");
+      for (auto& [target, routers] : read("show bgp ipv6 vpn"))
+        all[target].insert(routers.begin(), routers.end());
+      return owned(std::move(all));
+    });
+  });
+}
+
+const doctor::SuiteFamily* Evidence::configured_family() {
+  require_device();
+  const std::string family = fmt::format("{} unicast", family_name());
+  const auto& families = configuration().families;
+  const auto found = std::ranges::find_if(families, [&](const doctor::SuiteFamily& each) {
+    return each.vrf == request.vrf && each.family == family;
+  });
+  return found == families.end() ? nullptr : &*found;
+}
+
+const doctor::SuiteFamily* Evidence::family_without_label() {
+  require_device();
+  for (const doctor::SuiteFamily& each : configuration().families) {
+    if (each.vrf == request.vrf && each.exports && !each.has_label && !each.has_segment) return &each;
+  }
+  return nullptr;
+}
+
+bool Evidence::exports_with_labels() {
+  require_device();
+  return std::ranges::any_of(configuration().families, [this](const doctor::SuiteFamily& each) {
+    return each.vrf == request.vrf && each.exports && each.has_label;
+  });
+}
+
+const std::set<std::string>& Evidence::vpn_labels() {
+  require_device();
+  return vpn_labels_.get(
+      [this] { return owned(parse_vpn_labels(ask_json("show mpls table"), request.vrf)); });
+}
+
+Origin Evidence::origin() {
+  if (is_selected(rib(), false)) return Origin::kVrf;
+  const auto& paths = vrf_paths();
+  const auto is_of_vrf = [](const BgpPath& each) { return each.next_hop_vrf.empty(); };
+  if (std::ranges::any_of(paths, [&](const BgpPath& each) { return each.is_best && is_of_vrf(each); }))
+    return Origin::kVrf;
+  if (!vpn_paths().empty() || !std::ranges::all_of(paths, is_of_vrf)) return Origin::kVpn;
+  if (!paths.empty() || !rib().empty()) return Origin::kInactive;
+  return kernel_routes().empty() ? Origin::kNowhere : Origin::kVrf;  // the suite lacks local addresses
+}
+
+const BgpPath* Evidence::path() {
+  const auto best = std::ranges::find_if(vrf_paths(), &BgpPath::is_best);
+  if (best != vrf_paths().end()) return &*best;
+  if (!vrf_paths().empty()) return &vrf_paths().front();
+  const auto usable =
+      std::ranges::find_if(vpn_paths(), [this](const BgpPath& each) { return is_imported(each); });
+  return usable == vpn_paths().end() ? nullptr : &*usable;
+}
+
+std::set<std::string> Evidence::own_targets(bool is_import) {
+  std::set<std::string> own;
+  for (const Target& each : targets()) {
+    const bool is_of_family = !prefix || each.family == family_name();
+    if (each.vrf == request.vrf && each.is_import == is_import && is_of_family) own.insert(each.target);
+  }
+  return own;
+}
+
+bool Evidence::is_imported(const BgpPath& path) {
+  const std::set<std::string> imported = own_targets(true);
+  return std::ranges::any_of(path.targets, [&](const auto& target) { return imported.contains(target); });
+}
+
+std::string list_of(const std::set<std::string>& names) {
+  return names.empty() ? "none" : fmt::format("{}", fmt::join(names, " "));
+}
+
+}  // namespace cli::explain

@@ -1,0 +1,119 @@
+// What the links of an explanation look at. Each fact is read once, when a link needs it first; one that
+// cannot be read throws the same Failure each time. A suite that does not answer in time is not asked again.
+#pragma once
+
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "cli/doctor/facts.h"
+#include "cli/explain/request.h"
+#include "cli/explain/suite_paths.h"
+#include "cli/output/address.h"
+#include "mpls/vpn/mib/src/records/layouts.h"
+
+namespace cli::explain {
+
+struct VrfFacts {
+  std::string rd{};
+  bool is_up = false;
+  std::uint32_t routes = 0;
+};
+
+// A route target of a VRF in one address family.
+struct Target {
+  std::string vrf{};
+  std::string target{};
+  std::string family{};  // "ipv4", "ipv6"; empty: EVPN
+  bool is_import = false;
+};
+
+struct MibRoute {
+  std::string next_hop{};  // empty: none
+  std::string protocol{};
+};
+
+// Where the route of the prefix is, by the suite's tables.
+enum class Origin { kVpn, kVrf, kInactive, kNowhere };
+
+class Evidence {
+ public:
+  // `prefix`: none for the VRF itself. All must outlive it.
+  Evidence(doctor::Facts& of_router, const ExplainRequest& of_user,
+           const std::optional<inet::Prefix>& of_route)
+      : facts(of_router), request(of_user), prefix(of_route) {}
+
+  // The daemon's row of the VRF; null if there is none.
+  const VrfFacts* vrf();
+  // Of all VRFs, from the daemon, or from the suite's configuration while the daemon does not run.
+  const std::vector<Target>& targets();
+  // The VRF's device; null if the kernel has none.
+  const doctor::Vrf* device();
+
+  // Of the prefix.
+  const std::vector<BgpPath>& vpn_paths();  // those of the VRF itself excluded
+  const std::vector<BgpPath>& vrf_paths();
+  const std::vector<RibEntry>& rib();
+  const std::vector<kernel::KernelRoute>& kernel_routes();
+  const std::vector<MibRoute>& mib_routes();
+  Origin origin();
+  // The path that is used, or would be: the best one of the VRF, or else the first one that may be imported.
+  const BgpPath* path();
+
+  // The suite's route of the next hop in the core.
+  const std::vector<RibEntry>& core_routes();
+  // The other routers that export each target.
+  const std::map<std::string, std::set<std::string>>& exporters();
+  // The address family of the VRF in the suite's configuration; null if there is none.
+  const doctor::SuiteFamily* configured_family();
+  // One that exports routes without a label or segment identifier; null if there is none.
+  const doctor::SuiteFamily* family_without_label();
+  bool exports_with_labels();
+  // The labels with which packets arrive for the VRF.
+  const std::set<std::string>& vpn_labels();
+
+  // The targets of the VRF in the family of the prefix, or in any family.
+  std::set<std::string> own_targets(bool is_import);
+  bool is_imported(const BgpPath& path);
+
+  const char* family_name() const;  // "ipv4", "ipv6"
+  std::string prefix_name() const;
+  // A command with "ip" or "ipv6" and the VRF with the prefix.
+  std::string of_family(const char* command) const;
+  std::string of_bgp_vrf() const;  // "show bgp vrf red ipv4 unicast 10.1.0.0/16"
+  // The command that adds the line to the suite's configuration.
+  std::string configure(const doctor::SuiteFamily& family, const std::string& line) const;
+
+  doctor::Facts& facts;
+  const ExplainRequest& request;
+  const std::optional<inet::Prefix>& prefix;
+
+ private:
+  // The suite knows the VRF: NotPossible if the kernel has no device, so that no other name reaches it.
+  void require_device();
+  void require_bgp();
+  template <typename Ask>
+  auto patiently(Ask ask);
+  Json ask_json(const std::string& command);
+  const doctor::SuiteConfiguration& configuration();
+
+  std::optional<Failure> timeout_{};  // of the suite
+  doctor::Once<std::set<std::string>> programs_;
+  doctor::Once<std::set<std::string>> vpn_labels_;
+  doctor::Once<std::optional<VrfFacts>> vrf_;
+  doctor::Once<std::vector<Target>> targets_;
+  doctor::Once<std::vector<BgpPath>> vpn_paths_;
+  doctor::Once<std::vector<BgpPath>> vrf_paths_;
+  doctor::Once<std::vector<RibEntry>> rib_;
+  doctor::Once<std::vector<RibEntry>> core_routes_;
+  doctor::Once<std::vector<kernel::KernelRoute>> kernel_routes_;
+  doctor::Once<std::vector<MibRoute>> mib_routes_;
+  doctor::Once<std::map<std::string, std::set<std::string>>> exporters_;
+};
+
+// "65000:1 65000:2", or "none".
+std::string list_of(const std::set<std::string>& names);
+
+}  // namespace cli::explain

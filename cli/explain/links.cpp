@@ -1,0 +1,32 @@
+// The next hop precedes the best path: BGP selects no path whose next hop the core does not reach.
+#include "cli/explain/chain.h"
+#include "cli/explain/route_links.h"
+#include "cli/explain/vrf_links.h"
+
+namespace cli::explain {
+
+namespace {
+
+constexpr Link kLinks[] = {
+    {"vrf", Subject::kBoth, false, judge_vrf},
+    {"device", Subject::kBoth, false, judge_device},
+    {"rd", Subject::kVrf, false, judge_rd},
+    {"imports", Subject::kVrf, false, judge_imports},
+    {"exports", Subject::kVrf, false, judge_exports},
+    {"vpn-label", Subject::kVrf, true, judge_vpn_label},
+    {"source", Subject::kPrefix, false, judge_source},
+    {"targets", Subject::kPrefix, false, judge_targets},
+    {"next-hop", Subject::kPrefix, false, judge_next_hop},
+    {"best-path", Subject::kPrefix, true, judge_best_path},
+    {"label", Subject::kPrefix, false, judge_label},
+    {"kernel", Subject::kPrefix, true, judge_kernel},
+    {"row", Subject::kPrefix, true, judge_row},
+};
+
+}  // namespace
+
+std::span<const Link> links() {
+  return kLinks;
+}
+
+}  // namespace cli::explain

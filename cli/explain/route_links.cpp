@@ -1,0 +1,256 @@
+#include "cli/explain/route_links.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <linux/rtnetlink.h>
+
+#include <algorithm>
+
+#include "cli/doctor/check.h"
+#include "cli/explain/evidence.h"
+#include "cli/system/program.h"
+
+namespace cli::explain {
+
+namespace {
+
+constexpr char kOfVrf[] = "the route is of the VRF itself";
+constexpr char kNoPath[] = "no path of BGP can be used";
+
+std::string look_at(Evidence& evidence, const std::string& command) {
+  return fmt::format("{} -c {}", evidence.facts.suite.words(), shell_word(command));
+}
+
+// "10.255.0.2 with RD 65000:110", or "VRF blue".
+std::string origin_of(const BgpPath& path) {
+  if (path.is_of_this_router())
+    return path.next_hop_vrf.empty() ? "this router" : fmt::format("VRF {}", path.next_hop_vrf);
+  const std::string router = path.neighbor.empty() ? path.next_hop : path.neighbor;
+  return path.rd.empty() ? router : fmt::format("{} with RD {}", router, path.rd);
+}
+
+std::string origins_of(const std::vector<BgpPath>& paths) {
+  std::set<std::string> names;
+  for (const BgpPath& path : paths) names.insert(origin_of(path));
+  return fmt::format("{}", fmt::join(names, ", "));
+}
+
+std::string protocols_of(const std::vector<RibEntry>& entries) {
+  std::set<std::string> names;
+  for (const RibEntry& entry : entries) names.insert(entry.protocol);
+  return list_of(names);
+}
+
+const RibEntry* selected(Evidence& evidence) {
+  const auto found = std::ranges::find_if(evidence.rib(), &RibEntry::is_selected);
+  return found == evidence.rib().end() ? nullptr : &*found;
+}
+
+Judgement judge_own_source(Evidence& evidence) {
+  if (const RibEntry* const entry = selected(evidence); entry != nullptr && entry->protocol != "bgp")
+    return ok(fmt::format("{}: {}", kOfVrf, entry->protocol));
+  if (evidence.vrf_paths().empty()) return ok("the kernel has it, not from the suite");
+  return ok(fmt::format("{}: BGP from {}", kOfVrf, origin_of(evidence.vrf_paths().front())));
+}
+
+// All targets of the VRF and that of the first path: the suite replaces the list.
+Judgement suggest_import(Evidence& evidence, const std::string& text) {
+  std::set<std::string> targets = evidence.own_targets(true);
+  for (const BgpPath& path : evidence.vpn_paths()) {
+    if (path.targets.empty()) continue;
+    targets.insert(path.targets.front());
+    break;
+  }
+  const doctor::SuiteFamily* const family = evidence.configured_family();
+  return broken(text, evidence.configure(*family, "rt vpn import " + list_of(targets)));
+}
+
+Judgement judge_imported(Evidence& evidence, const BgpPath& path) {
+  const doctor::SuiteFamily* const family = evidence.configured_family();
+  if (family != nullptr && !family->imports)
+    return broken(fmt::format("VRF {} does not import {} VPN routes", family->vrf, family->family),
+                  evidence.configure(*family, "import vpn"));
+  std::set<std::string> matching = evidence.own_targets(true);
+  std::erase_if(matching, [&](const auto& each) {
+    return std::ranges::find(path.targets, each) == path.targets.end();
+  });
+  return ok(fmt::format("the VRF imports {}, which {} exports", list_of(matching), origin_of(path)));
+}
+
+Judgement without_label(Evidence& evidence, const RibEntry& route, const BgpPath& path) {
+  if (!route.has_label)
+    return broken(
+        fmt::format("the core's route {} to the next hop {} has no label: BGP does not use the path",
+                    route.prefix, path.next_hop),
+        "distribute labels in the core (LDP, segment routing, or a static label), then: " +
+            look_at(evidence, fmt::format("show mpls table")));
+  return broken(fmt::format("BGP considers the next hop {} invalid, although the core has {}", path.next_hop,
+                            route.prefix),
+                look_at(evidence, "show bgp nexthop"));
+}
+
+// Of the path that may be imported; of the VRF's own copy of it, once there is one.
+bool is_usable(Evidence& evidence, const BgpPath& path) {
+  return evidence.vrf_paths().empty() ? path.is_valid
+                                      : std::ranges::any_of(evidence.vrf_paths(), &BgpPath::is_valid);
+}
+
+std::string path_text(Evidence& evidence, const kernel::RoutePath& path) {
+  std::string text;
+  if (path.has_gateway) text = "via " + inet::address_text({path.gateway_family, path.gateway});
+  for (const kernel::LinkSeen& link : evidence.facts.links()) {
+    if (link.link.index == path.interface_index)
+      text += fmt::format("{}dev {}", text.empty() ? "" : " ", link.link.name);
+  }
+  if (!path.labels.empty()) text += fmt::format(" with label {}", fmt::join(path.labels, "/"));
+  return text;
+}
+
+const char* discarding(std::uint8_t type) {
+  switch (type) {
+    case RTN_BLACKHOLE:
+      return "drops packets (blackhole)";
+    case RTN_UNREACHABLE:
+      return "rejects packets (unreachable)";
+    case RTN_PROHIBIT:
+      return "rejects packets (prohibit)";
+    default:
+      return nullptr;
+  }
+}
+
+std::string route_text(Evidence& evidence, const kernel::KernelRoute& route) {
+  if (const char* const text = discarding(route.type)) return text;
+  if (route.paths.empty()) return fmt::format("by the next-hop object {}", route.next_hop_object);
+  std::string text;
+  for (const kernel::RoutePath& path : route.paths)
+    text += (text.empty() ? "" : ", ") + path_text(evidence, path);
+  return text;
+}
+
+bool is_dead(const kernel::KernelRoute& route) {
+  return !route.paths.empty() && std::ranges::all_of(route.paths, [](const auto& path) { return path.dead; });
+}
+
+}  // namespace
+
+Judgement judge_source(Evidence& evidence) {
+  const std::string prefix = evidence.prefix_name();
+  switch (evidence.origin()) {
+    case Origin::kVrf:
+      return judge_own_source(evidence);
+    case Origin::kVpn:
+      return ok(fmt::format(
+          "BGP has it as VPN route from {}",
+          origins_of(evidence.vpn_paths().empty() ? evidence.vrf_paths() : evidence.vpn_paths())));
+    case Origin::kInactive:
+      return broken(
+          fmt::format("the suite has {} and does not use it: {}", prefix, protocols_of(evidence.rib())),
+          look_at(evidence, evidence.of_family("show {} route vrf {}")));
+    case Origin::kNowhere:
+      break;
+  }
+  return broken(
+      fmt::format("neither VRF {} nor the VPN routes of BGP have {}", evidence.request.vrf, prefix),
+      fmt::format("check that the router that has it announces it, and the sessions: {}",
+                  look_at(evidence, fmt::format("show bgp {} vpn summary", evidence.family_name()))));
+}
+
+Judgement judge_targets(Evidence& evidence) {
+  const Origin origin = evidence.origin();
+  if (origin == Origin::kVrf) return not_checked(kOfVrf);
+  if (origin != Origin::kVpn) return not_checked("no route has route targets");
+  const auto& paths = evidence.vpn_paths();
+  const auto imported =
+      std::ranges::find_if(paths, [&](const BgpPath& each) { return evidence.is_imported(each); });
+  if (imported != paths.end()) return judge_imported(evidence, *imported);
+  if (!evidence.vrf_paths().empty())
+    return ok(fmt::format("the VRF imports from {}", origins_of(evidence.vrf_paths())));
+  std::set<std::string> theirs;
+  for (const BgpPath& path : paths) theirs.insert(path.targets.begin(), path.targets.end());
+  const std::string text =
+      fmt::format("VRF {} imports {}; the route has {} (from {})", evidence.request.vrf,
+                  list_of(evidence.own_targets(true)), list_of(theirs), origins_of(paths));
+  if (evidence.configured_family() == nullptr)
+    return broken(text, fmt::format("configure \"router bgp AS vrf {}\" with the address family {} unicast",
+                                    evidence.request.vrf, evidence.family_name()));
+  return suggest_import(evidence, text);
+}
+
+Judgement judge_next_hop(Evidence& evidence) {
+  if (evidence.origin() == Origin::kVrf) return not_checked(kOfVrf);
+  const BgpPath* const path = evidence.path();
+  if (path == nullptr) return not_checked(kNoPath);
+  if (path->is_of_this_router()) return not_checked(fmt::format("the route is of {}", origin_of(*path)));
+  const auto& routes = evidence.core_routes();
+  const auto used = std::ranges::find_if(routes, &RibEntry::is_selected);
+  const bool is_ipv6 = path->next_hop.find(':') != std::string::npos;
+  const std::string shown =
+      look_at(evidence, fmt::format("show {} route {}", is_ipv6 ? "ipv6" : "ip", path->next_hop));
+  if (used == routes.end())
+    return broken(fmt::format("the core has no route to the next hop {}", path->next_hop),
+                  fmt::format("route to it in the core (OSPF, IS-IS, or a static route), then: {}", shown));
+  if (!is_usable(evidence, *path)) return without_label(evidence, *used, *path);
+  return ok(fmt::format("the core reaches {} by {}, {}: {}", path->next_hop, used->prefix, used->protocol,
+                        used->next_hop.empty() ? "connected" : used->next_hop));
+}
+
+Judgement judge_best_path(Evidence& evidence) {
+  const Origin origin = evidence.origin();
+  const RibEntry* const entry = selected(evidence);
+  if (origin == Origin::kVrf && entry != nullptr && entry->protocol != "bgp")
+    return ok(fmt::format("the suite has selected {}", entry->protocol));
+  const auto& paths = evidence.vrf_paths();
+  if (paths.empty() && evidence.path() == nullptr) return not_checked(kNoPath);
+  const auto best = std::ranges::find_if(paths, &BgpPath::is_best);
+  const std::string shown = look_at(evidence, evidence.of_bgp_vrf());
+  if (paths.empty()) return broken("BGP has not imported the path: a route map or filter rejects it", shown);
+  if (best == paths.end()) return broken("BGP has selected no path of the VRF as the best", shown);
+  if (entry == nullptr)
+    return broken("BGP has a best path, and the suite's routing table has not selected it",
+                  look_at(evidence, evidence.of_family("show {} route vrf {}")));
+  return ok(fmt::format("the best of {} is from {}: {}", paths.size(), origin_of(*best),
+                        best->selection.empty() ? "no reason stated" : best->selection));
+}
+
+Judgement judge_label(Evidence& evidence) {
+  if (evidence.origin() == Origin::kVrf) return not_checked(kOfVrf);
+  const BgpPath* const path = evidence.path();
+  if (path == nullptr) return not_checked(kNoPath);
+  if (path->is_of_this_router())
+    return not_checked(fmt::format("packets go to {} without a label", origin_of(*path)));
+  if (std::ranges::any_of(evidence.rib(), &RibEntry::has_segment))
+    return ok("packets leave with a segment identifier");
+  if (path->label)
+    return ok(fmt::format("packets leave with label {} of {}", *path->label, origin_of(*path)));
+  return broken(fmt::format("the path from {} has neither label nor segment identifier", origin_of(*path)),
+                "on that router: label vpn export auto");
+}
+
+Judgement judge_kernel(Evidence& evidence) {
+  const auto& routes = evidence.kernel_routes();
+  const std::string prefix = evidence.prefix_name();
+  const std::uint32_t table = evidence.device()->table;
+  if (routes.empty())
+    return broken(fmt::format("table {} of the kernel has no route {}", table, prefix),
+                  look_at(evidence, evidence.of_family("show {} route vrf {}")));
+  if (std::ranges::all_of(routes, is_dead))
+    return broken(fmt::format("the link of the route {} in table {} is down: {}", prefix, table,
+                              route_text(evidence, routes.front())),
+                  "ip link set up what is down, or check the cable");
+  return ok(fmt::format("table {}: {}", table, route_text(evidence, routes.front())));
+}
+
+Judgement judge_row(Evidence& evidence) {
+  const std::vector<MibRoute>& rows = evidence.mib_routes();
+  if (rows.empty())
+    return broken(
+        fmt::format("the MIB has no row for {}", evidence.prefix_name()),
+        fmt::format("mplsvpn show routes {}; mplsvpn show status", shell_word(evidence.request.vrf)));
+  const std::string next_hop = rows.front().next_hop.empty() ? "none" : rows.front().next_hop;
+  return ok(fmt::format("{} in the MIB: next hop {}, protocol {}",
+                        rows.size() == 1 ? "a row" : std::to_string(rows.size()) + " rows", next_hop,
+                        rows.front().protocol));
+}
+
+}  // namespace cli::explain
