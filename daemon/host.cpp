@@ -42,6 +42,7 @@
 #include "daemon/sources.h"
 #include "mpls/vpn/mib/src/route/modules.h"
 #include "platform/config/owners.h"
+#include "platform/core/base/clock.h"
 #include "platform/core/base/fault.h"
 #include "platform/core/base/log.h"
 #include "platform/core/base/memory.h"
@@ -53,6 +54,7 @@
 #include "platform/core/wire/peer.h"
 #include "platform/router/interface_states/interface_states.h"
 #include "platform/router/model/router.h"
+#include "platform/router/route_watch/route_watch.h"
 #include "platform/router/services/services.h"
 #include "platform/store/status/status.h"
 #include "platform/store/tree/kvtree.h"
@@ -62,6 +64,7 @@ namespace daemon_host {
 namespace {
 
 constexpr char kMainManager[] = "/dev/mpls/vpn/main";
+constexpr std::uint64_t kReadingInterval = 100 * kNanosecondsPerMillisecond;
 
 Host& host() {
   static auto* const instance = new Host;  // never destroyed: services have pointers into it
@@ -140,6 +143,12 @@ void provide_interface_states(EventManager* manager) {
     log_error("mpls_vpn_mib", "\"mplsvpn show interfaces\" has no states: %s", err_text(status));
 }
 
+void watch_routes_once_read(EventManager* manager) {
+  const auto has_read = [](const auto& source) { return source->has_read_routes(); };
+  if (std::ranges::all_of(host().sources, has_read)) return route_watch_begin();
+  event_timer_start(manager, kReadingInterval, [manager] { watch_routes_once_read(manager); });
+}
+
 void provide_metrics(EventManager* manager) {
   const Source* source = host().sources.front().get();  // lives as long as the process
   host().metrics = std::make_unique<daemon_metrics::Exporter>(
@@ -167,11 +176,13 @@ void start_on_main_manager(EventManager* manager) {
   report_floods_regularly(manager);
   check_route_modules();
   std::string error;
+  route_watch_store_in(state_directory() + "/route_watch");
   if (router_services_start(&host().model, manager, &error) != kStatusOk) {
     log_error("mpls_vpn_mib", "%s", error.c_str());
     std::exit(1);
   }
   start_sources(manager);
+  watch_routes_once_read(manager);
   provide_metrics(manager);
   if (const Status status = follow_service_manager(manager, &host())) {
     log_error("mpls_vpn_mib", "cannot follow signals: %s", err_text(status));

@@ -13,6 +13,7 @@
 #include "platform/core/chkpt/chkpt.h"
 #include "platform/core/files/directories.h"
 #include "platform/core/proc/proc.h"
+#include "platform/router/route_watch/route_watch.h"
 #include "platform/store/tree/kvtree.h"
 
 namespace daemon_host {
@@ -53,6 +54,7 @@ void feed_watchdog_regularly(EventManager* manager, std::uint64_t interval) {
   log_notice("mpls_vpn_mib", "ended by %s", signal.c_str());
   proc_stopping("ended by " + signal);
   kvtree_stop_serving(manager);
+  route_watch_write_states();
   if (const Status status = chkpt_flush()) {
     log_error("mpls_vpn_mib", "the checkpoint was not written before the end: %s", err_text(status));
   }

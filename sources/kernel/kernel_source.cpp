@@ -63,6 +63,10 @@ KernelSourceCounters KernelSource::counters() const {
   return {state_->links.counters(), state_->routes.counters()};
 }
 
+bool KernelSource::has_read_routes() const {
+  return state_->routes.has_read_all();
+}
+
 bool KernelSource::settled() const {
   return state_->links.settled() && state_->routes.settled();
 }

@@ -42,6 +42,7 @@ class KernelSource : public Source {
   KernelSourceCounters counters() const;
   // True when everything that was received is in the model and nothing is being read.
   bool settled() const;
+  bool has_read_routes() const override;
 
  private:
   struct State;

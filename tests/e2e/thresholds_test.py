@@ -3,7 +3,7 @@
 import time
 import unittest
 
-from system import BIN, L3VPN, SLOW, System, name_index, wait_until
+from system import BIN, L3VPN, SLOW, System, SystemTest, name_index, pass_a_second, wait_until
 from trap_case import TrapCase
 
 ROUTER = """
@@ -197,6 +197,44 @@ class Thresholds(TrapCase):
         wait_until("the clearing", lambda: self.system.traps()[-1][0] == CLEARED, 15)
         self.assertEqual([trap for trap in self.system.traps() if trap[0] == CLEARED],
                          [threshold_trap(CLEARED, "red", 10, 50)])
+
+
+class Restarts(SystemTest):
+    WATCHED = """
+vrfs: [{name: red, table: 10, routes: [%s]}]
+interfaces: [{name: ge0, index: 11, vrf: red, state: up, addresses: [10.0.0.1/24]}]
+"""
+    ROUTE = "{prefix: 10.%d.0.0/16, next_hop: 10.0.0.2, interface: ge0}"
+
+    def router(self, *numbers):
+        return self.WATCHED % ", ".join(self.ROUTE % number for number in numbers)
+
+    def shown(self, system):
+        red, = system.cli_json("show", "thresholds")
+        return red["tables"][0], {each["prefix"]: each for each in red["prefixes"]}
+
+    def test_what_is_lost_while_the_daemon_is_down_is_reported_and_times_stay(self):
+        system = self.new_system(self.router(1, 2))
+        system.start_daemon()
+        system.cli("config", "set", "vrf", "red", "low-water", "ipv4", "3", "0", check=True)
+        for number in 1, 2, 3:
+            system.cli("config", "set", "vrf", "red", "watch", f"10.{number}.0.0/16", check=True)
+        present = lambda: [prefix for prefix, each in self.shown(system)[1].items() if each["present"]]
+        self.becomes("two prefixes", present, ["10.1.0.0/16", "10.2.0.0/16"])
+        self.becomes("a low table", lambda: self.shown(system)[0]["state"], "low")
+        before = self.shown(system)
+        system.processes["daemon"].terminate()
+        self.assertEqual(system.processes["daemon"].wait(timeout=20 * SLOW), 0)
+        system.router_file.write_text(self.router(2))
+        pass_a_second()
+        system.start_daemon()
+        wait_until("the loss", lambda: "VRF red: the watched prefix 10.1.0.0/16 has no route any more\n" in system.log("daemon"))
+        after = self.shown(system)
+        self.assertEqual(after[0]["lowChanged"], before[0]["lowChanged"])
+        self.assertEqual(after[1]["10.2.0.0/16"], before[1]["10.2.0.0/16"])
+        self.assertGreater(after[1]["10.1.0.0/16"]["changed"], before[1]["10.1.0.0/16"]["changed"])
+        self.assertEqual(system.log("daemon").count("below its low-water mark of 3"), 1, "it is reported once")
+        self.assertNotIn("10.3.0.0/16 has no route", system.log("daemon"))
 
 
 class Start(unittest.TestCase):

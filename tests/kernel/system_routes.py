@@ -13,7 +13,7 @@ import unittest
 from guest_system import GuestSystemTest  # before system
 from kernel import Kernel, batch, member_lines, vrf_lines
 from routes import LOCAL, REMOTE, vrf_routes
-from system import PERF_ENTRY, RAW, ROUTE_ENTRY, dotted, name_index, route_index
+from system import PERF_ENTRY, RAW, ROUTE_ENTRY, SLOW, dotted, name_index, route_index
 
 WATCHED = ("0.0.0.0/0", "192.168.4.0/24", "10.0.0.0/24", "192.168.1.0/24", "192.168.8.0/24", "192.168.9.0/24",
            "2001:db8:10::/64", "2001:db8:cccc::/48")
@@ -83,6 +83,17 @@ class RoutesOnAKernel(GuestSystemTest):
         self.becomes("; ".join(commands), self.difference, [])
         print(f"{len(commands)} commands: " + ", ".join(f"{vrf} {len(rows)} routes" for vrf, rows in vrf_routes(Kernel()).items()))
 
+    def restart_daemon(self):
+        """What is not lost is not reported, although the new process knows no route when it starts."""
+        changed = lambda: {each["prefix"]: each["changed"] for each in self.system.cli_json("show", "thresholds")[0]["prefixes"]}
+        before, log = changed(), self.system.log("daemon")
+        self.system.processes["daemon"].terminate()
+        self.system.processes["daemon"].wait(timeout=20 * SLOW)
+        self.system.start_daemon()
+        self.becomes("the routes after a restart", self.difference, [])
+        self.assertNotIn("watched prefix", self.system.log("daemon").removeprefix(log))
+        self.assertEqual(changed(), before)
+
     def test_life_of_the_routes_of_two_vrfs(self):
         self.system.cli("config", "set", "vrf", "red", "low-water", "ipv4", str(LOW), "0", check=True)
         for prefix in WATCHED:
@@ -111,6 +122,7 @@ class RoutesOnAKernel(GuestSystemTest):
                       "route add 10.10.0.0/16 encap mpls 1002/16 via 10.99.0.2 dev d4 proto bgp vrf red")
         self.step("route add default via 10.0.0.2 vrf red", "route del 192.168.9.0/24 vrf red",
                   "route replace 192.168.1.0/24 via 10.1.0.2 vrf red")
+        self.restart_daemon()
         self.step("link set d0 down")
         self.step("link set d0 up")
         self.step("link set d1 master blue")

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <utility>
 
 #include "platform/config/vrf_config.h"
 #include "platform/core/base/log.h"
@@ -21,6 +22,11 @@ constexpr std::uint64_t kStepTime = kNanosecondsPerMillisecond;
 std::unique_ptr<Service>& service() {
   static std::unique_ptr<Service> the_service;
   return the_service;
+}
+
+std::string& stored_file() {
+  static std::string file;  // empty: the states end with the process
+  return file;
 }
 
 // --- The configuration
@@ -72,8 +78,12 @@ constexpr KvPathTable kItemTable{kItems, std::size(kItems)};
 
 }  // namespace
 
-Service::Service(router::Router* model, EventManager* manager) : model_(model), manager_(manager) {
+Service::Service(router::Router* model, EventManager* manager, const std::string& file)
+    : model_(model), manager_(manager), has_begun_(file.empty()) {
   model_->observe(router::ObserverRank::kOther, this);
+  if (file.empty()) return;
+  stored_ = read_states(file);
+  file_ = std::make_unique<StateFile>(file, manager, [this] { return states(); });
 }
 
 Service::~Service() {
@@ -86,9 +96,28 @@ Service::~Service() {
 
 Status Service::start() {
   if (const Status status = provide(this, manager_, &connection_)) return status;
-  return configuration_.follow(vrf_config::kVrfScope, manager_, [](const KvNotification* notification) {
-    kvtree_match_notify(notification, &kItemTable);
-  });
+  const Status status = configuration_.follow(
+      vrf_config::kVrfScope, manager_,
+      [](const KvNotification* notification) { kvtree_match_notify(notification, &kItemTable); });
+  stored_.clear();  // the rest is no longer configured
+  return status;
+}
+
+void Service::begin() {
+  if (std::exchange(has_begun_, true)) return;
+  if (!marked_.empty()) check_at(clock_monotonic());
+}
+
+void Service::write_states() {
+  if (file_ != nullptr) file_->write_now();
+}
+
+StoredStates Service::states() const {
+  StoredStates states;
+  for (const auto& [name, watched] : watched_) {
+    if (watched.is_compared()) states[name] = watched.stored();
+  }
+  return states;
 }
 
 WatchedVrf* Service::change(const std::string& vrf) {
@@ -97,6 +126,7 @@ WatchedVrf* Service::change(const std::string& vrf) {
 
 void Service::end_change(const std::string& vrf) {
   const auto watched = watched_.find(vrf);
+  if (file_ != nullptr) file_->write_soon();
   if (watched->second.is_compared()) return mark_changed(vrf);
   watched->second.evaluate(*model_);  // logs the recovery
   unlink_tables(vrf);
@@ -107,7 +137,11 @@ void Service::end_change(const std::string& vrf) {
 }
 
 void Service::set_low(const std::string& vrf, std::size_t family, const Pair& low_and_hold) {
-  change(vrf)->set_low(family, low_and_hold);
+  WatchedVrf* watched = change(vrf);
+  watched->set_low(family, low_and_hold);
+  const auto stored = stored_.find(vrf);
+  if (stored != stored_.end() && low_and_hold.first != 0)
+    watched->restore(family, stored->second.tables[family]);
   end_change(vrf);
 }
 
@@ -127,7 +161,12 @@ void Service::add_prefix(const std::string& vrf, const router::Address& prefix) 
   if (watched->has_prefix(prefix)) return;
   if (prefixes_ < kMostPrefixes) {
     ++prefixes_;
-    return watched->add_prefix(prefix);
+    watched->add_prefix(prefix);
+    const auto vrf_stored = stored_.find(vrf);
+    if (vrf_stored == stored_.end()) return;
+    const auto stored = vrf_stored->second.prefixes.find(router::format_address(prefix));
+    if (stored != vrf_stored->second.prefixes.end()) watched->restore(prefix, stored->second);
+    return;
   }
   waiting_[++last_place_] = {vrf, prefix};
   watched->add_waiting(prefix, last_place_);
@@ -210,6 +249,7 @@ void Service::mark(const std::string& vrf) {
 }
 
 void Service::check_at(std::uint64_t time) {
+  if (!has_begun_) return;
   if (timer_ != 0 && timer_at_ <= time) return;
   if (timer_ != 0) event_timer_cancel(manager_, timer_);
   const std::uint64_t now = clock_monotonic();
@@ -242,7 +282,9 @@ bool Service::compare_next(std::uint64_t now) {
   } else {
     return false;
   }
-  check_later(vrf, watched_.at(vrf).evaluate(*model_));
+  WatchedVrf& watched = watched_.at(vrf);
+  check_later(vrf, watched.evaluate(*model_));
+  if (watched.take_changed() && file_ != nullptr) file_->write_soon();
   return true;
 }
 
@@ -264,10 +306,22 @@ const WatchedVrf* watched_after(const std::string& vrf) {
 
 }  // namespace route_watch
 
+void route_watch_store_in(const std::string& file) {
+  route_watch::stored_file() = file;
+}
+
+void route_watch_begin() {
+  if (route_watch::service() != nullptr) route_watch::service()->begin();
+}
+
+void route_watch_write_states() {
+  if (route_watch::service() != nullptr) route_watch::service()->write_states();
+}
+
 Status route_watch_attach(router::Router* model, EventManager* manager) {
   auto& service = route_watch::service();
   if (service != nullptr) return kStatusExists;
-  service = std::make_unique<route_watch::Service>(model, manager);
+  service = std::make_unique<route_watch::Service>(model, manager, route_watch::stored_file());
   const Status status = service->start();
   if (status != kStatusOk) service.reset();
   return status;

@@ -13,6 +13,10 @@
 // At most kMostPrefixes prefixes are watched. A further one is logged, answered as not watched, and watched
 // when others are no longer configured, in the order of the configuration.
 //
+// With a file (route_watch_store_in), states and their times outlive the process: a prefix that lost its
+// route while no daemon ran is reported by the next one, and the time below a mark continues. A process that
+// is killed loses the changes of its last second, or two.
+//
 // Cost: a change of routes marks the watched VRFs of its table, in O(log VRFs). Marked VRFs are compared at
 // most every kCheckInterval, in steps on the event loop, a prefix in O(log routes): what changes and returns
 // meanwhile is not seen. No polling. Main thread only.
@@ -21,6 +25,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <string>
 
 #include "platform/core/base/status.h"
 #include "platform/core/evm/evm.h"
@@ -39,4 +44,10 @@ const WatchedVrf* watched_after(const std::string& vrf);
 // Follows the configuration on this manager. Model and manager must live until route_watch_detach.
 // kStatusExists when attached, or the status of binding or subscribing, with nothing attached.
 [[nodiscard]] Status route_watch_attach(router::Router* model, EventManager* manager);
+// The file of the next attachment, which then compares nothing before route_watch_begin(): until the routes
+// are read, all of them look lost. Empty: none.
+void route_watch_store_in(const std::string& file);
+void route_watch_begin();
+// Writes what has changed and waits for the disk: for the end of the process.
+void route_watch_write_states();
 void route_watch_detach();  // ignored when it is not attached

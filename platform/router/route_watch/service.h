@@ -3,12 +3,15 @@
 
 #include <functional>
 #include <map>
+#include <memory>
 #include <set>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "platform/core/evm/evm.h"
+#include "platform/router/route_watch/state_file.h"
+#include "platform/router/route_watch/stored_states.h"
 #include "platform/router/route_watch/watched_vrf.h"
 #include "platform/store/server/followed_nodes.h"
 #include "platform/store/tree/kvtree.h"
@@ -17,13 +20,16 @@ namespace route_watch {
 
 class Service final : public router::Observer {
  public:
-  Service(router::Router* model, EventManager* manager);
+  // With a file, nothing is compared before begin().
+  Service(router::Router* model, EventManager* manager, const std::string& file);
   ~Service() override;
   Service(const Service&) = delete;
   Service& operator=(const Service&) = delete;
 
   // The status of binding, registering or following.
   [[nodiscard]] Status start();
+  void begin();
+  void write_states();  // waits for the disk
   void set_low(const std::string& vrf, std::size_t family, const Pair& low_and_hold);
   void set_thresholds(const std::string& vrf, std::size_t family, const Pair& maximum_and_mid);
   void watch_prefix(const std::string& vrf, const router::Address& prefix, bool is_wanted);
@@ -41,6 +47,7 @@ class Service final : public router::Observer {
  private:
   using Names = std::set<std::string, router::ShorterFirst>;
 
+  StoredStates states() const;
   void add_prefix(const std::string& vrf, const router::Address& prefix);
   void remove_prefix(const std::string& vrf, const router::Address& prefix);
   void watch_waiting();
@@ -73,6 +80,9 @@ class Service final : public router::Observer {
   };
   std::map<std::uint64_t, Waiting> waiting_;  // beyond the limit, in the order of their configuration
   std::uint64_t last_place_ = 0;
+  std::unique_ptr<StateFile> file_;  // may be null
+  StoredStates stored_;              // of an earlier process, for what is configured while this starts
+  bool has_begun_;
   EventTimerId timer_ = 0;
   std::uint64_t timer_at_ = 0;    // clock_monotonic()
   std::uint64_t checked_at_ = 0;  // likewise; the end of the last pass

@@ -48,7 +48,7 @@ void WatchedVrf::set_low(std::size_t family, const Pair& low_and_hold) {
   WatchedTable& table = tables_[family];
   table.low = low_and_hold.first;
   table.hold = low_and_hold.second;
-  table.below_since = 0;
+  table.below_since = table.below_before = 0;
 }
 
 void WatchedVrf::set_thresholds(std::size_t family, const Pair& maximum_and_mid) {
@@ -73,6 +73,36 @@ std::uint64_t WatchedVrf::remove_waiting(const router::Address& prefix) {
 bool WatchedVrf::is_compared() const {
   return !prefixes_.empty() ||
          std::ranges::any_of(tables_, [](const WatchedTable& table) { return table.low != 0; });
+}
+
+// The clock may have been set back meanwhile.
+void WatchedVrf::restore(std::size_t family, const StoredTable& stored) {
+  WatchedTable& table = tables_[family];
+  table.is_low = stored.is_low;
+  table.changed = stored.changed;
+  if (stored.below_since == 0) return;
+  const std::uint64_t now = clock_stamp();
+  table.below_since = clock_monotonic();
+  table.below_before = now - std::min(now, stored.below_since);
+}
+
+void WatchedVrf::restore(const router::Address& prefix, const StoredPrefix& stored) {
+  prefixes_[key_of(prefix)] = {stored.is_present, stored.is_reported, stored.changed};
+}
+
+StoredVrf WatchedVrf::stored() const {
+  StoredVrf stored;
+  for (std::size_t family = 0; family < kFamilies; ++family) {
+    const WatchedTable& table = tables_[family];
+    const std::uint64_t below_for =
+        table.below_since == 0 ? 0 : clock_monotonic() - table.below_since + table.below_before;
+    stored.tables[family] = {table.is_low, table.below_since == 0 ? 0 : clock_stamp() - below_for,
+                             table.changed};
+  }
+  for (const auto& [key, watched] : prefixes_)
+    stored.prefixes[router::format_address(address_of(key))] = {watched.is_present, watched.is_reported,
+                                                                watched.changed};
+  return stored;
 }
 
 WatchedVrf::PrefixKey WatchedVrf::key_of(const router::Address& prefix) {
@@ -110,23 +140,31 @@ std::uint64_t WatchedVrf::evaluate(const router::Router& model) {
 std::uint64_t WatchedVrf::evaluate_low(std::size_t family, std::uint32_t routes) {
   WatchedTable& table = tables_[family];
   if (routes >= table.low) {
-    table.below_since = 0;
+    set_below(0, &table);
     if (std::exchange(table.is_low, false)) report_low(family, routes);
     return 0;
   }
   if (table.is_low) return 0;
   const std::uint64_t now = clock_monotonic();
-  if (table.below_since == 0) table.below_since = now;
-  const std::uint64_t due = table.below_since + table.hold * kNanosecondsPerSecond;
+  if (table.below_since == 0) set_below(now, &table);
+  const std::uint64_t hold = table.hold * kNanosecondsPerSecond;
+  const std::uint64_t due = table.below_since + hold - std::min(hold, table.below_before);
   if (now < due) return due;
   table.is_low = true;
   report_low(family, routes);
   return 0;
 }
 
+void WatchedVrf::set_below(std::uint64_t since, WatchedTable* table) {
+  is_changed_ = is_changed_ || table->below_since != since;
+  table->below_since = since;
+  table->below_before = 0;
+}
+
 void WatchedVrf::report_low(std::size_t family, std::uint32_t routes) {
   WatchedTable& table = tables_[family];
   table.changed = seconds_now();
+  is_changed_ = true;
   if (table.is_low) {
     log_warning(kArea, "VRF %s: %u %s routes, below its low-water mark of %u for %u s", name_.c_str(), routes,
                 kFamilyNames[family], table.low, table.hold);
@@ -140,8 +178,9 @@ void WatchedVrf::report_low(std::size_t family, std::uint32_t routes) {
 }
 
 // One that was never there is not logged: at the start the routes are not read yet.
-void WatchedVrf::evaluate_prefix(const PrefixKey& key, bool is_present, WatchedPrefix* watched) const {
+void WatchedVrf::evaluate_prefix(const PrefixKey& key, bool is_present, WatchedPrefix* watched) {
   if (watched->is_present == is_present) return;
+  is_changed_ = true;
   watched->is_present = is_present;
   watched->changed = seconds_now();
   const std::string prefix = router::format_address(address_of(key));

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <utility>
 
 #include "platform/core/base/clock.h"
 #include "platform/router/model/router.h"
@@ -26,8 +27,9 @@ struct WatchedTable {
   std::uint32_t mid = 0;   // thresholds, which platform/router/rib_threshold compares; 0: none
   std::uint32_t maximum = 0;
   bool is_low = false;
-  std::uint64_t below_since = 0;  // clock_monotonic(); 0: it is not below the mark
-  std::uint32_t changed = 0;      // seconds since 1970; 0: not since the process started
+  std::uint64_t below_since = 0;   // clock_monotonic(); 0: it is not below the mark
+  std::uint64_t below_before = 0;  // for how long it had been then, in earlier processes
+  std::uint32_t changed = 0;       // seconds since 1970; 0: not since the process started
 
   bool is_configured() const { return low != 0 || mid != 0 || maximum != 0; }
 };
@@ -36,6 +38,22 @@ struct WatchedPrefix {
   bool is_present = false;
   bool is_reported = false;   // as missing
   std::uint32_t changed = 0;  // as above
+};
+
+// What of these outlives the process.
+struct StoredTable {
+  bool is_low = false;
+  std::uint64_t below_since = 0;  // clock_stamp(); 0: it is not below the mark
+  std::uint32_t changed = 0;
+};
+struct StoredPrefix {
+  bool is_present = false;
+  bool is_reported = false;
+  std::uint32_t changed = 0;
+};
+struct StoredVrf {
+  std::array<StoredTable, kFamilies> tables;
+  std::map<std::string, StoredPrefix> prefixes;  // by their texts
 };
 
 class WatchedVrf {
@@ -52,6 +70,13 @@ class WatchedVrf {
   std::uint64_t remove_waiting(const router::Address& prefix);  // 0 if it does not wait
   bool is_configured() const;
   bool is_compared() const;  // with the routes: thresholds alone are not
+
+  // Continues from what an earlier process knew. The prefix is watched.
+  void restore(std::size_t family, const StoredTable& stored);
+  void restore(const router::Address& prefix, const StoredPrefix& stored);
+  StoredVrf stored() const;
+  // Whether a state has changed since the last call.
+  bool take_changed() { return std::exchange(is_changed_, false); }
 
   // Compares with the routes now, and logs what has changed. When the next comparison is due although no
   // route changes, clock_monotonic(); 0 if never.
@@ -80,12 +105,14 @@ class WatchedVrf {
   static router::Address address_of(const PrefixKey& key);
   std::uint64_t evaluate_low(std::size_t family, std::uint32_t routes);
   void report_low(std::size_t family, std::uint32_t routes);
-  void evaluate_prefix(const PrefixKey& key, bool is_present, WatchedPrefix* watched) const;
+  void evaluate_prefix(const PrefixKey& key, bool is_present, WatchedPrefix* watched);
+  void set_below(std::uint64_t since, WatchedTable* table);
 
   std::string name_;
   std::array<WatchedTable, kFamilies> tables_;
   std::map<PrefixKey, WatchedPrefix> prefixes_;
   std::map<PrefixKey, std::uint64_t> waiting_;
+  bool is_changed_ = false;
 };
 
 // The table of a VRF; its number is 0 if the VRF has none.

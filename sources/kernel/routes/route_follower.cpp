@@ -28,6 +28,7 @@
 #include "sources/kernel/routes/route_follower.h"
 
 #include <linux/rtnetlink.h>
+#include <algorithm>
 
 #include <array>
 #include <utility>
@@ -95,6 +96,11 @@ void RouteFollower::stop() {
 bool RouteFollower::settled() const {
   return events_.drained() && phase_ == Phase::kIdle && dirty_.empty() && !links_dirty_ && !objects_dirty_ &&
          mark_timer_ == 0 && walking_.empty() && (manager_ == nullptr || events_.is_open());
+}
+
+bool RouteFollower::has_read_all() const {
+  return std::ranges::none_of(tables_,
+                              [](const auto& each) { return each.second.knowledge == Knowledge::kNone; });
 }
 
 std::string RouteFollower::text_of(router::RouteTableId id) {

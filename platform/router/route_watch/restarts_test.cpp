@@ -1,0 +1,149 @@
+// What outlives the process of what is watched.
+#include <cerrno>
+#include <chrono>
+#include <fstream>
+#include <iterator>
+#include <thread>
+
+#include "platform/core/base/fault.h"
+#include "platform/router/route_watch/test_support.h"
+
+namespace route_watch {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+
+class RestartedRouteWatch : public RouteWatch {
+ protected:
+  RestartedRouteWatch() { Restart(); }
+  ~RestartedRouteWatch() override { route_watch_store_in(""); }
+  std::string File() const { return directory_.path() + "/route_watch"; }
+  // Another process begins; until route_watch_begin() the routes are not read.
+  void Restart() {
+    route_watch_detach();
+    route_watch_store_in(File());
+    ASSERT_EQ(route_watch_attach(&router_, manager_), kStatusOk);
+    Run();
+  }
+  void End() {
+    route_watch_write_states();
+    route_watch_detach();
+  }
+  std::string Content() const {
+    std::ifstream file(File());
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
+  // Until the thread has written it, a second of the clock later.
+  std::string AwaitFile(const std::string& text) {
+    const auto bound = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (Content().find(text) == std::string::npos && std::chrono::steady_clock::now() < bound) {
+      clock_.advance(kNanosecondsPerMillisecond);
+      event_run_pending(manager_);
+      std::this_thread::yield();
+    }
+    return Content();
+  }
+};
+
+TEST_F(RestartedRouteWatch, PrefixThatIsLostWhileNoProcessRunsIsReported) {
+  WatchPrefix("10.0.1.0/24");
+  AddRoute("10.0.1.0/24");
+  route_watch_begin();
+  Pass(100);
+  End();
+  RemoveRoute("10.0.1.0/24");
+  Restart();
+  EXPECT_THAT(LogOf([this] { Pass(1000); }), IsEmpty()) << "the routes are not read yet";
+  EXPECT_THAT(Shown(), ElementsAre("red 10.0.1.0/24 present"));
+  EXPECT_THAT(LogOf([this] {
+                route_watch_begin();
+                Pass(100);
+              }),
+              HasSubstr("VRF red: the watched prefix 10.0.1.0/24 has no route any more"));
+  End();
+  Restart();
+  EXPECT_THAT(LogOf([this] {
+                route_watch_begin();
+                Pass(100);
+              }),
+              IsEmpty())
+      << "it is reported once";
+  EXPECT_THAT(LogOf([this] {
+                AddRoute("10.0.1.0/24");
+                Pass(100);
+              }),
+              HasSubstr("has a route again"));
+}
+
+TEST_F(RestartedRouteWatch, TimeBelowTheMarkContinues) {
+  SetLow(1, 10);
+  route_watch_begin();
+  Pass(100);
+  clock_.advance(6 * kNanosecondsPerSecond);
+  End();
+  clock_.advance(2 * kNanosecondsPerSecond);
+  Restart();
+  route_watch_begin();
+  Pass(1500);
+  EXPECT_THAT(Shown(), ElementsAre("red ipv4 0<1/10 ok"));
+  EXPECT_THAT(LogOf([this] { Pass(600); }), HasSubstr("below its low-water mark of 1 for 10 s"));
+  End();
+  Restart();
+  EXPECT_THAT(Shown(), ElementsAre("red ipv4 0<1/10 low"));
+  route_watch_begin();
+  EXPECT_THAT(LogOf([this] { Pass(20'000); }), IsEmpty()) << "it is reported once";
+  AddRoute("10.0.1.0/24");
+  EXPECT_THAT(LogOf([this] { Pass(100); }), HasSubstr("no longer below its low-water mark"));
+}
+
+TEST_F(RestartedRouteWatch, ProcessThatIsKilledHasWrittenItsStates) {
+  WatchPrefix("10.0.1.0/24");
+  AddRoute("10.0.1.0/24");
+  route_watch_begin();
+  Pass(100);
+  EXPECT_THAT(AwaitFile("prefix red 10.0.1.0/24 1 0 "), HasSubstr("prefix red 10.0.1.0/24 1 0 "));
+  RemoveRoute("10.0.1.0/24");
+  EXPECT_THAT(AwaitFile("prefix red 10.0.1.0/24 0 1 "), HasSubstr("prefix red 10.0.1.0/24 0 1 "));
+  Unset(Kind::kWatchedPrefix, {.vrf = "red", .prefix = "10.0.1.0/24"});
+  End();
+  EXPECT_THAT(Content(), Not(HasSubstr("prefix red")));
+}
+
+TEST_F(RestartedRouteWatch, DamagedLineCostsOnlyItself) {
+  for (const char* prefix : {"10.0.1.0/24", "10.0.2.0/24"}) {
+    WatchPrefix(prefix);
+    AddRoute(prefix);
+  }
+  route_watch_begin();
+  Pass(100);
+  std::string text = AwaitFile("prefix red 10.0.2.0/24 1 0 ");
+  const std::size_t begin = text.find("prefix red 10.0.1.0/24");
+  const std::size_t end = text.find('\n', begin);
+  route_watch_detach();
+  for (std::size_t place = begin; place < end; ++place) {
+    std::string damaged = text;
+    damaged[place] ^= 1;
+    std::ofstream(File()) << damaged;
+    EXPECT_THAT(LogOf([this] { Restart(); }), HasSubstr("damaged lines are ignored")) << place;
+    EXPECT_THAT(Shown(), ElementsAre("red 10.0.1.0/24 absent", "red 10.0.2.0/24 present")) << place;
+    route_watch_detach();
+  }
+}
+
+TEST_F(RestartedRouteWatch, FileThatCannotBeWrittenIsWrittenLater) {
+  WatchPrefix("10.0.1.0/24");
+  fault_arm("replace_file", ENOSPC);
+  EXPECT_THAT(LogOf([this] { route_watch_write_states(); }), HasSubstr("/route_watch cannot be written"));
+  EXPECT_THAT(LogOf([this] {
+                clock_.advance(10 * kNanosecondsPerSecond);
+                EXPECT_THAT(AwaitFile("prefix red"), HasSubstr("prefix red"));
+                route_watch_write_states();  // waits for the thread
+              }),
+              HasSubstr("/route_watch is written again"));
+}
+
+}  // namespace
+}  // namespace route_watch
