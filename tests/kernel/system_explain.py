@@ -5,6 +5,7 @@ suite's own commands state agrees. Runs in the guest (see uml-run), as root.
 """
 import json
 import os
+import shlex
 import subprocess
 import threading
 import time
@@ -136,10 +137,20 @@ exec cat {answer}
         return shown[-1]
 
     def correct(self, fix):
-        subprocess.run(fix, shell=True, check=True, capture_output=True)
+        """Lines for the suite are entered in the session that is open, which spares a start of its shell."""
+        shell, *words = shlex.split(fix)
+        if shell != str(self.shell):
+            run(shell, *words)
+            return
+        self.assertEqual(words[:2], ["-c", "configure terminal"])
+        self.assertEqual(set(words[::2]), {"-c"})
+        self.suite.configure(*words[3::2], "exit-address-family", "exit")
+
+    def of_vrf(self, vrf, *lines):
+        self.suite.configure(f"router bgp 65000 vrf {vrf}", "address-family ipv4 unicast", *lines, "exit-address-family", "exit")
 
     def of_red(self, *lines):
-        self.suite.configure("router bgp 65000 vrf red", "address-family ipv4 unicast", *lines, "exit-address-family", "exit")
+        self.of_vrf("red", *lines)
 
     # --- a prefix ---
 
@@ -181,6 +192,25 @@ exec cat {answer}
         self.assertEqual(len(kernel_routes(4, OTHER)), 1)
         self.of_red("rt vpn import 65000:10")
         self.assert_broken("targets", "65000:99", "red", OTHER)
+
+    def test_3_route_of_another_vrf_of_this_router(self):
+        self.assert_broken("targets", "the route has 65000:10 (from VRF red)", "blue", "10.1.0.0/24")
+        self.of_vrf("blue", "rt vpn import 65000:20 65000:10")
+        texts = self.assert_whole("blue", "10.1.0.0/24")
+        self.assertEqual(len(kernel_routes(4, "10.1.0.0/24", "blue")), 1)
+        self.assertIn("from VRF red", texts["source"])
+        self.assertIn("packets go to VRF red without a label", texts["label"])
+        self.of_vrf("blue", "rt vpn import 65000:20")
+
+    def test_4_export_without_route_distinguisher(self):
+        self.of_red("no rd vpn export 65000:10")
+        self.suite.configure("router bgp 65000 vrf red", "address-family ipv6 unicast", "no rd vpn export 65000:10",
+                             "exit-address-family", "exit")
+        self.assert_broken("rd", "export targets and no route distinguisher", "red")
+        self.of_red("rd vpn export 65000:10")
+        self.suite.configure("router bgp 65000 vrf red", "address-family ipv6 unicast", "rd vpn export 65000:10",
+                             "exit-address-family", "exit")
+        self.assert_whole("red")
 
     def test_4_vrf_that_imports_nothing(self):
         self.of_red("no import vpn")
@@ -278,13 +308,13 @@ exec cat {answer}
         self.assertEqual({name for name, link in links.items() if link["state"] == "notChecked"}, {"vrf", "row"})
 
 
-def kernel_routes(family, prefix):
+def kernel_routes(family, prefix, vrf="red"):
     """As of ip(8), which prints the labels as a second "dst"."""
     def read(pairs):
         names = [name for name, _ in pairs]
         labels = [value for name, value in pairs if name == "dst"][1:] if names.count("dst") > 1 else []
         return {**dict(pairs), "encap_labels": labels[0].replace(" ", "") if labels else None}
-    shown = run("ip", f"-{family}", "-j", "route", "show", "vrf", "red", prefix) or "[]"
+    shown = run("ip", f"-{family}", "-j", "route", "show", "vrf", vrf, prefix) or "[]"
     return json.loads(shown, object_pairs_hook=read)
 
 
