@@ -35,15 +35,29 @@ std::string origins_of(const std::vector<BgpPath>& paths) {
   return fmt::format("{}", fmt::join(names, ", "));
 }
 
-std::string protocols_of(const std::vector<RibEntry>& entries) {
+// Of those that the suite has for the prefix in the VRF.
+std::string protocols(Evidence& evidence) {
   std::set<std::string> names;
-  for (const RibEntry& entry : entries) names.insert(entry.protocol);
+  for (const RibEntry& entry : evidence.rib()) names.insert(entry.protocol);
+  if (!evidence.vrf_paths().empty()) names.insert("bgp");
   return list_of(names);
+}
+
+Judgement judge_unused(Evidence& evidence) {
+  const bool is_of_bgp = !evidence.vrf_paths().empty();
+  return broken(
+      fmt::format("the suite has {} and does not use it: {}", evidence.prefix_name(), protocols(evidence)),
+      look_at(evidence, is_of_bgp ? evidence.of_bgp_vrf() : evidence.of_family("show {} route vrf {}")));
 }
 
 const RibEntry* selected(Evidence& evidence) {
   const auto found = std::ranges::find_if(evidence.rib(), &RibEntry::is_selected);
   return found == evidence.rib().end() ? nullptr : &*found;
+}
+
+bool is_of_vrf(Evidence& evidence) {
+  const Origin origin = evidence.origin();
+  return origin == Origin::kVrf || origin == Origin::kInactive;
 }
 
 Judgement judge_own_source(Evidence& evidence) {
@@ -144,9 +158,7 @@ Judgement judge_source(Evidence& evidence) {
           "BGP has it as VPN route from {}",
           origins_of(evidence.vpn_paths().empty() ? evidence.vrf_paths() : evidence.vpn_paths())));
     case Origin::kInactive:
-      return broken(
-          fmt::format("the suite has {} and does not use it: {}", prefix, protocols_of(evidence.rib())),
-          look_at(evidence, evidence.of_family("show {} route vrf {}")));
+      return judge_unused(evidence);
     case Origin::kNowhere:
       break;
   }
@@ -157,9 +169,8 @@ Judgement judge_source(Evidence& evidence) {
 }
 
 Judgement judge_targets(Evidence& evidence) {
-  const Origin origin = evidence.origin();
-  if (origin == Origin::kVrf) return not_checked(kOfVrf);
-  if (origin != Origin::kVpn) return not_checked("no route has route targets");
+  if (is_of_vrf(evidence)) return not_checked(kOfVrf);
+  if (evidence.origin() != Origin::kVpn) return not_checked("no route has route targets");
   const auto& paths = evidence.vpn_paths();
   const auto imported =
       std::ranges::find_if(paths, [&](const BgpPath& each) { return evidence.is_imported(each); });
@@ -178,7 +189,7 @@ Judgement judge_targets(Evidence& evidence) {
 }
 
 Judgement judge_next_hop(Evidence& evidence) {
-  if (evidence.origin() == Origin::kVrf) return not_checked(kOfVrf);
+  if (is_of_vrf(evidence)) return not_checked(kOfVrf);
   const BgpPath* const path = evidence.path();
   if (path == nullptr) return not_checked(kNoPath);
   if (path->is_of_this_router()) return not_checked(fmt::format("the route is of {}", origin_of(*path)));
@@ -214,7 +225,7 @@ Judgement judge_best_path(Evidence& evidence) {
 }
 
 Judgement judge_label(Evidence& evidence) {
-  if (evidence.origin() == Origin::kVrf) return not_checked(kOfVrf);
+  if (is_of_vrf(evidence)) return not_checked(kOfVrf);
   const BgpPath* const path = evidence.path();
   if (path == nullptr) return not_checked(kNoPath);
   if (path->is_of_this_router())

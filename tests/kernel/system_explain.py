@@ -193,6 +193,17 @@ exec cat {answer}
         self.of_red("rt vpn import 65000:10")
         self.assert_broken("targets", "65000:99", "red", OTHER)
 
+    def test_3_path_of_the_vrf_that_is_not_used(self):
+        prefix = "10.8.0.0/16"
+        self.of_red(f"network {prefix}")  # there is no route that it announces
+        self.assert_broken("source", f"the suite has {prefix} and does not use it: bgp", "red", prefix)
+        path, = self.suite.ask_json("bgpd", f"show bgp vrf red ipv4 unicast {prefix} json")["paths"]
+        self.assertFalse(path["valid"])
+        links = self.explain("red", prefix)[1]
+        self.assertEqual({links[name]["state"] for name in ("targets", "next-hop", "label")}, {"notChecked"})
+        self.of_red(f"no network {prefix}")
+        self.assert_broken("source", "neither VRF red nor", "red", prefix)
+
     def test_3_route_of_another_vrf_of_this_router(self):
         self.assert_broken("targets", "the route has 65000:10 (from VRF red)", "blue", "10.1.0.0/24")
         self.of_vrf("blue", "rt vpn import 65000:20 65000:10")
