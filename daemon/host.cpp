@@ -132,7 +132,8 @@ void provide_status(EventManager* manager) {
                                  .sources = facts_of_sources,
                                  .databases = facts_of_databases,
                                  .route_module_failures = mpls_vpn_mib_route_module_failures,
-                                 .traps = waiting_notifications};
+                                 .traps = waiting_notifications,
+                                 .settings_problem = [] { return host().settings_problem; }};
   if (const Status status = process_status_start(manager, identity)) {
     log_error("mpls_vpn_mib", "\"mplsvpn show status\" is not available: %s", err_text(status));
   }

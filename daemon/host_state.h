@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "daemon/metrics/exporter.h"
@@ -19,7 +20,8 @@ struct Host {
   Sources sources;                            // the model's own, then those that only write configuration
   std::vector<const EventManager*> managers;  // of the process, the main one first
   std::unique_ptr<daemon_metrics::Exporter> metrics{};  // null until the main manager exists
-  std::size_t reloading = 0;                            // sources that have yet to end a reload
+  std::string settings_problem{};  // why the settings in the file are not those in effect; empty if they are
+  std::size_t reloading = 0;       // sources that have yet to end a reload
 };
 
 }  // namespace daemon_host

@@ -26,13 +26,16 @@ struct AppliedSetting {
 };
 constexpr AppliedSetting kAppliedSettings[] = {{"metrics", apply_metrics}};
 
+void require_restart(const std::string& key, const std::string& signal, Host* host) {
+  log_warning("mpls_vpn_mib", "%s: the setting '%s' has changed; restart the daemon, then it takes effect",
+              signal.c_str(), key.c_str());
+  std::string& problem = host->settings_problem;
+  problem += (problem.empty() ? "restart the daemon for the changed " : ", ") + key;
+}
+
 void apply_setting(const std::string& key, const Settings& settings, const std::string& signal, Host* host) {
   const auto* const applied = std::ranges::find(kAppliedSettings, key, &AppliedSetting::key);
-  if (applied == std::end(kAppliedSettings)) {
-    log_warning("mpls_vpn_mib", "%s: the setting '%s' has changed; restart the daemon, then it takes effect",
-                signal.c_str(), key.c_str());
-    return;
-  }
+  if (applied == std::end(kAppliedSettings)) return require_restart(key, signal, host);
   applied->apply(settings, host);
   log_notice("mpls_vpn_mib", "%s: the setting '%s' has changed and is in effect", signal.c_str(),
              key.c_str());
@@ -41,8 +44,10 @@ void apply_setting(const std::string& key, const Settings& settings, const std::
 void reload_settings(const std::string& signal, Host* host) {
   Settings settings;
   std::string error;
+  host->settings_problem.clear();
   if (!read_settings(config_directory(), &settings, &error)) {
     log_error("mpls_vpn_mib", "%s (%s; the former settings remain)", error.c_str(), signal.c_str());
+    host->settings_problem = error;
     return;
   }
   const std::vector<std::string> changed = changed_settings(host->settings, settings);

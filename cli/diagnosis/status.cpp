@@ -113,6 +113,8 @@ void print_text(const Session& session, const ProcessStatus& status,
   Details details(session.out, 0, 28);
   details.line("version", version_text(status));
   details.line("source", text_or_dash(status.source));
+  if (const std::string problem = text_or_empty(status.settings_problem); !problem.empty())
+    details.line("settings", problem);
   details.line("up for", duration_text(status.uptime));
   details.line("loop iterations over 50 ms", iterations_text(status));
   if (status.is_corrected != 0) details.line("route corrections", std::to_string(status.corrections));
@@ -146,6 +148,7 @@ void print_json(const Session& session, const ProcessStatus& status, const KvCon
     clients.push_back(row_json<ClientStatus>(kClientColumns, client));
   Json json = {{"version", text_or_empty(status.version)},
                {"source", text_or_empty(status.source)},
+               {"settingsProblem", text_or_null(text_or_empty(status.settings_problem))},
                {"uptime", status.uptime},
                {"longIterations", status.long_iterations},
                {"longestIteration", status.longest_iteration},

@@ -151,10 +151,15 @@ class Reload(ServiceTest):
         for key in "source", "router_file":
             self.hang_up(system, f"the setting '{key}' has changed; restart the daemon, then it takes effect\n")
         self.assertEqual([vrf["name"] for vrf in system.cli_json("show", "vrf")], ["red"], "still those of the file")
+        self.assertEqual(self.problem(system), "restart the daemon for the changed source, router_file")
+        self.assertIn("settings  ", system.cli("show", "status").stdout)
         settings.write_text("source: kernel\nnosuch: 1\n")
         self.hang_up(system, f"{settings}:2:1: unknown key 'nosuch' (SIGHUP from process {os.getpid()}; "
                              "the former settings remain)\n")
 
+
+    def problem(self, system):
+        return system.cli_json("show", "status")["settingsProblem"]
 
     def is_listening(self, port):
         with socket.socket() as client:
@@ -184,9 +189,11 @@ class Reload(ServiceTest):
         settings.write_text(base + "metrics: {port: 0}\n")
         self.hang_up(system, f"{settings}:{base.count(chr(10)) + 1}:17: 'port' is a number from 1 to 65535, not '0' (SIGHUP")
         self.assertEqual(self.series(second, "mplsvpn_up"), ["mplsvpn_up 1"], "an invalid file changes nothing")
+        self.assertIn("'port' is a number from 1 to 65535", self.problem(system))
         settings.write_text(base)
         system.processes["daemon"].send_signal(signal.SIGHUP)
         self.becomes("no port", lambda: self.is_listening(second), False)
+        self.assertIsNone(self.problem(system))
 
     def test_service_manager_learns_the_begin_and_the_end(self):
         manager = self.service_manager()

@@ -59,6 +59,7 @@ constexpr std::array kStatusFields = {
     PARCEL_FIELD(ProcessStatus, traps_capacity),
     PARCEL_FIELD(ProcessStatus, traps_lost),
     PARCEL_FIELD(ProcessStatus, traps_subscriber),
+    PARCEL_FIELD(ProcessStatus, settings_problem),
 };
 constexpr auto kStatus = parcel_structure<ProcessStatus>(1, kStatusFields);
 

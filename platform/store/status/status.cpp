@@ -138,6 +138,8 @@ Status get_status(const KvRequest* request, KvReply* reply) {
   status.databases = databases.array();
   status.route_module_failures = failures.array();
   set_traps(ask(identity.traps), &status);
+  std::string settings_problem = ask(identity.settings_problem);
+  status.settings_problem = settings_problem.data();
   reply->kind = kKvKindRecord;
   return parcel_encode(&kProcessStatusParcel, &status, &reply->data, &reply->length);
 }

@@ -25,6 +25,8 @@ struct ProcessIdentity {
   std::function<std::vector<process_status::DatabaseFact>()> databases{};
   std::function<std::vector<std::string>()> route_module_failures{};
   std::function<std::optional<process_status::TrapsFact>()> traps{};
+  // Why the settings in the file are not those in effect; empty if they are.
+  std::function<std::string()> settings_problem{};
 };
 
 // Time begins now. The manager is the one that serves the store and must live until process_status_stop.
