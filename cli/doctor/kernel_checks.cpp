@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 
 #include "cli/doctor/facts.h"
 #include "cli/doctor/names.h"
@@ -62,6 +63,23 @@ std::vector<std::string> core_links(Facts& facts) {
 
 bool accepts_labels(const std::string& link) {
   return read_sysctl("net/mpls/conf/" + link + "/input") == "1";
+}
+
+// Links through which packets with labels leave, and that accept none from the router at their other end.
+Findings deaf_links(Facts& facts, const std::set<std::uint32_t>& sending) {
+  Findings findings;
+  for (const auto& [link, unused] : facts.links()) {
+    if (!sending.contains(link.index) || accepts_labels(link.name)) continue;
+    std::string name = link.name;
+    std::ranges::replace(name, '.', '/');
+    findings.push_back(
+        {Level::kError,
+         fmt::format("labelled packets leave through interface {}, which accepts none: what the router "
+                     "at its other end sends is lost",
+                     link.name),
+         fmt::format("sysctl -w net.mpls.conf.{}.input=1", shell_word(name))});
+  }
+  return findings;
 }
 
 // Which of the interfaces are of the core, only the operator knows. sysctl(8) writes the dots of a name as
@@ -138,6 +156,9 @@ Findings check_labels(Facts& facts) {
     return {{Level::kError, "net.mpls.platform_labels is 0: the kernel accepts no label route",
              "sysctl -w net.mpls.platform_labels=1048575"}};
   }
+  std::vector<std::uint32_t> tables;
+  for (const Vrf& vrf : facts.vrfs()) tables.push_back(vrf.table);
+  if (const auto sending = read_label_links(tables); !sending.empty()) return deaf_links(facts, sending);
   const std::vector<std::string> links = core_links(facts);
   if (std::ranges::any_of(links, accepts_labels)) return {};
   return {{Level::kError,

@@ -3,8 +3,10 @@
 #include <linux/rtnetlink.h>
 #include <poll.h>
 
+#include <algorithm>
 #include <fstream>
 #include <functional>
+#include <map>
 
 #include "cli/session.h"
 #include "sources/kernel/netlink/dump.h"
@@ -56,6 +58,31 @@ kernel::DumpRequest request_label_routes() {
   return request;
 }
 
+using NextHops = std::map<std::uint32_t, kernel::NextHopObject>;  // by id
+
+NextHops read_next_hops() {
+  std::vector<kernel::RouteEvent> events;
+  kernel::DumpRequest request = kernel::request_next_hops();
+  request.may_lack = true;
+  dump({std::move(request)},
+       [&events](const nlmsghdr* message) { return kernel::parse_route_message(message, &events); });
+  NextHops objects;
+  for (kernel::RouteEvent& event : events) {
+    if (auto* const seen = std::get_if<kernel::NextHopSeen>(&event))
+      objects[seen->object.id] = std::move(seen->object);
+  }
+  return objects;
+}
+
+// The object and, if it is a group, its members; none without an object.
+std::set<std::uint32_t> ids_of(const NextHops& objects, std::uint32_t id) {
+  const auto found = objects.find(id);
+  if (found == objects.end()) return {};
+  std::set<std::uint32_t> ids = {found->second.members.begin(), found->second.members.end()};
+  ids.insert(id);
+  return ids;
+}
+
 }  // namespace
 
 std::vector<kernel::LinkSeen> read_links() {
@@ -88,6 +115,25 @@ std::vector<kernel::KernelRoute> read_routes(std::uint32_t table, const WantedRo
     return true;
   });
   return routes;
+}
+
+std::set<std::uint32_t> read_label_links(const std::vector<std::uint32_t>& tables) {
+  std::set<std::uint32_t> links;
+  const auto add = [&links](const kernel::RoutePath& path) {
+    if (!path.labels.empty() && path.interface_index != 0) links.insert(path.interface_index);
+  };
+  const NextHops objects = read_next_hops();
+  std::set<std::uint32_t> used;
+  for (const std::uint32_t table : tables) {
+    for (const kernel::KernelRoute& route : read_routes(table)) {
+      std::ranges::for_each(route.paths, add);
+      used.merge(ids_of(objects, route.next_hop_object));
+    }
+  }
+  for (const std::uint32_t id : used) {
+    if (const auto found = objects.find(id); found != objects.end()) add(found->second.path);
+  }
+  return links;
 }
 
 std::size_t count_label_routes() {

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,10 @@ std::vector<kernel::LinkSeen> read_links();
 // The IPv4 and IPv6 routes of the table, all or those that are wanted.
 using WantedRoute = std::function<bool(const kernel::KernelRoute&)>;
 std::vector<kernel::KernelRoute> read_routes(std::uint32_t table, const WantedRoute& is_wanted = {});
+
+// The ifIndexes of links through which packets with MPLS labels leave by the routes of these tables. The
+// routing suite leaves next-hop objects for minutes that no route has.
+std::set<std::uint32_t> read_label_links(const std::vector<std::uint32_t>& tables);
 
 // How many label routes the kernel has; 0 also for a kernel without MPLS.
 std::size_t count_label_routes();

@@ -69,7 +69,7 @@ class Doctor(SuiteSystemTest):
         return next(finding["fix"] for finding in findings if text in finding["text"])
 
     def assert_ok(self, check):
-        self.becomes(check, lambda: self.diagnose(check), ("ok", []), 60)
+        self.becomes(check, lambda: self.diagnose(check), ("ok", []), 20)
 
     def correct(self, fix):
         subprocess.run(fix, shell=True, check=True, capture_output=True)
@@ -124,6 +124,20 @@ class Doctor(SuiteSystemTest):
         self.correct(self.assert_found("mpls-labels", "error", "net.mpls.platform_labels is 0"))
         run("sysctl", "-qw", "net.mpls.conf.core.input=1")
         self.assert_ok("mpls-labels")
+
+    def test_interface_that_sends_labels_and_accepts_none(self):
+        self.assert_ok("mpls-labels")
+        batch(["link add core.2 type dummy", "link set core.2 up", "addr add 10.12.2.1/30 dev core.2"])
+        self.addCleanup(batch, ["link del core.2"])
+        self.assert_ok("mpls-labels")
+        for commands in (["route add vrf red 10.77.0.0/16 encap mpls 1002 via 10.12.2.2 dev core.2"],
+                         ["nexthop add id 902 encap mpls 1002 via 10.12.2.2 dev core.2", "route add vrf red 10.78.0.0/16 nhid 902"]):
+            batch(commands)
+            self.correct(self.assert_found("mpls-labels", "error", "labelled packets leave through interface core.2, which accepts none"))
+            self.assert_ok("mpls-labels")
+            batch(["route del vrf red 10.77.0.0/16"] if "10.77" in commands[0] else ["nexthop del id 902"])
+            run("sysctl", "-qw", "net.mpls.conf.core/2.input=0")
+            self.assert_ok("mpls-labels")
 
     # --- the suite ---
 
