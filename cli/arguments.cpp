@@ -75,6 +75,8 @@ class Resolver {
   }
 
   void take(const std::string& word) {
+    const bool ends_options = word == "--" && command_->get_prefix_command() && words_ == 0;
+    if (ends_options && resolved_.back() == command_->get_name()) return;
     if (is_value_ || command_->get_prefix_command()) {
       resolved_.push_back(word);
       is_value_ = false;

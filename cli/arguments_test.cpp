@@ -60,6 +60,7 @@ TEST_F(Arguments, WordsOfACommandAreNeitherCommandsNorOptions) {
   EXPECT_TRUE(IsCommand({"show", "interfaces", "--", "--json"}));
   EXPECT_TRUE(IsCommand({"show", "vrf", "--", "red"}));
   EXPECT_TRUE(IsCommand({"--", "show", "vrf", "-"}));
+  EXPECT_TRUE(IsCommand({"router", "--", "add-vrf", "red"}));
   EXPECT_TRUE(IsCommand({"show", "vrf", "--name", "--json"}));
   EXPECT_THAT(Wrong({"show", "vrf", "--nothing"}), HasSubstr("unknown option \"--nothing\""));
 }

@@ -90,12 +90,12 @@ Words words_of_show_vrf(const Request& request) {
   return words;
 }
 
-// What users choose is in upper case; of that, VRFs are known.
+// What users choose is in upper case; of that, VRFs and interfaces are known.
 Words words_of_items(const Request& request) {
   Words words;
   for (const std::string& word : vrf_config::words_after(request.words)) {
-    if (word == "NAME") {
-      const Words names = vrf_names(request);
+    if (word == "NAME" || word == "INTERFACE") {
+      const Words names = word == "NAME" ? vrf_names(request) : interface_names(request);
       words.insert(words.end(), names.begin(), names.end());
     } else if (std::isupper(static_cast<unsigned char>(word.front())) == 0) {
       words.push_back(word);
@@ -177,6 +177,8 @@ const std::map<std::string, Completer>& completers() {
       {"mplsvpn config show", words_of_items},
       {"mplsvpn config set", words_of_items},
       {"mplsvpn config delete", words_of_items},
+      {"mplsvpn config suppress", words_of_items},
+      {"mplsvpn config unsuppress", words_of_items},
       {"mplsvpn config words", words_of_items},
       {"mplsvpn config load", files},
       {"mplsvpn config confirm", waiting_commit},

@@ -79,10 +79,14 @@ TEST_F(Completion, ValuesOfOptions) {
 }
 
 TEST_F(Completion, WordsOfTheConfiguration) {
+  fake.interfaces[{"red", 11}] = {"ge1", 0};
   fake.vrfs["red"];
   EXPECT_THAT(Offered({"config", "set", "vrf", "r"}), ElementsAre("red"));
   EXPECT_THAT(Offered({"config", "set", "vrf", "red", "r"}), Contains("rd"));
   EXPECT_THAT(Offered({"config", "set", "vrf", "red", "rt", ""}), ElementsAre("both", "export", "import"));
+  EXPECT_THAT(Offered({"config", "set", "vrf", "red", "rip", "interface", "g"}), ElementsAre("ge1"));
+  EXPECT_THAT(Offered({"config", "suppress", "vrf", "r"}), ElementsAre("red"));
+  EXPECT_THAT(Offered({"config", "unsuppress", "vrf", "red", "rt", "i"}), ElementsAre("import"));
   EXPECT_THAT(Offered({"config", "load", ""}), ElementsAre(":files"));
 }
 

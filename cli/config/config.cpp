@@ -44,6 +44,13 @@ std::string read_file(const std::string& name) {
   return text;
 }
 
+void warn_of_edits(const Session& session, kvtree::Client& client, const std::vector<ConfigEdit>& edits,
+                   const WorkingCopy& copy) {
+  warn_of_missing_vrfs(session, client, edits);
+  warn_of_default_vrf(session, edits);
+  warn_of_needless_suppression(session, copy);
+}
+
 void collect(const Session& session, const std::vector<ConfigEdit>& edits) {
   Candidate candidate(session);
   const auto client = connect_to_daemon(session);
@@ -51,7 +58,7 @@ void collect(const Session& session, const std::vector<ConfigEdit>& edits) {
   WorkingCopy copy(session, *client);
   copy.apply(candidate.edits());
   copy.apply(edits);
-  warn_of_missing_vrfs(session, *client, edits);
+  warn_of_edits(session, *client, edits, copy);
   candidate.append(edits, newest);
 }
 
@@ -66,7 +73,7 @@ void make(const Session& session, const std::vector<ConfigEdit>& edits, const Co
   WorkingCopy copy(session, *client);
   copy.apply(edits);
   const std::vector<KvConfigChange> changes = copy.changes();
-  warn_of_missing_vrfs(session, *client, edits);
+  warn_of_edits(session, *client, edits, copy);
   const bool are_of_a_file = !edits.empty() && !edits.front().place.empty();
   CommitChanges foreseen;
   if (request.dry_run || are_of_a_file) foreseen = foresee_changes(session, *client, changes);

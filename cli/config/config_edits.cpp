@@ -173,6 +173,8 @@ void WorkingCopy::suppress(const Words& words) {
   const auto parsed = vrf_config::parse_words(words);
   const auto* nodes = std::get_if<std::vector<KvConfigNode>>(&parsed);
   if (nodes == nullptr) return suppress_below(words);
+  const auto is_of_another = [this](const KvConfigNode& node) { return others_->contains(node.path); };
+  if (std::ranges::none_of(*nodes, is_of_another)) needless_suppressions_.push_back(shown(words));
   for (const KvConfigNode& node : *nodes) {
     const auto other = others_->find(node.path);
     suppress_node(node.path, other == others_->end() ? node.value : other->second.value,

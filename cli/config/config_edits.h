@@ -40,6 +40,8 @@ class WorkingCopy {
   void apply(const std::vector<ConfigEdit>& edits);
   // For a commit: sets, and deletions of nodes in the daemon.
   std::vector<KvConfigChange> changes();
+  // The suppressed items that no other owner sets, printable.
+  const std::vector<std::string>& needless_suppressions() const { return needless_suppressions_; }
 
  private:
   struct Item {
@@ -62,7 +64,8 @@ class WorkingCopy {
   kvtree::Client& client_;
   bool is_read_ = false;
   std::optional<ConfigNodes> others_;  // what the first of the other owners sets, once a suppression needs it
-  ConfigNodes held_;                   // in the daemon, when it was read
+  std::vector<std::string> needless_suppressions_;
+  ConfigNodes held_;  // in the daemon, when it was read
   std::map<std::string, Item>
       items_;  // after the edits; only those that were set, until the daemon's nodes are read
 };

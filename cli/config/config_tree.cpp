@@ -100,6 +100,17 @@ ConfigNodes read_config(const Session& session, kvtree::Client& client, std::str
   }
 }
 
+std::vector<std::string> read_trap_items(const Session& session, kvtree::Client& client) {
+  std::string_view scope = vrf_config::kTrapScope;
+  scope.remove_suffix(1);  // the last "/"
+  std::vector<std::string> items;
+  for (const kvtree::Node& node : read_page(session, client, scope, kKvMaxListItems, "", "").nodes) {
+    const std::string item = node.path.substr(vrf_config::kTrapScope.size());
+    if (item != vrf_config::kTrapReissueTime) items.push_back(item);
+  }
+  return items;
+}
+
 std::string value_text(const KvValue& value) {
   if (value.type == KvValueType::kText) return value.text;
   if (value.type == KvValueType::kNumber) return std::to_string(value.number);

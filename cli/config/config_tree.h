@@ -23,6 +23,9 @@ using ConfigNodes = std::map<std::string, ConfigNode>;  // by path
 // All effective nodes, or all that an owner sets.
 ConfigNodes read_config(const Session& session, kvtree::Client& client, std::string_view owner = {});
 
+// The items of "traps" that are set: "vrf-up", "all" ...
+std::vector<std::string> read_trap_items(const Session& session, kvtree::Client& client);
+
 std::string value_text(const KvValue& value);
 Json value_json(const std::optional<KvValue>& value);  // null for none
 // The node in words or, if words cannot express it, as "PATH = VALUE". Printable.

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <fmt/ostream.h>
 
+#include <algorithm>
 #include <map>
 #include <set>
 
@@ -28,6 +29,14 @@ std::set<std::string> named_vrfs(const std::vector<ConfigEdit>& edits) {
   return names;
 }
 
+// The main table of the router, which has the routes outside of all VRFs, is not followed.
+bool needs_routes_of_default(const ConfigEdit& edit) {
+  const vrf_config::Words& words = edit.words;
+  const bool is_set = edit.verb == EditVerb::kSet && words.size() > 2;
+  return is_set && words[0] == "vrf" && words[1] == kDefaultVrf &&
+         (words[2] == "low-water" || words[2] == "watch");
+}
+
 std::string counts_text(const std::map<std::string, std::size_t>& counts) {
   std::vector<std::string> texts;
   for (const auto& [owner, count] : counts) texts.push_back(fmt::format("{} of {}", count, printable(owner)));
@@ -43,6 +52,21 @@ void warn_of_missing_vrfs(const Session& session, kvtree::Client& client,
     fmt::print(session.err,
                "mplsvpn: warning: VRF {} does not exist; its configuration waits until it is created\n",
                printable(name));
+  }
+}
+
+void warn_of_default_vrf(const Session& session, const std::vector<ConfigEdit>& edits) {
+  if (std::ranges::none_of(edits, needs_routes_of_default)) return;
+  fmt::print(session.err,
+             "mplsvpn: warning: the routes outside of VRFs are not followed: \"low-water\" and \"watch\" of "
+             "VRF {} report all of them as missing\n",
+             kDefaultVrf);
+}
+
+void warn_of_needless_suppression(const Session& session, const WorkingCopy& copy) {
+  for (const std::string& words : copy.needless_suppressions()) {
+    fmt::print(session.err,
+               "mplsvpn: warning: no other owner sets {}; it is suppressed as soon as one does\n", words);
   }
 }
 

@@ -10,6 +10,7 @@
 #include "cli/commands.h"
 #include "cli/diagnosis/traps.h"
 #include "cli/diagnosis/vpn_changes.h"
+#include "cli/show/tables.h"
 #include "cli/watch/reconnection.h"
 #include "cli/watch/watched_table.h"
 #include "mpls/vpn/mib/src/records/mib_constants.h"
@@ -35,12 +36,20 @@ class Watching {
   // The number of printed events, when there are enough or the time is over.
   std::uint64_t run() {
     subscribe(connect_to_daemon(session_));
+    require_vrf_of_request();
     say(session_, fmt::format("watching for {}", kinds(request_)));
     while (events_ < most_ && !time_.is_over()) print_next();
     return events_;
   }
 
  private:
+  // It may be away after a restart, and return.
+  void require_vrf_of_request() {
+    const std::string& vrf = request_.vrf;
+    if (!vrf.empty() && client_->get(provider_path("vrf", vrf)).status == kStatusNoSuchRow)
+      require_vrf(session_, *client_, vrf);
+  }
+
   void subscribe(std::unique_ptr<kvtree::Client> client) {
     for (const auto& [path, is_wanted] :
          {std::pair(kMplsVpnPath, request_.traps), std::pair(vpn_events::kProviderPath, request_.changes)}) {
@@ -72,7 +81,7 @@ class Watching {
   // What happens meanwhile is not shown.
   void reconnect() {
     const auto connect = [this] { subscribe(connect_to_daemon(session_)); };
-    if (cli::reconnect(session_, time_, connect))
+    if (cli::reconnect(session_, time_, Absence::kClosed, connect))
       say(session_, fmt::format("watching for {} again", kinds(request_)));
   }
 

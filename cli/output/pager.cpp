@@ -10,8 +10,10 @@
 #include <cstdlib>
 #include <iostream>
 #include <string>
+#include <string_view>
 
 #include "platform/core/text/numbers.h"
+#include "platform/core/text/words.h"
 
 namespace cli {
 
@@ -30,6 +32,19 @@ std::size_t terminal_width() {
   return text::parse_number<std::size_t>(environment("COLUMNS")).value_or(0);
 }
 
+// $PAGER is a command of the shell; what follows its first word are options.
+bool is_installed(const std::string& pager) {
+  const std::string program = pager.substr(0, pager.find(' '));
+  if (program.find('/') != std::string::npos) return access(program.c_str(), X_OK) == 0;
+  const std::string path = environment("PATH");
+  std::string_view folders = path;
+  while (!folders.empty()) {
+    const std::string folder(text::take_until(&folders, ':'));
+    if (access((folder + '/' + program).c_str(), X_OK) == 0) return true;
+  }
+  return false;
+}
+
 [[noreturn]] void run_pager(const std::string& pager, int output) {
   dup2(output, STDIN_FILENO);
   setenv("LESS", "FRX", 0);  // ends after a short text, shows colors, leaves the text on the screen
@@ -41,9 +56,8 @@ std::size_t terminal_width() {
 
 void Pager::start() {
   const std::string pager = environment("PAGER", kUsualPager);
-  const bool is_installed = pager != kUsualPager || access("/usr/bin/less", X_OK) == 0;
   std::array<int, 2> ends{};
-  if (!is_installed || pipe(ends.data()) != 0) return;
+  if (!is_installed(pager) || pipe(ends.data()) != 0) return;
   process_ = fork();
   if (process_ == 0) {
     close(ends[1]);

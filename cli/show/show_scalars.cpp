@@ -1,7 +1,9 @@
 // "show scalars": the scalar group.
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include "cli/commands.h"
+#include "cli/config/config_tree.h"
 #include "cli/output/details.h"
 #include "cli/output/mib_json.h"
 #include "cli/show/tables.h"
@@ -10,13 +12,21 @@ namespace cli {
 
 namespace {
 
-void print_scalars(const Session& session, const mib::Scalars& scalars) {
+// The MIB has one switch, which is on when all are.
+std::string notifications_text(const Session& session, kvtree::Client& client, const mib::Scalars& scalars) {
+  const std::vector<std::string> items = read_trap_items(session, client);
+  if (scalars.notificationEnable || items.empty())
+    return name_of(mib::kTruthValue, scalars.notificationEnable);
+  return fmt::format("only {} (disabled for SNMP)", fmt::join(items, ", "));
+}
+
+void print_scalars(const Session& session, kvtree::Client& client, const mib::Scalars& scalars) {
   Details details(session.out, 0, 28);
   const std::uint32_t seconds = scalars.maxThresholdNotifTime;
   details.line("VRFs configured", std::to_string(scalars.configuredVrfs));
   details.line("VRFs active", std::to_string(scalars.activeVrfs));
   details.line("interfaces connected", std::to_string(scalars.connectedInterfaces));
-  details.line("notifications", name_of(mib::kTruthValue, scalars.notificationEnable));
+  details.line("notifications", notifications_text(session, client, scalars));
   details.line("maximum threshold re-issue", seconds == 0 ? "never" : fmt::format("{} s", seconds));
   details.line("illegal label threshold", std::to_string(scalars.illegalLabelsThreshold));
 }
@@ -25,10 +35,11 @@ void print_scalars(const Session& session, const mib::Scalars& scalars) {
 
 void show_scalars(const Session& session) {
   const std::string path = provider_path("scalars");
-  const kvtree::GetResult result = connect_to_daemon(session)->get(path);
+  const auto client = connect_to_daemon(session);
+  const kvtree::GetResult result = client->get(path);
   if (result.status) throw request_failure(session, path, result.status);
   const Record<mib::Scalars> scalars(session, path, kMibScalarsParcel, result.record);
-  if (!session.json) return print_scalars(session, *scalars);
+  if (!session.json) return print_scalars(session, *client, *scalars);
   session.out << json_line(mib_json(mib::kScalarColumns, *scalars)) << '\n';
 }
 

@@ -33,8 +33,15 @@ bool is_daemon_away(const Failure& failure) {
   return failure.exit_status() == kExitNoDaemon || failure.exit_status() == kExitNoAnswer;
 }
 
-bool reconnect(const Session& session, const WatchTime& time, const std::function<void()>& connect) {
-  say(session, "mpls_vpn_mib closed the connection; waiting until it runs again");
+Absence absence_of(const Failure& failure) {
+  return failure.exit_status() == kExitNoAnswer ? Absence::kSilent : Absence::kClosed;
+}
+
+bool reconnect(const Session& session, const WatchTime& time, Absence absence,
+               const std::function<void()>& connect) {
+  say(session, absence == Absence::kClosed
+                   ? "mpls_vpn_mib closed the connection; waiting until it runs again"
+                   : "mpls_vpn_mib does not answer in time (--timeout); waiting until it does");
   while (!time.is_over()) {
     time.sleep(kReconnectInterval);
     try {

@@ -27,9 +27,13 @@ class WatchTime {
 // Whether the daemon is not running or does not answer yet.
 bool is_daemon_away(const Failure& failure);
 
+enum class Absence { kClosed, kSilent };
+Absence absence_of(const Failure& failure);  // REQUIRES: is_daemon_away(failure)
+
 // Says that the daemon is away, and calls `connect` until it throws no such Failure. False when the time is
 // over before.
-bool reconnect(const Session& session, const WatchTime& time, const std::function<void()>& connect);
+bool reconnect(const Session& session, const WatchTime& time, Absence absence,
+               const std::function<void()>& connect);
 
 // A line on standard error.
 void say(const Session& session, const std::string& line);

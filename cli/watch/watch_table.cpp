@@ -63,16 +63,18 @@ class TableWatch {
 
   // What differs after a reconnection is what changed meanwhile.
   void read_again() {
+    Absence absence{};
     try {
       return read();
     } catch (const Failure& failure) {
       if (!is_daemon_away(failure)) throw;
+      absence = absence_of(failure);
     }
     const auto connect_and_read = [this] {
       client_ = connect_to_daemon(session_);
       read();
     };
-    if (reconnect(session_, time_, connect_and_read)) say_watching(" again");
+    if (reconnect(session_, time_, absence, connect_and_read)) say_watching(" again");
   }
 
   void read() {

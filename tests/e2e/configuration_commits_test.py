@@ -73,6 +73,18 @@ class Commits(SystemTest):
         self.assertIn("set vrf typo rd 65000:7 ipv4\n", self.config("show").stdout)
         self.assertEqual(self.config("set", "vrf", "red", "rd", "65000:8").stderr, "")
 
+    def test_conditions_of_the_default_vrf_are_set_with_a_warning(self):
+        for words in ("low-water", "ipv4", "5", "1"), ("watch", "10.0.0.0/8"):
+            self.assertIn("routes outside of VRFs are not followed", self.config("set", "vrf", "default", *words).stderr)
+        self.assertEqual(self.config("set", "vrf", "red", "watch", "10.0.0.0/8").stderr, "")
+
+    def test_suppression_of_what_no_owner_sets_has_a_warning(self):
+        for vrf in "rde", "red":
+            result = self.config("suppress", "vrf", vrf, "rt", "import", "65000:98", "ipv4")
+            self.assertEqual(result.stderr, f"mplsvpn: warning: no other owner sets vrf {vrf} rt import 65000:98 ipv4; it is "
+                             "suppressed as soon as one does\n")
+        self.assertEqual(self.config("suppress", "vrf", "red", "description").stderr, "")
+
     def test_load_of_everything_takes_over_the_files_items_until_rollback(self):
         first = self.system.cli_json("config", "history")[0]["id"]
         everything = self.system.folder / "all.conf"

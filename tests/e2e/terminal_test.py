@@ -64,6 +64,10 @@ class Terminal(SharedSystemTest):
         for words in (("--no-pager", "show", "vrf"), ("--json", "show", "vrf"), ("config", "words")):
             self.assertNotIn("paged:", self.shown(*words, PAGER=marker), words)
 
+    def test_missing_pager_hides_nothing(self):
+        for pager in "no-such-pager -R", "/nowhere/pager":
+            self.assertIn("head office", self.shown("show", "vrf", PAGER=pager), pager)
+
     def statuses(self, **options):
         result = subprocess.run([str(BIN / "mplsvpn"), "--json", "--timeout", "300ms", "show", "vrf"], env=self.system.environment,
                                 capture_output=True, text=True, timeout=20 * SLOW, check=False, **options)

@@ -3,6 +3,7 @@
 when the daemon was restarted meanwhile."""
 import json
 import pathlib
+import signal
 import unittest
 
 from system import ASAN_OPTIONS, BIN, SLOW, SystemTest, wait_until
@@ -121,10 +122,21 @@ class WatchTables(SystemTest):
     def test_words_that_do_not_fit_are_refused(self):
         for words, status, message in ((("routes",), 2, "add --vrf NAME"), (("vrf", "--prefix", "10.0.0.0/8"), 2, '"watch routes"'),
                                        (("routes", "--vrf", "red", "--prefix", "10.0.0.1/8"), 2, "did you mean"),
-                                       (("interfaces", "--vrf", "typo"), 1, "VRF typo does not exist")):
+                                       (("interfaces", "--vrf", "typo"), 1, "VRF typo does not exist"),
+                                       (("--vrf", "typo", "--timeout", "9s"), 1, "VRF typo does not exist")):
             result = self.system.cli("watch", *words)
             self.assertEqual((result.returncode, result.stdout), (status, ""))
             self.assertIn(message, result.stderr)
+
+    def test_daemon_that_does_not_answer_is_said_to_be_silent(self):
+        self.system.spawn("silent", str(BIN / "mplsvpn"), "--timeout", "200ms", "watch", "vrf", "--interval", "100ms")
+        wait_until("watch", lambda: "watching vrf, now 2 rows" in self.system.log("silent"))
+        daemon = self.system.processes["daemon"]
+        daemon.send_signal(signal.SIGSTOP)
+        wait_until("silence", lambda: "mpls_vpn_mib does not answer in time" in self.system.log("silent"))
+        daemon.send_signal(signal.SIGCONT)
+        wait_until("the return", lambda: "watching vrf again, now 2 rows" in self.system.log("silent"))
+        self.assertNotIn("closed the connection", self.system.log("silent"))
 
     def test_count_and_time_end_it(self):
         self.assertIn("received 0 of 1 events within 0.3 s", self.system.cli("watch", "vrf", "--count", "1", "--timeout", "300ms").stderr)
