@@ -74,9 +74,15 @@ std::string whole_name(const Session& session, const std::vector<std::string>& n
 }
 
 Json entry_json(const TraceEntry& entry) {
-  return {{"sequence", entry.sequence},       {"stamp", entry.stamp},   {"time", time_text(entry.stamp)},
-          {"thread", entry.thread},           {"record", entry.record}, {"code", entry.code},
-          {"codeText", err_text(entry.code)}, {"text", entry.text}};
+  return {{"sequence", entry.sequence},
+          {"stamp", entry.stamp},
+          {"time", entry.stamp / kNanosecondsPerSecond},
+          {"timeText", time_text(entry.stamp)},
+          {"thread", entry.thread},
+          {"record", entry.record},
+          {"code", entry.code},
+          {"codeText", err_text(entry.code)},
+          {"text", entry.text}};
 }
 
 void print_entry(std::ostream& out, const TraceEntry& entry) {

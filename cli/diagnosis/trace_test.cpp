@@ -83,7 +83,8 @@ TEST_F(TraceCommand, JsonHasEveryFieldOfAnEntry) {
   entry.erase("thread");
   EXPECT_EQ(entry, (Json{{"sequence", 1},
                          {"stamp", kStamp},
-                         {"time", "2026-01-02T03:04:05.000006Z"},
+                         {"time", 1767323045},
+                         {"timeText", "2026-01-02T03:04:05.000006Z"},
                          {"record", 7},
                          {"code", 12},
                          {"codeText", "Cannot allocate memory"},

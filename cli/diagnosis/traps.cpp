@@ -50,6 +50,11 @@ const TrapType* find_type(std::uint32_t type) {
   return type < std::size(kTrapTypes) ? &kTrapTypes[type] : nullptr;
 }
 
+// Types without such a member have 0.
+Json name_or_null(const mib::Syntax& syntax, std::uint32_t value) {
+  return value == 0 ? Json() : Json(name_of(syntax, static_cast<std::int32_t>(value)));
+}
+
 }  // namespace
 
 std::string trap_name(std::uint32_t type) {
@@ -74,7 +79,9 @@ Json trap_json(const Trap& trap) {
           {"vrfName", text_or_empty(trap.vrfName)},
           {"ifConfIndex", trap.ifConfIndex},
           {"vrfOperStatus", trap.vrfOperStatus},
+          {"vrfOperStatusName", name_or_null(mib::kVrfStatus, trap.vrfOperStatus)},
           {"ifConfRowStatus", trap.ifConfRowStatus},
+          {"ifConfRowStatusName", name_or_null(mib::kRowStatus, trap.ifConfRowStatus)},
           {"midThresh", trap.midThresh},
           {"highThresh", trap.highThresh},
           {"currNumRoutes", trap.currNumRoutes},
@@ -87,7 +94,7 @@ bool print_trap(const Session& session, const kvtree::NotificationResult& notifi
                           notification.record);
   if (!vrf.empty() && vrf != text_or_empty(trap->vrfName)) return false;
   if (session.json) {
-    Json json = {{"time", now_text()}};
+    Json json = now_json();
     json.update(trap_json(*trap));
     json["lostBefore"] = notification.lost_before;
     session.out << json_line(json) << '\n';

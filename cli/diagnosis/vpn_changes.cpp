@@ -63,17 +63,17 @@ void print_line(const Session& session, const VpnChange& change) {
 void print_json(const Session& session, const VpnChange& change, std::uint64_t lost_before) {
   const std::string old_origin = origin(change.old_owner);
   const std::string new_origin = origin(change.new_owner);
-  session.out << json_line({{"time", now_text()},
-                            {"change", item_name(change)},
-                            {"vrfName", text_or_empty(change.vrf)},
-                            {"family", text_or_null(family_name(change))},
-                            {"oldValue", text_or_null(text_or_empty(change.old_value))},
-                            {"oldOrigin", text_or_null(old_origin)},
-                            {"newValue", text_or_null(text_or_empty(change.new_value))},
-                            {"newOrigin", text_or_null(new_origin)},
-                            {"origin", new_origin.empty() ? old_origin : new_origin},
-                            {"lostBefore", lost_before}})
-              << '\n';
+  Json json = now_json();
+  json.update({{"change", item_name(change)},
+               {"vrfName", text_or_empty(change.vrf)},
+               {"family", text_or_null(family_name(change))},
+               {"oldValue", text_or_null(text_or_empty(change.old_value))},
+               {"oldOrigin", text_or_null(old_origin)},
+               {"newValue", text_or_null(text_or_empty(change.new_value))},
+               {"newOrigin", text_or_null(new_origin)},
+               {"origin", new_origin.empty() ? old_origin : new_origin},
+               {"lostBefore", lost_before}});
+  session.out << json_line(json) << '\n';
 }
 
 }  // namespace

@@ -108,15 +108,19 @@ TEST_F(Watch, JsonIsOneObjectALine) {
   std::string line;
   std::getline(in, line);
   Json first = Json::parse(line);
-  EXPECT_THAT(first["time"].get<std::string>(), EndsWith("Z"));
+  EXPECT_THAT(first["timeText"].get<std::string>(), EndsWith("Z"));
+  EXPECT_GT(first["time"], 1'700'000'000);
   first.erase("time");
+  first.erase("timeText");
   EXPECT_EQ(first, (Json{{"notification", "mplsL3VpnVrfUp"},
                          {"notificationOid", "1.3.6.1.2.1.10.166.11.0.1"},
                          {"trapType", 0},
                          {"vrfName", "red"},
                          {"ifConfIndex", 7},
                          {"vrfOperStatus", 1},
+                         {"vrfOperStatusName", "up"},
                          {"ifConfRowStatus", 1},
+                         {"ifConfRowStatusName", "active"},
                          {"midThresh", 2},
                          {"highThresh", 3},
                          {"currNumRoutes", 4},
@@ -222,8 +226,9 @@ TEST_F(WatchChanges, JsonIsOneObjectALine) {
   std::vector<Json> all;
   for (std::string line; std::getline(in, line);) {
     all.push_back(Json::parse(line));
-    EXPECT_THAT(all.back()["time"].get<std::string>(), EndsWith("Z"));
+    EXPECT_THAT(all.back()["timeText"].get<std::string>(), EndsWith("Z"));
     all.back().erase("time");
+    all.back().erase("timeText");
   }
   const auto object = [](const char* item, const Json& family, const Json& old_value, const Json& old_origin,
                          const Json& new_value, const Json& new_origin, const char* origin) {

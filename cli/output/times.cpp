@@ -54,6 +54,10 @@ std::string now_text() {
                   static_cast<std::uint32_t>(stamp / kNanosecondsPerMillisecond % 1000));
 }
 
+Json now_json() {
+  return {{"time", clock_stamp() / kNanosecondsPerSecond}, {"timeText", now_text()}};
+}
+
 std::chrono::milliseconds next_wait(double seconds, std::chrono::steady_clock::time_point started) {
   using std::chrono::milliseconds;
   if (seconds <= 0) return kLongestWait;

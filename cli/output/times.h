@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <string>
 
+#include "cli/output/json_list.h"
+
 namespace cli {
 
 // Seconds since 1970 as "2026-01-31 08:05:09 CET", in local time; "-" for 0.
@@ -17,6 +19,8 @@ std::string duration_text(std::uint64_t seconds);
 // A time in UTC, as "2026-01-31T08:05:09.123Z".
 std::string utc_text(std::uint64_t seconds, std::uint32_t milliseconds);
 std::string now_text();
+// "time" and "timeText" of an event that is seen now, the first members of its object.
+Json now_json();
 
 // The longest that a watch may wait next, which began at `started` and lasts `seconds` (0: no limit); zero
 // when its time is over. One wait is bounded, as it is one step of the watch.

@@ -63,7 +63,8 @@ Json side_json(const Sides& sides, const std::optional<Texts>& side, std::span<c
 }
 
 Json difference_json(const WatchedTable& table, const Sides& sides) {
-  Json json = {{"time", now_text()}, {"table", table.name}, {"change", sides.change()}};
+  Json json = now_json();
+  json.update({{"table", table.name}, {"change", sides.change()}});
   for (std::size_t at = 0; at < table.fields.size(); ++at) {
     const WatchedField& field = table.fields[at];
     if (field.role != FieldRole::kValue) json[field.key] = field_json(field.form, sides.any()[at]);
