@@ -85,8 +85,8 @@ constexpr char kPathFooter[] =
     "  mplsvpn datalist vrf-invalid-detail";
 
 constexpr char kDebugFooter[] =
-    "\"mplsvpn debug list\" lists the areas; \"all\" means each of them. Only root and the administrators' "
-    "group may switch areas; every user who may open the socket may list and watch them.\n"
+    "\"mplsvpn debug list\" lists the areas; \"all\" means each of them. Only root and the group "
+    "mpls_vpn_admin may switch areas; every user who may open the socket may list and watch them.\n"
     "\n"
     "Examples:\n"
     "  mplsvpn debug\n"
@@ -123,6 +123,7 @@ struct Options {
   ExportRequest exported;
   GraphRequest graph;
   ChosenCommand command;
+  std::string typed;  // its words
 };
 
 void add_general_options(CLI::App& app, Options* options) {
@@ -228,7 +229,8 @@ Session make_session(const Options& options, std::ostream& out, std::ostream& er
           DebugClient::default_socket(),
           run_directory(),
           std::chrono::milliseconds(options.timeout),
-          terminal};
+          terminal,
+          options.typed};
 }
 
 int report(const Failure& failure, bool json, std::ostream& err) {
@@ -290,6 +292,16 @@ int run_completion(const CLI::App& app, const std::vector<std::string>& words, s
   return kExitOk;
 }
 
+// "show vrf red" of "--json show vrf red".
+std::string typed_command(const CLI::App& app, const std::vector<std::string>& words) {
+  const auto chosen = app.get_subcommands();
+  const auto first =
+      chosen.empty() ? words.begin() : std::find(words.begin(), words.end(), chosen[0]->get_name());
+  std::string typed;
+  for (auto word = first; word != words.end(); ++word) typed += (typed.empty() ? "" : " ") + printable(*word);
+  return typed;
+}
+
 // Wrong words may end the parsing before --json is seen.
 bool wants_json(const Options& options, const std::vector<std::string>& words) {
   return options.json || std::find(words.begin(), words.end(), "--json") != words.end();
@@ -304,9 +316,9 @@ int run(const std::vector<std::string>& words, std::ostream& out, std::ostream& 
   describe(app, &options);
   if (!words.empty() && words[0] == kCompleteWord) return run_completion(app, words, out, err);
   try {
-    std::vector<std::string> resolved = resolve_words(app, words);
-    std::reverse(resolved.begin(), resolved.end());
-    app.parse(std::move(resolved));
+    const std::vector<std::string> resolved = resolve_words(app, words);
+    app.parse(std::vector<std::string>(resolved.rbegin(), resolved.rend()));
+    options.typed = typed_command(app, resolved);
   } catch (const Failure& failure) {
     return report(failure, wants_json(options, words), err);
   } catch (const CLI::CallForHelp&) {

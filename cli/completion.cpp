@@ -51,7 +51,7 @@ Words vrf_names(const Request& request) {
   std::string path = provider_path("vrf-detail");
   while (names.size() < kMostNames) {
     const kvtree::ListResult page = client->list(path, kKvMaxListItems);
-    if (page.status) throw request_failure(request.session, path, page.status);
+    if (page.status) throw request_failure(request.session, page.status);
     for (const kvtree::ListItem& item : page.items) {
       if (item.key.starts_with(request.begun) && names.size() < kMostNames) names.push_back(item.key);
     }

@@ -308,7 +308,7 @@ TEST_F(Daemon, DaemonThatStopsIsNotRunning) {
   command.join();
   EXPECT_EQ(exit_status, kExitNoDaemon);
   EXPECT_EQ(Err(),
-            "mplsvpn: /oper/mpls_vpn/gl/scalars: mpls_vpn_mib closed the connection; its log has the reason, "
+            "mplsvpn: show scalars: mpls_vpn_mib closed the connection; its log has the reason, "
             "such as too many connections of one user\n");
 }
 
@@ -316,7 +316,7 @@ TEST_F(Daemon, RequestThatTheRoleDoesNotAllowIsRefusedWithTheWayToTheRole) {
   fault_arm("kvtree_get", kStatusAccess);
   EXPECT_EQ(Ask({"show", "scalars"}), kExitNoRight);
   EXPECT_EQ(Err(),
-            "mplsvpn: /oper/mpls_vpn/gl/scalars: permission denied for the role of this user; \"mplsvpn show "
+            "mplsvpn: show scalars: permission denied for the role of this user; \"mplsvpn show "
             "status\" shows it\n");
 }
 

@@ -29,7 +29,7 @@ kvtree::ListResult DatalistPages::fetch() {
     page_ /= 2;
     result = client_.datalist(path, page_, structured_);
   }
-  if (result.status) throw request_failure(session_, path, result.status);
+  if (result.status) throw request_failure(session_, result.status);
   return result;
 }
 

@@ -41,6 +41,7 @@ void router(const Session& session, const std::vector<std::string>& words) {
   if (result.status == kStatusUnknownPath) {
     throw Failure(kExitFailed, "the daemon's source is not a router file, so there are no router commands");
   }
+  if (result.status == kStatusAccess) throw no_right("change the router");
   if (result.status) throw request_failure(patient, "router " + words[0], result.status, result.text);
   if (session.json) {
     session.out << json_line({{"text", result.text}}) << '\n';

@@ -37,7 +37,7 @@ inline kvtree::WalkResult fetch_rows(const Session& session, kvtree::Client& cli
                                      std::uint32_t most) {
   kvtree::WalkResult result = client.walk(path, most);
   if (result.status == kStatusNoSuchRow) return {kStatusOk, {}, true};
-  if (result.status) throw request_failure(session, path, result.status);
+  if (result.status) throw request_failure(session, result.status);
   return result;
 }
 

@@ -63,6 +63,16 @@ Failure request_failure(const Session& session, const std::string& what, Status 
   return {kExitFailed, fmt::format("{}: {}", what, err_text(status))};
 }
 
+Failure request_failure(const Session& session, Status status) {
+  if (status == kStatusUnknownPath) {
+    return {kExitFailed,
+            session.command +
+                ": mpls_vpn_mib does not know this request: it is of an earlier release than mplsvpn, "
+                "or still starting"};
+  }
+  return request_failure(session, session.command, status);
+}
+
 const char* exit_name(int exit_status) {
   static constexpr std::array kNames = {"ok",         "failed",        "usage",
                                         "notRunning", "notResponding", "notPermitted"};

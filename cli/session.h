@@ -56,6 +56,7 @@ struct Session {
   std::string run_directory;  // where its trace buffers are
   std::chrono::milliseconds timeout{1000};
   Terminal terminal = {};
+  std::string command = {};  // its words as the user typed them, without the options before them
 };
 
 // What the words of a command line choose.
@@ -68,6 +69,8 @@ std::unique_ptr<kvtree::Client> connect_to_daemon(const Session& session);
 // the text of the status.
 Failure request_failure(const Session& session, const std::string& what, Status status,
                         const std::string& reason = std::string());
+// The same of a request for records of the data store that the command needs: the command's words name it.
+Failure request_failure(const Session& session, Status status);
 // The Failure of a user who may not configure.
 Failure no_right(const std::string& to_what);
 // The Failure for a socket that cannot be connected.

@@ -14,7 +14,7 @@ namespace cli {
 namespace {
 
 constexpr char kChanging[] =
-    "Changes are for root and the administrators' group, and outlive the daemon. What the command line sets "
+    "Changes are for root and the group mpls_vpn_admin, and outlive the daemon. What the command line sets "
     "overrides what a router file or a routing suite sets for the same item.\n"
     "\n";
 

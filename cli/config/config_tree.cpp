@@ -30,7 +30,7 @@ kvtree::NodesResult read_page(const Session& session, kvtree::Client& client, st
     throw Failure(kExitUsage, fmt::format("unknown owner \"{}\"; expected {}", printable(owner),
                                           text::alternatives({kConfigOwners.begin(), kConfigOwners.end()})));
   }
-  if (page.status) throw request_failure(session, "config", page.status);
+  if (page.status) throw request_failure(session, page.status);
   return page;
 }
 

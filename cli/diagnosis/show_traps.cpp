@@ -133,7 +133,7 @@ void show_traps(const Session& session, const TrapsRequest& request) {
   const std::string path = fmt::format("{}{}/{}", notification_history::kProviderPath,
                                        notification_history::kItemName, request.last);
   const kvtree::GetResult result = connect_to_daemon(session)->get(path);
-  if (result.status) throw request_failure(session, path, result.status);
+  if (result.status) throw request_failure(session, result.status);
   const TrapAnswer answer(session, path, result.record);
   if (session.json) {
     print_json(session, answer);

@@ -143,7 +143,7 @@ Json route_modules_json(const ProcessStatus& status) {
 std::unique_ptr<Record<ProcessStatus>> read_status(const Session& session) {
   const std::string path = std::string(process_status::kProviderPath) + process_status::kItemName;
   const kvtree::GetResult result = connect_to_daemon(session)->get(path);
-  if (result.status) throw request_failure(session, path, result.status);
+  if (result.status) throw request_failure(session, result.status);
   return std::make_unique<Record<ProcessStatus>>(session, path, process_status::kProcessStatusParcel,
                                                  result.record);
 }

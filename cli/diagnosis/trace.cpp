@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <ctime>
+#include <filesystem>
 
 #include "cli/commands.h"
 #include "cli/output/row_writer.h"
@@ -27,10 +28,16 @@ std::string time_text(std::uint64_t stamp) {
                      stamp % kNanosecondsPerSecond / 1000);
 }
 
-void check_readable(const std::string& directory) {
-  if (access(directory.c_str(), R_OK | X_OK) == 0 || errno != EACCES) return;
-  throw Failure(kExitNoRight,
-                directory + ": permission denied; only root and the daemon's group may read it");
+void check_readable(const std::string& path, int mode) {
+  if (access(path.c_str(), mode) == 0 || errno != EACCES) return;
+  throw Failure(kExitNoRight, path + ": permission denied; only root and the daemon's group may read it");
+}
+
+// A directory can be readable while its files are not.
+void check_buffers_readable(const std::string& directory) {
+  std::error_code none;
+  for (const auto& file : std::filesystem::directory_iterator(directory, none))
+    check_readable(file.path().string(), R_OK);
 }
 
 std::vector<TraceEntry> read_buffer(const Session& session, const std::string& name) {
@@ -86,8 +93,7 @@ Json entry_json(const TraceEntry& entry) {
 }
 
 void print_entry(std::ostream& out, const TraceEntry& entry) {
-  const std::string code =
-      entry.code == kStatusOk ? "" : fmt::format(" [{:#x} {}]", entry.code, err_text(entry.code));
+  const std::string code = entry.code == kStatusOk ? "" : fmt::format(" [{}]", err_text(entry.code));
   fmt::print(out, "{} {} {} {}{}\n", time_text(entry.stamp), entry.thread, entry.record,
              printable(entry.text), code);
 }
@@ -103,7 +109,9 @@ void show_entries(const Session& session, const std::vector<TraceEntry>& entries
 }  // namespace
 
 void trace(const Session& session, const TraceRequest& request) {
-  check_readable(session.run_directory + "/trace");
+  const std::string directory = session.run_directory + "/trace";
+  check_readable(directory, R_OK | X_OK);
+  check_buffers_readable(directory);
   const std::vector<std::string> names = trace_names(session.run_directory);
   if (names.empty())
     throw Failure(kExitFailed, "there are no trace buffers in " + session.run_directory +

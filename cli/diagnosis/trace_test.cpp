@@ -2,9 +2,14 @@
 #include "platform/core/trace/trace.h"
 
 #include <gmock/gmock.h>
+#include <grp.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 
 #include "cli/command_line_test_fixture.h"
 #include "cli/output/json_list.h"
@@ -15,6 +20,7 @@ namespace {
 
 using ::testing::HasSubstr;
 
+constexpr uid_t kUnprivileged = 65534;
 constexpr std::uint64_t kStamp = 1'767'323'045 * kNanosecondsPerSecond + 6'000;  // 2026-01-02 03:04:05.000006
 
 class TraceCommand : public CommandLine {
@@ -61,7 +67,7 @@ TEST_F(TraceCommand, PrefixOfTheNameMayBeLeftOut) {
 TEST_F(TraceCommand, CodeIsShownWithItsText) {
   Write("mpls_vpn/error", {"no luck"}, kStatusArgumentMissing);
   EXPECT_EQ(Run({"trace", "error"}), kExitOk);
-  EXPECT_THAT(Out(), HasSubstr("no luck [0x40818800 A path argument is missing]\n"));
+  EXPECT_THAT(Out(), HasSubstr("no luck [A path argument is missing]\n"));
 }
 
 TEST_F(TraceCommand, LastBoundsTheEntries) {
@@ -102,6 +108,34 @@ TEST_F(TraceCommand, DirectoryWithoutBuffersIsAFailure) {
   EXPECT_EQ(Run({"trace"}), kExitFailed);
   EXPECT_EQ(Err(), "mplsvpn: there are no trace buffers in " + Directory() +
                        "; --run-dir sets the daemon's run directory\n");
+}
+
+// Runs the command as another user and returns its exit status.
+int run_unprivileged(const std::vector<std::string>& words) {
+  const pid_t child = fork();
+  if (child == 0) {
+    std::ostringstream out;
+    std::ostringstream err;
+    _exit(setgroups(0, nullptr) == 0 && setgid(kUnprivileged) == 0 && setuid(kUnprivileged) == 0
+              ? run(words, out, err)
+              : -1);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+TEST_F(TraceCommand, BuffersThatTheUserMayNotReadHaveAStatusOfTheirOwn) {
+  if (getuid() != 0) GTEST_SKIP() << "SKIPPED: only root can become another user";
+  Write("mpls_vpn/init", {"one"});
+  const std::string trace = Directory() + "/trace";
+  for (const std::string& path : {Directory(), trace}) ASSERT_EQ(chmod(path.c_str(), 0755), 0);
+  EXPECT_EQ(run_unprivileged({"trace", "init"}), kExitNoRight);
+  EXPECT_EQ(run_unprivileged({"trace"}), kExitNoRight);
+  ASSERT_EQ(chmod((trace + "/mpls_vpn.init").c_str(), 0644), 0);
+  EXPECT_EQ(run_unprivileged({"trace", "init"}), kExitOk);
+  ASSERT_EQ(chmod(trace.c_str(), 0750), 0);
+  EXPECT_EQ(run_unprivileged({"trace"}), kExitNoRight);
 }
 
 TEST_F(TraceCommand, FileThatIsNotABufferIsNotListed) {

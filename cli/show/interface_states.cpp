@@ -30,7 +30,7 @@ void walk_interface_states(const Session& session, kvtree::Client& client, const
     const std::string path = path_of(interface_states::kNext, handle);
     const kvtree::WalkResult rows = client.walk(path, kRowBatch);
     if (rows.status == kStatusUnknownPath || rows.status == kStatusNoSuchRow) return;
-    if (rows.status) throw request_failure(session, path, rows.status);
+    if (rows.status) throw request_failure(session, rows.status);
     for (const kvtree::Octets& octets : rows.rows) handle = take(session, path, octets, sink);
     if (rows.end || rows.rows.empty()) return;
   }
@@ -41,7 +41,7 @@ bool read_interface_state(const Session& session, kvtree::Client& client, std::u
   const std::string path = path_of(interface_states::kIndex, index);
   const kvtree::GetResult result = client.get(path);
   if (result.status == kStatusUnknownPath || result.status == kStatusNoSuchRow) return false;
-  if (result.status) throw request_failure(session, path, result.status);
+  if (result.status) throw request_failure(session, result.status);
   take(session, path, result.record, sink);
   return true;
 }

@@ -31,7 +31,7 @@ bool find_route_without_next_hop(const Session& session, kvtree::Client& client,
   const std::string path = prefix_path("route", vrf, prefix);
   const kvtree::GetResult result = client.get(path);
   if (result.status == kStatusNoSuchRow) return false;
-  if (result.status) throw request_failure(session, path, result.status);
+  if (result.status) throw request_failure(session, result.status);
   const Record<mpls_vpn_mib_route> row(session, path, kMibRouteParcel, result.record);
   if (!is_of_prefix(*row, vrf, prefix)) return false;
   sink.row(*row);

@@ -37,7 +37,7 @@ void show_scalars(const Session& session) {
   const std::string path = provider_path("scalars");
   const auto client = connect_to_daemon(session);
   const kvtree::GetResult result = client->get(path);
-  if (result.status) throw request_failure(session, path, result.status);
+  if (result.status) throw request_failure(session, result.status);
   const Record<mib::Scalars> scalars(session, path, kMibScalarsParcel, result.record);
   if (!session.json) return print_scalars(session, *client, *scalars);
   session.out << json_line(mib_json(mib::kScalarColumns, *scalars)) << '\n';

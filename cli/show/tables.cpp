@@ -79,8 +79,7 @@ std::string route_path(const std::string& read, const std::string& vrf, std::int
 bool are_routes_counted(const Session& session, kvtree::Client& client) {
   const std::string path = route_path("route", "", kInetAddressIpv4, 0, kNoAddress, kNoAddress);
   const Status status = client.get(path).status;
-  if (status == kStatusTimedOut || status == kStatusNotConnected)
-    throw request_failure(session, path, status);
+  if (status == kStatusTimedOut || status == kStatusNotConnected) throw request_failure(session, status);
   return status != kStatusNoRouteModule;
 }
 
@@ -88,7 +87,7 @@ void require_vrf(const Session& session, kvtree::Client& client, const std::stri
   const std::string path = provider_path("vrf", vrf);
   const Status status = client.get(path).status;
   if (status == kStatusOk) return;
-  if (status != kStatusNoSuchRow) throw request_failure(session, path, status);
+  if (status != kStatusNoSuchRow) throw request_failure(session, status);
   const std::string shown = printable(vrf);
   if (client.get(provider_path("vrf-invalid-detail", vrf)).status == kStatusOk) {
     throw Failure(kExitFailed, "VRF " + shown +

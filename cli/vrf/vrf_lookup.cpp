@@ -25,7 +25,7 @@ std::optional<kvtree::Octets> find_record(const Session& session, kvtree::Client
   kvtree::GetResult result = client.get(path);
   // The show record of a VRF that is being deleted has a status of its own.
   if (result.status == kStatusNoSuchRow || result.status == kStatusNoVrfRecord) return std::nullopt;
-  if (result.status) throw request_failure(session, path, result.status);
+  if (result.status) throw request_failure(session, result.status);
   return std::move(result.record);
 }
 
@@ -46,7 +46,7 @@ bool passes_filter(const Session& session, kvtree::Client& client, const std::st
   if (!has_filter(request)) return true;
   const std::string path = filter_path(name, request);
   const kvtree::ListResult result = client.list(path, 1);
-  if (result.status) throw request_failure(session, path, result.status);
+  if (result.status) throw request_failure(session, result.status);
   return !result.items.empty();
 }
 
@@ -62,7 +62,7 @@ std::optional<kvtree::Octets> find_show_record(const Session& session, kvtree::C
   }
   const std::string path = filter_path(name, request);
   kvtree::ListResult result = client.datalist(path, 1, request.structured);
-  if (result.status) throw request_failure(session, path, result.status);
+  if (result.status) throw request_failure(session, result.status);
   if (result.items.empty()) return std::nullopt;
   return std::move(result.items[0].record);
 }

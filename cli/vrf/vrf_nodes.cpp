@@ -48,7 +48,7 @@ void VrfNodes::move_to(const std::string& first) {
 
 void VrfNodes::read_more() {
   kvtree::NodesResult page = client_.nodes(nodes_of_vrfs(), page_, until_);
-  if (page.status) throw request_failure(session_, nodes_of_vrfs(), page.status);
+  if (page.status) throw request_failure(session_, page.status);
   is_end_ = page.nodes.empty();
   if (!is_end_) until_ = page.nodes.back().path;
   std::move(page.nodes.begin(), page.nodes.end(), std::back_inserter(window_));

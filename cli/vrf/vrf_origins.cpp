@@ -16,7 +16,7 @@ using vrf_config::Family;
 
 std::string model_rd_owner(const Session& session, kvtree::Client& client) {
   const kvtree::NodesResult found = client.nodes(vpn_events::kRdOwnerPath, 1);
-  if (found.status) throw request_failure(session, vpn_events::kRdOwnerPath, found.status);
+  if (found.status) throw request_failure(session, found.status);
   return found.nodes.empty() ? std::string() : found.nodes.front().value.text;
 }
 

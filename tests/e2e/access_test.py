@@ -224,6 +224,15 @@ class RolesTest(unittest.TestCase):
                    if self.cli_as(groups, *words).returncode == 0}
         self.assertEqual(allowed, {(tuple(agent), show), (tuple(reader), show), (tuple(reader), config), (tuple(reader), debug)})
 
+    def test_refusal_has_a_status_of_its_own_and_names_the_group_that_may(self):
+        self.system.start_daemon()
+        for words in (("router", "down", "eth0"), ("config", "set", "vrf", "red", "description", "x"), ("debug", "vmap", "on")):
+            refused = self.cli_as([0], *words)
+            self.assertEqual(refused.returncode, 5, words)
+            self.assertIn("the group mpls_vpn_admin", refused.stderr)
+        self.assertEqual(self.cli_as([], "trace").returncode, 5)
+        self.assertEqual(self.cli_as([0], "trace", "init").returncode, 0)
+
     def test_flood_of_connections_is_logged_with_a_count_when_it_has_ended(self):
         self.system.start_daemon()
         path = str(self.system.folder / "run" / "dev.mpls.vpn.main")
