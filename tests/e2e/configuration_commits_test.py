@@ -52,9 +52,31 @@ class Commits(SystemTest):
         self.config("set", "--confirmed", "1h", "vrf", "red", "description", "confirmed")
         self.assertRegex(self.config("confirm").stdout, rf"^commit \d+ by {self.user} is confirmed$")
         self.restart()
+        comment = self.system.cli_json("config", "history")[0]["comment"]
+        self.assertEqual(comment, f"set vrf red description confirmed, confirmed by {self.user}")
         self.assertEqual(self.description(), "confirmed")
         self.assertEqual(self.config("show").stderr, "")
         self.assertIsNone(self.system.cli_json("show", "status")["confirmation"])
+
+    def test_backup_restores_the_items_of_an_operator_on_an_empty_daemon(self):
+        for words in (("vrf", "blue", "description", 'said "no" \\ \u00e4'), ("vrf", "red", "rd", "192.0.2.1:7"),
+                      ("vrf", "red", "rt", "both", "65000:11", "ipv4"), ("vrf", "red", "threshold", "ipv6", "90", "80"),
+                      ("vrf", "red", "static", "10.1.0.0/16", "interface", "ge1", "via", "10.0.0.2"),
+                      ("vrf", "blue", "rt", "import", "4200000000:1", "ipv6"), ("traps", "vrf-up")):
+            self.config("set", *words)
+        self.config("suppress", "vrf", "red", "description")
+        backup = self.config("show", "--owner", "cli").stdout
+        self.assertGreaterEqual(len(backup.splitlines()), 8)
+        file = self.system.folder / "backup"
+        file.write_text(backup)
+        empty = self.new_system()
+        empty.start_daemon()
+        self.assertEqual(empty.cli("config", "show").stdout, "")
+        empty.cli("config", "load", str(file), check=True)
+        self.assertEqual(empty.cli("config", "show", "--owner", "cli").stdout, backup)
+        effective = [line for line in backup.splitlines() if line != "suppress vrf red description file"]
+        self.assertEqual(len(effective), len(backup.splitlines()) - 1)
+        self.assertEqual(empty.cli("config", "show").stdout.splitlines(), effective)
 
     def test_suppressed_item_stays_without_effect(self):
         self.config("suppress", "vrf", "red", "description")

@@ -129,7 +129,7 @@ PreparedCommit prepare_commit(const CommitRequest& request, std::uint64_t time, 
   if (prepared.status != kStatusOk) return prepared;
   if (prepared.plan->changes.empty()) {
     if (!request.undone.empty() && waits_for_confirmation(request.undone, node_store))
-      prepared.status = node_store->end_confirmation(&prepared.error);
+      prepared.status = node_store->end_confirmation("", &prepared.error);
     return prepared;
   }
   index_by_path(prepared.plan.get());

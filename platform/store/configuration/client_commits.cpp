@@ -114,10 +114,11 @@ void confirm(const std::string& named, uid_t user, wire::Octets* answer) {
   const KvConfigConfirmation waiting = kvtree_config_confirmation();
   const bool is_meant = !waiting.id.empty() && (named.empty() || named == waiting.id);
   std::string reason;
-  const Status status = is_meant ? store().node_store->end_confirmation(&reason) : kStatusNoSuchRow;
+  const std::string name = user_name(user);
+  const Status status = is_meant ? store().node_store->end_confirmation(name, &reason) : kStatusNoSuchRow;
   if (status == kStatusOk) {
     log_notice("configuration", "commit %s by %s is confirmed by %s", waiting.id.c_str(),
-               waiting.user.c_str(), user_name(user).c_str());
+               waiting.user.c_str(), name.c_str());
   }
   write_confirmation_answer(answer, status, waiting);
 }

@@ -96,8 +96,8 @@ class NodeStore {
 
   // The commit that waits for its confirmation. Does not wait for another thread.
   std::optional<Confirmation> confirmation();
-  // The commit, which waits for it, is confirmed. *reason as for write().
-  [[nodiscard]] Status end_confirmation(std::string* reason);
+  // The commit, which waits for it, is confirmed, by this user if it has a name. *reason as for write().
+  [[nodiscard]] Status end_confirmation(std::string_view user, std::string* reason);
   // The changes of the first owner that undo the commit that waits, where no later commit changed the node.
   std::vector<KvConfigChange> undo_waiting_commit(const ConfigTree& tree);
 
@@ -176,6 +176,7 @@ class NodeStore {
   bool write_later_changes(const std::vector<std::string_view>& paths);
   bool hide(std::int64_t id);
   bool write_end_of_confirmation();
+  bool add_to_comment(std::int64_t id, std::string_view note);
   bool forget(std::int64_t id);
   bool run(sqlite::Statement& statement);  // for a statement without result rows
   bool fail_write();

@@ -99,11 +99,11 @@ TEST_F(Confirmations, ClockThatIsSetBackDelaysTheUndoingByTheWholeTimeAtMost) {
 
 TEST_F(Confirmations, ConfirmedCommitStays) {
   ASSERT_EQ(Try({SetTo("/cfg/a", "new")}), kStatusOk);
-  EXPECT_EQ(kvtree::store().node_store->end_confirmation(&error), kStatusOk);
+  EXPECT_EQ(kvtree::store().node_store->end_confirmation("eve", &error), kStatusOk);
   Wait(2 * kMinute);
-  EXPECT_THAT(History(), ElementsAre("1 user 1 try"));
   RestartServed();
   Wait(2 * kMinute);
+  EXPECT_THAT(History(), ElementsAre("1 user 1 try, confirmed by eve"));
   EXPECT_THAT(Effective(), ElementsAre("/cfg/a=new"));
 }
 

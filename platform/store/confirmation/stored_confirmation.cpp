@@ -167,11 +167,29 @@ bool NodeStore::hide(std::int64_t id) {
   return run(statement);
 }
 
-Status NodeStore::end_confirmation(std::string* reason) {
+// What is damaged stays so.
+bool NodeStore::add_to_comment(std::int64_t id, std::string_view note) {
+#define WITH_NOTE "iif(comment = '', '', comment || ', ') || ?2"
+  sqlite::Statement statement(
+      database_.get(),
+      "UPDATE log SET comment = " WITH_NOTE ", checksum = row_checksum(id, time, owner, " WITH_NOTE
+      ", changes, octets, folded, user) WHERE id = ?1 AND checksum = row_checksum(id, "
+      "time, owner, comment, changes, octets, folded, user)");
+#undef WITH_NOTE
+  statement.bind(1, id);
+  statement.bind_text(2, note);
+  return run(statement);
+}
+
+Status NodeStore::end_confirmation(std::string_view user, std::string* reason) {
   const std::lock_guard lock(mutex_);
   write_error_.clear();
   Status status = fault_check("configuration_write");
-  if (status == kStatusOk && !write_end_of_confirmation()) status = write_status_;
+  const auto write = [this, user] {
+    return (user.empty() || add_to_comment(confirmation()->commit, "confirmed by " + std::string(user))) &&
+           execute(kEndConfirmation);
+  };
+  if (status == kStatusOk && !transact(write)) status = write_status_;
   if (status == kStatusOk) {
     end_waiting();
     return kStatusOk;
