@@ -32,9 +32,19 @@ struct CommandLine {
   bool verbose = false;
 };
 
+// Other transports of snmpd look like paths that do not exist, for which the sub-agent would wait.
+std::string check_agentx_socket(const std::string& socket) {
+  for (const char* transport : {"tcp:", "tcp6:", "udp:", "udp6:"}) {
+    if (socket.starts_with(transport))
+      return socket + " is not a Unix socket; set agentXSocket in snmpd.conf to a path and name the same path";
+  }
+  return {};
+}
+
 void describe(CLI::App* app, CommandLine* line) {
   app->add_option("--agentx-socket", line->agentx_socket, "Unix socket of the SNMP master agent")
       ->envname("AGENTX_SOCKET")
+      ->check(check_agentx_socket)
       ->capture_default_str();
   app->add_option("--daemon-socket", line->daemon_socket,
                   "Unix socket of the daemon (default: in the run directory)");

@@ -102,6 +102,7 @@ constexpr char kRouterFooter[] =
     "Examples:\n"
     "  mplsvpn router help\n"
     "  mplsvpn router show red\n"
+    "  mplsvpn router show red --json\n"
     "  mplsvpn router add-interface ge7 index 51 vrf red address 10.51.0.1/24\n"
     "  mplsvpn router reload";
 

@@ -261,13 +261,17 @@ TEST_F(Daemon, RouterWordsGoToTheActionAsTheyAre) {
   ASSERT_EQ(kvtree_register_action("router", router_action, nullptr), kStatusOk);
   EXPECT_EQ(Ask({"router", "add-vrf", "red", "description", "two words", "--json"}), kExitOk) << Err();
   EXPECT_EQ(Out(), "6|router|add-vrf|red|description|two words|--json\n");
-  EXPECT_EQ(AskForJson({"router", "show"}), (Json{{"text", "2|router|show"}}));
+  EXPECT_EQ(AskForJson({"router", "up", "ge0"}), (Json{{"text", "3|router|up|ge0"}}));
+  EXPECT_EQ(Ask({"--json", "router", "show", "red"}), kExitOk);
+  EXPECT_EQ(Out(), "4|router|show|red|--json\n");
 }
 
 TEST_F(Daemon, NamesInTheRoutersTextCannotControlTheTerminal) {
   ASSERT_EQ(kvtree_register_action("router", router_action, nullptr), kStatusOk);
   EXPECT_EQ(Ask({"router", "show", "\x1b[31mred\nnext"}), kExitOk) << Err();
   EXPECT_EQ(Out(), "3|router|show|\\x1b[31mred\nnext\n");
+  EXPECT_EQ(Ask({"router", "refuse", "\x1b[31mred"}), kExitFailed);
+  EXPECT_THAT(Err(), HasSubstr("\\x1b[31mred"));
 }
 
 TEST_F(Daemon, RouterRefusalIsShownAsItIs) {

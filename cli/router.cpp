@@ -28,22 +28,37 @@ Session with_time_for(const Session& session, const std::string& command) {
   return patient;
 }
 
+bool is_json_word_in(const std::vector<std::string>& words) {
+  return std::find(words.begin(), words.end(), "--json") != words.end();
+}
+
+// The daemon makes the object that "show" prints.
+std::vector<std::string> action_words(const std::vector<std::string>& words, bool is_object) {
+  std::vector<std::string> action = {"router"};
+  action.insert(action.end(), words.begin(), words.end());
+  if (is_object && !is_json_word_in(words)) action.emplace_back("--json");
+  return action;
+}
+
 }  // namespace
 
 void router(const Session& session, const std::vector<std::string>& words) {
   if (words.empty()) {
     throw Failure(kExitUsage, "router needs a command; \"mplsvpn router help\" lists them");
   }
-  std::vector<std::string> action = {"router"};
-  action.insert(action.end(), words.begin(), words.end());
+  const bool is_object = words[0] == "show" && (session.json || is_json_word_in(words));
   const Session patient = with_time_for(session, words[0]);
-  const kvtree::ActionResult result = connect_to_daemon(patient)->action(action);
+  const kvtree::ActionResult result = connect_to_daemon(patient)->action(action_words(words, is_object));
   if (result.status == kStatusUnknownPath) {
     throw Failure(kExitFailed, "the daemon's source is not a router file, so there are no router commands");
   }
   if (result.status == kStatusAccess) throw no_right("change the router");
-  if (result.status) throw request_failure(patient, "router " + words[0], result.status, result.text);
-  if (session.json) {
+  if (result.status)
+    throw request_failure(patient, "router " + words[0], result.status,
+                          printable(result.text, Backslashes::kUnchanged));
+  if (is_object) {
+    session.out << result.text << '\n';
+  } else if (session.json) {
     session.out << json_line({{"text", result.text}}) << '\n';
   } else {
     print_lines(session.out, result.text);

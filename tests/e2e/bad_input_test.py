@@ -61,6 +61,12 @@ class Arguments(unittest.TestCase):
                     self.assertIn(argument, err)
 
 
+    def test_socket_of_the_master_agent_that_is_no_unix_socket_is_refused(self):
+        status, _, err = self.answer("mpls_vpn_snmp", "--agentx-socket", "tcp:localhost:705")
+        self.assertEqual(status, 2)
+        self.assertIn("tcp:localhost:705 is not a Unix socket", err)
+
+
 class BadInput(SharedSystemTest):
     router = ROUTER
 

@@ -23,7 +23,8 @@ COMMANDS = ("show scalars", "show status", "show interfaces", "show interfaces r
             "config set --confirmed 5 vrf blue description tried", "show status", "config confirm",
             "config suppress vrf blue threshold", "config show --owners", "config unsuppress vrf blue threshold",
             "config delete vrf blue description", "config history", "config history 1", "config rollback 1 --dry-run", "config rollback 1",
-            "config words vrf", "router show", "export --format napalm", "export --format netbox",
+            "config words vrf", "router show", "router show red", "router show ge1", "router help",
+            "export --format napalm", "export --format netbox",
             "graph", "explain red", "explain red 10.11.0.0/16")
 OTHERS = {"show vrf red detail": "show vrf detail", "show vrf --structured": "show vrf detail", "trace init": "trace entries",
           "config history 1": "changes", "config rollback 1 --dry-run": "changes",

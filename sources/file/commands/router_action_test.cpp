@@ -1,4 +1,5 @@
 // The commands of the action "router".
+#include <nlohmann/json.hpp>
 #include <stdexcept>
 
 #include "sources/file/commands/router_commands.h"
@@ -8,6 +9,7 @@ namespace {
 
 using ::testing::HasSubstr;
 using ::testing::Not;
+using Json = nlohmann::json;
 
 const router::Interface& interface_named(const router::Router& model, const char* name) {
   const router::Interface* interface = model.find_interface_by_name(name);
@@ -249,12 +251,41 @@ TEST_F(RouterCommands, ShowOfANameIsLimitedToIt) {
   EXPECT_EQ(text_, "no VRF or interface is named \"nothing\"");
 }
 
+TEST_F(RouterCommands, ShowIsAnObjectOfJsonOnRequest) {
+  Do("add-vrf red id 7 rd 1:1 big description the_red_one");
+  Do("reference later");
+  Do("add-interface ge0 index 5 vrf red address 10.0.0.1/24");
+  Do("add-interface ge1 index 6 vrf deleted down");
+  Do("add-route red 10.1.0.0/16 via 10.0.0.2 protocol bgp metric 5 label 17");
+  Do("show --json");
+  const Json all = Json::parse(text_);
+  EXPECT_EQ(all["vrfs"], Json::parse(R"([{"name":"red","id":7,"ipv4Table":7,"ipv6Table":7,
+      "ipv4MulticastTable":null,"ipv6MulticastTable":null,"rd":"1:1","isBig":true,"description":"the red one"}])"));
+  EXPECT_EQ(all["references"], Json::parse(R"(["later"])"));
+  EXPECT_EQ(all["interfaces"][1],
+            Json::parse(R"({"name":"ge1","index":6,"isUp":false,"vrf":"deleted","hasVrf":false,
+      "addresses":[],"description":null})"));
+  EXPECT_FALSE(all.contains("notListed"));
+  Do("show red --json");
+  const Json red = Json::parse(text_);
+  EXPECT_EQ(red["interfaces"][0]["addresses"], Json::parse(R"(["10.0.0.1/24"])"));
+  Json route = red["routes"][0];
+  EXPECT_TRUE(route["age"].is_number());
+  route.erase("age");
+  EXPECT_EQ(route,
+            Json::parse(R"({"prefix":"10.1.0.0/16","nextHop":"10.0.0.2","interface":null,"type":"remote",
+      "protocol":"bgp","metric":5,"labels":[17]})"));
+  EXPECT_EQ(Say("show red later"), kStatusInvalid);
+}
+
 TEST_F(RouterCommands, ShowOfALargeRouterIsBounded) {
   for (std::uint32_t number = 2; number < 1203; ++number) Do("add-vrf v" + std::to_string(number));
   Do("show");
   EXPECT_THAT(text_, HasSubstr("vrf v1001 "));
   EXPECT_THAT(text_, Not(HasSubstr("vrf v1002 ")));
   EXPECT_THAT(text_, HasSubstr("... and 201 more VRFs"));
+  Do("show --json");
+  EXPECT_EQ(Json::parse(text_)["notListed"], (Json{{"vrfs", 201}}));
 }
 
 // Every user may ask for it.

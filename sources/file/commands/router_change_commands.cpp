@@ -256,7 +256,7 @@ Status reload(const RouterCommandContext& context) {
 
 const std::vector<RouterCommand>& router_commands() {
   static const std::vector<RouterCommand> commands = {
-      {"show", "[NAME]", "the router, one VRF with its interfaces, or one interface", false, 0, 1,
+      {"show", "[NAME] [--json]", "the router, one VRF with its interfaces, or one interface", false, 0, 2,
        router_show},
       {"add-vrf", "NAME [id N] [table N] [rd RD] [description TEXT] [big]",
        "creates a VRF; without an id it gets its table's number or the next free one", true, 1,

@@ -10,8 +10,10 @@
 #include <memory>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "sources/file/commands/router_commands.h"
+#include "sources/file/commands/router_json.h"
 #include "sources/file/reader/route_reader.h"
 
 namespace {
@@ -50,14 +52,31 @@ std::string interface_line(const Router& model, const Interface& interface) {
   return line;
 }
 
-// Lines of one kind, the first kShownMost of them.
+// The answer so far, as text or as an object of JSON.
+struct Answer {
+  bool is_json = false;
+  std::string text{};
+  RouterJson document{};
+};
+
+// Items of one kind, the first kShownMost of them.
 class Lines {
  public:
-  Lines(std::string* text, const char* kind) : text_(text), kind_(kind) {}
+  struct Kind {
+    const char *name, *key;
+  };
+  Lines(Answer* answer, Kind kind) : answer_(answer), kind_(kind) {
+    if (answer->is_json) answer->document.emplace(kind.key, RouterJson::array());
+  }
 
-  template <typename Make>
-  void next(Make make) {
-    if (++count_ <= kShownMost) add(make());
+  template <typename MakeText, typename MakeJson>
+  void next(MakeText make_text, MakeJson make_json) {
+    if (++count_ > kShownMost) return;
+    if (answer_->is_json) {
+      answer_->document[kind_.key].push_back(make_json());
+    } else {
+      add(make_text());
+    }
   }
   // Of that many in all, the rest is only counted.
   bool is_full(std::size_t all) {
@@ -66,19 +85,30 @@ class Lines {
     return true;
   }
   void end() {
-    if (count_ > kShownMost) add("... and " + std::to_string(count_ - kShownMost) + " more " + kind_);
+    if (count_ <= kShownMost) return;
+    const std::size_t rest = count_ - kShownMost;
+    if (answer_->is_json) {
+      RouterJson& more = answer_->document["notListed"][kind_.key];
+      more = rest + (more.is_null() ? 0 : more.get<std::size_t>());
+    } else {
+      add("... and " + std::to_string(rest) + " more " + kind_.name);
+    }
   }
 
  private:
   void add(const std::string& line) {
-    if (!text_->empty()) *text_ += '\n';
-    *text_ += line;
+    if (!answer_->text.empty()) answer_->text += '\n';
+    answer_->text += line;
   }
 
-  std::string* text_;
-  const char* kind_;
+  Answer* answer_;
+  Kind kind_;
   std::size_t count_ = 0;
 };
+constexpr Lines::Kind kVrfs = {"VRFs", "vrfs"};
+constexpr Lines::Kind kReferences = {"VRFs that are only named", "references"};
+constexpr Lines::Kind kInterfaces = {"interfaces", "interfaces"};
+constexpr Lines::Kind kRoutes = {"routes", "routes"};
 
 // The next item of a list; false at its end.
 using NextItem = std::function<bool(Lines*)>;
@@ -100,12 +130,18 @@ std::string route_line(router::RouteTableId table, const router::Route& route, c
   return line + " age " + std::to_string(router::route_age(route));
 }
 
+void add_interface(const Router& model, const Interface& interface, Lines* lines) {
+  lines->next([&] { return interface_line(model, interface); },
+              [&] { return interface_json(model, interface); });
+}
+
 NextItem all_vrfs(const Router& model) {
   return [&model, last = std::string()](Lines* lines) mutable {
     const Vrf* const vrf = model.vrf_after(last);
     if (vrf == nullptr || lines->is_full(model.vrf_count())) return false;
     last = vrf->name;
-    if (last != router::kDefaultVrf) lines->next([vrf] { return vrf_line(*vrf); });
+    if (last != router::kDefaultVrf)
+      lines->next([vrf] { return vrf_line(*vrf); }, [vrf] { return vrf_json(*vrf); });
     return true;
   };
 }
@@ -115,7 +151,8 @@ NextItem names_without_a_vrf(const Router& model) {
     const std::string* const name = model.reference_after(last);
     if (name == nullptr) return false;
     last = *name;
-    if (model.find_vrf(last) == nullptr) lines->next([&] { return "vrf " + last + " referenced"; });
+    if (model.find_vrf(last) == nullptr)
+      lines->next([&] { return "vrf " + last + " referenced"; }, [&] { return RouterJson(last); });
     return true;
   };
 }
@@ -125,7 +162,7 @@ NextItem all_interfaces(const Router& model) {
     const Interface* const interface = model.interface_after(last);
     if (interface == nullptr || lines->is_full(model.interface_count())) return false;
     last = interface->handle;
-    lines->next([&] { return interface_line(model, *interface); });
+    add_interface(model, *interface, lines);
     return true;
   };
 }
@@ -136,7 +173,7 @@ NextItem interfaces_of(const Router& model, const std::string& vrf) {
     const Interface* const interface = model.interface_after(last);
     if (interface == nullptr) return false;
     last = interface->handle;
-    if (interface->vrf == vrf) lines->next([&] { return interface_line(model, *interface); });
+    if (interface->vrf == vrf) add_interface(model, *interface, lines);
     return true;
   };
 }
@@ -147,7 +184,9 @@ NextItem routes_of(const Router& model, router::RouteTableId table) {
     if (lines->is_full(store.count(table))) return false;
     const bool is_there = std::exchange(begins, false) ? store.find_first(table, &route)
                                                        : store.find_next(table, route.key, &route);
-    if (is_there) lines->next([&] { return route_line(table, route, model); });
+    if (is_there)
+      lines->next([&] { return route_line(table, route, model); },
+                  [&] { return route_json(table, route, model); });
     return is_there;
   };
 }
@@ -155,7 +194,22 @@ NextItem routes_of(const Router& model, router::RouteTableId table) {
 NextItem interface_named(const Router& model, const std::string& name) {
   return [&model, name](Lines* lines) {
     const Interface* const interface = model.find_interface_by_name(name);
-    if (interface != nullptr) lines->next([&] { return interface_line(model, *interface); });
+    if (interface != nullptr) add_interface(model, *interface, lines);
+    return false;
+  };
+}
+
+NextItem vrf_named(const Router& model, const std::string& name) {
+  return [&model, name](Lines* lines) {
+    if (const Vrf* const vrf = model.find_vrf(name))
+      lines->next([vrf] { return vrf_line(*vrf); }, [vrf] { return vrf_json(*vrf); });
+    return false;
+  };
+}
+
+NextItem reference_named(const std::string& name) {
+  return [name](Lines* lines) {
+    lines->next([&] { return "vrf " + name + " referenced"; }, [&] { return RouterJson(name); });
     return false;
   };
 }
@@ -163,22 +217,24 @@ NextItem interface_named(const Router& model, const std::string& name) {
 // The answer so far and the lists that follow.
 class Show {
  public:
-  explicit Show(const Router& model) {
-    text_ = counted(model.vrf_count(), "VRF") + ", " + counted(model.interface_count(), "interface");
-    add("VRFs", all_vrfs(model));
-    add("VRFs that are only named", names_without_a_vrf(model));
-    add("interfaces", all_interfaces(model));
+  Show(const Router& model, bool is_json) : answer_{.is_json = is_json} {
+    answer_.text = counted(model.vrf_count(), "VRF") + ", " + counted(model.interface_count(), "interface");
+    add(kVrfs, all_vrfs(model));
+    add(kReferences, names_without_a_vrf(model));
+    add(kInterfaces, all_interfaces(model));
   }
-  Show(const Router& model, const std::string& name) {
+  Show(const Router& model, const std::string& name, bool is_json) : answer_{.is_json = is_json} {
     if (const Vrf* const vrf = model.find_vrf(name)) {
-      text_ = vrf_line(*vrf);
-      add("interfaces", interfaces_of(model, name));
-      add("routes", routes_of(model, {router::Family::kIpv4, vrf->ipv4_table}));
-      add("routes", routes_of(model, {router::Family::kIpv6, vrf->ipv6_table}));
+      add(kVrfs, vrf_named(model, name));
+      add(kInterfaces, interfaces_of(model, name));
+      add(kRoutes, routes_of(model, {router::Family::kIpv4, vrf->ipv4_table}));
+      add(kRoutes, routes_of(model, {router::Family::kIpv6, vrf->ipv6_table}));
     } else if (model.is_referenced(name)) {
-      text_ = "vrf " + name + " referenced";
+      add(kReferences, reference_named(name));
     }
-    add("interfaces", interface_named(model, name));
+    add(kInterfaces, interface_named(model, name));
+    is_found_ = model.is_referenced(name) || model.find_vrf(name) != nullptr ||
+                model.find_interface_by_name(name) != nullptr;
   }
   Show(const Show&) = delete;
   Show& operator=(const Show&) = delete;
@@ -195,7 +251,11 @@ class Show {
     }
     return true;
   }
-  const std::string& text() const { return text_; }
+  bool is_found() const { return is_found_; }
+  std::string text() const {
+    if (!answer_.is_json) return answer_.text;
+    return answer_.document.dump(-1, ' ', false, RouterJson::error_handler_t::replace);
+  }
 
  private:
   static constexpr std::size_t kItemsPerLook = 64;  // at the clock
@@ -203,15 +263,28 @@ class Show {
     Lines lines;
     NextItem next;
   };
-  void add(const char* kind, NextItem next) { lists_.push_back({Lines(&text_, kind), std::move(next)}); }
+  void add(Lines::Kind kind, NextItem next) { lists_.push_back({Lines(&answer_, kind), std::move(next)}); }
 
-  std::string text_;
+  Answer answer_;
+  bool is_found_ = true;
   std::deque<List> lists_;
 };
 
+struct Request {
+  bool is_json = false;
+  std::vector<std::string> names;
+};
+
+Request read_request(const RouterCommandContext& context) {
+  Request request{.names = context.arguments};
+  request.is_json = std::erase(request.names, "--json") > 0;
+  return request;
+}
+
 std::shared_ptr<Show> begin_show(const RouterCommandContext& context) {
-  if (context.arguments.empty()) return std::make_shared<Show>(*context.model);
-  return std::make_shared<Show>(*context.model, context.arguments[0]);
+  const Request request = read_request(context);
+  if (request.names.empty()) return std::make_shared<Show>(*context.model, request.is_json);
+  return std::make_shared<Show>(*context.model, request.names[0], request.is_json);
 }
 
 // Of a former step, or a new one.
@@ -225,13 +298,17 @@ std::shared_ptr<Show> find_show(const RouterCommandContext& context) {
 }  // namespace
 
 Status router_show(const RouterCommandContext& context) {
+  if (read_request(context).names.size() > 1) {
+    *context.text = "usage: router show [NAME] [--json]";
+    return kStatusInvalid;
+  }
   const std::shared_ptr<Show> show = find_show(context);
   if (!show->step(context.steps)) {
     context.steps->state = show;
     return kStatusUnfinished;
   }
   *context.text = show->text();
-  if (!context.text->empty()) return kStatusOk;
-  *context.text = "no VRF or interface is named \"" + context.arguments[0] + "\"";
+  if (show->is_found()) return kStatusOk;
+  *context.text = "no VRF or interface is named \"" + read_request(context).names[0] + "\"";
   return kStatusNoSuchRow;
 }

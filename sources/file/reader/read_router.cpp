@@ -401,9 +401,19 @@ void add_routes(const Document& document, RouterFile* file) {
   file->routes = collector.finish();
 }
 
+// Also "vrfs:" alone, which is what remains of a file that was cut: loading it would delete every VRF.
+bool is_empty(const Node* root) {
+  if (root == nullptr || root->is_null()) return true;
+  if (!root->is_map() || root->items().empty()) return false;
+  for (std::size_t value = 1; value < root->items().size(); value += 2) {
+    if (!root->items()[value]->is_null()) return false;
+  }
+  return true;
+}
+
 RouterFile read_document(const std::string& text) {
   const YamlDocument yaml = parse_yaml(text);
-  if (yaml.root == nullptr || yaml.root->is_null()) {
+  if (is_empty(yaml.root)) {
     refuse(Mark{1, 1}, "the file is empty; a router without anything is written \"vrfs: []\"");
   }
   Document document;

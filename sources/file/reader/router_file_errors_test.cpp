@@ -22,6 +22,8 @@ TEST(RouterFileError, TextThatIsNotOneDocumentIsRefused) {
   EXPECT_EQ(ErrorIn(""), expected);
   EXPECT_EQ(ErrorIn("# only a comment\n"), expected);
   EXPECT_EQ(ErrorIn("~\n"), expected);
+  EXPECT_EQ(ErrorIn("vrfs:\n"), expected);
+  EXPECT_EQ(ErrorIn("interfaces:\nvrfs: ~\n"), expected);
   EXPECT_EQ(ErrorIn("vrfs: [\n  {name: red\n"),
             "3:1: did not find expected ',' or '}' while parsing a flow mapping (from 2:3)");
   EXPECT_EQ(ErrorIn("vrfs: []\n---\nvrfs: []\n"), "3:1: a second document; the file is one");
