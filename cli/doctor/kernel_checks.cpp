@@ -9,39 +9,12 @@
 #include "cli/doctor/facts.h"
 #include "cli/doctor/names.h"
 #include "cli/system/program.h"
-#include "platform/core/address/address.h"
 
 namespace cli::doctor {
 
 namespace {
 
-using inet::Family;
-
 constexpr std::size_t kShownLinks = 8;
-
-bool is_default(const kernel::KernelRoute& route, Family family) {
-  return route.family == family && route.prefix_length == 0 && !route.cached;
-}
-
-bool has_default(const std::vector<kernel::KernelRoute>& routes, Family family) {
-  return std::ranges::any_of(routes, [family](const auto& route) { return is_default(route, family); });
-}
-
-bool has_family(const std::vector<kernel::KernelRoute>& routes, Family family) {
-  return std::ranges::any_of(routes, [family](const auto& route) { return route.family == family; });
-}
-
-Finding missing_default(const Vrf& vrf, Family family) {
-  const char* const words = family == Family::kIpv4 ? "IPv4" : "IPv6";
-  const char* const option = family == Family::kIpv4 ? "-4" : "-6";
-  return {
-      Level::kWarning,
-      fmt::format("table {} of VRF {} has no default route: {} packets that match no route of the VRF are "
-                  "looked up in the main table",
-                  vrf.table, vrf.name, words),
-      fmt::format("ip {} route add vrf {} unreachable default metric 4278198272", option,
-                  shell_word(vrf.name))};
-}
 
 // VPN routes, local or received, need labels; those with segment identifiers do not.
 bool uses_labels(Facts& facts) {
@@ -112,19 +85,6 @@ Findings check_vrf_members(Facts& facts) {
     if (!vrf.members.empty()) continue;
     findings.push_back({Level::kWarning, fmt::format("VRF {} has no interface: its state is down", vrf.name),
                         fmt::format("ip link set dev INTERFACE master {}", shell_word(vrf.name))});
-  }
-  return findings;
-}
-
-// A family without any route in the table is not used in the VRF.
-Findings check_default_routes(Facts& facts) {
-  Findings findings;
-  for (const Vrf& vrf : facts.vrfs()) {
-    const std::vector<kernel::KernelRoute> routes = read_routes(vrf.table);
-    for (const Family family : {Family::kIpv4, Family::kIpv6}) {
-      if (has_family(routes, family) && !has_default(routes, family))
-        findings.push_back(missing_default(vrf, family));
-    }
   }
   return findings;
 }

@@ -1,5 +1,6 @@
 #include "cli/system/kernel.h"
 
+#include <linux/fib_rules.h>
 #include <linux/rtnetlink.h>
 #include <poll.h>
 
@@ -46,16 +47,51 @@ void dump(std::vector<kernel::DumpRequest> requests, const kernel::MessageReader
   }
 }
 
-// A kernel without MPLS answers with the routes of other families, which do not count.
-kernel::DumpRequest request_label_routes() {
+// A message with this header, in which only the family is set.
+template <typename Header, typename Octet>
+kernel::DumpRequest request_of_family(std::uint16_t type, Octet Header::*family, int value) {
   kernel::DumpRequest request;
-  nlmsghdr* const header = mnl_nlmsg_put_header(request.octets.data());
-  header->nlmsg_type = RTM_GETROUTE;
-  header->nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
-  auto* const route = static_cast<rtmsg*>(mnl_nlmsg_put_extra_header(header, sizeof(rtmsg)));
-  route->rtm_family = AF_MPLS;
+  nlmsghdr* const message = mnl_nlmsg_put_header(request.octets.data());
+  message->nlmsg_type = type;
+  message->nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
+  auto* const header = static_cast<Header*>(mnl_nlmsg_put_extra_header(message, sizeof(Header)));
+  header->*family = static_cast<Octet>(value);
   request.may_lack = true;
   return request;
+}
+
+int read_rule_attribute(const nlattr* attribute, void* data) {
+  auto& rule = *static_cast<LookupRule*>(data);
+  std::uint8_t is_l3mdev = 0;
+  switch (mnl_attr_get_type(attribute)) {
+    case FRA_PRIORITY:
+      return kernel::verdict(kernel::read_number(attribute, &rule.priority));
+    case FRA_TABLE:
+      return kernel::verdict(kernel::read_number(attribute, &rule.table));
+    case FRA_L3MDEV:
+      if (!kernel::read_number(attribute, &is_l3mdev)) return MNL_CB_ERROR;
+      rule.is_l3mdev = is_l3mdev != 0;
+      return MNL_CB_OK;
+    case FRA_SUPPRESS_PREFIXLEN:
+    case FRA_SUPPRESS_IFGROUP:
+    case FRA_PROTOCOL:
+    case FRA_PAD:
+      return MNL_CB_OK;
+    default:
+      rule.has_selector = true;
+      return MNL_CB_OK;
+  }
+}
+
+bool parse_rule(const nlmsghdr* message, std::vector<LookupRule>* rules) {
+  if (message->nlmsg_type != RTM_NEWRULE) return true;
+  if (mnl_nlmsg_get_payload_len(message) < sizeof(fib_rule_hdr)) return false;
+  const auto* const header = static_cast<const fib_rule_hdr*>(mnl_nlmsg_get_payload(message));
+  LookupRule rule{.action = header->action, .table = header->table};
+  rule.has_selector = header->tos != 0 || (header->flags & FIB_RULE_INVERT) != 0;
+  if (mnl_attr_parse(message, sizeof(fib_rule_hdr), read_rule_attribute, &rule) != MNL_CB_OK) return false;
+  rules->push_back(rule);
+  return true;
 }
 
 using NextHops = std::map<std::uint32_t, kernel::NextHopObject>;  // by id
@@ -138,13 +174,22 @@ std::set<std::uint32_t> read_label_links(const std::vector<std::uint32_t>& table
 
 std::size_t count_label_routes() {
   std::size_t count = 0;
-  dump({request_label_routes()}, [&count](const nlmsghdr* message) {
+  // A kernel without MPLS answers with the routes of other families, which do not count.
+  dump({request_of_family(RTM_GETROUTE, &rtmsg::rtm_family, AF_MPLS)}, [&count](const nlmsghdr* message) {
     if (message->nlmsg_type != RTM_NEWROUTE) return true;
     const auto* const route = static_cast<const rtmsg*>(mnl_nlmsg_get_payload(message));
     if (route->rtm_family == AF_MPLS) ++count;
     return true;
   });
   return count;
+}
+
+std::vector<LookupRule> read_rules(router::Family family) {
+  std::vector<LookupRule> rules;
+  const int value = family == router::Family::kIpv4 ? AF_INET : AF_INET6;
+  dump({request_of_family(RTM_GETRULE, &fib_rule_hdr::family, value)},
+       [&rules](const nlmsghdr* message) { return parse_rule(message, &rules); });
+  return rules;
 }
 
 std::string read_sysctl(const std::string& name) {

@@ -27,6 +27,17 @@ std::set<std::uint32_t> read_label_links(const std::vector<std::uint32_t>& table
 // How many label routes the kernel has; 0 also for a kernel without MPLS.
 std::size_t count_label_routes();
 
+// A rule of ip-rule(8): which table is looked up, or how the lookup ends.
+struct LookupRule {
+  std::uint32_t priority = 0;
+  std::uint8_t action = 0;    // FR_ACT_...
+  std::uint32_t table = 0;    // with FR_ACT_TO_TBL; 0: that of the VRF
+  bool is_l3mdev = false;     // for packets of VRFs only
+  bool has_selector = false;  // for some packets only
+};
+// REQUIRES: the kernel has routes of the family.
+std::vector<LookupRule> read_rules(router::Family family);
+
 // The value of a file below /proc/sys, without its line feed; empty if there is none.
 std::string read_sysctl(const std::string& name);
 
