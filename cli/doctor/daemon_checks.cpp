@@ -1,19 +1,17 @@
 #include "cli/doctor/daemon_checks.h"
 
 #include <fmt/format.h>
-#include <sys/stat.h>
 #include <sys/statvfs.h>
-#include <sys/timex.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <ctime>
 #include <filesystem>
 
 #include "cli/doctor/facts.h"
 #include "cli/output/times.h"
 #include "platform/core/files/directories.h"
+#include "platform/core/text/words.h"
 
 namespace cli::doctor {
 
@@ -24,22 +22,49 @@ using process_status::RouteModuleFailure;
 using process_status::SourceStatus;
 
 constexpr char kStart[] = "systemctl start mpls_vpn_mib";
+constexpr char kRestart[] = "journalctl -u mpls_vpn_mib; systemctl restart mpls_vpn_mib";
 constexpr char kLog[] = "journalctl -u mpls_vpn_mib";
 constexpr std::uint64_t kLeastOctets = 16U << 20;
 constexpr double kLeastShare = 0.05;
-constexpr std::time_t kFutureTolerance = 60;  // s
 
 template <typename T>
 std::span<const T> elements_of(const ParcelArray& array) {
   return {static_cast<const T*>(array.elements), static_cast<std::size_t>(array.count)};
 }
 
-std::string fix_of(const std::string& source) {
-  if (source == "file") return "correct the router file; it is loaded when it is saved";
-  return source == "kernel" ? kLog : "systemctl status frr";
+// The command in a problem with permissions, which names the user and the group.
+std::string fix_of_permission(std::string_view problem) {
+  constexpr std::string_view kUser = "the user ";
+  constexpr std::string_view kGroup = "add it to the group ";
+  const std::size_t group = problem.find(kGroup);
+  if (!problem.starts_with(kUser) || group == std::string_view::npos) return "";
+  std::string_view name = problem.substr(kUser.size());
+  std::string_view members = problem.substr(group + kGroup.size());
+  return fmt::format("usermod -aG {} {} && systemctl restart mpls_vpn_mib", text::take_until(&members, ' '),
+                     text::take_until(&name, ' '));
 }
 
-// The state directory, without a running daemon that of the environment.
+std::string fix_of(const std::string& source, const std::string& problem, bool is_up) {
+  if (source == "file") return "correct the router file; it is loaded when it is saved";
+  if (is_up || source == "kernel" || source == "frr configuration") return kLog;
+  const std::string permission = fix_of_permission(problem);
+  return permission.empty() ? "systemctl status frr" : permission;
+}
+
+// One that answers may state what it cannot use.
+Finding finding_of(const SourceStatus& source) {
+  const bool is_up = source.is_up != 0;
+  const std::string name = text_or_empty(source.name);
+  const std::string problem = text_or_empty(source.problem);
+  const std::string since = is_up || source.last_answer == 0
+                                ? ""
+                                : fmt::format(" (last answer {} ago)", age_text(source.last_answer));
+  return {is_up ? Level::kWarning : Level::kError, fmt::format("{}: {}{}", name, problem, since),
+          fix_of(name, problem, is_up)};
+}
+
+}  // namespace
+
 std::string state_folder(Facts& facts) {
   try {
     for (const auto& database : elements_of<DatabaseStatus>(facts.status()->databases))
@@ -50,26 +75,13 @@ std::string state_folder(Facts& facts) {
   return state_directory();
 }
 
-// The newest file of the state directory, if it was changed in the future.
-std::string future_file(const std::string& folder) {
-  std::error_code ignored;
-  for (const auto& entry : std::filesystem::directory_iterator(folder, ignored)) {
-    struct stat found {};
-    if (stat(entry.path().c_str(), &found) != 0) continue;
-    if (found.st_mtim.tv_sec > std::time(nullptr) + kFutureTolerance) return entry.path();
-  }
-  return "";
-}
-
-}  // namespace
-
 Findings check_daemon(Facts& facts) {
   try {
     facts.status();
   } catch (const Failure& failure) {
     if (failure.exit_status() == kExitNoRight)
       throw NotPossible(fmt::format("not permitted: {}", failure.what()), "run mplsvpn doctor as root");
-    return {{Level::kError, failure.what(), kStart}};
+    return {{Level::kError, failure.what(), failure.exit_status() == kExitNoAnswer ? kRestart : kStart}};
   }
   return {};
 }
@@ -85,12 +97,7 @@ Findings check_version(Facts& facts) {
 Findings check_sources(Facts& facts) {
   Findings findings;
   for (const SourceStatus& source : sources_of(facts.status())) {
-    if (source.is_up != 0) continue;
-    const std::string name = text_or_empty(source.name);
-    const std::string since =
-        source.last_answer == 0 ? "" : fmt::format(" (last answer {} ago)", age_text(source.last_answer));
-    findings.push_back(
-        {Level::kError, fmt::format("{}: {}{}", name, text_or_empty(source.problem), since), fix_of(name)});
+    if (source.is_up == 0 || !text_or_empty(source.problem).empty()) findings.push_back(finding_of(source));
   }
   return findings;
 }
@@ -136,19 +143,6 @@ Findings check_disk(Facts& facts) {
     return {{Level::kError, folder + " has no free inode", "df -i " + folder}};
   if (share < kLeastShare) return {{Level::kWarning, text, "df " + folder}};
   return {};
-}
-
-Findings check_clock(Facts& facts) {
-  const std::string folder = state_folder(facts);
-  if (const std::string file = future_file(folder); !file.empty()) {
-    return {{Level::kError,
-             fmt::format("{} was changed in the future: the clock was set back, and times of VRFs are wrong",
-                         file),
-             "timedatectl"}};
-  }
-  timex state{};
-  if (adjtimex(&state) != TIME_ERROR) return {};
-  return {{Level::kWarning, "the clock is not synchronized", "systemctl enable --now systemd-timesyncd"}};
 }
 
 }  // namespace cli::doctor

@@ -1,9 +1,14 @@
 // The daemon, its state directory and the clock.
 #pragma once
 
+#include <string>
+
 #include "cli/doctor/check.h"
 
 namespace cli::doctor {
+
+// The state directory, without a running daemon that of the environment.
+std::string state_folder(Facts& facts);
 
 Findings check_daemon(Facts& facts);
 Findings check_version(Facts& facts);

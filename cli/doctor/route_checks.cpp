@@ -2,9 +2,12 @@
 
 #include <fmt/format.h>
 
+#include <utility>
+
 #include "cli/doctor/facts.h"
 #include "cli/output/times.h"
 #include "cli/show/watched_vrfs.h"
+#include "cli/system/program.h"
 
 namespace cli::doctor {
 
@@ -19,17 +22,19 @@ std::string since_text(std::uint32_t changed) {
 }
 
 Finding finding_of(const std::string& vrf, const WatchedTableRecord& table) {
-  return {Level::kWarning,
-          fmt::format("VRF {}: {} {} routes, below its low-water mark of {}{}", vrf, table.routes,
-                      family_of(table), table.low, since_text(table.changed)),
-          fmt::format("mplsvpn show routes {}, and the neighbors that send its routes", vrf)};
+  return {
+      Level::kWarning,
+      fmt::format("VRF {}: {} {} routes, below its low-water mark of {}{}", vrf, table.routes,
+                  family_of(table), table.low, since_text(table.changed)),
+      fmt::format("mplsvpn explain {}; then look at the neighbors that send its routes", shell_word(vrf))};
 }
 
 Finding finding_of(const std::string& vrf, const WatchedPrefixRecord& prefix) {
   const std::string text = text_or_empty(prefix.prefix);
-  return {Level::kWarning,
-          fmt::format("VRF {}: the watched prefix {} has no route{}", vrf, text, since_text(prefix.changed)),
-          fmt::format("mplsvpn show routes {}, and the neighbor that sends {}", vrf, text)};
+  return {
+      Level::kWarning,
+      fmt::format("VRF {}: the watched prefix {} has no route{}", vrf, text, since_text(prefix.changed)),
+      fmt::format("mplsvpn explain {} {}; then look at the neighbor that sends it", shell_word(vrf), text)};
 }
 
 template <typename Take>
@@ -39,28 +44,51 @@ void for_each_watched(Facts& facts, Take take) {
   walk_watched(facts.session, *client, "", take);
 }
 
+// Adds findings up to a number that a reader looks through, and says how many there are beyond it.
+class BoundedFindings {
+ public:
+  // `what` are those beyond it, as text.
+  explicit BoundedFindings(const char* what) : what_(what) {}
+  template <typename Watched>
+  void add(const WatchedVrfRecord& vrf, const Watched& watched) {
+    if (++count_ <= kMostFindings) findings_.push_back(finding_of(text_or_empty(vrf.vrf), watched));
+  }
+  Findings take() {
+    if (count_ > kMostFindings)
+      findings_.push_back({Level::kWarning, fmt::format("and {} more {}", count_ - kMostFindings, what_),
+                           "mplsvpn show thresholds"});
+    return std::move(findings_);
+  }
+
+ private:
+  static constexpr std::size_t kMostFindings = 20;
+  const char* what_;
+  std::size_t count_ = 0;
+  Findings findings_;
+};
+
 }  // namespace
 
 Findings check_low_tables(Facts& facts) {
-  Findings findings;
+  BoundedFindings findings("tables below their low-water marks");
   for_each_watched(facts, [&findings](const WatchedVrfRecord& vrf) {
     for (const WatchedTableRecord& table : tables_in(vrf)) {
-      if (table.is_low != 0) findings.push_back(finding_of(text_or_empty(vrf.vrf), table));
+      if (table.is_low != 0) findings.add(vrf, table);
     }
   });
-  return findings;
+  return findings.take();
 }
 
 Findings check_watched_prefixes(Facts& facts) {
-  Findings findings;
+  BoundedFindings absent("watched prefixes without a route");
   std::uint64_t not_watched = 0;
   for_each_watched(facts, [&](const WatchedVrfRecord& vrf) {
     for (const WatchedPrefixRecord& prefix : prefixes_in(vrf)) {
-      if (prefix.is_watched != 0 && prefix.is_present == 0)
-        findings.push_back(finding_of(text_or_empty(vrf.vrf), prefix));
+      if (prefix.is_watched != 0 && prefix.is_present == 0) absent.add(vrf, prefix);
     }
     not_watched += vrf.not_watched;
   });
+  Findings findings = absent.take();
   if (not_watched > 0)
     findings.push_back({Level::kWarning,
                         fmt::format("{} prefixes beyond the limit are not watched", not_watched),

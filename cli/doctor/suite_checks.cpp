@@ -1,11 +1,16 @@
 #include "cli/doctor/suite_checks.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
+#include <grp.h>
+#include <pwd.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
+#include <filesystem>
 #include <map>
 #include <set>
 
@@ -55,6 +60,49 @@ std::string configure(Facts& facts, const SuiteFamily& family, const std::string
                      shell_word(family.instance), family.family, line);
 }
 
+std::string user_name() {
+  const passwd* const user = getpwuid(geteuid());
+  return user == nullptr ? std::to_string(geteuid()) : user->pw_name;
+}
+
+std::string group_of(const std::string& path) {
+  struct stat found {};
+  const group* const owner = stat(path.c_str(), &found) == 0 ? getgrgid(found.st_gid) : nullptr;
+  return owner == nullptr ? "frrvty" : owner->gr_name;
+}
+
+bool is_closed(const std::string& path, int mode) {
+  return faccessat(AT_FDCWD, path.c_str(), mode, AT_EACCESS) != 0 && errno == EACCES;
+}
+
+// What this user may not use: the folder of the sockets, or the first of them; empty if neither. The shell
+// prints the same as for programs that do not run.
+std::string closed_path(const std::string& folder) {
+  if (is_closed(folder, R_OK | X_OK)) return folder;
+  std::error_code missing;  // then nothing runs
+  for (const auto& entry : std::filesystem::directory_iterator(folder, missing)) {
+    if (entry.path().extension() == ".vty" && is_closed(entry.path(), W_OK)) return entry.path();
+  }
+  return "";
+}
+
+// A start does nothing for programs that run.
+std::string fix_of_failure(std::string_view failure) {
+  return failure.find("failed to connect") == std::string_view::npos
+             ? "systemctl status frr; journalctl -u frr"
+             : "systemctl start frr";
+}
+
+// What runs without the program may lack its part of the configuration, and must not be saved then.
+std::string restart_fix(Facts& facts, const std::string& before) {
+  const std::string file = find_saved_file(facts);
+  const std::string saved = file.empty() ? facts.suite.configuration_folder() + "/frr.conf" : file;
+  return fmt::format(
+      "{}; {}when that file has all that is needed: systemctl restart frr, which interrupts the routing and "
+      "loads it",
+      comparison(facts, saved), before);
+}
+
 // bgpd may be left out on purpose, unless the saved configuration is for it.
 Findings judge_programs(Facts& facts, const std::set<std::string>& programs) {
   if (programs.contains("bgpd")) return {};
@@ -62,7 +110,7 @@ Findings judge_programs(Facts& facts, const std::set<std::string>& programs) {
   if (file.empty() || !parse_suite_configuration(read_saved_file(file)).has_bgp) return {};
   return {{Level::kError,
            fmt::format("bgpd does not run although {} has \"router bgp\": no VPN routes are exchanged", file),
-           "set bgpd=yes in /etc/frr/daemons, then: systemctl restart frr"}};
+           restart_fix(facts, "set bgpd=yes in /etc/frr/daemons; ")}};
 }
 
 }  // namespace
@@ -74,12 +122,11 @@ Findings check_suite_access(Facts& facts) {
     return judge_programs(facts, facts.suite.programs());
   } catch (const Failure& failure) {
     if (!is_expected(facts)) throw;
-    const std::string folder = facts.suite.socket_folder();
-    const bool is_closed = access(folder.c_str(), R_OK | X_OK) != 0 && errno == EACCES;
-    return {
-        {Level::kError,
-         is_closed ? fmt::format("this user may not read {}: {}", folder, failure.what()) : failure.what(),
-         is_closed ? "usermod -aG frrvty USER" : "systemctl start frr"}};
+    const std::string closed = closed_path(facts.suite.socket_folder());
+    if (closed.empty()) return {{Level::kError, failure.what(), fix_of_failure(failure.what())}};
+    return {{Level::kError,
+             fmt::format("the user {} has no permission for {}: {}", user_name(), closed, failure.what()),
+             fmt::format("usermod -aG {} {}; then log in again", group_of(closed), user_name())}};
   }
 }
 
@@ -93,7 +140,7 @@ Findings check_mgmtd(Facts& facts) {
                "version {} of the suite runs without mgmtd: static routes and VRFs of its configuration are "
                "not effective",
                major),
-           "systemctl restart frr"}};
+           restart_fix(facts, "")}};
 }
 
 Findings check_vpn_labels(Facts& facts) {

@@ -62,8 +62,7 @@ Finding difference(Facts& facts, const std::string& place, const std::string& fi
   if (!only_saved.empty()) text += fmt::format(" only {} has {}", file, only_saved);
   text += ": a restart of the suite loads the file";
   if (const std::string ignored = ignored_file(file); !ignored.empty()) text += " and ignores " + ignored;
-  return {Level::kWarning, text,
-          fmt::format("{} -c 'show running-config' | diff {} -", facts.suite.words(), shell_word(file))};
+  return {Level::kWarning, text, comparison(facts, file)};
 }
 
 Findings compare(Facts& facts, const std::string& file, ByPlace running, ByPlace saved) {
@@ -98,6 +97,10 @@ std::string read_saved_file(const std::string& path) {
   std::stringstream text;
   if (!file || !(text << file.rdbuf())) throw NotPossible(fmt::format("{}: {}", path, std::strerror(errno)));
   return text.str();
+}
+
+std::string comparison(const Facts& facts, const std::string& file) {
+  return fmt::format("{} -c 'show running-config' | diff {} -", facts.suite.words(), shell_word(file));
 }
 
 Findings check_saved(Facts& facts) {

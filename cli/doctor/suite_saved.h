@@ -14,6 +14,9 @@ std::string find_saved_file(Facts& facts);
 // NotPossible if it cannot be read.
 std::string read_saved_file(const std::string& path);
 
+// The command that compares the running configuration with that file.
+std::string comparison(const Facts& facts, const std::string& file);
+
 // Whether the running configuration exchanges the same VPN routes.
 Findings check_saved(Facts& facts);
 

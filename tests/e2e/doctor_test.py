@@ -5,8 +5,12 @@ import json
 import os
 import pathlib
 import re
+import shlex
+import shutil
+import signal
 import socket
 import subprocess
+import tempfile
 import time
 import unittest
 
@@ -15,6 +19,7 @@ from system import BIN, ROOT, SystemTest, wait_until
 ROUTER = "vrfs: [{name: red, table: 10}]\ninterfaces: [{name: ge0, index: 1, vrf: red, addresses: [10.1.0.1/24]}]\n"
 STATES = {"ok": 0, "notPossible": 0, "warning": 1, "error": 2}
 OTHER_USER = ("setpriv", "--reuid", "65534", "--regid", "65534", "--clear-groups")
+OPERATOR = ("setpriv", "--reuid", "64999", "--regid", "64999", "--clear-groups")  # a user without a name
 IS_ROOT = os.geteuid() == 0
 ALONE = ("unshare", "--pid", "--fork", "--mount-proc")  # without the processes of others
 WITHOUT = (*ALONE, "sh", "-c", 'for file in $(which -a "$0"); do mount --bind /dev/null "$file"; done; exec "$@"')
@@ -49,8 +54,8 @@ class DoctorTest(SystemTest):
         self.assertEqual(result.returncode, STATES[shown["state"]])
         return shown["state"], " / ".join(finding["text"] for finding in shown["findings"])
 
-    def fixes(self, system, check, wrapper=()):
-        result = subprocess.run([*wrapper, *self.words(system, "--only", check)], env=system.environment, capture_output=True,
+    def fixes(self, system, check, *words, wrapper=()):
+        result = subprocess.run([*wrapper, *self.words(system, "--only", check, *words)], env=system.environment, capture_output=True,
                                 text=True, check=False)
         return [finding["fix"] for finding in json.loads(result.stdout)[0]["findings"]]
 
@@ -120,6 +125,91 @@ class Daemon(DoctorTest):
         self.assertEqual(self.fixes(system, "daemon-running", wrapper=OTHER_USER), ["run mplsvpn doctor as root"])
 
 
+    def test_daemon_that_does_not_answer_is_restarted_and_not_started(self):
+        system = self.started()
+        self.assertEqual(self.diagnose(system, "daemon-running"), ("ok", ""))
+        system.processes["daemon"].send_signal(signal.SIGSTOP)
+        result = subprocess.run([str(BIN / "mplsvpn"), "--json", "--timeout", "200ms", "doctor", "--only", "daemon-running"],
+                                env=system.environment, capture_output=True, text=True, check=False)
+        finding, = json.loads(result.stdout)[0]["findings"]
+        self.assertIn("did not answer within 200 ms", finding["text"])
+        self.assertEqual(finding["fix"], "journalctl -u mpls_vpn_mib; systemctl restart mpls_vpn_mib")
+        system.kill("daemon")
+        self.assertEqual(self.fixes(system, "daemon-running"), ["systemctl start mpls_vpn_mib"])
+
+    @unittest.skipUnless(IS_ROOT, "SKIPPED: only root becomes another user")
+    def test_files_that_this_user_may_not_read_are_not_passed_over_by_the_clock(self):
+        system = self.started()
+        system.folder.chmod(0o755)
+        self.assert_found(system, "clock", "notPossible" if self.is_synchronized(system) else "warning",
+                          f"{system.folder / 'state'}: Permission denied", wrapper=OTHER_USER)
+        self.assertIn("run mplsvpn doctor as root", self.fixes(system, "clock", wrapper=OTHER_USER))
+
+    def is_synchronized(self, system):
+        return "not synchronized" not in self.diagnose(system, "clock")[1]
+
+    def test_file_that_was_set_aside_says_nothing_of_the_clock(self):
+        system = self.started()
+        file = system.folder / "state/checkpoint.db.unusable.1"
+        file.touch()
+        os.utime(file, (time.time() + 3600, time.time() + 3600))
+        self.assertNotIn("in the future", self.diagnose(system, "clock")[1])
+
+    @unittest.skipUnless(IS_ROOT, "SKIPPED: only root mounts")
+    def test_time_service_that_is_enabled_is_one_that_is_installed(self):
+        system = self.started()
+        if self.is_synchronized(system):
+            self.skipTest("SKIPPED: this machine's clock is synchronized")
+        units = system.folder / "units"
+        units.mkdir()
+        mounted = ("unshare", "--mount", "sh", "-c", f'mount --bind {units} /usr/lib/systemd/system; exec "$@"', "sh")
+        self.assertEqual(self.fixes(system, "clock", wrapper=mounted), ["apt-get install chrony"])
+        for unit, fix in (("systemd-timesyncd", "systemctl enable --now systemd-timesyncd; timedatectl timesync-status"),
+                          ("ntpsec", "systemctl enable --now ntpsec; ntpq -p"), ("chrony", "systemctl enable --now chrony; chronyc sources")):
+            (units / f"{unit}.service").touch()
+            self.assertEqual(self.fixes(system, "clock", wrapper=mounted), [fix])
+            (units / f"{unit}.service").unlink()
+
+    def test_configuration_of_the_suite_that_is_used_in_part_is_a_warning(self):
+        suite = pathlib.Path(tempfile.mkdtemp(prefix="mpls_vpn_suite."))
+        self.addCleanup(shutil.rmtree, suite)
+        (suite / "bgpd.conf").write_text("router bgp 65000 vrf red\n address-family ipv4 unicast\n  rt vpn both 65000:nosuch\n"
+                                         " exit-address-family\nexit\n")
+        system = self.started(frr=f"{shlex.quote(str(ROOT / 'sources/frr/fake_vtysh'))} {suite}")
+        self.becomes("the warning", lambda: self.diagnose(system, "sources")[0], "warning")
+        self.assert_found(system, "sources", "warning", "bgpd: ")
+        self.assert_found(system, "sources", "warning", "of its running configuration is left out: ")
+        self.assertEqual(self.fixes(system, "sources"), ["journalctl -u mpls_vpn_mib"])
+
+    @unittest.skipUnless(IS_ROOT, "SKIPPED: only root becomes another user")
+    def test_users_without_the_right_for_the_suites_sockets_are_named_with_the_group(self):
+        sockets = pathlib.Path(tempfile.mkdtemp(prefix="mpls_vpn_suite."))
+        self.addCleanup(shutil.rmtree, sockets)
+        shell = sockets / "shell"
+        shell.write_text("#!/bin/sh\necho 'Exiting: failed to connect to any daemons.' >&2\nexit 1\n")
+        for path in sockets, shell:
+            path.chmod(0o755)
+        words = f"{shell} --vty_socket {sockets}"
+        system = self.new_system(source="kernel", frr=words)
+        system.folder.chmod(0o755)
+        for folder in "run", "state":
+            shutil.chown(system.folder / folder, 64999, 64999)
+        with socket.socket(socket.AF_UNIX) as zebra:  # as Debian has it: the folder is open, its sockets are not
+            zebra.bind(str(sockets / "zebra.vty"))
+        (sockets / "zebra.vty").chmod(0o770)
+        shutil.chown(sockets / "zebra.vty", "root", "dialout")
+        system.spawn("daemon", *OPERATOR, str(BIN / "mpls_vpn_mib"))
+        reason = f"the user 64999 has no permission for {sockets}/zebra.vty"
+        self.becomes("the state of the suite", lambda: reason in self.diagnose(system, "sources")[1], True)
+        self.assertEqual(self.fixes(system, "sources"), ["usermod -aG dialout 64999 && systemctl restart mpls_vpn_mib"])
+        asked = ("--suite-shell", words)
+        self.assert_found(system, "suite-access", "error", reason, *asked, wrapper=OPERATOR)
+        self.assertEqual(self.fixes(system, "suite-access", *asked, wrapper=OPERATOR), ["usermod -aG dialout 64999; then log in again"])
+        self.assertEqual(self.fixes(system, "suite-access", *asked), ["systemctl start frr"])
+        shell.write_text("#!/bin/sh\necho 'the line is too long' >&2\nexit 1\n")
+        self.assertEqual(self.fixes(system, "suite-access", *asked), ["systemctl status frr; journalctl -u frr"])
+
+
 class Routes(DoctorTest):
     ROUTES = ROUTER.replace("table: 10", "table: 10, routes: [{prefix: 10.9.0.0/16, next_hop: 10.1.0.2, interface: ge0}]")
 
@@ -145,6 +235,10 @@ class Routes(DoctorTest):
         lines = "".join(f"set vrf red watch 10.{number // 256}.{number % 256}.0/24\n" for number in range(1003))
         (system.folder / "watched").write_text(lines)
         system.cli("config", "load", str(system.folder / "watched"), check=True)
+        self.becomes("the number of findings", lambda: len(self.fixes(system, "watched-prefix")), 22)
+        self.assert_found(system, "watched-prefix", "warning", "and 980 more watched prefixes without a route")
+        self.assertEqual([fix.split(";")[0] for fix in self.fixes(system, "watched-prefix")[19:21]],
+                         ["mplsvpn explain red 10.0.19.0/24", "mplsvpn show thresholds"])
         self.becomes("the warning", lambda: "3 prefixes beyond the limit are not watched" in self.diagnose(system, "watched-prefix")[1], True)
 
 
@@ -309,8 +403,23 @@ class RoutingSuite(DoctorTest):
                 self.assert_found(self.system, check, "notPossible", "bgpd does not run")
                 self.assertEqual(self.fixes(self.system, check), [None])
         self.assert_found(self.system, "suite-access", "error", f'bgpd does not run although {self.saved} has "router bgp"')
+        self.assert_compares_before_a_restart("suite-access", "set bgpd=yes in /etc/frr/daemons; ")
         self.saved.write_text("hostname pe1\n")
         self.assertEqual(self.diagnose(self.system, "suite-access"), ("ok", ""))
+
+    def assert_compares_before_a_restart(self, check, before):
+        """The running configuration may lack what the program that does not run would have: saving it would lose that."""
+        fix, = self.fixes(self.system, check)
+        compared, text = fix.split("; ", 1)
+        self.assertEqual(compared, f"{self.shell} -c 'show running-config' | diff {self.saved} -")
+        self.assertEqual(text, f"{before}when that file has all that is needed: systemctl restart frr, which interrupts the "
+                               "routing and loads it")
+        self.assertNotIn("write", fix)
+
+    def test_missing_mgmtd_is_no_reason_for_a_restart_without_a_look(self):
+        self.programs("zebra", "bgpd")
+        self.assert_found(self.system, "suite-mgmtd", "error", "runs without mgmtd")
+        self.assert_compares_before_a_restart("suite-mgmtd", "")
 
     def test_saved_configuration_that_differs_is_compared_and_never_replaced(self):
         self.assertEqual(self.diagnose(self.system, "suite-saved"), ("ok", ""))
