@@ -115,6 +115,7 @@ struct ConfigEditRequest {
   std::vector<std::string> words;  // of set and delete
   bool candidate = false;          // collects it for config_commit
   bool dry_run = false;            // shows what would change
+  bool replace = false;            // of config_load: deletes what the lines do not set
   bool force = false;              // of config_commit: whatever was committed since
   std::string comment;             // of the commit; empty: the words, or what was loaded
   std::uint32_t confirmed = 0;     // seconds for confirming the commit; 0: it needs no confirmation

@@ -71,6 +71,7 @@ void make(const Session& session, const std::vector<ConfigEdit>& edits, const Co
   if (request.candidate) return collect(session, edits);
   const auto client = connect_to_daemon(session);
   WorkingCopy copy(session, *client);
+  if (request.replace) copy.clear();
   copy.apply(edits);
   const std::vector<KvConfigChange> changes = copy.changes();
   warn_of_edits(session, *client, edits, copy);

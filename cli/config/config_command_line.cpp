@@ -122,10 +122,13 @@ void add_load(const Builder& builder) {
       "load", "Commits the lines of a file together: set WORDS, delete WORDS and others",
       [options](const Session& session) { config_load(session, options->file, options->edit); });
   app->add_option("FILE", options->file, "Lines, and comments after #; - is the standard input")->required();
+  CLI::Option* replace = app->add_flag("--replace", options->edit.replace,
+                                       "Deletes what the command line has set and the file does not set");
   builder.add_comment(app);
   builder.add_dry_run(app);
   builder.add_confirmed(app);
   builder.add_candidate(app);
+  replace->excludes(app->get_option("--candidate"));
 }
 
 void add_candidate_commands(const Builder& builder) {

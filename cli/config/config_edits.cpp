@@ -218,6 +218,11 @@ void WorkingCopy::unsuppress(const Words& words) {
   if (std::erase_if(items_, is_meant) == 0) throw Failure(kExitFailed, shown(words) + " is not suppressed");
 }
 
+void WorkingCopy::clear() {
+  read_held();
+  items_.clear();
+}
+
 void WorkingCopy::read_held() {
   if (is_read_) return;
   held_ = read_config(session_, client_, kConfigOwnerCli);

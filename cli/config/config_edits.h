@@ -36,6 +36,8 @@ class WorkingCopy {
  public:
   WorkingCopy(const Session& session, kvtree::Client& client) : session_(session), client_(client) {}
 
+  // Deletes all of the command line's nodes, suppressions included.
+  void clear();
   // In their order. The Failure of an edit names its place.
   void apply(const std::vector<ConfigEdit>& edits);
   // For a commit: sets, and deletions of nodes in the daemon.

@@ -28,11 +28,9 @@ using doctor::Level;
 
 constexpr char kFooter[] =
     "Each check prints ok, warning, error, or \"not possible\" with the reason. What is wrong has the "
-    "command "
-    "that "
-    "corrects it. The checks are described in docs/troubleshooting.md under their names. Some look at files "
-    "that "
-    "only root may read.\n"
+    "command that corrects it. troubleshooting.md, which the package has in /usr/share/doc/mplsvpn, "
+    "describes "
+    "the checks under their names. Some look at files that only root may read.\n"
     "\n"
     "Exit status: 0 all is well, 1 there are warnings, 2 there are errors. Checks that were not possible do "
     "not "

@@ -78,6 +78,23 @@ class Commits(SystemTest):
         self.assertEqual(len(effective), len(backup.splitlines()) - 1)
         self.assertEqual(empty.cli("config", "show").stdout.splitlines(), effective)
 
+    def test_backup_that_replaces_deletes_what_was_set_since(self):
+        self.config("set", "vrf", "blue", "description", "before")
+        self.config("suppress", "vrf", "red", "description")
+        file = self.system.folder / "backup"
+        file.write_text(self.config("show", "--owner", "cli").stdout)
+        self.config("set", "vrf", "blue", "vni", "77")
+        self.config("set", "vrf", "blue", "description", "since")
+        self.config("load", str(file))
+        self.assertIn("vni 77", self.config("show", "--owner", "cli").stdout)
+        self.assertIn("- vrf blue vni 77", self.config("load", "--replace", "--dry-run", str(file)).stdout)
+        self.config("load", "--replace", str(file))
+        self.assertEqual(self.config("show", "--owner", "cli").stdout, file.read_text())
+        self.assertEqual(self.system.cli("config", "load", "--replace", "--candidate", str(file)).returncode, 2)
+        self.config("load", "--replace", "/dev/null")
+        self.assertEqual(self.config("show", "--owner", "cli").stdout, "")
+        self.assertIsNotNone(self.description())
+
     def test_suppressed_item_stays_without_effect(self):
         self.config("suppress", "vrf", "red", "description")
         self.assertIsNone(self.description())
