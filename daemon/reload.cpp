@@ -14,15 +14,17 @@ namespace daemon_host {
 
 namespace {
 
-void apply_metrics(const Settings& settings, Host* host) {
+// Whether it is in effect; otherwise what it waits for was logged.
+bool apply_metrics(const Settings& settings, Host* host) {
   host->settings.metrics = settings.metrics;
   host->metrics->apply(settings.metrics);
+  return !host->metrics->is_waiting();
 }
 
 // Another source or routing suite needs another model, which the services cannot exchange.
 struct AppliedSetting {
   std::string_view key;
-  void (*apply)(const Settings& settings, Host* host);
+  bool (*apply)(const Settings& settings, Host* host);
 };
 constexpr AppliedSetting kAppliedSettings[] = {{"metrics", apply_metrics}};
 
@@ -36,16 +38,28 @@ void require_restart(const std::string& key, const std::string& signal, Host* ho
 void apply_setting(const std::string& key, const Settings& settings, const std::string& signal, Host* host) {
   const auto* const applied = std::ranges::find(kAppliedSettings, key, &AppliedSetting::key);
   if (applied == std::end(kAppliedSettings)) return require_restart(key, signal, host);
-  applied->apply(settings, host);
-  log_notice("mpls_vpn_mib", "%s: the setting '%s' has changed and is in effect", signal.c_str(),
-             key.c_str());
+  if (applied->apply(settings, host)) {
+    log_notice("mpls_vpn_mib", "%s: the setting '%s' has changed and is in effect", signal.c_str(),
+               key.c_str());
+  } else {
+    log_warning("mpls_vpn_mib", "%s: the setting '%s' has changed and is not in effect yet", signal.c_str(),
+                key.c_str());
+  }
+}
+
+// The defaults, which a missing directory means at a start, would end what a running daemon serves.
+bool read_again(const Host& host, Settings* settings, std::string* error) {
+  if (!read_settings(config_directory(), settings, error)) return false;
+  const bool is_lost = host.settings.has_directory && !settings->has_directory;
+  if (is_lost) *error = config_directory() + ": the configuration directory does not exist any more";
+  return !is_lost;
 }
 
 void reload_settings(const std::string& signal, Host* host) {
   Settings settings;
   std::string error;
   host->settings_problem.clear();
-  if (!read_settings(config_directory(), &settings, &error)) {
+  if (!read_again(*host, &settings, &error)) {
     log_error("mpls_vpn_mib", "%s (%s; the former settings remain)", error.c_str(), signal.c_str());
     host->settings_problem = error;
     return;

@@ -152,7 +152,8 @@ bool is_option_same(const std::string& key, const Settings& one, const Settings&
 // Whether the file exists. A missing folder is probably a wrong name in the environment.
 bool find_file(const std::filesystem::path& folder, const std::string& file, Settings* settings) {
   if (std::filesystem::exists(file)) return true;
-  if (!std::filesystem::exists(folder)) {
+  settings->has_directory = std::filesystem::exists(folder);
+  if (!settings->has_directory) {
     settings->warning =
         folder.string() + ": the configuration directory does not exist; the defaults are used";
   }

@@ -19,13 +19,14 @@ namespace daemon_host {
 struct Settings : SourceSettings {
   const SourceKind* source = &source_kinds().front();
   daemon_metrics::MetricsSettings metrics;
-  std::string warning;  // for the operator; empty for none
+  bool has_directory = true;  // that platform.yaml would be in
+  std::string warning;        // for the operator; empty for none
   bool operator==(const Settings&) const = default;
 };
 
 // False, and "FILE:LINE:COLUMN: what" in *error, for a file that does not parse, has an unknown key or value
 // or a key twice, or lacks a required option of its source. A missing file means the defaults; a missing
-// folder also sets the warning.
+// folder also sets has_directory and the warning.
 [[nodiscard]] bool read_settings(const std::string& config_directory, Settings* settings, std::string* error);
 // The keys whose values differ.
 std::vector<std::string> changed_settings(const Settings& former, const Settings& now);

@@ -25,6 +25,8 @@ class Exporter {
 
   // Closes the former place and its clients, then opens the new one.
   void apply(const MetricsSettings& settings);
+  // Whether it is to be served and the place is not available yet.
+  bool is_waiting() const { return endpoint_ != nullptr && !endpoint_->is_open(); }
 
  private:
   RouteTotals routes_;

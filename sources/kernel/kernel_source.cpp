@@ -44,8 +44,8 @@ std::vector<process_status::SourceFact> KernelSource::facts() const {
   const kernel::LinkFollower& links = state_->links;
   utsname system{};
   const char* const version = uname(&system) == 0 ? system.release : "";
-  return {{"kernel", version, links.problem().empty(), links.last_answer() / kNanosecondsPerSecond,
-           links.problem()}};
+  const std::string& problem = links.problem().empty() ? state_->routes.problem() : links.problem();
+  return {{"kernel", version, problem.empty(), links.last_answer() / kNanosecondsPerSecond, problem}};
 }
 
 std::vector<process_status::CorrectionFact> KernelSource::corrections_by_table() const {

@@ -17,6 +17,7 @@ using ::testing::AllOf;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::MatchesRegex;
 
 std::string ManyChanges(int rounds) {
   std::string lines;
@@ -341,6 +342,22 @@ TEST_F(LiveKernel, FactsHaveTheLastAnswerAndWhyThereIsNoLaterOne) {
   Settle();
   EXPECT_TRUE(source_->facts().at(0).is_up);
   EXPECT_GE(source_->facts()[0].last_answer, first.last_answer + 30);
+}
+
+TEST_F(LiveKernel, FactsHaveWhyRoutesAreNotRead) {
+  const ScopedFault fault("netlink_route_dump_receive", EMFILE, 1, 0);
+  ASSERT_EQ(Load(), kStatusOk) << error_;
+  ASSERT_EQ(source_->start(manager_), kStatusOk);
+  for (int step = 0; step < 100 && source_->facts().at(0).is_up; ++step) {
+    clock_.advance(10 * kNanosecondsPerMillisecond);
+    event_run_pending(manager_);
+  }
+  EXPECT_THAT(source_->facts().at(0).problem, MatchesRegex("routes: reading .*: Too many open files"));
+  fault_disarm_all();
+  clock_.advance(kNanosecondsPerSecond);
+  Settle();
+  EXPECT_EQ(source_->facts().at(0).problem, "");
+  EXPECT_TRUE(source_->facts()[0].is_up);
 }
 
 TEST_F(LiveKernel, FailedDumpIsRetried) {

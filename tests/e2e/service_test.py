@@ -158,6 +158,33 @@ class Reload(ServiceTest):
                              "the former settings remain)\n")
 
 
+    def test_settings_remain_while_their_directory_is_missing(self):
+        system = self.started()
+        settings, port = system.folder / "etc/platform.yaml", unused_port()
+        settings.write_text(settings.read_text() + f"metrics: {{port: {port}}}\n")
+        self.hang_up(system, "the setting 'metrics' has changed and is in effect\n")
+        settings.parent.rename(system.folder / "away")
+        self.hang_up(system, f"{settings.parent}: the configuration directory does not exist any more (SIGHUP from process "
+                             f"{os.getpid()}; the former settings remain)\n")
+        self.assertEqual(self.series(port, "mplsvpn_up"), ["mplsvpn_up 1"])
+        self.assertIn("does not exist any more", self.problem(system))
+        (system.folder / "away").rename(settings.parent)
+        self.hang_up(system, "the settings have not changed\n")
+        self.assertIsNone(self.problem(system))
+
+    def test_metrics_whose_port_is_in_use_are_not_said_to_be_in_effect(self):
+        system = self.started()
+        settings = system.folder / "etc/platform.yaml"
+        with socket.socket() as other:
+            other.bind(("127.0.0.1", 0))
+            other.listen()
+            port = other.getsockname()[1]
+            settings.write_text(settings.read_text() + f"metrics: {{port: {port}}}\n")
+            self.hang_up(system, "the setting 'metrics' has changed and is not in effect yet\n")
+            self.assertIn(f"/metrics is not served at 127.0.0.1:{port}", system.log("daemon"))
+            self.assertNotIn("is in effect\n", system.log("daemon"))
+        self.wait_for_line(system, "daemon", f"/metrics is served at 127.0.0.1:{port}\n")
+
     def problem(self, system):
         return system.cli_json("show", "status")["settingsProblem"]
 

@@ -100,6 +100,8 @@ void RouteFollower::repeat_basis() {
 
 void RouteFollower::adopt_basis(bool in_doubt) {
   basis_doubts_ = 0;
+  basis_problem_.clear();
+  if (tables_.empty()) problem_.clear();  // there is nothing else to read
   if (basis_has_links_) links_ = std::exchange(links_seen_, {});
   corrects_ = objects_known_ && !in_doubt;
   objects_known_ = true;
@@ -127,7 +129,7 @@ bool RouteFollower::compare_some_objects() {
 
 void RouteFollower::basis_failed(Status status) {
   ++counters_.failures;
-  log_failure("reading next-hop objects", status);
+  log_failure("reading next-hop objects", status, &basis_problem_);
   links_dirty_ = links_dirty_ || std::exchange(basis_has_links_, false);
   objects_dirty_ = true;
   basis_not_before_ = clock_monotonic() + settings_.retry;

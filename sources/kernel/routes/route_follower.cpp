@@ -131,7 +131,7 @@ void RouteFollower::doubt(Table* table) {
 void RouteFollower::on_listener_failure(EventListener::Failure failure, Status status) {
   ++counters_.failures;
   log_failure(failure == EventListener::Failure::kReceiving ? "receiving events" : "listening for events",
-              status);
+              status, &problem_);
 }
 
 void RouteFollower::count_object_corrections(std::uint64_t count) {
@@ -213,10 +213,9 @@ void RouteFollower::log_correction(const std::string& what) {
   log_warning("kernel", "%s are corrected; the kernel has not announced how they changed", what.c_str());
 }
 
-void RouteFollower::log_failure(const char* what, Status status) {
-  if (!std::exchange(failure_logged_, true)) {
-    log_error("kernel", "routes: %s: %s", what, err_text(status));
-  }
+void RouteFollower::log_failure(const char* what, Status status, std::string* problem) {
+  *problem = std::string("routes: ") + what + ": " + err_text(status);
+  if (!std::exchange(failure_logged_, true)) log_error("kernel", "%s", problem->c_str());
 }
 
 }  // namespace kernel

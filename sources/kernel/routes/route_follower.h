@@ -42,6 +42,8 @@ class RouteFollower final : public router::Observer, private EventListener::Clie
   void stop();
 
   const KernelRouteCounters& counters() const { return counters_; }
+  // Of the last reading of the next-hop objects, or since a table was last read; empty for none.
+  const std::string& problem() const { return basis_problem_.empty() ? problem_ : basis_problem_; }
   // The corrections of each table that has had some since it was opened.
   using Corrections = std::map<router::RouteTableId, std::uint64_t>;
   const Corrections& table_corrections() const { return table_corrections_; }
@@ -165,7 +167,7 @@ class RouteFollower final : public router::Observer, private EventListener::Clie
   }
   void close_dumps();
   void abandon_reading();
-  void log_failure(const char* what, Status status);
+  void log_failure(const char* what, Status status, std::string* problem);
   static void log_correction(const std::string& what);
   unsigned dump_batch() const;
 
@@ -220,6 +222,8 @@ class RouteFollower final : public router::Observer, private EventListener::Clie
   EventTimerId reread_timer_ = 0;
   bool loss_logged_ = false;  // once per series of losses
   bool failure_logged_ = false;
+  std::string problem_;
+  std::string basis_problem_;
   KernelRouteCounters counters_;
   Corrections table_corrections_;
 };

@@ -237,7 +237,7 @@ void RouteFollower::deliver() {
 
 void RouteFollower::table_failed(Status status) {
   ++counters_.failures;
-  log_failure("reading a table", status);
+  log_failure("reading a table", status, &problem_);
   if (const auto table = tables_.find(reading_.table()); table != tables_.end()) {
     reread_later(table, settings_.retry);
   }
@@ -316,6 +316,7 @@ void RouteFollower::settle_table(Tables::iterator table) {
   table->second.not_before = now + std::max(settings_.settle, kRest * (now - reading_began_));
   table->second.due = now + settings_.route_reread - spread_of(table->first, settings_.route_reread);
   failure_logged_ = false;
+  problem_.clear();
   loss_logged_ = loss_logged_ && !dirty_.empty();
 }
 
