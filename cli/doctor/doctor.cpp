@@ -38,7 +38,7 @@ constexpr char kFooter[] =
     "\n"
     "Examples:\n"
     "  mplsvpn doctor\n"
-    "  mplsvpn doctor --snmp '-v2c -c public localhost'\n"
+    "  mplsvpn doctor --snmp '-v2c -c public 127.0.0.1'\n"
     "  mplsvpn doctor --only snmp-view --only agentx-socket\n"
     "  mplsvpn doctor --skip vrf-not-in-suite\n"
     "  mplsvpn doctor --suite-shell '/usr/bin/vtysh -N pe1'";

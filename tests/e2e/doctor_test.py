@@ -277,12 +277,13 @@ class Snmp(DoctorTest):
     def test_machine_without_snmpd_or_without_the_sub_agent_has_no_errors_of_them(self):
         system = self.started()
         system.environment["PATH"] += f":{BIN}"
-        for program, text, package in (("snmpd", "snmpd is not installed", "snmpd"),
-                                       ("mpls_vpn_snmp", "the sub-agent is not installed", "mplsvpn-snmp")):
+        for program, text, fix in (("snmpd", "snmpd is not installed", "apt-get install snmpd"),
+                                   ("mpls_vpn_snmp", "the sub-agent is not installed",
+                                    "apt install ./mplsvpn-snmp_*.deb, in the folder with the packages")):
             for check in "snmpd-running", "agentx-socket", "snmp-front-end", "snmp-view":
                 with self.subTest(check, program=program):
                     self.assert_found(system, check, "notPossible", text, wrapper=(*WITHOUT, program))
-                    self.assertEqual(self.fixes(system, check, wrapper=(*WITHOUT, program)), [f"apt-get install {package}"])
+                    self.assertEqual(self.fixes(system, check, wrapper=(*WITHOUT, program)), [fix])
 
     @unittest.skipUnless(IS_ROOT, "SKIPPED: only root becomes another user")
     def test_agentx_socket_of_another_user_is_an_error(self):
@@ -311,6 +312,7 @@ class Snmp(DoctorTest):
         self.becomes_ok(system, "snmp-view", *self.asking(system))
         hidden = self.asking(system)[1].replace("public", "hidden")
         self.assert_found(system, "snmp-view", "error", "No Such Object", "--snmp", hidden)
+        self.assert_found(system, "snmp-view", "error", "No Such Object", "--snmp", hidden.replace("-v2c", "-v1"))
         system.kill("snmpd")
         self.assert_found(system, "snmp-view", "error", "snmpd does not answer: Timeout", "--snmp", hidden.replace("-t 5", "-t 1 -r 0"))
 
@@ -334,6 +336,29 @@ class Snmp(DoctorTest):
         stock.write_text("")
         self.assert_found(system, "snmp-view", "error", "lets no manager read anything", *given)
         self.assert_found(system, "snmp-view", "notPossible", "No such file", "--snmpd-conf", "/nonexistent.conf")
+
+    def test_well_known_community_is_not_shown_the_mib(self):
+        system = self.new_system(ROUTER)
+        stock = system.folder / "stock.conf"
+        stock.write_text("view systemonly included .1.3.6.1.2.1.1\nrocommunity public default -V systemonly\n"
+                         "rocommunity6 public default -V systemonly\nincludeDir /etc/snmp/snmpd.conf.d\n")
+        example = "install -m 640 -g Debian-snmp /usr/share/doc/mplsvpn-snmp/examples/snmpd.conf"
+        self.assertIn(example, " ".join((ROOT / "README.md").read_text().split()))
+        fix, = self.fixes(system, "snmp-view", "--snmpd-conf", str(stock))
+        self.assertIn(example if not pathlib.Path("/etc/snmp/snmpd.conf.d/mpls_vpn_mib.conf").exists() else "MANAGER", fix)
+        stock.write_text(stock.read_text().replace("includeDir", "#"))
+        fix, = self.fixes(system, "snmp-view", "--snmpd-conf", str(stock))
+        self.assertIn('"rocommunity COMMUNITY MANAGER -V l3vpn"', fix)
+
+    def test_manager_without_the_if_mib_has_no_verdict_of_its_interfaces(self):
+        system = self.started()
+        system.more_snmpd_settings = "view l3vpn included .1.3.6.1.2.1.10.166.11\nrocommunity narrow default -V l3vpn\n"
+        system.start_snmpd()
+        for version in "-v2c", "-v1":
+            asking = self.asking(system)[1].replace("public", "narrow").replace("-v2c", version)
+            self.assert_found(system, "snmp-ifindex", "notPossible", "this manager may not read the IF-MIB", "--snmp", asking)
+        self.assert_found(system, "snmp-ifindex", "notPossible", "snmpd does not answer: Timeout", "--snmp",
+                          asking.replace("-t 5", "-t 1 -r 0").replace("narrow", "unknown"))
 
     @unittest.skipUnless(IS_ROOT, "SKIPPED: only root makes network namespaces")
     def test_interface_that_snmpd_does_not_show_is_a_warning_with_the_reason(self):

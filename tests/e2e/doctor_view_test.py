@@ -29,19 +29,20 @@ CONFIGURATIONS = {
     "nothing": "",
     "write_community": "rwcommunity secret 127.0.0.1\n",
     "oid_above": "rocommunity public default .1.3.6.1.2.1\n",
-    "oid_beside": "rocommunity public default .1.3.6.1.2.1.1\n",
-    "oid_within": f"rocommunity public default {MIB}.1.2\n",
-    "view_lacks_it": "view narrow included .1.3.6.1.2.1.1\nrocommunity public default -V narrow\n",
+    "oid_beside": "rocommunity other default .1.3.6.1.2.1.1\n",
+    "oid_beside_for_anyone": "rocommunity public default .1.3.6.1.2.1.1\n",
+    "oid_within": f"rocommunity other default {MIB}.1.2\n",
+    "view_lacks_it": "view narrow included .1.3.6.1.2.1.1\nrocommunity other default -V narrow\n",
     "view_has_it": f"view narrow included {MIB}\nrocommunity public default -V narrow\n",
-    "view_has_a_part": f"view narrow included {MIB}.1.2.2\nrocommunity public default -V narrow\n",
-    "view_excludes_it": "view wide included .1\nview wide excluded .1.3.6.1.2.1.10\nrocommunity public default -V wide\n",
+    "view_has_a_part": f"view narrow included {MIB}.1.2.2\nrocommunity other default -V narrow\n",
+    "view_excludes_it": "view wide included .1\nview wide excluded .1.3.6.1.2.1.10\nrocommunity other default -V wide\n",
     "view_excludes_a_table": f"view wide included .1\nview wide excluded {MIB}.1.4\nrocommunity public default -V wide\n",
     "view_excludes_and_includes": f"view wide excluded .1.3.6.1.2.1.10\nview wide included {MIB}\nrocommunity public default -V wide\n",
-    "view_is_missing": "rocommunity public default -V nosuch\n",
+    "view_is_missing": "rocommunity other default -V nosuch\n",
     "view_all_is_not_special": "rocommunity public default -V all\n",
     "mask_any_transmission_mib": "view any included .1.3.6.1.2.1.10.1.11 ff:a0\nrocommunity public default -V any\n",
-    "mask_other_number": "view any included .1.3.6.1.2.1.10.1.12 ff:a0\nrocommunity public default -V any\n",
-    "mask_excludes": "view any included .1\nview any excluded .1.3.6.1.2.1.1.166.11 fe:c0\nrocommunity public default -V any\n",
+    "mask_other_number": "view any included .1.3.6.1.2.1.10.1.12 ff:a0\nrocommunity other default -V any\n",
+    "mask_excludes": "view any included .1\nview any excluded .1.3.6.1.2.1.1.166.11 fe:c0\nrocommunity other default -V any\n",
     "view_of_the_name_that_is_advised": "view l3vpn included .1.3.6.1.2.1.10.99\nrocommunity other default -V l3vpn\n"
                                         "rocommunity public default .1.3.6.1.2.1.1\n",
     "view_of_the_next_name": "view l3vpn_2 included .1\nrocommunity public default .1.3.6.1.2.1.1\nrocommunity other default "
@@ -64,6 +65,24 @@ CONFIGURATIONS = {
     "placeholders": "rocommunity COMMUNITY\nrocommunity public NETWORK/24\n",
     "tables_with_a_placeholder": VACM.format(view="wide").replace("default", "NETWORK") + "view wide included .1\n",
     "capitals": "RoCommunity public\n",
+    "user_that_does_not_exist_with_a_view": "view narrow included .1.3.6.1.2.1.1\nrouser ann authpriv -V narrow\n",
+    "user_that_does_not_exist_below_an_oid": "rouser ann authpriv .1.3.6.1.2.1.1\n",
+    "everything_and_a_name": "rocommunity other default system\nrocommunity public\n",
+}
+# What these show depends on the MIB modules of snmpd, or on directives that doctor does not know. {name: what it says}
+UNKNOWN = {
+    "oid_is_a_name": ("rocommunity public default system\n", "rocommunity limits it to system: names"),
+    "oid_is_a_name_that_shows_it": ("rocommunity public default iso\n", "rocommunity limits it to iso: names"),
+    "oid_is_a_path_of_names": ("rocommunity public default .iso.org.dod.internet.mgmt.mib-2.system\n", "names"),
+    "oid_ends_in_a_name": ("rocommunity public default .1.3.6.1.2.1.system\n", "names"),
+    "oid_of_a_user_is_a_name": (CREATE_ANN + "rouser ann priv system\n", "rouser limits it to system: names"),
+    "view_includes_a_name": ("view named included iso\nrocommunity public default -V named\n", "the view named has names"),
+    "view_excludes_a_name": ("view named included .1\nview named excluded iso.3.6.1.2.1.10\nrocommunity public default -V named\n",
+                             "the view named has names"),
+    "authaccess": ("createUser bea\ngroup g usm bea\nview wide included .1\nauthaccess read g wide noauth\n", "authaccess is not"),
+    "authgroup": ("createUser bea\ngroup g usm bea\nauthgroup read g noauth\n", "authgroup is not"),
+    "setaccess": ('createUser bea\ngroup g usm bea\nview wide included .1\nsetaccess g "" usm noauth exact wide read\n',
+                  "setaccess is not"),
 }
 STATES = {"none": "error", "some": "warning", "all": "ok"}
 
@@ -127,8 +146,10 @@ class SnmpView(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         """Many are judged at once, because most of the time is waited for time-outs."""
-        with concurrent.futures.ThreadPoolExecutor(len(CONFIGURATIONS)) as threads:
+        with concurrent.futures.ThreadPoolExecutor(len(CONFIGURATIONS) + len(UNKNOWN)) as threads:
+            unknown = threads.map(judged, [settings for settings, _ in UNKNOWN.values()])
             cls.found = dict(zip(CONFIGURATIONS, threads.map(judged, CONFIGURATIONS.values())))
+            cls.unknown = dict(zip(UNKNOWN, unknown))
             advised = {name: fixed(settings, cls.found[name][2]) for name, settings in CONFIGURATIONS.items()}
             cls.advised = {name: settings for name, settings in advised.items() if settings != CONFIGURATIONS[name]}
             cls.found_then = dict(zip(cls.advised, threads.map(judged, cls.advised.values())))
@@ -149,6 +170,20 @@ class SnmpView(unittest.TestCase):
                 new = {"ann with an advised key"} if "createUser ann SHA-256" in self.advised[name] else set()
                 self.assertEqual({manager: seen for manager, seen in others.items() if manager not in new},
                                  {manager: seen for manager, seen in self.found[name][3].items() if manager not in new})
+
+    def test_line_that_is_not_understood_makes_the_verdict_impossible_and_does_not_count_as_hiding(self):
+        for name, (sight, state, findings, _) in self.unknown.items():
+            with self.subTest(name):
+                self.assertEqual(state, "notPossible", (sight, findings))
+                self.assertIn(UNKNOWN[name][1], findings[0]["text"])
+        self.assertEqual({sight for sight, *_ in self.unknown.values()}, {"none", "all"})
+        self.assertEqual(self.found["everything_and_a_name"][2], [])
+
+    def test_what_is_advised_does_not_show_the_mib_to_anyone(self):
+        for name, settings in self.advised.items():
+            with self.subTest(name, advice=settings):
+                grants = re.findall(r"(?m)^rocommunity public(?: default)?(?: .*)?$", CONFIGURATIONS[name])
+                self.assertEqual([line for line in grants if line not in settings.splitlines()], [])
 
     def test_problem_has_advice(self):
         for name, (_, state, findings, _) in self.found.items():

@@ -122,10 +122,10 @@ Findings judge_permission(Facts& facts, const std::string& path, int error) {
   const uid_t user = agent_user(facts);
   const std::string place = obstacle(user, path);
   if (!place.empty()) {
-    return {
-        {Level::kError,
-         fmt::format("the user {} of the sub-agent has no permission for {}", user_name(user), place),
-         "add \"agentXPerms 0660 0711 Debian-snmp mpls_vpn_snmp\" to snmpd.conf, then: systemctl restart snmpd"}};
+    return {{Level::kError,
+             fmt::format("the user {} of the sub-agent has no permission for {}", user_name(user), place),
+             "add \"agentXPerms 0660 0711 Debian-snmp mpls_vpn_snmp\" to snmpd.conf, then: systemctl restart "
+             "snmpd"}};
   }
   if (error == 0) return {};
   throw NotPossible(fmt::format("{}: {}; run mplsvpn doctor as root", path, std::strerror(error)));

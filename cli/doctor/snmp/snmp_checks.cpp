@@ -38,17 +38,19 @@ bool runs(const std::string& program) {
 
 // ifIndex by ifName.
 std::map<std::string, std::string> indexes_of_snmpd(Facts& facts) {
-  std::istringstream lines(ask_snmpd(facts, "snmpwalk", kIfName));
+  const std::string answer = ask_snmpd(facts, "snmpwalk", kIfName);
+  std::istringstream lines(answer);
   std::map<std::string, std::string> indexes;
   for (std::string line; std::getline(lines, line);) {
     const std::size_t blank = line.find(' ');
-    if (!line.starts_with(kIfName) || blank == std::string::npos) continue;
+    if (!line.starts_with(std::string(kIfName) + ".") || blank == std::string::npos) continue;
     std::string name = line.substr(blank + 1);
     std::erase(name, '"');
     indexes[name] = line.substr(line.rfind('.', blank) + 1, blank - line.rfind('.', blank) - 1);
   }
-  if (indexes.empty()) throw NotPossible("snmpd shows no interface to this manager");
-  return indexes;
+  if (!indexes.empty()) return indexes;
+  if (!is_hidden(answer)) throw NotPossible("snmpd does not answer: " + last_line(answer), kAskingFix);
+  throw NotPossible("this manager may not read the IF-MIB; ask as one whose view includes .1.3.6.1.2.1.31.1");
 }
 
 // Interfaces of a router file need not exist here.
@@ -72,6 +74,14 @@ Findings judge_absent(Facts& facts, const std::vector<std::string>& absent) {
 
 }  // namespace
 
+bool is_hidden(const std::string& answer) {
+  // "noSuchName" and "End of MIB": version 1; "authorizationError": a view that does not exist
+  constexpr std::string_view kSigns[] = {"No Such Object", "No Such Instance", "No more variables",
+                                         "noSuchName",     "End of MIB",       "authorizationError"};
+  return std::ranges::any_of(
+      kSigns, [&answer](std::string_view sign) { return answer.find(sign) != std::string::npos; });
+}
+
 std::string ask_snmpd(Facts& facts, const char* program, const std::string& object) {
   if (facts.request.snmp.empty())
     throw NotPossible(std::string("the community is unknown; try ") + kAskingFix);
@@ -88,7 +98,7 @@ void require_programs() {
     throw NotPossible("snmpd is not installed", "apt-get install snmpd");
   if (!is_installed("mpls_vpn_snmp"))
     throw NotPossible("the sub-agent is not installed: managers cannot read the MIB",
-                      "apt-get install mplsvpn-snmp");
+                      "apt install ./mplsvpn-snmp_*.deb, in the folder with the packages");
 }
 
 Findings check_snmpd(Facts& /*facts*/) {

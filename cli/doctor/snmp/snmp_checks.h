@@ -10,9 +10,11 @@ namespace cli::doctor {
 // NotPossible if snmpd neither runs nor is installed, or the sub-agent is not installed.
 void require_programs();
 
-inline constexpr char kAskingFix[] = "mplsvpn doctor --snmp '-v2c -c COMMUNITY localhost'";
+inline constexpr char kAskingFix[] = "mplsvpn doctor --snmp '-v2c -c COMMUNITY 127.0.0.1'";
 // What snmpget(1) or snmpwalk(1) prints for the object. NotPossible without --snmp, or without that program.
 std::string ask_snmpd(Facts& facts, const char* program, const std::string& object);
+// Whether such an answer says that the manager may not see the object, or that it does not exist.
+bool is_hidden(const std::string& answer);
 
 Findings check_snmpd(Facts& facts);
 Findings check_agentx_socket(Facts& facts);

@@ -30,8 +30,7 @@ std::vector<Oid> sample_of_the_mib() {
 }
 
 Findings judge_answer(const std::string& answer) {
-  if (answer.find("No Such Object") != std::string::npos ||
-      answer.find("No more variables") != std::string::npos) {
+  if (is_hidden(answer)) {
     return {{Level::kError,
              "snmpd answers \"No Such Object\": its view hides the MIB, or no sub-agent is registered",
              fmt::format("add \"view VIEW included {}\" to snmpd.conf{}", oid_text(kSubtree), kRestart)}};
@@ -44,50 +43,51 @@ Findings judge_answer(const std::string& answer) {
 std::string places(const std::vector<SnmpdSight>& sights, bool that_show) {
   std::vector<std::string> all;
   for (const SnmpdSight& each : sights) {
-    if ((each.sight == Sight::kAll) == that_show) all.push_back(each.grant->place);
+    if (each.sight != Sight::kUnknown && (each.sight == Sight::kAll) == that_show)
+      all.push_back(each.grant->place);
   }
   return fmt::format("{}", fmt::join(all, ", "));
 }
 
+// One for each fix.
 Findings obstacles(const std::vector<SnmpdSight>& sights, Sight best) {
+  const bool is_partial = best == Sight::kSome;
   Findings findings;
   std::set<std::string> known;
   for (const SnmpdSight& each : sights) {
     if (each.sight != best || !known.insert(each.obstacle).second) continue;
-    const bool is_partial = best == Sight::kSome;
+    const std::string fix = each.fix + (each.fix.starts_with("systemctl") ? "" : kRestart);
+    const auto same = std::ranges::find(findings, fix, &Finding::fix);
+    if (same != findings.end() && each.grant->is_for_anyone) {
+      same->text += "; " + each.obstacle;
+      continue;
+    }
     findings.push_back(
         {is_partial ? Level::kWarning : Level::kError,
          fmt::format(
              "{} {}",
              is_partial ? "managers see a part of the MIB only:" : "no manager sees the MIB:", each.obstacle),
-         each.fix + (each.fix.starts_with("systemctl") ? "" : kRestart)});
+         fix});
   }
   return findings;
 }
 
 // What this program cannot know makes the check impossible only if it may show the MIB to someone.
-void require_knowledge(const SnmpdConfiguration& configuration) {
-  for (const SnmpdGrant& grant : configuration.grants) {
-    if (configuration.unknown_views.contains(grant.view))
-      throw NotPossible(
-          fmt::format("the view {} has names instead of numbers; try {}", grant.view, kAskingFix));
-    if (!grant.user.empty() && !configuration.knows_users)
-      throw NotPossible("snmpd's users are not readable; run mplsvpn doctor as root");
-  }
+void require_knowledge(const std::vector<SnmpdSight>& sights) {
+  const auto unknown = std::ranges::find(sights, Sight::kUnknown, &SnmpdSight::sight);
+  if (unknown != sights.end()) throw NotPossible(unknown->obstacle, kAskingFix);
 }
 
 Findings judge_configuration(const std::string& path) {
   const SnmpdConfiguration configuration = read_snmpd_configuration(path);
   const std::vector<SnmpdSight> sights = judge_access(configuration, kSubtree, sample_of_the_mib());
   if (sights.empty()) {
-    return {
-        {Level::kError, path + " lets no manager read anything",
-         fmt::format("add \"view {0} included {1}\" and \"rocommunity COMMUNITY MANAGER -V {0}\" to it{2}",
-                     unused_view(configuration), oid_text(kSubtree), kRestart)}};
+    return {{Level::kError, path + " lets no manager read anything",
+             advise_manager(configuration, kSubtree) + kRestart}};
   }
   const Sight best = std::ranges::max_element(sights, {}, &SnmpdSight::sight)->sight;
   if (best != Sight::kAll) {
-    require_knowledge(configuration);
+    require_knowledge(sights);
     return obstacles(sights, best);
   }
   const std::string hiding = places(sights, false);

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <map>
 
 namespace cli::doctor {
@@ -10,7 +11,9 @@ namespace cli::doctor {
 namespace {
 
 constexpr std::string_view kEverything = "_all_";
-constexpr char kNewName[] = "l3vpn";
+constexpr char kNewName[] = "l3vpn";  // also in the packaged example
+constexpr char kExample[] = "/usr/share/doc/mplsvpn-snmp/examples/snmpd.conf";
+constexpr char kDropIn[] = "/etc/snmp/snmpd.conf.d/mpls_vpn_mib.conf";
 
 // REQUIRES: the object has as many numbers.
 bool matches_mask(const SnmpdSubtree& subtree, const Oid& object) {
@@ -53,14 +56,11 @@ class Judge {
 
   SnmpdSight judge(const SnmpdGrant& grant) {
     SnmpdSight result{&grant, Sight::kNone};
-    if (!find_user(grant, &result)) return result;
-    if (grant.view == kEverything) {
-      result.sight = Sight::kAll;
-    } else if (grant.view.empty()) {
-      judge_oid(grant, &result);
-    } else {
-      judge_view(grant, &result);
-    }
+    if (find_unknown(grant, &result)) return result;
+    judge_subtree(grant, &result);
+    judge_user(grant, &result);
+    if (grant.is_for_anyone && result.sight != Sight::kAll)
+      result.fix = advise_manager(configuration_, subtree_);
     return result;
   }
 
@@ -71,21 +71,48 @@ class Judge {
     if (shown == 0) return Sight::kNone;
     return shown == sample_.size() ? Sight::kAll : Sight::kSome;
   }
-  // A user who does not exist, or not with such keys, sees nothing.
-  bool find_user(const SnmpdGrant& grant, SnmpdSight* result) const {
-    if (grant.user.empty()) return true;
+  bool has_keys(const SnmpdGrant& grant) const {
     const auto known = configuration_.users.find(grant.user);
-    const bool exists = known != configuration_.users.end();
-    if (exists && known->second >= grant.level) return true;
-    result->obstacle = fmt::format("{}: the user {} {}", grant.place, grant.user,
-                                   exists ? "has no keys for this level" : "does not exist");
+    return known != configuration_.users.end() && known->second >= grant.level;
+  }
+  bool find_unknown(const SnmpdGrant& grant, SnmpdSight* result) const {
+    result->obstacle = grant.unknown;
+    if (configuration_.unknown_views.contains(grant.view)) {
+      result->obstacle = fmt::format("{}: the view {} has names instead of numbers", grant.place, grant.view);
+    } else if (!grant.user.empty() && !configuration_.knows_users && !has_keys(grant)) {
+      result->obstacle = "snmpd's users are not readable; run mplsvpn doctor as root";
+    }
+    if (!result->obstacle.empty()) result->sight = Sight::kUnknown;
+    return !result->obstacle.empty();
+  }
+  void judge_subtree(const SnmpdGrant& grant, SnmpdSight* result) {
+    if (grant.view == kEverything) {
+      result->sight = Sight::kAll;
+    } else if (grant.view.empty()) {
+      judge_oid(grant, result);
+    } else {
+      judge_view(grant, result);
+    }
+  }
+  // A user who does not exist, or not with such keys, sees nothing. A new one gets what the line lacks, too.
+  void judge_user(const SnmpdGrant& grant, SnmpdSight* result) const {
+    if (grant.user.empty() || has_keys(grant)) return;
+    const bool exists = configuration_.users.contains(grant.user);
+    const bool is_limited = !exists && result->sight != Sight::kAll;
+    result->sight = Sight::kNone;
+    result->obstacle =
+        fmt::format("{}: the user {} {}{}", grant.place, grant.user,
+                    exists ? "has no keys for this level" : "does not exist",
+                    is_limited ? ", and " + result->obstacle.substr(grant.place.size() + 2) : "");
     const std::string line = fmt::format("; add {} and \"rouser {} priv -V {}\" to snmpd.conf",
                                          included(free_view_, subtree_), kNewName, free_view_);
     result->fix = fmt::format(
         "systemctl stop snmpd; add \"createUser {} SHA-256 PASSWORD AES PASSWORD\" to "
         "/var/lib/snmp/snmpd.conf{}; systemctl start snmpd",
-        exists ? kNewName : grant.user, exists ? line : "");
-    return false;
+        exists ? kNewName : grant.user,
+        exists       ? line
+        : is_limited ? "; " + result->fix
+                     : "");
   }
   void judge_oid(const SnmpdGrant& grant, SnmpdSight* result) {
     result->sight = sight_of([&](const Oid& each) { return is_below(each, grant.oid); });
@@ -139,6 +166,18 @@ std::vector<SnmpdSight> judge_access(const SnmpdConfiguration& configuration, co
   Judge judge(configuration, subtree, sample);
   for (const SnmpdGrant& grant : configuration.grants) all.push_back(judge.judge(grant));
   return all;
+}
+
+std::string advise_manager(const SnmpdConfiguration& configuration, const Oid& subtree) {
+  const std::string view = unused_view(configuration);
+  const bool is_new = view == kNewName && !std::filesystem::exists(kDropIn);
+  if (is_new && configuration.folders.contains(std::filesystem::path(kDropIn).parent_path()))
+    return fmt::format(
+        "install -m 640 -g Debian-snmp {} {}; replace the community and 127.0.0.1 in it by those "
+        "of your managers",
+        kExample, kDropIn);
+  return fmt::format("add {} and \"rocommunity COMMUNITY MANAGER -V {}\" to snmpd.conf",
+                     included(view, subtree), view);
 }
 
 std::string unused_view(const SnmpdConfiguration& configuration) {

@@ -8,7 +8,7 @@
 
 namespace cli::doctor {
 
-enum class Sight { kNone, kSome, kAll };
+enum class Sight { kUnknown, kNone, kSome, kAll };  // in this order: the best decides
 
 // What a line shows of the subtree.
 struct SnmpdSight {
@@ -21,6 +21,9 @@ struct SnmpdSight {
 // One for each line that grants something. `sample` has objects of the subtree.
 std::vector<SnmpdSight> judge_access(const SnmpdConfiguration& configuration, const Oid& subtree,
                                      const std::vector<Oid>& sample);
+
+// Lets further managers see the subtree, for a configuration that grants too little, or to anyone.
+std::string advise_manager(const SnmpdConfiguration& configuration, const Oid& subtree);
 
 // The name of a view that the configuration does not have yet. A line that is added to a view shows its
 // subtree to all who have that view.

@@ -2,6 +2,8 @@
 // (authcommunity, authuser), and the tables of RFC 3415 (com2sec, group, access, view).
 #include "cli/doctor/snmp/snmpd_configuration.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
@@ -81,6 +83,17 @@ std::string persistent_name(const std::string& word) {
   return name;
 }
 
+constexpr std::string_view kWellKnown[] = {"public", "private"};
+
+bool is_well_known(const std::string& community) {
+  return std::ranges::find(kWellKnown, community) != std::end(kWellKnown);
+}
+
+// Directives that grant access in forms that are not read here.
+bool is_other_grant(const std::string& token) {
+  return token == "authaccess" || token == "authgroup" || token == "setaccess";
+}
+
 // The words of the examples in snmpd.conf(5): snmpd refuses a line with one of them.
 bool is_placeholder(const std::string& source, const std::string& community) {
   return source.starts_with("NETWORK") || community == "COMMUNITY";
@@ -125,6 +138,7 @@ class SnmpdReader {
     if (token == "includedir") return read_folder(words[1]);
     if (token == "includefile") static_cast<void>(read(words[1]));
     if (token == "agentxsocket") configuration_.agentx_socket = words[1];
+    if (token == "agentxperms") return take_agentx_permissions(words, place);
     if (token == "view" && words.size() > 3) return take_view(words, place);
     if (token == "createuser") return take_new_user(words);
     if (token == "usmuser" && words.size() > 10) return take_user(words);
@@ -133,7 +147,21 @@ class SnmpdReader {
     if (token == "access" && words.size() > 6) return take_access(words, place);
     take_grant(token, words, place);
   }
+  // SOCKET [FOLDER [USER [GROUP]]]; a later line replaces what it has.
+  void take_agentx_permissions(const Words& words, const std::string& place) {
+    AgentxPermissions& taken = configuration_.agentx_permissions;
+    taken.place = place;
+    std::string* const parts[] = {&taken.socket, &taken.folder, &taken.user, &taken.group};
+    for (std::size_t at = 1; at < std::min(words.size(), std::size(parts) + 1); ++at)
+      *parts[at - 1] = words[at];
+  }
   void take_grant(const std::string& token, const Words& words, const std::string& place) {
+    if (is_other_grant(token)) {
+      configuration_.grants.push_back({.place = place,
+                                       .directive = words[0],
+                                       .unknown = fmt::format("{}: {} is not judged", place, words[0])});
+      return;
+    }
     const bool is_short = token.starts_with("ro") || token.starts_with("rw");
     const bool has_types = token.starts_with("auth");
     if (!is_short && !has_types) return;
@@ -149,7 +177,9 @@ class SnmpdReader {
     const std::string source = words.size() > first + 1 ? words[first + 1] : "default";
     if (is_placeholder(source, words[first])) return;
     if (is_shadowed(kind + " " + words[first], source)) return;
-    add(limited({place, words[0]}, words, first + 2), words, first + 2);
+    SnmpdGrant grant{place, words[0]};
+    grant.is_for_anyone = source == "default" && is_well_known(words[first]);
+    add(limited(std::move(grant), words, first + 2), words, first + 2);
   }
   bool is_shadowed(const std::string& community, const std::string& source) {
     if (!communities_.insert(community + " " + source).second) return true;
@@ -167,6 +197,9 @@ class SnmpdReader {
     if (next >= words.size()) return grant;
     if (words[next] != "-V") {
       grant.oid = parse_oid(words[next]);
+      if (grant.oid.empty())
+        grant.unknown = fmt::format("{}: {} limits it to {}: names depend on snmpd's MIB modules",
+                                    grant.place, grant.directive, words[next]);
     } else if (next + 1 < words.size()) {
       grant.view = words[next + 1];
     }
@@ -228,6 +261,7 @@ class SnmpdReader {
     configuration_.users[persistent_name(words[5])] = level;
   }
   void read_folder(const std::string& folder) {
+    configuration_.folders.insert(folder);
     std::error_code ignored;
     std::set<std::string> files;
     for (const auto& entry : std::filesystem::directory_iterator(folder, ignored)) {

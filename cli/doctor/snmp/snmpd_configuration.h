@@ -20,8 +20,10 @@ struct SnmpdGrant {
   std::string directive{};  // "rocommunity"
   std::string user{};       // of SNMPv3; empty: a community, which is not secret enough to be encrypted
   SecurityLevel level = SecurityLevel::kNone;
-  Oid oid{};           // empty: everything, or the view
-  std::string view{};  // empty: no view
+  Oid oid{};                   // empty: everything, or the view
+  std::string view{};          // empty: no view
+  std::string unknown{};       // why what it shows cannot be known here; empty: it can
+  bool is_for_anyone = false;  // a community that everybody knows, from any source
 };
 
 struct SnmpdSubtree {
@@ -31,6 +33,15 @@ struct SnmpdSubtree {
   bool is_included;
 };
 
+// agentXPerms: of the AgentX socket and the folder that snmpd makes for it.
+struct AgentxPermissions {
+  std::string place{};  // empty: there is no such line
+  std::string socket{};
+  std::string folder{};
+  std::string user{};
+  std::string group{};
+};
+
 struct SnmpdConfiguration {
   std::vector<SnmpdGrant> grants{};
   std::map<std::string, std::vector<SnmpdSubtree>> views{};
@@ -38,6 +49,8 @@ struct SnmpdConfiguration {
   std::map<std::string, SecurityLevel> users{};
   bool knows_users = true;      // false: the file with users of snmpd could not be read
   std::string agentx_socket{};  // empty: snmpd's default
+  AgentxPermissions agentx_permissions{};
+  std::set<std::string> folders{};  // whose files it includes
 };
 
 // Reads the file, those that it includes, and the users in snmpd's persistent files ($SNMP_PERSISTENT_DIR, as
