@@ -1,9 +1,11 @@
 #!/usr/bin/env python3
 """"mplsvpn doctor" with real processes: each check of the daemon and of snmpd is triggered, and is quiet again when the cause is
 removed. Those of kernel and routing suite are triggered in the guest (tests/kernel/system_doctor.py)."""
+import grp
 import json
 import os
 import pathlib
+import pwd
 import re
 import shlex
 import shutil
@@ -293,6 +295,45 @@ class Snmp(DoctorTest):
         system.folder.chmod(0o755)
         self.assert_found(system, "agentx-socket", "error", f"of the sub-agent has no permission for {system.agentx}",
                           wrapper=OTHER_USER)
+
+    @unittest.skipUnless(IS_ROOT, "SKIPPED: only root becomes another user")
+    def test_closed_agentx_socket_is_opened_by_what_is_advised_and_stays_that_of_its_group(self):
+        system = self.new_system(ROUTER)
+        system.module = None
+        system.start_snmpd()
+        with tempfile.NamedTemporaryFile("w", suffix=".conf") as conf:
+            os.chmod(conf.name, 0o644)
+
+            def advised(line):
+                conf.seek(0)
+                conf.truncate()
+                conf.write(line + "\n")
+                conf.flush()
+                fix, = self.fixes(system, "agentx-socket", "--snmpd-conf", conf.name, wrapper=OTHER_USER)
+                return fix
+            fix = advised("agentXPerms 0660 0711")
+            self.assertEqual(fix, f"chmod a+x {system.folder}")
+            subprocess.run(fix, shell=True, check=True)
+            restart = ", then: systemctl restart snmpd"
+            member = f"usermod -aG daemon {pwd.getpwuid(65534).pw_name}, then: systemctl restart mpls_vpn_snmp"
+            self.assertEqual(advised("master agentx"), 'add "agentXPerms 0660 0711 Debian-snmp mpls_vpn_snmp" to snmpd.conf' + restart)
+            self.assertEqual(advised("agentXPerms 0600 0755 man"),
+                             f'replace the line {conf.name}:1 by "agentXPerms 0660 0755 man mpls_vpn_snmp"{restart}')
+            self.assertEqual(advised("agentXPerms 0660 0755 man daemon"), member)
+            self.assertEqual(advised("agentXPerms 0600 0755 man daemon"),
+                             f'replace the line {conf.name}:1 by "agentXPerms 0660 0755 man daemon"{restart}; {member}')
+
+    @unittest.skipUnless(IS_ROOT, "SKIPPED: only root gives files to groups")
+    def test_snmpd_accepts_the_agentx_permissions_of_the_package_without_a_complaint(self):
+        system = self.new_system(ROUTER)
+        system.module = None
+        line = re.search(r"(?m)^agentXPerms .*$", (ROOT / "packaging/snmpd.conf").read_text())[0]
+        system.more_snmpd_settings = line.replace("mpls_vpn_snmp", "daemon") + "\n"
+        system.start_snmpd()
+        self.assertNotIn("Can't identify", system.log("snmpd"))
+        found = system.agentx.stat()
+        self.assertEqual((found.st_gid, found.st_mode & 0o777), (grp.getgrnam("daemon").gr_gid, 0o660))
+        self.assertEqual(line, "agentXPerms 0660 0711 Debian-snmp mpls_vpn_snmp")
 
     def test_front_end_that_is_not_connected_is_an_error(self):
         system = self.started()

@@ -1,18 +1,15 @@
 #include <fmt/format.h>
-#include <grp.h>
 #include <pwd.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
 
 #include "cli/diagnosis/status_facts.h"
 #include "cli/doctor/facts.h"
+#include "cli/doctor/snmp/agentx_permission.h"
 #include "cli/doctor/snmp/snmp_checks.h"
 #include "cli/doctor/snmp/snmpd_configuration.h"
 
@@ -24,41 +21,6 @@ using process_status::ClientStatus;
 
 constexpr char kDefaultSocket[] = "/var/agentx/master";
 constexpr std::string_view kUnixPrefix = "unix:";
-
-std::vector<gid_t> groups_of(uid_t user) {
-  const passwd* const entry = getpwuid(user);
-  if (entry == nullptr) return {};
-  std::vector<gid_t> groups(64);
-  int count = static_cast<int>(groups.size());
-  if (getgrouplist(entry->pw_name, entry->pw_gid, groups.data(), &count) < 0) return groups;
-  groups.resize(static_cast<std::size_t>(count));
-  return groups;
-}
-
-// Whether the mode gives the user these rights (of "others": 1 search, 2 write).
-bool may(uid_t user, const struct stat& file, mode_t rights) {
-  if (user == 0) return true;
-  if (user == file.st_uid) return (file.st_mode >> 6 & rights) == rights;
-  const std::vector<gid_t> groups = groups_of(user);
-  const bool is_in_group = std::ranges::find(groups, file.st_gid) != groups.end();
-  return ((is_in_group ? file.st_mode >> 3 : file.st_mode) & rights) == rights;
-}
-
-// The first of the socket and its folders that keeps the user out; empty for none.
-std::string obstacle(uid_t user, const std::string& socket) {
-  struct stat found {};
-  const std::filesystem::path path = socket;
-  for (std::filesystem::path folder = path.parent_path(); folder.has_relative_path();
-       folder = folder.parent_path()) {
-    if (stat(folder.c_str(), &found) == 0 && !may(user, found, 1)) return folder;
-  }
-  return stat(socket.c_str(), &found) == 0 && !may(user, found, 2) ? socket : "";
-}
-
-std::string user_name(uid_t user) {
-  const passwd* const entry = getpwuid(user);
-  return entry == nullptr ? std::to_string(user) : entry->pw_name;
-}
 
 // The daemon's state; null while it is unknown, which another check reports.
 const process_status::ProcessStatus* find_status(Facts& facts) {
@@ -85,16 +47,19 @@ bool is_module(Facts& facts) {
   return front_end.is_object() && front_end["kind"] == "module";
 }
 
-// Where snmpd has its socket. A configuration that cannot be read leaves snmpd's default; another check
-// reports it.
+// A configuration that cannot be read leaves snmpd's defaults; another check reports it.
+SnmpdConfiguration configuration_or_defaults(Facts& facts) {
+  try {
+    return read_snmpd_configuration(facts.request.snmpd_configuration);
+  } catch (const Failure&) {
+    return {};
+  }
+}
+
+// Where snmpd has its socket.
 std::string socket_address(Facts& facts) {
   if (!facts.request.agentx_socket.empty()) return facts.request.agentx_socket;
-  std::string configured;
-  try {
-    configured = read_snmpd_configuration(facts.request.snmpd_configuration).agentx_socket;
-  } catch (const Failure&) {
-    return kDefaultSocket;
-  }
+  const std::string configured = configuration_or_defaults(facts).agentx_socket;
   return configured.empty() ? kDefaultSocket : configured;
 }
 
@@ -119,15 +84,9 @@ int try_connect(const std::string& path) {
 }
 
 Findings judge_permission(Facts& facts, const std::string& path, int error) {
-  const uid_t user = agent_user(facts);
-  const std::string place = obstacle(user, path);
-  if (!place.empty()) {
-    return {{Level::kError,
-             fmt::format("the user {} of the sub-agent has no permission for {}", user_name(user), place),
-             "add \"agentXPerms 0660 0711 Debian-snmp mpls_vpn_snmp\" to snmpd.conf, then: systemctl restart "
-             "snmpd"}};
-  }
-  if (error == 0) return {};
+  const AgentxPermissions permissions = configuration_or_defaults(facts).agentx_permissions;
+  Findings findings = judge_agentx_permission(agent_user(facts), path, permissions);
+  if (!findings.empty() || error == 0) return findings;
   throw NotPossible(fmt::format("{}: {}; run mplsvpn doctor as root", path, std::strerror(error)));
 }
 
