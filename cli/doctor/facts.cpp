@@ -45,7 +45,7 @@ void Facts::require_kernel_source() {
 }
 
 const std::vector<kernel::LinkSeen>& Facts::links() {
-  return links_.get([] { return std::make_unique<std::vector<kernel::LinkSeen>>(read_links()); });
+  return links_.get([this] { return std::make_unique<std::vector<kernel::LinkSeen>>(reader.links()); });
 }
 
 const std::vector<Vrf>& Facts::vrfs() {

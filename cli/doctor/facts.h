@@ -52,9 +52,10 @@ class Facts {
  public:
   using Status = Record<process_status::ProcessStatus>;
 
-  Facts(const Session& of_command, const DoctorRequest& of_user)
+  Facts(const Session& of_command, const DoctorRequest& of_user, KernelReader of_kernel = {})
       : session(of_command),
         request(of_user),
+        reader(std::move(of_kernel)),
         suite(of_user.suite_shell, std::chrono::milliseconds(of_user.suite_patience)) {}
 
   // The state of the daemon.
@@ -70,6 +71,7 @@ class Facts {
 
   const Session& session;
   const DoctorRequest& request;
+  const KernelReader reader;
   const Suite suite;
 
  private:

@@ -91,6 +91,7 @@ class SuiteReader {
     if (begins_with(words, {"export", "vpn"})) family_->exports = true;
     if (begins_with(words, {"import", "vpn"}) || begins_with(words, {"import", "vrf"}))
       family_->imports = true;
+    if (begins_with(words, {"import", "vrf"}) && words.size() == 3) family_->import_vrfs.emplace(words[2]);
     if (begins_with(words, {"label", "vpn", "export"}) && words.size() > 3 && words[3] != "allocation-mode")
       family_->has_label = true;
     if (begins_with(words, {"sid", "vpn", "export"})) family_->has_segment = true;

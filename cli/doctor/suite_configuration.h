@@ -14,9 +14,10 @@ struct SuiteFamily {
   std::string vrf{};
   std::string family{};  // "ipv4 unicast"
   std::string rd{};
-  std::set<std::string> targets{};  // "import 65000:1", "export 65000:1"
-  bool exports = false;             // VPN routes
-  bool imports = false;             // VPN routes, or those of another VRF
+  std::set<std::string> targets{};      // "import 65000:1", "export 65000:1"
+  bool exports = false;                 // VPN routes
+  bool imports = false;                 // VPN routes, or those of another VRF
+  std::set<std::string> import_vrfs{};  // VRFs of this router, with route targets that the suite derives
   bool has_label = false;
   bool has_segment = false;  // a segment identifier, which needs no label
 };

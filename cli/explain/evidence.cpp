@@ -28,45 +28,12 @@ std::unique_ptr<T> owned(T value) {
   return std::make_unique<T>(std::move(value));
 }
 
-// The rows name families as the suite does; those of EVPN have none.
-std::string family_of(const mpls_vpn_mib_rt& row) {
-  const std::string text = text_or_empty(row.description);
-  if (text.starts_with("IPv4")) return kIpv4;
-  return text.starts_with("IPv6") ? kIpv6 : "";
-}
-
 std::optional<VrfFacts> read_vrf(const Session& session, const std::string& name) {
   const auto client = connect_to_daemon(session);
   const std::optional<kvtree::Octets> octets = find_vrf_row(session, *client, name);
   if (!octets) return std::nullopt;
   const Record<mpls_vpn_mib_vrf> row(session, provider_path("vrf", name), kMibVrfParcel, *octets);
   return VrfFacts{text_or_empty(row->rd), row->operStatus == kUp, row->currNumRoutes};
-}
-
-std::vector<Target> read_targets(const Session& session) {
-  const auto client = connect_to_daemon(session);
-  std::vector<Target> targets;
-  const auto add = [&targets](const mpls_vpn_mib_rt& row) {
-    for (const bool is_import : {true, false}) {
-      if ((row.type & (is_import ? kRtImport : kRtExport)) == 0) continue;
-      targets.push_back({text_or_empty(row.vrfName), text_or_empty(row.rt), family_of(row), is_import});
-    }
-  };
-  walk_rows_of<mpls_vpn_mib_rt>(session, *client, kRouteTargetTable, "", {add});
-  return targets;
-}
-
-std::vector<Target> targets_of(const doctor::SuiteConfiguration& configuration) {
-  constexpr std::string_view kImport = "import ";
-  std::vector<Target> targets;
-  for (const doctor::SuiteFamily& family : configuration.families) {
-    for (const std::string& target : family.targets) {
-      const bool is_import = target.starts_with(kImport);
-      targets.push_back({family.vrf, target.substr(target.find(' ') + 1),
-                         family.family.substr(0, family.family.find(' ')), is_import});
-    }
-  }
-  return targets;
 }
 
 std::vector<MibRoute> read_mib_routes(const Session& session, const std::string& vrf,
@@ -149,14 +116,22 @@ const VrfFacts* Evidence::vrf() {
 }
 
 const std::vector<Target>& Evidence::targets() {
-  return targets_.get([this] {
+  const auto from_suite = [this] {
+    require_device();
+    return owned(targets_of(configuration()));
+  };
+  return targets_.get([&] {
     try {
-      return owned(read_targets(facts.session));
-    } catch (const Failure& failure) {
-      if (failure.exit_status() != kExitNoDaemon) throw;
-      return owned(targets_of(configuration()));
+      return from_suite();
+    } catch (const Failure&) {
+    } catch (const doctor::NotPossible&) {
     }
+    return owned(mib_targets());
   });
+}
+
+const std::vector<Target>& Evidence::mib_targets() {
+  return mib_targets_.get([this] { return owned(read_targets(facts.session)); });
 }
 
 const doctor::Vrf* Evidence::device() {
@@ -198,7 +173,7 @@ const std::vector<RibEntry>& Evidence::core_routes() {
 const std::vector<kernel::KernelRoute>& Evidence::kernel_routes() {
   require_device();
   return kernel_routes_.get([this] {
-    return owned(read_routes(device()->table, [this](const kernel::KernelRoute& route) {
+    return owned(facts.reader.routes(device()->table, [this](const kernel::KernelRoute& route) {
       return route.family == prefix->address.family && route.prefix_length == prefix->length &&
              route.destination == prefix->address.octets && !route.cached;
     }));
@@ -259,30 +234,53 @@ Origin Evidence::origin() {
   const auto is_of_vrf = [](const BgpPath& each) { return each.next_hop_vrf.empty(); };
   if (std::ranges::any_of(paths, [&](const BgpPath& each) { return each.is_best && is_of_vrf(each); }))
     return Origin::kVrf;
-  if (!vpn_paths().empty() || !std::ranges::all_of(paths, is_of_vrf)) return Origin::kVpn;
+  if (importable() != nullptr || !std::ranges::all_of(paths, is_of_vrf)) return Origin::kVpn;
   if (!paths.empty() || !rib().empty()) return Origin::kInactive;
-  return kernel_routes().empty() ? Origin::kNowhere : Origin::kVrf;  // the suite lacks local addresses
+  if (!kernel_routes().empty()) return Origin::kVrf;  // the suite lacks local addresses
+  return vpn_paths().empty() ? Origin::kNowhere : Origin::kOtherVpn;
+}
+
+const BgpPath* Evidence::importable() {
+  const auto found =
+      std::ranges::find_if(vpn_paths(), [this](const BgpPath& each) { return is_imported(each); });
+  return found == vpn_paths().end() ? nullptr : &*found;
 }
 
 const BgpPath* Evidence::path() {
   const auto best = std::ranges::find_if(vrf_paths(), &BgpPath::is_best);
   if (best != vrf_paths().end()) return &*best;
   if (!vrf_paths().empty()) return &vrf_paths().front();
-  const auto usable =
-      std::ranges::find_if(vpn_paths(), [this](const BgpPath& each) { return is_imported(each); });
-  return usable == vpn_paths().end() ? nullptr : &*usable;
+  return importable();
 }
 
 std::set<std::string> Evidence::own_targets(bool is_import) {
+  return own_of(targets(), is_import);
+}
+
+std::set<std::string> Evidence::own_of(const std::vector<Target>& all, bool is_import) const {
   std::set<std::string> own;
-  for (const Target& each : targets()) {
+  for (const Target& each : all) {
     const bool is_of_family = !prefix || each.family == family_name();
     if (each.vrf == request.vrf && each.is_import == is_import && is_of_family) own.insert(each.target);
   }
   return own;
 }
 
+std::string Evidence::difference_of_mib(bool is_import) {
+  std::set<std::string> of_mib;
+  try {
+    of_mib = own_of(mib_targets(), is_import);
+  } catch (const Failure&) {  // the link of the row has the reason
+    return "";
+  }
+  if (of_mib == own_targets(is_import)) return "";
+  return fmt::format("; the MIB differs: {}", list_of(of_mib));
+}
+
 bool Evidence::is_imported(const BgpPath& path) {
+  const doctor::SuiteFamily* const family = configured_family();
+  if (family != nullptr && path.is_of_this_router() && family->import_vrfs.contains(path.next_hop_vrf))
+    return true;
   const std::set<std::string> imported = own_targets(true);
   return std::ranges::any_of(path.targets, [&](const auto& target) { return imported.contains(target); });
 }

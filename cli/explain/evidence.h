@@ -11,6 +11,7 @@
 #include "cli/doctor/facts.h"
 #include "cli/explain/request.h"
 #include "cli/explain/suite_paths.h"
+#include "cli/explain/targets.h"
 #include "cli/output/address.h"
 #include "mpls/vpn/mib/src/records/layouts.h"
 
@@ -22,21 +23,14 @@ struct VrfFacts {
   std::uint32_t routes = 0;
 };
 
-// A route target of a VRF in one address family.
-struct Target {
-  std::string vrf{};
-  std::string target{};
-  std::string family{};  // "ipv4", "ipv6"; empty: EVPN
-  bool is_import = false;
-};
-
 struct MibRoute {
   std::string next_hop{};  // empty: none
   std::string protocol{};
 };
 
-// Where the route of the prefix is, by the suite's tables.
-enum class Origin { kVpn, kVrf, kInactive, kNowhere };
+// Where the route of the prefix is, by the suite's tables. kVpn: at least one VPN route may be imported;
+// kOtherVpn: others only, which may be those of another customer with the same addresses.
+enum class Origin { kVpn, kVrf, kInactive, kOtherVpn, kNowhere };
 
 class Evidence {
  public:
@@ -47,8 +41,11 @@ class Evidence {
 
   // The daemon's row of the VRF; null if there is none.
   const VrfFacts* vrf();
-  // Of all VRFs, from the daemon, or from the suite's configuration while the daemon does not run.
+  // Of all VRFs: by which BGP imports and exports. From the suite's configuration, or from the daemon if the
+  // suite cannot be asked; other owners' items override the suite's in the MIB, and not in BGP.
   const std::vector<Target>& targets();
+  // Of all VRFs in the MIB.
+  const std::vector<Target>& mib_targets();
   // The VRF's device; null if the kernel has none.
   const doctor::Vrf* device();
 
@@ -59,7 +56,9 @@ class Evidence {
   const std::vector<kernel::KernelRoute>& kernel_routes();
   const std::vector<MibRoute>& mib_routes();
   Origin origin();
-  // The path that is used, or would be: the best one of the VRF, or else the first one that may be imported.
+  // The first VPN route that may be imported, by its targets; null if there is none.
+  const BgpPath* importable();
+  // The path that is used, or would be: the best one of the VRF, or else the importable one.
   const BgpPath* path();
 
   // The suite's route of the next hop in the core.
@@ -77,6 +76,8 @@ class Evidence {
   // The targets of the VRF in the family of the prefix, or in any family.
   std::set<std::string> own_targets(bool is_import);
   bool is_imported(const BgpPath& path);
+  // What to add to a text with own_targets(): empty if the MIB has the same, or cannot be read.
+  std::string difference_of_mib(bool is_import);
 
   const char* family_name() const;  // "ipv4", "ipv6"
   std::string prefix_name() const;
@@ -98,12 +99,14 @@ class Evidence {
   auto patiently(Ask ask);
   Json ask_json(const std::string& command);
   const doctor::SuiteConfiguration& configuration();
+  std::set<std::string> own_of(const std::vector<Target>& all, bool is_import) const;
 
   std::optional<Failure> timeout_{};  // of the suite
   doctor::Once<std::set<std::string>> programs_;
   doctor::Once<std::set<std::string>> vpn_labels_;
   doctor::Once<std::optional<VrfFacts>> vrf_;
   doctor::Once<std::vector<Target>> targets_;
+  doctor::Once<std::vector<Target>> mib_targets_;
   doctor::Once<std::vector<BgpPath>> vpn_paths_;
   doctor::Once<std::vector<BgpPath>> vrf_paths_;
   doctor::Once<std::vector<RibEntry>> rib_;

@@ -35,6 +35,13 @@ std::string origins_of(const std::vector<BgpPath>& paths) {
   return fmt::format("{}", fmt::join(names, ", "));
 }
 
+// Those of the VRF if it has imported by other means than its route targets.
+std::vector<BgpPath> importable_paths(Evidence& evidence) {
+  std::vector<BgpPath> paths = evidence.vpn_paths();
+  std::erase_if(paths, [&](const BgpPath& path) { return !evidence.is_imported(path); });
+  return paths.empty() ? evidence.vrf_paths() : paths;
+}
+
 // Of those that the suite has for the prefix in the VRF.
 std::string protocols(Evidence& evidence) {
   std::set<std::string> names;
@@ -64,19 +71,31 @@ Judgement judge_own_source(Evidence& evidence) {
   if (const RibEntry* const entry = selected(evidence); entry != nullptr && entry->protocol != "bgp")
     return ok(fmt::format("{}: {}", kOfVrf, entry->protocol));
   if (evidence.vrf_paths().empty()) return ok("the kernel has it, not from the suite");
-  return ok(fmt::format("{}: BGP from {}", kOfVrf, origin_of(evidence.vrf_paths().front())));
+  const auto& paths = evidence.vrf_paths();
+  const auto best = std::ranges::find_if(paths, &BgpPath::is_best);
+  return ok(fmt::format("{}: BGP from {}", kOfVrf, origin_of(best == paths.end() ? paths.front() : *best)));
 }
 
-// All targets of the VRF and that of the first path: the suite replaces the list.
-Judgement suggest_import(Evidence& evidence, const std::string& text) {
-  std::set<std::string> targets = evidence.own_targets(true);
-  for (const BgpPath& path : evidence.vpn_paths()) {
-    if (path.targets.empty()) continue;
-    targets.insert(path.targets.front());
-    break;
-  }
-  const doctor::SuiteFamily* const family = evidence.configured_family();
-  return broken(text, evidence.configure(*family, "rt vpn import " + list_of(targets)));
+// No command to paste: with the targets of another customer's VPN it would join the two.
+Judgement judge_other_vpns(Evidence& evidence) {
+  const auto& paths = evidence.vpn_paths();
+  const std::string& vrf = evidence.request.vrf;
+  std::set<std::string> theirs;
+  for (const BgpPath& path : paths) theirs.insert(path.targets.begin(), path.targets.end());
+  const std::string own = list_of(evidence.own_targets(true));
+  const std::string text = fmt::format(
+      "{} is not announced with a route target that VRF {} imports ({}{}); other VPNs have the prefix with "
+      "{} "
+      "(from {})",
+      evidence.prefix_name(), vrf, own, evidence.difference_of_mib(true), list_of(theirs), origins_of(paths));
+  if (evidence.configured_family() == nullptr)
+    return broken(text, fmt::format("configure \"router bgp AS vrf {}\" with the address family {} unicast",
+                                    vrf, evidence.family_name()));
+  return broken(text,
+                fmt::format("the router with this VPN's route announces it with one of them; or, only if the "
+                            "route of the other VPN belongs to VRF {}, \"rt vpn import\" with its route "
+                            "target and all that are there already ({})",
+                            vrf, own));
 }
 
 Judgement judge_imported(Evidence& evidence, const BgpPath& path) {
@@ -88,7 +107,9 @@ Judgement judge_imported(Evidence& evidence, const BgpPath& path) {
   std::erase_if(matching, [&](const auto& each) {
     return std::ranges::find(path.targets, each) == path.targets.end();
   });
-  return ok(fmt::format("the VRF imports {}, which {} exports", list_of(matching), origin_of(path)));
+  const std::string how = matching.empty() ? "from it" : list_of(matching);
+  return ok(fmt::format("the VRF imports {}, which {} exports{}", how, origin_of(path),
+                        evidence.difference_of_mib(true)));
 }
 
 Judgement without_label(Evidence& evidence, const RibEntry& route, const BgpPath& path) {
@@ -154,9 +175,10 @@ Judgement judge_source(Evidence& evidence) {
     case Origin::kVrf:
       return judge_own_source(evidence);
     case Origin::kVpn:
-      return ok(fmt::format(
-          "BGP has it as VPN route from {}",
-          origins_of(evidence.vpn_paths().empty() ? evidence.vrf_paths() : evidence.vpn_paths())));
+      return ok(fmt::format("BGP has it as VPN route from {}", origins_of(importable_paths(evidence))));
+    case Origin::kOtherVpn:
+      return ok(
+          fmt::format("BGP has it as VPN route of other VPNs, from {}", origins_of(evidence.vpn_paths())));
     case Origin::kInactive:
       return judge_unused(evidence);
     case Origin::kNowhere:
@@ -170,22 +192,11 @@ Judgement judge_source(Evidence& evidence) {
 
 Judgement judge_targets(Evidence& evidence) {
   if (is_of_vrf(evidence)) return not_checked(kOfVrf);
-  if (evidence.origin() != Origin::kVpn) return not_checked("no route has route targets");
-  const auto& paths = evidence.vpn_paths();
-  const auto imported =
-      std::ranges::find_if(paths, [&](const BgpPath& each) { return evidence.is_imported(each); });
-  if (imported != paths.end()) return judge_imported(evidence, *imported);
-  if (!evidence.vrf_paths().empty())
-    return ok(fmt::format("the VRF imports from {}", origins_of(evidence.vrf_paths())));
-  std::set<std::string> theirs;
-  for (const BgpPath& path : paths) theirs.insert(path.targets.begin(), path.targets.end());
-  const std::string text =
-      fmt::format("VRF {} imports {}; the route has {} (from {})", evidence.request.vrf,
-                  list_of(evidence.own_targets(true)), list_of(theirs), origins_of(paths));
-  if (evidence.configured_family() == nullptr)
-    return broken(text, fmt::format("configure \"router bgp AS vrf {}\" with the address family {} unicast",
-                                    evidence.request.vrf, evidence.family_name()));
-  return suggest_import(evidence, text);
+  const Origin origin = evidence.origin();
+  if (origin == Origin::kOtherVpn) return judge_other_vpns(evidence);
+  if (origin != Origin::kVpn) return not_checked("no route has route targets");
+  if (const BgpPath* const path = evidence.importable()) return judge_imported(evidence, *path);
+  return ok(fmt::format("the VRF imports from {}", origins_of(evidence.vrf_paths())));
 }
 
 Judgement judge_next_hop(Evidence& evidence) {

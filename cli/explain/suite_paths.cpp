@@ -1,5 +1,6 @@
 #include "cli/explain/suite_paths.h"
 
+#include "cli/explain/targets.h"
 #include "platform/core/text/words.h"
 
 namespace cli::explain {
@@ -32,7 +33,7 @@ std::vector<std::string> targets_of(const Json& path) {
   std::vector<std::string> targets;
   const std::string communities = text_at(part_at(path, "extendedCommunity"), "string");
   for (const std::string_view word : text::split(communities, ' ')) {
-    if (word.starts_with(kTarget)) targets.emplace_back(word.substr(kTarget.size()));
+    if (word.starts_with(kTarget)) targets.push_back(plain_target(word.substr(kTarget.size())));
   }
   return targets;
 }
@@ -141,7 +142,7 @@ std::map<std::string, std::set<std::string>> parse_exporters(std::string_view ta
     if (!line.ends_with("subtype=0")) continue;
     const std::string_view router = between(line, "UN=", ' ');
     for (const std::string_view target : text::split(between(line, "EC{", '}'), ' '))
-      exporters[std::string(target)].emplace(router);
+      exporters[plain_target(target)].emplace(router);
   }
   return exporters;
 }

@@ -20,6 +20,12 @@ std::vector<kernel::LinkSeen> read_links();
 using WantedRoute = std::function<bool(const kernel::KernelRoute&)>;
 std::vector<kernel::KernelRoute> read_routes(std::uint32_t table, const WantedRoute& is_wanted = {});
 
+// Where a command reads the kernel; a test has a kernel of its own.
+struct KernelReader {
+  std::function<std::vector<kernel::LinkSeen>()> links = read_links;
+  std::function<std::vector<kernel::KernelRoute>(std::uint32_t, const WantedRoute&)> routes = read_routes;
+};
+
 // The ifIndexes of links through which packets with MPLS labels leave by the routes of these tables. The
 // routing suite leaves next-hop objects for minutes that no route has.
 std::set<std::uint32_t> read_label_links(const std::vector<std::uint32_t>& tables);

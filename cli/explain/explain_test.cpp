@@ -1,0 +1,83 @@
+// Links whose cause is only seen with answers that a small network does not give: route targets that the
+// suite and the MIB state differently, and prefixes that several customers have.
+#include <gmock/gmock.h>
+
+#include "cli/explain/explain_test_fixture.h"
+
+namespace cli::explain {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+constexpr char kPrefix[] = "10.21.0.0/24";
+
+class ExplainTargets : public ExplainedRouter {};
+
+TEST_F(ExplainTargets, OfTheSuiteDecideAndThoseOfTheMibAreNamed) {
+  AddImportOfMib(1, "65000:99");  // an operator's item, which BGP does not have
+  AnswerVpn(kPrefix, "65000:122", VpnPath("65000:99"));
+  const Judgement targets = Explain(kPrefix)["targets"];
+  EXPECT_EQ(targets.state, State::kBroken);
+  EXPECT_THAT(targets.text, HasSubstr("that VRF red imports (65000:10; the MIB differs: 65000:99)"));
+}
+
+TEST_F(ExplainTargets, ThatTheMibLacksAreImported) {
+  AnswerVpn(kPrefix, "65000:110", VpnPath("65000:10"));
+  const Judgement targets = Explain(kPrefix)["targets"];
+  EXPECT_EQ(targets.state, State::kOk);
+  EXPECT_EQ(targets.text,
+            "the VRF imports 65000:10, which 10.255.0.2 with RD 65000:110 exports; the MIB differs: none");
+}
+
+TEST_F(ExplainTargets, InAnotherFormatAreEqual) {
+  AddImportOfMib(1, "64086.59904:30");
+  Configure("  rt vpn both 4200000000:30\n  import vpn\n");
+  AnswerVpn(kPrefix, "65000:110", VpnPath("64086.59904:30"));
+  const Judgement targets = Explain(kPrefix)["targets"];
+  EXPECT_EQ(targets.state, State::kOk);
+  EXPECT_EQ(targets.text, "the VRF imports 4200000000:30, which 10.255.0.2 with RD 65000:110 exports");
+}
+
+TEST_F(ExplainTargets, CorrectionKeepsThoseThatAreThereWithoutACommand) {
+  Configure("  rt vpn both 65000:10 65000:11\n  import vpn\n");
+  AnswerVpn(kPrefix, "65000:122", VpnPath("65000:99"));
+  const Judgement targets = Explain(kPrefix)["targets"];
+  EXPECT_THAT(targets.fix, HasSubstr("65000:10 65000:11"));
+  EXPECT_THAT(targets.fix, Not(HasSubstr("65000:99")));
+  EXPECT_THAT(targets.fix, Not(HasSubstr(" -c ")));
+}
+
+TEST_F(ExplainTargets, PrefixOfAnotherCustomerDiffers) {
+  AnswerVpn(kPrefix, "65000:122", VpnPath("65000:99"));
+  Json path = VpnPath("65000:10", "10.1.0.9");
+  path["valid"] = false;
+  path.erase("bestpath");
+  AnswerVrf(kPrefix, {path});  // the next hop of a customer's router is unreachable
+  auto judged = Explain(kPrefix);
+  EXPECT_EQ(judged["source"].state, State::kBroken);
+  EXPECT_EQ(judged["source"].text, "the suite has 10.21.0.0/24 and does not use it: bgp");
+  EXPECT_EQ(judged["targets"].state, State::kNotChecked);
+  EXPECT_EQ(judged["next-hop"].state, State::kNotChecked);
+}
+
+TEST_F(ExplainTargets, RoutesOfAVrfThatIsImportedByNameNeedNone) {
+  Configure("  import vrf blue\n");
+  Json path = VpnPath("10.2.0.1:3", "0.0.0.0");
+  path["peer"]["peerId"] = "0.0.0.0";
+  path["nhVrfName"] = "blue";
+  AnswerVpn(kPrefix, "10.2.0.1:3", path);
+  auto judged = Explain(kPrefix);
+  EXPECT_EQ(judged["source"].text, "BGP has it as VPN route from VRF blue");
+  EXPECT_EQ(judged["targets"].state, State::kOk);
+}
+
+TEST_F(ExplainTargets, BestPathOfTheVrfIsItsSource) {
+  Json other = VpnPath("65000:10", "10.1.0.8");
+  other.erase("bestpath");
+  AnswerVrf(kPrefix, {other, VpnPath("65000:10", "10.1.0.2")});
+  EXPECT_EQ(Explain(kPrefix)["source"].text, "the route is of the VRF itself: BGP from 10.1.0.2");
+}
+
+}  // namespace
+}  // namespace cli::explain

@@ -1,0 +1,130 @@
+// The links of "mplsvpn explain" for a provider-edge router of recorded answers: a shell that prints files,
+// VRFs and routes in place of a kernel, and the rows of a daemon in this process.
+#pragma once
+
+#include <linux/rtnetlink.h>
+#include <net/if.h>
+
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <optional>
+
+#include "cli/doctor/check.h"
+#include "cli/explain/chain.h"
+#include "cli/explain/evidence.h"
+#include "cli/show/show_test_fixture.h"
+
+namespace cli::explain {
+
+class ExplainedRouter : public ShowCommand {
+ protected:
+  static constexpr std::uint32_t kTable = 10;
+
+  void SetUp() override {
+    ShowCommand::SetUp();
+    FakeVrf& red = fake.vrfs["red"];
+    red.rd = "65000:10";
+    red.active = 1;
+    red.interfaces = {"red1"};
+    kernel::LinkSeen device;
+    device.link.index = 3;
+    device.link.name = "red";
+    device.link.is_vrf = true;
+    device.link.vrf_table = kTable;
+    device.facts.flags = IFF_UP;
+    links_.push_back(device);
+    std::filesystem::create_directories(Directory() + "/answers");
+    std::ofstream(Shell())
+        << "#!/bin/sh\nfile=" << Directory()
+        << "/answers/$(echo \"$2\" | tr / _)\n"
+           "if [ -f \"$file\" ]; then cat \"$file\"; else case $2 in *json) echo '{}'; esac; fi\n";
+    std::filesystem::permissions(Shell(), std::filesystem::perms::owner_all);
+    Answer("show daemons", " zebra bgpd staticd\n");
+    Configure("  rt vpn both 65000:10\n  export vpn\n  import vpn\n");
+  }
+
+  std::string Shell() const { return Directory() + "/shell"; }
+  void Answer(std::string command, const std::string& text) {
+    std::ranges::replace(command, '/', '_');
+    std::ofstream(Directory() + "/answers/" + command) << text;
+  }
+  // The lines of the IPv4 family of the VRF in the suite.
+  void Configure(const std::string& lines) {
+    Answer("show running-config",
+           "router bgp 65000\nexit\n!\nrouter bgp 65000 vrf red\n !\n address-family ipv4 unicast\n"
+           "  rd vpn export 65000:10\n  label vpn export auto\n" +
+               lines + " exit-address-family\nexit\n!\n");
+  }
+  // A path that another router announces.
+  static Json VpnPath(const std::string& target, const std::string& next_hop = "10.255.0.2") {
+    return {{"valid", true},
+            {"bestpath", {{"overall", true}, {"selectionReason", "First path received"}}},
+            {"extendedCommunity", {{"string", "RT:" + target}}},
+            {"remoteLabel", 17},
+            {"nexthops", {{{"ip", next_hop}, {"used", true}}}},
+            {"peer", {{"peerId", next_hop}}}};
+  }
+  void AnswerVpn(const std::string& prefix, const std::string& rd, const Json& path) {
+    Answer("show bgp ipv4 vpn " + prefix + " json", Json{{rd, {{"paths", Json::array({path})}}}}.dump());
+  }
+  void AnswerVrf(const std::string& prefix, const Json& paths) {
+    Answer("show bgp vrf red ipv4 unicast " + prefix + " json", Json{{"paths", paths}}.dump());
+  }
+  void AnswerRoute(const std::string& command, const std::string& prefix, const Json& entry) {
+    Answer("show ip route " + command + " json", Json{{prefix, Json::array({entry})}}.dump());
+  }
+  static Json Entry(const std::string& prefix, const std::string& protocol, const Json& hop) {
+    return {{"prefix", prefix},
+            {"protocol", protocol},
+            {"selected", true},
+            {"installed", true},
+            {"nexthops", {hop}}};
+  }
+  void AddImportOfMib(std::uint32_t index, const std::string& target) {
+    fake.targets[{"red", index}] = {1, target, "IPv4 Unicast"};
+  }
+
+  // {link: judgement} of the prefix, or of the VRF.
+  std::map<std::string, Judgement> Explain(const std::string& prefix = "") {
+    std::map<std::string, Judgement> judged;
+    Serve([&] { judged = Judge(prefix); });
+    return judged;
+  }
+  std::vector<kernel::LinkSeen> links_{};
+  std::vector<kernel::KernelRoute> routes_{};
+
+ private:
+  std::map<std::string, Judgement> Judge(const std::string& text) {
+    std::ostringstream out;
+    Session session{.out = out, .err = out, .socket = "", .debug_socket = "", .run_directory = ""};
+    session.socket = Directory() + "/dev.mpls.vpn.main";
+    DoctorRequest of_facts;
+    of_facts.suite_shell = Shell();
+    doctor::Facts facts(session, of_facts,
+                        {[this] { return links_; },
+                         [this](std::uint32_t, const WantedRoute& is_wanted) {
+                           std::vector<kernel::KernelRoute> wanted = routes_;
+                           std::erase_if(wanted, [&](const auto& each) { return !is_wanted(each); });
+                           return wanted;
+                         }});
+    const ExplainRequest request{"red", text};
+    const std::optional<inet::Prefix> prefix =
+        text.empty() ? std::nullopt : std::optional(parse_prefix(text).prefix);
+    Evidence evidence(facts, request, prefix);
+    std::map<std::string, Judgement> judged;
+    for (const Link& link : links()) {
+      if (link.subject == (prefix ? Subject::kVrf : Subject::kPrefix)) continue;
+      try {
+        judged[link.id] = link.judge(evidence);
+      } catch (const Failure& failure) {
+        judged[link.id] = not_checked(failure.what());
+      } catch (const doctor::NotPossible& reason) {
+        judged[link.id] = not_checked(reason.what());
+      }
+    }
+    return judged;
+  }
+};
+
+}  // namespace cli::explain
