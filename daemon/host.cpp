@@ -119,8 +119,11 @@ std::vector<process_status::SourceFact> facts_of_sources() {
 
 std::vector<process_status::DatabaseFact> facts_of_databases() {
   const Status failure = chkpt_failure();
-  return {{"configuration", state_directory() + "/configuration.db"},
-          {"checkpoint", state_directory() + "/checkpoint.db", failure ? err_text(failure) : ""}};
+  std::vector<process_status::DatabaseFact> facts = {
+      {"configuration", state_directory() + "/configuration.db", kvtree_configuration_problem()},
+      {"checkpoint", state_directory() + "/checkpoint.db", failure ? err_text(failure) : ""}};
+  std::ranges::move(notification_files(), std::back_inserter(facts));
+  return facts;
 }
 
 void provide_status(EventManager* manager) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <optional>
+#include <vector>
 
 #include "platform/core/base/status.h"
 #include "platform/core/evm/evm.h"
@@ -14,6 +15,8 @@ namespace daemon_host {
 [[nodiscard]] Status retain_notifications();
 // Those that wait for the front end; none before they are retained.
 std::optional<process_status::TrapsFact> waiting_notifications();
+// The files of the queue and of the history.
+std::vector<process_status::DatabaseFact> notification_files();
 // On the manager that serves the data store. A failure is logged.
 void list_notifications(EventManager* manager);
 

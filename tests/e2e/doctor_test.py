@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """"mplsvpn doctor" with real processes: each check of the daemon and of snmpd is triggered, and is quiet again when the cause is
 removed. Those of kernel and routing suite are triggered in the guest (tests/kernel/system_doctor.py)."""
+import contextlib
 import grp
 import json
 import os
@@ -110,6 +111,35 @@ class Daemon(DoctorTest):
         system.start_daemon()
         self.assert_found(system, "disk", "error", f"{system.folder / 'state'} has 7 MiB of free disk space")
         system.kill("daemon")
+
+    @unittest.skipUnless(IS_ROOT, "SKIPPED: only root mounts a small disk")
+    def test_configuration_that_cannot_be_written_is_an_error_until_it_can(self):
+        system = self.new_system(ROUTER)
+        state = system.folder / "state"
+        subprocess.run(["mount", "-t", "tmpfs", "-o", "size=8m,mode=700", "small", state], check=True)
+        self.addCleanup(subprocess.run, ["umount", "-l", state], check=True)
+        system.start_daemon()
+        self.assertEqual(self.diagnose(system, "databases"), ("ok", ""))
+        with contextlib.suppress(OSError), open(state / "filler", "wb", buffering=0) as filler:
+            while True:
+                filler.write(bytes(4096))
+        lines = "".join(f"set vrf red watch 10.9.{number}.0/24\n" for number in range(200))
+        (system.folder / "many").write_text(lines)
+        self.assertNotEqual(system.cli("config", "load", str(system.folder / "many")).returncode, 0)
+        self.assert_found(system, "databases", "error", f"{state / 'configuration.db'} cannot be written: ")
+        (state / "filler").unlink()
+        system.cli("config", "load", str(system.folder / "many"), check=True)
+        self.assertNotIn("configuration.db", self.diagnose(system, "databases")[1])
+        system.kill("daemon")
+
+    def test_queue_and_history_of_traps_that_cannot_be_written_are_errors(self):
+        system = self.started(environment={"MPLS_VPN_MIB_FAULTS": "queue_file_append=28@1+0"})
+        system.cli("config", "set", "traps", "all", check=True)
+        self.assertEqual(self.diagnose(system, "databases"), ("ok", ""))
+        system.cli("router", "down", "ge0", check=True)
+        for file in "traps", "trap_history":
+            self.becomes("the error", lambda name=file: f"{system.folder / 'state' / name} cannot be written: No space left on device"
+                         in self.diagnose(system, "databases")[1], True)
 
     def test_file_of_the_future_shows_that_the_clock_was_set_back(self):
         system = self.started()

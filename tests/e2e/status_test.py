@@ -50,8 +50,10 @@ class Status(SystemTest):
         (system.folder / "state/configuration.db").write_text("not a database")
         system.start_daemon()
         shown = {each["name"]: each for each in self.status(system)["databases"]}
+        files = {"configuration": "configuration.db", "checkpoint": "checkpoint.db", "traps": "traps", "trapHistory": "trap_history"}
+        self.assertEqual(list(shown), list(files))
         for name, database in shown.items():
-            self.assertEqual(database["path"], str(system.folder / f"state/{name}.db"))
+            self.assertEqual(database["path"], str(system.folder / "state" / files[name]))
             self.assertGreater(database["kibibytes"], 0)
         self.assertEqual([shown[name]["setAside"] for name in ("configuration", "checkpoint")], [1, 0])
 

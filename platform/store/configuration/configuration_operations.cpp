@@ -259,6 +259,10 @@ Status kvtree_config_changes(std::string_view id, std::vector<KvConfigCommitChan
   return node_store->changes(id, page, changes);
 }
 
+std::string kvtree_configuration_problem() {
+  return store().node_store == nullptr ? "" : store().node_store->problem();
+}
+
 Status kvtree_keep_configuration(const std::string& directory) {
   if (const Status status = fault_check("kvtree_keep_configuration")) return status;
   if (store().node_store != nullptr) return kStatusExists;

@@ -150,8 +150,10 @@ Status NodeStore::write(const SharedPlan& plan, const CommitHead& head, std::str
   const std::lock_guard lock(mutex_);
   write_error_.clear();
   const Status status = write_plan(plan, head, id);
+  const std::string problem = status != kStatusOk && write_error_.empty() ? err_text(status) : write_error_;
+  set_problem(status == kStatusOk ? "" : problem);
   if (status == kStatusOk) return kStatusOk;
-  *reason = (write_error_.empty() ? err_text(status) : write_error_) + ": " + file() + " cannot be written";
+  *reason = problem + ": " + file() + " cannot be written";
   log_error("configuration", "a commit is refused: %s", reason->c_str());
   return status;
 }
@@ -323,6 +325,7 @@ bool NodeStore::fold_batch(const Unfolded& unfolded, std::size_t end) {
                       write_rows(unfolded.id, *unfolded.plan, unfolded.next, end) &&
                       (!is_last || finish_fold(unfolded)) && execute("COMMIT");
   if (folded) {
+    set_problem("");
     if (std::exchange(fold_fails_, false)) log_notice("configuration", "commits are folded again");
     return true;
   }
@@ -333,6 +336,7 @@ bool NodeStore::fold_batch(const Unfolded& unfolded, std::size_t end) {
 
 // Once, however often folding is tried.
 void NodeStore::report_fold_failure(const char* why) {
+  set_problem(why);
   if (std::exchange(fold_fails_, true)) return;
   log_warning("configuration", "%s: a commit cannot be folded and is tried again every second: %s",
               file().c_str(), why);
@@ -375,6 +379,16 @@ bool NodeStore::fail_write() {
   write_status_ =
       std::ranges::find(kOperatorsStatuses, status) != std::end(kOperatorsStatuses) ? status : kStatusIo;
   return false;
+}
+
+std::string NodeStore::problem() const {
+  const std::lock_guard lock(problem_mutex_);
+  return problem_;
+}
+
+void NodeStore::set_problem(const std::string& problem) {
+  const std::lock_guard lock(problem_mutex_);
+  problem_ = problem;
 }
 
 std::string NodeStore::file() const {

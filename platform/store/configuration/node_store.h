@@ -87,6 +87,9 @@ class NodeStore {
   [[nodiscard]] Status write(const SharedPlan& plan, const CommitHead& head, std::string* id,
                              std::string* reason);
 
+  // Why the last commit was refused or not folded; empty if it was not. Does not wait for another thread.
+  std::string problem() const;
+
   // Do not wait for another thread.
   bool has_unfolded() const { return unfolded_commits_ > 0; }
   std::size_t count_unfolded() const { return unfolded_changes_; }
@@ -180,6 +183,7 @@ class NodeStore {
   bool forget(std::int64_t id);
   bool run(sqlite::Statement& statement);  // for a statement without result rows
   bool fail_write();
+  void set_problem(const std::string& problem);
   std::string file() const;  // for messages
   bool execute(const char* sql);
   void roll_back();
@@ -195,6 +199,8 @@ class NodeStore {
   sqlite::Connection database_;
   std::deque<Unfolded> unfolded_;
   Sizes sizes_;
+  mutable std::mutex problem_mutex_;  // of problem_ alone, as the next one
+  std::string problem_;
   std::mutex confirmation_mutex_;  // of confirmation_ alone, never held while the database is used
   std::optional<Confirmation> confirmation_;
   SharedPlan waiting_;                               // the commit that waits for its confirmation

@@ -113,5 +113,6 @@ NotificationFigures notification_figures() {
   const auto& provided = notification_history::provided();
   if (provided == nullptr) return {};
   return {provided->history.counts(),
-          kvtree_waiting_notifications(provided->source.path, provided->source.subscriber)};
+          kvtree_waiting_notifications(provided->source.path, provided->source.subscriber),
+          provided->history.problem()};
 }

@@ -32,5 +32,6 @@ void notification_history_stop();  // ignored when it is not provided
 struct NotificationFigures {
   std::vector<std::uint64_t> counts;  // by type, over restarts; empty when no history is provided
   std::size_t waiting = 0;
+  std::string problem{};  // why the history is not stored; empty if it is
 };
 NotificationFigures notification_figures();

@@ -40,6 +40,8 @@ class History {
   void add(std::uint32_t type, wire::OctetSpan record);
   // The latest, at most so many, the oldest of them first.
   std::vector<Past> latest(std::size_t most) const;
+  // Why its file cannot be used or written; empty if it can.
+  std::string problem() const { return file_ == nullptr ? problem_ : file_->problem(); }
   // By type, since the file exists.
   const std::vector<std::uint64_t>& counts() const { return counts_; }
 
@@ -50,6 +52,7 @@ class History {
   std::vector<std::uint64_t> counts_;
   kvtree::QueueState state_;
   std::unique_ptr<kvtree::QueueFile> file_;  // may be null
+  std::string problem_;                      // of store_in()
 };
 
 }  // namespace notification_history

@@ -44,6 +44,8 @@ class NotificationQueue {
   std::size_t limit() const { return limit_; }
   // How many are missing before those that wait.
   std::uint64_t lost() const;
+  // Of its file (queue_file.h).
+  std::string problem() const { return file_ == nullptr ? "" : file_->problem(); }
   // Sequence numbers of queues with other instances are unrelated: those of other processes, if they are not
   // stored.
   std::uint64_t instance() const { return state_.instance; }

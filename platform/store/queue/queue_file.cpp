@@ -172,6 +172,7 @@ void QueueFile::end_writing_anew(Status status, std::size_t octets) {
   report(status);
   if (status != kStatusOk) return;
   grows_ = false;
+  problem_.clear();
   synchronize_name();
 }
 
@@ -179,6 +180,7 @@ void QueueFile::end_writing_anew(Status status, std::size_t octets) {
 void QueueFile::continue_former(Status status) {
   since_ = {};
   retry_at_ = clock_monotonic() + kNanosecondsPerSecond;
+  problem_ = err_text(status);
   if (std::exchange(grows_, true)) return;
   log_warning("kvtree", "%s cannot be written anew, so it grows: %s", path_.c_str(), err_text(status));
 }
@@ -206,9 +208,11 @@ void QueueFile::synchronize_name() {
 
 void QueueFile::report(Status status) {
   if (status == kStatusOk) {
+    if (!grows_) problem_.clear();
     if (std::exchange(fails_, false)) log_notice("kvtree", "%s is written again", path_.c_str());
     return;
   }
+  problem_ = err_text(status);
   close_file();
   retry_at_ = clock_monotonic() + kNanosecondsPerSecond;
   retry_later();

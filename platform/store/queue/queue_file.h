@@ -42,6 +42,9 @@ class QueueFile {
   // the caller.
   void use_thread(EventManager* manager);
 
+  // Why it cannot be written, or not written anew; empty if it can.
+  const std::string& problem() const { return problem_; }
+
   // After the change of the state. Failures are logged, and the queue continues in memory.
   void added(const QueueState& state);  // its last entry
   void lost(std::uint64_t sequence, const QueueState& state);
@@ -75,6 +78,7 @@ class QueueFile {
   std::uint64_t retry_at_ = 0;
   EventTimerId retry_ = 0;
   bool fails_ = false;
+  std::string problem_;
   bool grows_ = false;            // it could not be written anew
   bool is_writing_anew_ = false;  // on the thread
   wire::Octets since_;            // what was appended since that began

@@ -26,9 +26,9 @@ struct CorrectionFact {
 };
 inline constexpr char kNextHopObjects[] = "nexthop";
 
-// A database in the state directory.
+// A database in the state directory, or a file of notifications there.
 struct DatabaseFact {
-  std::string name;  // "configuration", "checkpoint"
+  std::string name;  // "configuration", "checkpoint", "traps", "trapHistory"
   std::string path;
   std::string problem{};  // why it cannot be written; empty if it can
 };

@@ -324,6 +324,7 @@ struct KvRetained {
   std::size_t limit;
   std::uint64_t lost;        // before those that wait
   std::uint64_t subscriber;  // the client that receives them, 0: none
+  std::string problem;       // why their file cannot be written; empty if it can
 };
 std::optional<KvRetained> kvtree_retained_notifications(std::string_view path, std::string_view name);
 // Sets the nodes that earlier processes stored in the directory's configuration.db, and from now on stores
@@ -331,6 +332,8 @@ std::optional<KvRetained> kvtree_retained_notifications(std::string_view path, s
 // the first commit (kStatusExists). kStatusIo (logged) if the database cannot be used; a database with
 // unusable contents is renamed, which is not a failure.
 [[nodiscard]] Status kvtree_keep_configuration(const std::string& directory);
+// Why the last commit could not be written there; empty if it could, or if none was made.
+std::string kvtree_configuration_problem();
 
 // --- Key texts -----------------------------------------------------------------------------------
 
