@@ -51,8 +51,8 @@ const TrapType* find_type(std::uint32_t type) {
 }
 
 // Types without such a member have 0.
-Json name_or_null(const mib::Syntax& syntax, std::uint32_t value) {
-  return value == 0 ? Json() : Json(name_of(syntax, static_cast<std::int32_t>(value)));
+Json name_or_null(const mib::Syntax& syntax, std::int32_t value) {
+  return value == 0 ? Json() : Json(name_of(syntax, value));
 }
 
 }  // namespace

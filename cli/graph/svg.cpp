@@ -59,12 +59,12 @@ class MemoryFile {
   const int handle_;
 };
 
-std::string problem_of(const Ran& ran, std::chrono::milliseconds limit) {
+std::string problem_of(const Ran& ran) {
   if (!ran.problem.empty())
     return fmt::format(
-        "dot did not draw the graph, as {} ({:g} s): allow more by --time-limit, or draw --format dot with "
+        "dot did not draw the graph, as {}: allow more by --time-limit, or draw --format dot with "
         "another program, such as sfdp",
-        ran.problem, std::chrono::duration<double>(limit).count());
+        ran.problem);
   return fmt::format("dot failed: {}", last_line(ran.output));
 }
 
@@ -76,7 +76,7 @@ std::string draw_svg(const std::string& graph, std::chrono::milliseconds limit) 
   const MemoryFile output("graph.svg");
   input.write(graph);
   const Ran ran = run_program({kProgram, "-Tsvg", "-o", output.path(), input.path()}, limit);
-  if (ran.status != 0) throw Failure(kExitFailed, problem_of(ran, limit));
+  if (ran.status != 0) throw Failure(kExitFailed, problem_of(ran));
   return output.contents();
 }
 
