@@ -21,19 +21,18 @@ namespace cli {
 
 namespace {
 
+using explain::Chain;
 using explain::Evidence;
-using explain::Judgement;
-using explain::Link;
+using explain::Judged;
 using explain::State;
-using explain::Subject;
 
 constexpr char kExplainFooter[] =
     "The links from the VRF to the row of the MIB are looked at in their order: each is ok, broken, or not "
     "checked, with the reason. The first broken one is the cause of those after it, and is shown at the end "
-    "with what to do. Links that need the daemon, the routing suite or the kernel are not checked without "
-    "it.\n"
+    "with what to do. It is not known if a link before it could not be looked at, because the daemon or the "
+    "routing suite does not answer.\n"
     "\n"
-    "Exit status: 0 no link is broken, 1 a link is broken.\n"
+    "Exit status: 0 no link is broken, 1 a link is broken, or none is known to be.\n"
     "\n"
     "Examples:\n"
     "  mplsvpn explain red\n"
@@ -42,12 +41,6 @@ constexpr char kExplainFooter[] =
     "  mplsvpn --json explain red 10.11.0.0/16 | jq -r .firstBroken";
 
 constexpr std::chrono::seconds kDelay{1};  // the suite, the kernel and the daemon follow each other
-
-struct Judged {
-  const Link& link;
-  Judgement judgement;
-};
-using Chain = std::vector<Judged>;
 
 std::optional<inet::Prefix> prefix_of(const ExplainRequest& request) {
   if (request.prefix.empty()) return std::nullopt;
@@ -58,16 +51,6 @@ std::optional<inet::Prefix> prefix_of(const ExplainRequest& request) {
   return prefix.prefix;
 }
 
-Judgement judge(const Link& link, Evidence& evidence) {
-  try {
-    return link.judge(evidence);
-  } catch (const Failure& failure) {
-    return explain::not_checked(failure.what());
-  } catch (const doctor::NotPossible& reason) {
-    return explain::not_checked(reason.what());
-  }
-}
-
 Chain judge_all(const Session& session, const ExplainRequest& request,
                 const std::optional<inet::Prefix>& prefix) {
   DoctorRequest of_facts;
@@ -75,19 +58,7 @@ Chain judge_all(const Session& session, const ExplainRequest& request,
   of_facts.suite_patience = request.suite_patience;
   doctor::Facts facts(session, of_facts);
   Evidence evidence(facts, request, prefix);
-  const Subject other = prefix ? Subject::kVrf : Subject::kPrefix;
-  Chain chain;
-  for (const Link& link : explain::links()) {
-    if (link.subject != other) chain.push_back({link, judge(link, evidence)});
-  }
-  return chain;
-}
-
-// Null if none is broken.
-const Judged* first_broken(const Chain& chain) {
-  const auto found =
-      std::ranges::find_if(chain, [](const Judged& each) { return each.judgement.state == State::kBroken; });
-  return found == chain.end() ? nullptr : &*found;
+  return explain::judge_links(evidence);
 }
 
 const char* text_of(State state) {
@@ -100,22 +71,34 @@ const char* json_of(State state) {
   return kTexts.at(static_cast<std::size_t>(state));
 }
 
+void print_cause(const Session& session, const Chain& chain) {
+  const auto& [broken, unknown] = explain::cause_of(chain);
+  if (unknown != nullptr)
+    fmt::print(session.out, "\n{}: {} could not be looked at ({})\n",
+               broken == nullptr ? "No link is known to be broken" : "The first broken link is not known",
+               unknown->link->id, printable(unknown->judgement.text));
+  else if (broken != nullptr)
+    fmt::print(session.out, "\nFirst broken link: {}\nfix: {}\n", broken->link->id,
+               printable(broken->judgement.fix, Backslashes::kUnchanged));
+}
+
 // A reason for which several links were not checked is printed once.
 void print_text(const Session& session, const Chain& chain) {
   std::map<std::string, std::string> reasons;  // with the id of the first link
   for (const auto& [link, judgement] : chain) {
-    const auto [first, is_new] = reasons.emplace(judgement.text, link.id);
-    fmt::print(session.out, "{:12} {:10} {}\n", text_of(judgement.state), link.id,
+    const auto [first, is_new] = reasons.emplace(judgement.text, link->id);
+    fmt::print(session.out, "{:12} {:10} {}\n", text_of(judgement.state), link->id,
                is_new ? printable(judgement.text) : "as for " + first->second);
   }
-  const Judged* const broken = first_broken(chain);
-  if (broken == nullptr) return;
-  fmt::print(session.out, "\nFirst broken link: {}\n", broken->link.id);
-  fmt::print(session.out, "fix: {}\n", printable(broken->judgement.fix, Backslashes::kUnchanged));
+  print_cause(session, chain);
+}
+
+Json id_or_null(const Judged* judged) {
+  return text_or_null(judged == nullptr ? "" : judged->link->id);
 }
 
 Json json_of(const Judged& judged) {
-  return {{"id", judged.link.id},
+  return {{"id", judged.link->id},
           {"state", json_of(judged.judgement.state)},
           {"text", judged.judgement.text},
           {"fix", text_or_null(judged.judgement.fix)}};
@@ -124,10 +107,11 @@ Json json_of(const Judged& judged) {
 void print_json(const Session& session, const ExplainRequest& request, const Chain& chain) {
   Json all = Json::array();
   for (const Judged& judged : chain) all.push_back(json_of(judged));
-  const Judged* const broken = first_broken(chain);
+  const auto& [broken, unknown] = explain::cause_of(chain);
   session.out << json_line({{"vrfName", request.vrf},
                             {"prefix", text_or_null(request.prefix)},
-                            {"firstBroken", text_or_null(broken == nullptr ? "" : broken->link.id)},
+                            {"firstBroken", id_or_null(unknown == nullptr ? broken : nullptr)},
+                            {"firstUnknown", id_or_null(unknown)},
                             {"links", all}})
               << '\n';
 }
@@ -135,13 +119,15 @@ void print_json(const Session& session, const ExplainRequest& request, const Cha
 void explain_route(const Session& session, const ExplainRequest& request) {
   const std::optional<inet::Prefix> prefix = prefix_of(request);
   Chain chain = judge_all(session, request, prefix);
-  if (const Judged* const broken = first_broken(chain); broken != nullptr && broken->link.is_late) {
+  if (const Judged* const broken = explain::cause_of(chain).broken;
+      broken != nullptr && broken->link->is_late) {
     std::this_thread::sleep_for(kDelay);
     Chain again = judge_all(session, request, prefix);
     std::swap(chain, again);
   }
   session.json ? print_json(session, request, chain) : print_text(session, chain);
-  if (first_broken(chain) != nullptr) throw Verdict(kExitFailed);
+  const explain::Cause cause = explain::cause_of(chain);
+  if (cause.broken != nullptr || cause.unknown != nullptr) throw Verdict(kExitFailed);
 }
 
 }  // namespace

@@ -79,5 +79,47 @@ TEST_F(ExplainTargets, BestPathOfTheVrfIsItsSource) {
   EXPECT_EQ(Explain(kPrefix)["source"].text, "the route is of the VRF itself: BGP from 10.1.0.2");
 }
 
+using Links = std::pair<std::string, std::string>;
+
+class ExplainCause : public ExplainedRouter {
+ protected:
+  void SetUp() override {
+    ExplainedRouter::SetUp();
+    of_facts_.suite_file = Directory() + "/frr.conf";
+  }
+};
+
+TEST_F(ExplainCause, IsUnknownAfterALinkThatCouldNotBeLookedAt) {
+  Answer("show daemons", " zebra staticd\n");
+  auto judged = Explain(kPrefix);
+  EXPECT_EQ(judged["source"].text, "bgpd does not run");
+  EXPECT_EQ(judged["kernel"].state, State::kBroken);
+  EXPECT_EQ(BrokenAndUnknown(), (Links{"kernel", "source"}));
+}
+
+TEST_F(ExplainCause, IsTheProgramThatTheSavedConfigurationNeeds) {
+  Answer("show daemons", " zebra staticd\n");
+  std::ofstream(of_facts_.suite_file) << "router bgp 65000\n";
+  auto judged = Explain(kPrefix);
+  EXPECT_THAT(judged["source"].text, HasSubstr("bgpd does not run although"));
+  EXPECT_THAT(judged["source"].fix, HasSubstr("set bgpd=yes"));
+  EXPECT_EQ(BrokenAndUnknown(), (Links{"source", ""}));
+}
+
+TEST_F(ExplainCause, IsKnownAfterALinkThatIsOk) {
+  std::filesystem::remove(Shell());
+  AddKernelRoute(kPrefix);
+  Explain(kPrefix);
+  EXPECT_EQ(BrokenAndUnknown(), (Links{"row", ""}));
+}
+
+TEST_F(ExplainCause, IsUnknownIfNothingShowsThatTheRouteIsThere) {
+  std::filesystem::remove(Shell());
+  AddKernelRoute(kPrefix);
+  socket_ = "nothing";
+  Explain(kPrefix);
+  EXPECT_EQ(BrokenAndUnknown(), (Links{"", "row"}));
+}
+
 }  // namespace
 }  // namespace cli::explain

@@ -91,17 +91,38 @@ class ExplainedRouter : public ShowCommand {
     Serve([&] { judged = Judge(prefix); });
     return judged;
   }
+  // Of what was explained last: the ids of the links, "" for none.
+  std::pair<std::string, std::string> BrokenAndUnknown() const {
+    const auto id = [](const Judged* judged) {
+      return std::string(judged == nullptr ? "" : judged->link->id);
+    };
+    const Cause cause = cause_of(chain_);
+    return {id(cause.broken), id(cause.unknown)};
+  }
+  void AddKernelRoute(const std::string& prefix, std::uint8_t type = RTN_UNICAST) {
+    kernel::KernelRoute route;
+    const inet::Prefix parsed = parse_prefix(prefix).prefix;
+    route.family = parsed.address.family;
+    route.destination = parsed.address.octets;
+    route.prefix_length = static_cast<std::uint8_t>(parsed.length);
+    route.type = type;
+    routes_.push_back(route);
+  }
   std::vector<kernel::LinkSeen> links_{};
   std::vector<kernel::KernelRoute> routes_{};
+  DoctorRequest of_facts_{};
+  std::string socket_ = "dev.mpls.vpn.main";  // of the daemon
 
  private:
   std::map<std::string, Judgement> Judge(const std::string& text) {
     std::ostringstream out;
-    Session session{.out = out, .err = out, .socket = "", .debug_socket = "", .run_directory = ""};
-    session.socket = Directory() + "/dev.mpls.vpn.main";
-    DoctorRequest of_facts;
-    of_facts.suite_shell = Shell();
-    doctor::Facts facts(session, of_facts,
+    const Session session{.out = out,
+                          .err = out,
+                          .socket = Directory() + "/" + socket_,
+                          .debug_socket = "",
+                          .run_directory = ""};
+    of_facts_.suite_shell = Shell();
+    doctor::Facts facts(session, of_facts_,
                         {[this] { return links_; },
                          [this](std::uint32_t, const WantedRoute& is_wanted) {
                            std::vector<kernel::KernelRoute> wanted = routes_;
@@ -112,19 +133,12 @@ class ExplainedRouter : public ShowCommand {
     const std::optional<inet::Prefix> prefix =
         text.empty() ? std::nullopt : std::optional(parse_prefix(text).prefix);
     Evidence evidence(facts, request, prefix);
+    chain_ = judge_links(evidence);
     std::map<std::string, Judgement> judged;
-    for (const Link& link : links()) {
-      if (link.subject == (prefix ? Subject::kVrf : Subject::kPrefix)) continue;
-      try {
-        judged[link.id] = link.judge(evidence);
-      } catch (const Failure& failure) {
-        judged[link.id] = not_checked(failure.what());
-      } catch (const doctor::NotPossible& reason) {
-        judged[link.id] = not_checked(reason.what());
-      }
-    }
+    for (const auto& [link, judgement] : chain_) judged[link->id] = judgement;
     return judged;
   }
+  Chain chain_{};
 };
 
 }  // namespace cli::explain
