@@ -36,7 +36,8 @@ struct CommandLine {
 std::string check_agentx_socket(const std::string& socket) {
   for (const char* transport : {"tcp:", "tcp6:", "udp:", "udp6:"}) {
     if (socket.starts_with(transport))
-      return socket + " is not a Unix socket; set agentXSocket in snmpd.conf to a path and name the same path";
+      return socket +
+             " is not a Unix socket; set agentXSocket in snmpd.conf to a path and name the same path";
   }
   return {};
 }

@@ -4,6 +4,7 @@ import importlib.machinery
 import importlib.util
 import pathlib
 import re
+import shutil
 import subprocess
 import sys
 import tempfile
@@ -42,6 +43,18 @@ class Includes(unittest.TestCase):
         files = [f"a/{number}.cpp" for number in range(check_tree.MOST_FILES)]
         self.assertEqual(check_tree.crowded_folders(files), [])
         self.assertEqual(check_tree.crowded_folders([*files, "a/more.h"]), [("a", check_tree.MOST_FILES + 1)])
+
+
+class Format(unittest.TestCase):
+    @unittest.skipUnless(shutil.which(check_tree.FORMATTER), "the formatter is not installed")
+    def test_source_that_the_formatter_would_change_is_an_error(self):
+        with tempfile.TemporaryDirectory() as folder:
+            shutil.copy(ROOT / ".clang-format", folder)
+            formatted, other = (pathlib.Path(folder) / name for name in ("formatted.cpp", "other.cpp"))
+            formatted.write_text("int number();\n")
+            other.write_text("int  number( );\n")
+            self.assertEqual(check_tree.format_errors([str(formatted)]), [])
+            self.assertEqual(check_tree.format_errors([str(formatted), str(other)]), [f"{other}:1: run {check_tree.FORMATTER} -i"])
 
 
 class Words(unittest.TestCase):
