@@ -197,6 +197,23 @@ const std::map<std::string, std::set<std::string>>& Evidence::exporters() {
   });
 }
 
+std::string Evidence::session_problem(const std::string& family) {
+  require_bgp();
+  std::map<std::string, std::string> sessions;
+  try {
+    sessions = parse_sessions(ask_json(fmt::format("show bgp {} vpn summary", family)));
+  } catch (const Failure& failure) {
+    return fmt::format("; the sessions are unknown: {}", failure.what());
+  }
+  if (sessions.empty()) return fmt::format("; no neighbor is activated for {} vpn", family);
+  std::string text;
+  for (const auto& [neighbor, state] : sessions) {
+    if (state != "Established")
+      text += fmt::format("; the {} vpn session with {} is {}", family, neighbor, state);
+  }
+  return text;
+}
+
 const doctor::SuiteFamily* Evidence::configured_family() {
   require_device();
   const std::string family = fmt::format("{} unicast", family_name());

@@ -65,6 +65,9 @@ class Evidence {
   const std::vector<RibEntry>& core_routes();
   // The other routers that export each target.
   const std::map<std::string, std::set<std::string>>& exporters();
+  // What is wrong with the sessions for VPN routes of the family, as "; ..." to add to a text; empty:
+  // nothing.
+  std::string session_problem(const std::string& family);
   // The address family of the VRF in the suite's configuration; null if there is none.
   const doctor::SuiteFamily* configured_family();
   // One that exports routes without a label or segment identifier; null if there is none.

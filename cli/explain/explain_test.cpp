@@ -121,5 +121,75 @@ TEST_F(ExplainCause, IsUnknownIfNothingShowsThatTheRouteIsThere) {
   EXPECT_EQ(BrokenAndUnknown(), (Links{"", "row"}));
 }
 
+class ExplainKernel : public ExplainedRouter {
+ protected:
+  Judgement KernelWith(const char* flag, std::uint8_t type) {
+    Json entry = Entry(kPrefix, "bgp", {{"ip", "10.255.0.2"}, {"active", true}, {"labels", {17}}});
+    entry["installed"] = false;
+    entry[flag] = true;
+    AnswerRoute(std::string("vrf red ") + kPrefix, kPrefix, entry);
+    AnswerVpn(kPrefix, "65000:110", VpnPath("65000:10"));
+    if (type != RTN_UNSPEC) AddKernelRoute(kPrefix, type);
+    return Explain(kPrefix)["kernel"];
+  }
+};
+
+TEST_F(ExplainKernel, RouteOfAnotherOwnerIsNotTheOneThatTheSuiteSelected) {
+  const Judgement kernel = KernelWith("failed", RTN_BLACKHOLE);
+  EXPECT_EQ(kernel.state, State::kBroken);
+  EXPECT_THAT(kernel.text, HasSubstr("the suite has selected bgp, and the kernel rejected it"));
+}
+
+TEST_F(ExplainKernel, RouteThatTheKernelRejectedIsNamed) {
+  EXPECT_EQ(KernelWith("failed", RTN_UNSPEC).text,
+            "table 10 of the kernel has no route 10.21.0.0/24: the kernel rejected it");
+}
+
+TEST_F(ExplainKernel, RouteOfAnotherOwnerThatDiscardsIsBroken) {
+  const Judgement kernel = KernelWith("installed", RTN_BLACKHOLE);
+  EXPECT_EQ(kernel.state, State::kBroken);
+  EXPECT_THAT(kernel.text, HasSubstr("although the suite has installed bgp"));
+  routes_.front().type = RTN_UNICAST;
+  EXPECT_EQ(Explain(kPrefix)["kernel"].state, State::kOk);
+}
+
+class ExplainSessions : public ExplainedRouter {};
+
+TEST_F(ExplainSessions, ThatAreDownAreNamedWhereThePrefixIsMissing) {
+  Answer("show bgp ipv4 vpn summary json",
+         R"({"peers":{"10.255.0.2":{"state":"Active"},"10.255.0.3":{"state":"Established"}}})");
+  const std::string text = Explain(kPrefix)["source"].text;
+  EXPECT_THAT(text, HasSubstr("; the ipv4 vpn session with 10.255.0.2 is Active"));
+  EXPECT_THAT(text, Not(HasSubstr("10.255.0.3")));
+}
+
+TEST_F(ExplainSessions, OfWhichNoneIsActivatedAreNamed) {
+  EXPECT_THAT(Explain(kPrefix)["source"].text, HasSubstr("; no neighbor is activated for ipv4 vpn"));
+}
+
+class ExplainDefaultRoute : public ExplainedRouter {
+ protected:
+  Judgement NextHopWith(bool is_valid) {
+    AnswerVpn(kPrefix, "65000:110", VpnPath("65000:10"));
+    Json copy = VpnPath("65000:10");
+    copy["valid"] = is_valid;
+    copy["nhVrfName"] = "default";
+    AnswerVrf(kPrefix, {copy});
+    AnswerRoute("10.255.0.2", "0.0.0.0/0",
+                Entry("0.0.0.0/0", "static", {{"ip", "192.0.2.1"}, {"active", true}, {"fib", true}}));
+    return Explain(kPrefix)["next-hop"];
+  }
+};
+
+TEST_F(ExplainDefaultRoute, IsNamedIfBgpDoesNotReachTheNextHopByIt) {
+  const Judgement next_hop = NextHopWith(false);
+  EXPECT_EQ(next_hop.state, State::kBroken);
+  EXPECT_EQ(next_hop.text, "the core has no route to the next hop 10.255.0.2 but a default route");
+}
+
+TEST_F(ExplainDefaultRoute, ReachesTheNextHopIfBgpUsesThePath) {
+  EXPECT_EQ(NextHopWith(true).text, "the core reaches 10.255.0.2 by 0.0.0.0/0, static: 192.0.2.1");
+}
+
 }  // namespace
 }  // namespace cli::explain

@@ -68,7 +68,7 @@ class ExplainedRouter : public ShowCommand {
   void AnswerVpn(const std::string& prefix, const std::string& rd, const Json& path) {
     Answer("show bgp ipv4 vpn " + prefix + " json", Json{{rd, {{"paths", Json::array({path})}}}}.dump());
   }
-  void AnswerVrf(const std::string& prefix, const Json& paths) {
+  void AnswerVrf(const std::string& prefix, const std::vector<Json>& paths) {
     Answer("show bgp vrf red ipv4 unicast " + prefix + " json", Json{{"paths", paths}}.dump());
   }
   void AnswerRoute(const std::string& command, const std::string& prefix, const Json& entry) {

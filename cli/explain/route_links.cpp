@@ -130,6 +130,11 @@ bool is_usable(Evidence& evidence, const BgpPath& path) {
                                       : std::ranges::any_of(evidence.vrf_paths(), &BgpPath::is_valid);
 }
 
+// BGP reaches next hops by a default route only in some versions, and if it has a label.
+bool is_unused_default(Evidence& evidence, const RibEntry& of_core) {
+  return of_core.prefix.ends_with("/0") && std::ranges::none_of(evidence.vrf_paths(), &BgpPath::is_valid);
+}
+
 std::string path_text(Evidence& evidence, const kernel::RoutePath& path) {
   std::string text;
   if (path.has_gateway) text = "via " + inet::address_text({path.gateway_family, path.gateway});
@@ -163,6 +168,40 @@ std::string route_text(Evidence& evidence, const kernel::KernelRoute& route) {
   return text;
 }
 
+// What to add to a text of a route that the kernel lacks.
+std::string rejection(Evidence& evidence) {
+  try {
+    const RibEntry* const entry = selected(evidence);
+    return entry != nullptr && entry->is_rejected ? ": the kernel rejected it" : "";
+  } catch (const Failure&) {  // the link of the source has the reason
+    return "";
+  }
+}
+
+// What the suite has selected is in the kernel, and the route there is the suite's. ok() if the suite has
+// selected none, or cannot be asked.
+Judgement judge_installed(Evidence& evidence, const std::vector<kernel::KernelRoute>& routes) {
+  const RibEntry* entry = nullptr;
+  try {
+    entry = selected(evidence);
+  } catch (const Failure&) {  // the link of the source has the reason
+  }
+  if (entry == nullptr) return ok("");
+  const std::string shown = look_at(evidence, evidence.of_family("show {} route vrf {}"));
+  if (!entry->is_installed)
+    return broken(
+        fmt::format("the suite has selected {}, and {}; table {} has another owner's: {}", entry->protocol,
+                    entry->is_rejected ? "the kernel rejected it" : "it is not installed",
+                    evidence.device()->table, route_text(evidence, routes.front())),
+        shown);
+  const auto best = std::ranges::min_element(routes, {}, &kernel::KernelRoute::priority);
+  const char* const lost = discarding(best->type);
+  if (lost == nullptr || entry->discards) return ok("");
+  return broken(fmt::format("a route of another owner in table {} {}, although the suite has installed {}",
+                            evidence.device()->table, lost, entry->protocol),
+                shown);
+}
+
 bool is_dead(const kernel::KernelRoute& route) {
   return !route.paths.empty() && std::ranges::all_of(route.paths, [](const auto& path) { return path.dead; });
 }
@@ -185,7 +224,8 @@ Judgement judge_source(Evidence& evidence) {
       break;
   }
   return broken(
-      fmt::format("neither VRF {} nor the VPN routes of BGP have {}", evidence.request.vrf, prefix),
+      fmt::format("neither VRF {} nor the VPN routes of BGP have {}{}", evidence.request.vrf, prefix,
+                  evidence.session_problem(evidence.family_name())),
       fmt::format("check that the router that has it announces it, and the sessions: {}",
                   look_at(evidence, fmt::format("show bgp {} vpn summary", evidence.family_name()))));
 }
@@ -209,8 +249,9 @@ Judgement judge_next_hop(Evidence& evidence) {
   const bool is_ipv6 = path->next_hop.find(':') != std::string::npos;
   const std::string shown =
       look_at(evidence, fmt::format("show {} route {}", is_ipv6 ? "ipv6" : "ip", path->next_hop));
-  if (used == routes.end())
-    return broken(fmt::format("the core has no route to the next hop {}", path->next_hop),
+  if (used == routes.end() || is_unused_default(evidence, *used))
+    return broken(fmt::format("the core has no route to the next hop {}{}", path->next_hop,
+                              used == routes.end() ? "" : " but a default route"),
                   fmt::format("route to it in the core (OSPF, IS-IS, or a static route), then: {}", shown));
   if (!is_usable(evidence, *path)) return without_label(evidence, *used, *path);
   return ok(fmt::format("the core reaches {} by {}, {}: {}", path->next_hop, used->prefix, used->protocol,
@@ -254,8 +295,9 @@ Judgement judge_kernel(Evidence& evidence) {
   const std::string prefix = evidence.prefix_name();
   const std::uint32_t table = evidence.device()->table;
   if (routes.empty())
-    return broken(fmt::format("table {} of the kernel has no route {}", table, prefix),
+    return broken(fmt::format("table {} of the kernel has no route {}{}", table, prefix, rejection(evidence)),
                   look_at(evidence, evidence.of_family("show {} route vrf {}")));
+  if (Judgement problem = judge_installed(evidence, routes); problem.state == State::kBroken) return problem;
   if (std::ranges::all_of(routes, is_dead))
     return broken(fmt::format("the link of the route {} in table {} is down: {}", prefix, table,
                               route_text(evidence, routes.front())),

@@ -78,8 +78,10 @@ RibEntry read_entry(const Json& entry) {
   RibEntry read{.prefix = text_at(entry, "prefix"),
                 .protocol = text_at(entry, "protocol"),
                 .is_selected = flag_at(entry, "selected"),
-                .is_installed = flag_at(entry, "installed")};
+                .is_installed = flag_at(entry, "installed"),
+                .is_rejected = flag_at(entry, "failed")};
   for (const Json& hop : part_at(entry, "nexthops")) {
+    read.discards |= flag_at(hop, "unreachable") || flag_at(hop, "blackhole") || flag_at(hop, "reject");
     if (!flag_at(hop, "active")) continue;
     read.has_label |= hop.contains("labels");
     read.has_segment |= hop.contains("seg6");
@@ -145,6 +147,15 @@ std::map<std::string, std::set<std::string>> parse_exporters(std::string_view ta
       exporters[plain_target(target)].emplace(router);
   }
   return exporters;
+}
+
+std::map<std::string, std::string> parse_sessions(const Json& answer) {
+  std::map<std::string, std::string> sessions;
+  if (!answer.is_object()) return sessions;
+  const Json& peers = part_at(answer, "peers");
+  if (!peers.is_object()) return sessions;
+  for (const auto& [address, peer] : peers.items()) sessions[address] = text_at(peer, "state");
+  return sessions;
 }
 
 std::set<std::string> parse_vpn_labels(const Json& answer, const std::string& vrf) {

@@ -40,6 +40,8 @@ struct RibEntry {
   std::string protocol{};
   bool is_selected = false;
   bool is_installed = false;
+  bool is_rejected = false;  // by the kernel
+  bool discards = false;
   bool has_label = false;
   bool has_segment = false;  // a segment identifier (RFC 8986)
   std::string next_hop{};    // "10.12.0.2 core" of the first one that is used; empty: none
@@ -50,6 +52,9 @@ std::vector<RibEntry> parse_rib(const Json& answer);
 
 // "show bgp ipv4 vpn": the routers that export each route target, by the next hops of received routes.
 std::map<std::string, std::set<std::string>> parse_exporters(std::string_view table);
+
+// "show bgp ipv4 vpn summary json": the states of the neighbors that are activated, by their addresses.
+std::map<std::string, std::string> parse_sessions(const Json& answer);
 
 // "show mpls table json": the labels of packets that are looked up in the VRF.
 std::set<std::string> parse_vpn_labels(const Json& answer, const std::string& vrf);
