@@ -281,7 +281,7 @@ int start_host() {
   heap_reuse_freed_buffers();
   log_limit(kLogLines, kLogInterval);
   warn_of_shared_user();
-  block_reload_signal();
+  block_harmless_signals();
   if (!arm_faults() || !make_directories() || !is_alone()) return 1;
   Settings& settings = host().settings;
   std::string error;

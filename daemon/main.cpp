@@ -32,7 +32,7 @@ constexpr char kUsage[] =
     "sub-agent);\n"
     "MPLS_VPN_MIB_DEBUG=errors prints errors that the log does not have.\n"
     "Signals: SIGTERM and SIGINT end it, SIGHUP reads the settings and the router file again and applies\n"
-    "changed metrics.\n"
+    "changed metrics; SIGUSR1 and SIGUSR2 have no effect.\n"
     "Exit status: 1 the start or the check failed, 2 wrong arguments, 78 the settings or the router file "
     "are\n"
     "invalid, or a later release has written the databases.\n";

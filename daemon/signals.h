@@ -1,7 +1,9 @@
-// What signals do to the daemon: SIGTERM and SIGINT end it in order, SIGHUP reloads.
+// What signals do to the daemon: SIGTERM and SIGINT end it in order, SIGHUP reloads. SIGUSR1 and
+// SIGUSR2, by which other daemons open their logs again, do nothing but name their sender in the log: by
+// default they would end the process.
 //
 // Until the main manager exists, SIGTERM and SIGINT end the process at once: it serves no client yet, and
-// what it has written survives that. SIGHUP waits.
+// what it has written survives that. The others wait.
 #pragma once
 
 #include <functional>
@@ -19,7 +21,7 @@ struct SignalActions {
 };
 
 // For the start, before any thread exists.
-void block_reload_signal();
+void block_harmless_signals();
 // Calls the actions on the manager's loop. While `end` runs, a second signal ends the process at once. Call
 // it on the main thread, before it starts threads that do not block all signals.
 [[nodiscard]] Status follow_signals(EventManager* manager, const SignalActions& actions);

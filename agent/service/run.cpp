@@ -18,7 +18,7 @@
 namespace agent {
 namespace {
 
-constexpr auto kSignals = {SIGTERM, SIGINT, SIGHUP};
+constexpr auto kSignals = {SIGTERM, SIGINT, SIGHUP, SIGUSR1, SIGUSR2};
 
 std::string describe(SubAgent::Condition condition, const SubAgentOptions& options) {
   const std::string master = "the master agent at " + options.agentx_socket;
@@ -67,14 +67,20 @@ class ServiceReport {
 bool take_signal(int fd, SubAgent* sub_agent) {
   const std::optional<ProcSignal> signal = proc_read_signal(fd);
   if (!signal) return false;
-  if (signal->number != SIGHUP) {
-    log_notice("", "ended by %s", signal->text.c_str());
-    proc_stopping("ended by " + signal->text);
-    return true;
+  switch (signal->number) {
+    case SIGHUP:
+      log_notice("", "%s: connecting again", signal->text.c_str());
+      sub_agent->reconnect();
+      return false;
+    case SIGUSR1:
+    case SIGUSR2:
+      log_warning("", "%s has no effect; SIGHUP connects again", signal->text.c_str());
+      return false;
+    default:
+      log_notice("", "ended by %s", signal->text.c_str());
+      proc_stopping("ended by " + signal->text);
+      return true;
   }
-  log_notice("", "%s: connecting again", signal->text.c_str());
-  sub_agent->reconnect();
-  return false;
 }
 
 }  // namespace

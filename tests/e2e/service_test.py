@@ -106,6 +106,15 @@ class EndOfDaemon(ServiceTest):
         system.start_daemon()
         self.assertEqual(system.cli_json("show", "vrf")[0]["creationTime"], created)
 
+    def test_signals_without_a_meaning_are_logged_and_end_nothing(self):
+        system = self.started()
+        for number in signal.SIGUSR1, signal.SIGUSR2:
+            system.processes["daemon"].send_signal(number)
+            self.wait_for_line(system, "daemon", f"{number.name} from process {os.getpid()} has no effect; SIGHUP reads the settings")
+        self.assertEqual([vrf["name"] for vrf in system.cli_json("show", "vrf")], ["red"])
+        self.assertEqual(self.ended(system, "daemon", signal.SIGTERM), 0)
+        self.assertEqual([file.name for file in (system.folder / "run").iterdir() if file.is_socket()], [])
+
     def test_signal_during_the_start_ends_it(self):
         routes = ", ".join(f"{{prefix: 10.{i // 256}.{i % 256}.0/24, type: blackhole, protocol: static}}" for i in range(20000))
         system = self.new_system(f"vrfs: [{{name: red, table: 10, routes: [{routes}]}}]\ninterfaces: []\n")
@@ -279,6 +288,17 @@ class SubAgent(ServiceTest):
         self.assertEqual(self.ended(system, "agent", signal.SIGTERM), 0)
         self.assertIn(f"ended by SIGTERM from process {os.getpid()}\n", system.log("agent"))
         manager.wait_for("STOPPING=1")
+
+    def test_signals_without_a_meaning_are_logged_and_end_nothing(self):
+        system = self.new_system(ROUTER)
+        system.module = None
+        system.start_all()
+        for number in signal.SIGUSR1, signal.SIGUSR2:
+            system.processes["agent"].send_signal(number)
+            self.wait_for_line(system, "agent", f"{number.name} from process {os.getpid()} has no effect; SIGHUP connects again\n")
+        self.assertEqual(system.get_value(SCALARS + ".1.0"), "1")
+        self.assertEqual(system.log("agent").count(": registered "), 1)
+        self.assertEqual(self.ended(system, "agent", signal.SIGTERM), 0)
 
     def test_sighup_connects_again(self):
         system = self.new_system(ROUTER)
