@@ -1,5 +1,7 @@
 #include "cli/explain/chain.h"
 
+#include <set>
+
 #include "cli/doctor/suite_checks.h"
 #include "cli/explain/evidence.h"
 
@@ -41,10 +43,11 @@ void name_problem_of_suite(Evidence& evidence, Chain* chain) {
 }  // namespace
 
 Chain judge_links(Evidence& evidence) {
-  const Subject other = evidence.prefix ? Subject::kVrf : Subject::kPrefix;
+  std::set<Subject> subjects = {Subject::kBoth, evidence.is_of_route() ? Subject::kPrefix : Subject::kVrf};
+  if (evidence.is_of_address()) subjects.insert(Subject::kAddress);
   Chain chain;
   for (const Link& link : links()) {
-    if (link.subject != other) chain.push_back({&link, judge(link, evidence)});
+    if (subjects.contains(link.subject)) chain.push_back({&link, judge(link, evidence)});
   }
   name_problem_of_suite(evidence, &chain);
   return chain;

@@ -32,7 +32,7 @@ inline Judgement not_checked(const std::string& reason) {
   return {State::kNotChecked, reason, "", kExitOk};
 }
 
-enum class Subject { kVrf, kPrefix, kBoth };
+enum class Subject { kVrf, kPrefix, kAddress, kBoth };
 
 struct Link {
   const char* id;

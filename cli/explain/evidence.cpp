@@ -36,17 +36,30 @@ std::optional<VrfFacts> read_vrf(const Session& session, const std::string& name
   return VrfFacts{text_or_empty(row->rd), row->operStatus == kUp, row->currNumRoutes};
 }
 
-std::vector<MibRoute> read_mib_routes(const Session& session, const std::string& vrf,
-                                      const inet::Prefix& prefix) {
+inet::Prefix prefix_of(const mpls_vpn_mib_route& row) {
+  inet::Prefix prefix{{static_cast<inet::Family>(row.destType), {}}, row.mask};
+  std::ranges::copy(octets_of(row.dest).first(inet::octets_of(prefix.address.family)),
+                    prefix.address.octets.begin());
+  return prefix;
+}
+
+std::vector<MibRoute> read_mib_routes(const Session& session, const std::string& vrf, const Prefix& prefix) {
   const auto client = connect_to_daemon(session);
   std::vector<MibRoute> routes;
   const auto add = [&routes](const mpls_vpn_mib_route& row) {
     const auto octets = octets_of(row.nextHop);
     const bool has_hop = std::ranges::any_of(octets, [](std::uint8_t octet) { return octet != 0; });
-    routes.push_back({has_hop ? address_text(octets) : "", name_of(mib::kRouteProtocol, row.proto)});
+    routes.push_back(
+        {prefix_of(row), has_hop ? address_text(octets) : "", name_of(mib::kRouteProtocol, row.proto)});
   };
-  find_routes(session, *client, vrf, {prefix}, {add});
+  find_routes(session, *client, vrf, prefix, {add});
   return routes;
+}
+
+void keep_longest(std::vector<kernel::KernelRoute>* routes) {
+  std::uint8_t longest = 0;
+  for (const kernel::KernelRoute& route : *routes) longest = std::max(longest, route.prefix_length);
+  std::erase_if(*routes, [=](const auto& route) { return route.prefix_length != longest; });
 }
 
 bool is_selected(const std::vector<RibEntry>& entries, bool of_bgp) {
@@ -57,16 +70,21 @@ bool is_selected(const std::vector<RibEntry>& entries, bool of_bgp) {
 
 }  // namespace
 
+void Evidence::narrow_to(const inet::Prefix& found) {
+  route_ = Prefix{found};
+  of_route_ = {};
+}
+
 const char* Evidence::family_name() const {
-  return prefix->address.family == inet::Family::kIpv4 ? kIpv4 : kIpv6;
+  return prefix().address.family == inet::Family::kIpv4 ? kIpv4 : kIpv6;
 }
 
 std::string Evidence::prefix_name() const {
-  return inet::prefix_text(*prefix);
+  return is_of_address() ? inet::address_text(prefix().address) : inet::prefix_text(prefix());
 }
 
 std::string Evidence::of_family(const char* command) const {
-  const char* const words = prefix->address.family == inet::Family::kIpv4 ? "ip" : "ipv6";
+  const char* const words = prefix().address.family == inet::Family::kIpv4 ? "ip" : "ipv6";
   return fmt::format(fmt::runtime(command), words, request.vrf + " " + prefix_name());
 }
 
@@ -141,7 +159,7 @@ const doctor::Vrf* Evidence::device() {
 
 const std::vector<BgpPath>& Evidence::vpn_paths() {
   require_bgp();
-  return vpn_paths_.get([this] {
+  return of_route_.vpn_paths.get([this] {
     auto paths = parse_vpn_paths(ask_json(fmt::format("show bgp {} vpn {}", family_name(), prefix_name())));
     std::erase_if(paths, [this](const BgpPath& path) {
       return path.neighbor.empty() && path.next_hop_vrf == request.vrf;
@@ -152,18 +170,18 @@ const std::vector<BgpPath>& Evidence::vpn_paths() {
 
 const std::vector<BgpPath>& Evidence::vrf_paths() {
   require_bgp();
-  return vrf_paths_.get([this] { return owned(parse_vrf_paths(ask_json(of_bgp_vrf()))); });
+  return of_route_.vrf_paths.get([this] { return owned(parse_vrf_paths(ask_json(of_bgp_vrf()))); });
 }
 
 const std::vector<RibEntry>& Evidence::rib() {
   require_device();
-  return rib_.get([this] { return owned(parse_rib(ask_json(of_family("show {} route vrf {}")))); });
+  return of_route_.rib.get([this] { return owned(parse_rib(ask_json(of_family("show {} route vrf {}")))); });
 }
 
 const std::vector<RibEntry>& Evidence::core_routes() {
   const BgpPath* const used = path();
   if (used == nullptr || used->next_hop.empty()) throw doctor::NotPossible("no path has a next hop");
-  return core_routes_.get([this, used] {
+  return of_route_.core_routes.get([this, used] {
     const bool is_ipv6 = used->next_hop.find(':') != std::string::npos;
     return owned(
         parse_rib(ask_json(fmt::format("show {} route {}", is_ipv6 ? "ipv6" : "ip", used->next_hop))));
@@ -172,16 +190,20 @@ const std::vector<RibEntry>& Evidence::core_routes() {
 
 const std::vector<kernel::KernelRoute>& Evidence::kernel_routes() {
   require_device();
-  return kernel_routes_.get([this] {
-    return owned(facts.reader.routes(device()->table, [this](const kernel::KernelRoute& route) {
-      return route.family == prefix->address.family && route.prefix_length == prefix->length &&
-             route.destination == prefix->address.octets && !route.cached;
-    }));
+  return of_route_.kernel_routes.get([this] {
+    auto routes = facts.reader.routes(device()->table, [this](const kernel::KernelRoute& route) {
+      return route.family == prefix().address.family && !route.cached &&
+             (is_of_address() || route.prefix_length == prefix().length) &&
+             inet::share_prefix(route.destination, prefix().address.octets, route.prefix_length);
+    });
+    keep_longest(&routes);
+    return owned(std::move(routes));
   });
 }
 
 const std::vector<MibRoute>& Evidence::mib_routes() {
-  return mib_routes_.get([this] { return owned(read_mib_routes(facts.session, request.vrf, *prefix)); });
+  return of_route_.mib_routes.get(
+      [this] { return owned(read_mib_routes(facts.session, request.vrf, *route_)); });
 }
 
 const std::map<std::string, std::set<std::string>>& Evidence::exporters() {
@@ -277,7 +299,7 @@ std::set<std::string> Evidence::own_targets(bool is_import) {
 std::set<std::string> Evidence::own_of(const std::vector<Target>& all, bool is_import) const {
   std::set<std::string> own;
   for (const Target& each : all) {
-    const bool is_of_family = !prefix || each.family == family_name();
+    const bool is_of_family = !route_ || each.family == family_name();
     if (each.vrf == request.vrf && each.is_import == is_import && is_of_family) own.insert(each.target);
   }
   return own;

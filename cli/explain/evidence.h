@@ -24,6 +24,7 @@ struct VrfFacts {
 };
 
 struct MibRoute {
+  inet::Prefix prefix{};
   std::string next_hop{};  // empty: none
   std::string protocol{};
 };
@@ -34,10 +35,17 @@ enum class Origin { kVpn, kVrf, kInactive, kOtherVpn, kNowhere };
 
 class Evidence {
  public:
-  // `prefix`: none for the VRF itself. All must outlive it.
-  Evidence(doctor::Facts& of_router, const ExplainRequest& of_user,
-           const std::optional<inet::Prefix>& of_route)
-      : facts(of_router), request(of_user), prefix(of_route) {}
+  // `of_route`: a prefix or an address; none for the VRF itself. The others must outlive it.
+  Evidence(doctor::Facts& of_router, const ExplainRequest& of_user, const std::optional<Prefix>& of_route)
+      : facts(of_router), request(of_user), route_(of_route) {}
+
+  bool is_of_route() const { return route_.has_value(); }
+  // The facts of the prefix are those of the longest routes that contain an address.
+  bool is_of_address() const { return route_ && route_->is_address; }
+  // REQUIRES: is_of_route().
+  const inet::Prefix& prefix() const { return route_->prefix; }
+  // Asks for the facts of this prefix from now on.
+  void narrow_to(const inet::Prefix& found);
 
   // The daemon's row of the VRF; null if there is none.
   const VrfFacts* vrf();
@@ -83,7 +91,7 @@ class Evidence {
   std::string difference_of_mib(bool is_import);
 
   const char* family_name() const;  // "ipv4", "ipv6"
-  std::string prefix_name() const;
+  std::string prefix_name() const;  // or the address
   // A command with "ip" or "ipv6" and the VRF with the prefix.
   std::string of_family(const char* command) const;
   std::string of_bgp_vrf() const;  // "show bgp vrf red ipv4 unicast 10.1.0.0/16"
@@ -92,7 +100,6 @@ class Evidence {
 
   doctor::Facts& facts;
   const ExplainRequest& request;
-  const std::optional<inet::Prefix>& prefix;
 
  private:
   // The suite knows the VRF: NotPossible if the kernel has no device, so that no other name reaches it.
@@ -104,18 +111,23 @@ class Evidence {
   const doctor::SuiteConfiguration& configuration();
   std::set<std::string> own_of(const std::vector<Target>& all, bool is_import) const;
 
+  struct OfRoute {
+    doctor::Once<std::vector<BgpPath>> vpn_paths{};
+    doctor::Once<std::vector<BgpPath>> vrf_paths{};
+    doctor::Once<std::vector<RibEntry>> rib{};
+    doctor::Once<std::vector<RibEntry>> core_routes{};
+    doctor::Once<std::vector<kernel::KernelRoute>> kernel_routes{};
+    doctor::Once<std::vector<MibRoute>> mib_routes{};
+  };
+
+  std::optional<Prefix> route_;
+  OfRoute of_route_{};
   std::optional<Failure> timeout_{};  // of the suite
   doctor::Once<std::set<std::string>> programs_;
   doctor::Once<std::set<std::string>> vpn_labels_;
   doctor::Once<std::optional<VrfFacts>> vrf_;
   doctor::Once<std::vector<Target>> targets_;
   doctor::Once<std::vector<Target>> mib_targets_;
-  doctor::Once<std::vector<BgpPath>> vpn_paths_;
-  doctor::Once<std::vector<BgpPath>> vrf_paths_;
-  doctor::Once<std::vector<RibEntry>> rib_;
-  doctor::Once<std::vector<RibEntry>> core_routes_;
-  doctor::Once<std::vector<kernel::KernelRoute>> kernel_routes_;
-  doctor::Once<std::vector<MibRoute>> mib_routes_;
   doctor::Once<std::map<std::string, std::set<std::string>>> exporters_;
 };
 

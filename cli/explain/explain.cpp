@@ -37,28 +37,30 @@ constexpr char kExplainFooter[] =
     "Examples:\n"
     "  mplsvpn explain red\n"
     "  mplsvpn explain red 10.11.0.0/16\n"
+    "  mplsvpn explain red 10.11.1.2\n"
     "  mplsvpn explain red 2001:db8:21::/48 --suite-shell '/usr/bin/vtysh -N pe1'\n"
     "  mplsvpn --json explain red 10.11.0.0/16 | jq -r .firstBroken";
 
 constexpr std::chrono::seconds kDelay{1};  // the suite, the kernel and the daemon follow each other
 
-std::optional<inet::Prefix> prefix_of(const ExplainRequest& request) {
-  if (request.prefix.empty()) return std::nullopt;
-  const Prefix prefix = parse_prefix(request.prefix);
-  if (prefix.is_address)
-    throw Failure(kExitUsage, fmt::format("{0} is an address: write a prefix, such as {0}/{1}",
-                                          printable(request.prefix), prefix.prefix.length));
-  return prefix.prefix;
-}
+struct Explained {
+  Chain chain{};
+  std::string prefix{};   // that the address is in, too; empty: the VRF itself
+  std::string address{};  // empty: the user asked for a prefix, or for the VRF
+};
 
-Chain judge_all(const Session& session, const ExplainRequest& request,
-                const std::optional<inet::Prefix>& prefix) {
+Explained explain_all(const Session& session, const ExplainRequest& request,
+                      const std::optional<Prefix>& route) {
   DoctorRequest of_facts;
   of_facts.suite_shell = request.suite_shell;
   of_facts.suite_patience = request.suite_patience;
   doctor::Facts facts(session, of_facts);
-  Evidence evidence(facts, request, prefix);
-  return explain::judge_links(evidence);
+  Evidence evidence(facts, request, route);
+  Explained explained;
+  if (evidence.is_of_address()) explained.address = evidence.prefix_name();
+  explained.chain = explain::judge_links(evidence);
+  if (evidence.is_of_route()) explained.prefix = evidence.prefix_name();
+  return explained;
 }
 
 const char* text_of(State state) {
@@ -104,12 +106,14 @@ Json json_of(const Judged& judged) {
           {"fix", text_or_null(judged.judgement.fix)}};
 }
 
-void print_json(const Session& session, const ExplainRequest& request, const Chain& chain) {
+void print_json(const Session& session, const ExplainRequest& request, const Explained& explained) {
+  const auto& [chain, prefix, address] = explained;
   Json all = Json::array();
   for (const Judged& judged : chain) all.push_back(json_of(judged));
   const auto& [broken, unknown] = explain::cause_of(chain);
   session.out << json_line({{"vrfName", request.vrf},
-                            {"prefix", text_or_null(request.prefix)},
+                            {"prefix", text_or_null(prefix)},
+                            {"address", text_or_null(address)},
                             {"firstBroken", id_or_null(unknown == nullptr ? broken : nullptr)},
                             {"firstUnknown", id_or_null(unknown)},
                             {"links", all}})
@@ -117,16 +121,16 @@ void print_json(const Session& session, const ExplainRequest& request, const Cha
 }
 
 void explain_route(const Session& session, const ExplainRequest& request) {
-  const std::optional<inet::Prefix> prefix = prefix_of(request);
-  Chain chain = judge_all(session, request, prefix);
-  if (const Judged* const broken = explain::cause_of(chain).broken;
+  std::optional<Prefix> route;
+  if (!request.prefix.empty()) route = parse_prefix(request.prefix);
+  Explained explained = explain_all(session, request, route);
+  if (const Judged* const broken = explain::cause_of(explained.chain).broken;
       broken != nullptr && broken->link->is_late) {
     std::this_thread::sleep_for(kDelay);
-    Chain again = judge_all(session, request, prefix);
-    std::swap(chain, again);
+    explained = explain_all(session, request, route);
   }
-  session.json ? print_json(session, request, chain) : print_text(session, chain);
-  const explain::Cause cause = explain::cause_of(chain);
+  session.json ? print_json(session, request, explained) : print_text(session, explained.chain);
+  const explain::Cause cause = explain::cause_of(explained.chain);
   if (cause.broken != nullptr || cause.unknown != nullptr) throw Verdict(kExitFailed);
 }
 
@@ -135,7 +139,9 @@ void explain_route(const Session& session, const ExplainRequest& request) {
 void add_explain(CLI::App& app, ExplainRequest* request, std::function<void(const Session&)>* chosen) {
   CLI::App* command = app.add_subcommand("explain", "Explains why a route is in a VRF, or why it is not");
   command->add_option("VRF", request->vrf, "The VRF")->required();
-  command->add_option("PREFIX", request->prefix, "ADDRESS/LENGTH; without it the VRF itself is explained");
+  command->add_option(
+      "PREFIX", request->prefix,
+      "ADDRESS/LENGTH, or ADDRESS: the longest route to it; without it the VRF itself is explained");
   command->add_option("--suite-shell", request->suite_shell, "The routing suite's shell, with its options")
       ->type_name("WORDS");
   command

@@ -10,8 +10,6 @@ namespace {
 using ::testing::HasSubstr;
 using ::testing::Not;
 
-constexpr char kPrefix[] = "10.21.0.0/24";
-
 class ExplainTargets : public ExplainedRouter {};
 
 TEST_F(ExplainTargets, OfTheSuiteDecideAndThoseOfTheMibAreNamed) {

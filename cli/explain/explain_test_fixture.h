@@ -20,6 +20,7 @@ namespace cli::explain {
 class ExplainedRouter : public ShowCommand {
  protected:
   static constexpr std::uint32_t kTable = 10;
+  static constexpr char kPrefix[] = "10.21.0.0/24";
 
   void SetUp() override {
     ShowCommand::SetUp();
@@ -65,11 +66,14 @@ class ExplainedRouter : public ShowCommand {
             {"nexthops", {{{"ip", next_hop}, {"used", true}}}},
             {"peer", {{"peerId", next_hop}}}};
   }
-  void AnswerVpn(const std::string& prefix, const std::string& rd, const Json& path) {
-    Answer("show bgp ipv4 vpn " + prefix + " json", Json{{rd, {{"paths", Json::array({path})}}}}.dump());
+  // `asked`: the prefix, or an address in it.
+  void AnswerVpn(const std::string& asked, const std::string& rd, const Json& path) {
+    Answer("show bgp ipv4 vpn " + asked + " json",
+           Json{{rd, {{"prefix", kPrefix}, {"paths", Json::array({path})}}}}.dump());
   }
-  void AnswerVrf(const std::string& prefix, const std::vector<Json>& paths) {
-    Answer("show bgp vrf red ipv4 unicast " + prefix + " json", Json{{"paths", paths}}.dump());
+  void AnswerVrf(const std::string& asked, const std::vector<Json>& paths) {
+    Answer("show bgp vrf red ipv4 unicast " + asked + " json",
+           Json{{"prefix", kPrefix}, {"paths", paths}}.dump());
   }
   void AnswerRoute(const std::string& command, const std::string& prefix, const Json& entry) {
     Answer("show ip route " + command + " json", Json{{prefix, Json::array({entry})}}.dump());
@@ -130,8 +134,7 @@ class ExplainedRouter : public ShowCommand {
                            return wanted;
                          }});
     const ExplainRequest request{"red", text};
-    const std::optional<inet::Prefix> prefix =
-        text.empty() ? std::nullopt : std::optional(parse_prefix(text).prefix);
+    const std::optional<Prefix> prefix = text.empty() ? std::nullopt : std::optional(parse_prefix(text));
     Evidence evidence(facts, request, prefix);
     chain_ = judge_links(evidence);
     std::map<std::string, Judgement> judged;

@@ -1,4 +1,5 @@
 // The next hop precedes the best path: BGP selects no path whose next hop the core does not reach.
+#include "cli/explain/address_link.h"
 #include "cli/explain/chain.h"
 #include "cli/explain/route_links.h"
 #include "cli/explain/vrf_links.h"
@@ -10,6 +11,7 @@ namespace {
 constexpr Link kLinks[] = {
     {"vrf", Subject::kBoth, false, judge_vrf},
     {"device", Subject::kBoth, false, judge_device},
+    {"address", Subject::kAddress, false, judge_address},
     {"rd", Subject::kVrf, false, judge_rd},
     {"imports", Subject::kVrf, false, judge_imports},
     {"exports", Subject::kVrf, false, judge_exports},

@@ -2,12 +2,12 @@
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
-#include <linux/rtnetlink.h>
 
 #include <algorithm>
 
 #include "cli/doctor/check.h"
 #include "cli/explain/evidence.h"
+#include "cli/explain/kernel_routes.h"
 #include "cli/system/program.h"
 
 namespace cli::explain {
@@ -135,39 +135,6 @@ bool is_unused_default(Evidence& evidence, const RibEntry& of_core) {
   return of_core.prefix.ends_with("/0") && std::ranges::none_of(evidence.vrf_paths(), &BgpPath::is_valid);
 }
 
-std::string path_text(Evidence& evidence, const kernel::RoutePath& path) {
-  std::string text;
-  if (path.has_gateway) text = "via " + inet::address_text({path.gateway_family, path.gateway});
-  for (const kernel::LinkSeen& link : evidence.facts.links()) {
-    if (link.link.index == path.interface_index)
-      text += fmt::format("{}dev {}", text.empty() ? "" : " ", link.link.name);
-  }
-  if (!path.labels.empty()) text += fmt::format(" with label {}", fmt::join(path.labels, "/"));
-  return text;
-}
-
-const char* discarding(std::uint8_t type) {
-  switch (type) {
-    case RTN_BLACKHOLE:
-      return "drops packets (blackhole)";
-    case RTN_UNREACHABLE:
-      return "rejects packets (unreachable)";
-    case RTN_PROHIBIT:
-      return "rejects packets (prohibit)";
-    default:
-      return nullptr;
-  }
-}
-
-std::string route_text(Evidence& evidence, const kernel::KernelRoute& route) {
-  if (const char* const text = discarding(route.type)) return text;
-  if (route.paths.empty()) return fmt::format("by the next-hop object {}", route.next_hop_object);
-  std::string text;
-  for (const kernel::RoutePath& path : route.paths)
-    text += (text.empty() ? "" : ", ") + path_text(evidence, path);
-  return text;
-}
-
 // What to add to a text of a route that the kernel lacks.
 std::string rejection(Evidence& evidence) {
   try {
@@ -202,8 +169,14 @@ Judgement judge_installed(Evidence& evidence, const std::vector<kernel::KernelRo
                 shown);
 }
 
-bool is_dead(const kernel::KernelRoute& route) {
-  return !route.paths.empty() && std::ranges::all_of(route.paths, [](const auto& path) { return path.dead; });
+bool kernel_has_it_without_row(Evidence& evidence) {
+  try {
+    const auto& routes = evidence.kernel_routes();
+    return !routes.empty() && std::ranges::all_of(routes, is_without_row);
+  } catch (const Failure&) {  // the link of the kernel has the reason
+  } catch (const doctor::NotPossible&) {
+  }
+  return false;
 }
 
 }  // namespace
@@ -307,6 +280,8 @@ Judgement judge_kernel(Evidence& evidence) {
 
 Judgement judge_row(Evidence& evidence) {
   const std::vector<MibRoute>& rows = evidence.mib_routes();
+  if (rows.empty() && kernel_has_it_without_row(evidence))
+    return not_checked("the MIB has no rows for addresses of this router and for link-local prefixes");
   if (rows.empty())
     return broken(
         fmt::format("the MIB has no row for {}", evidence.prefix_name()),

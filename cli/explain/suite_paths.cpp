@@ -110,6 +110,7 @@ std::vector<BgpPath> parse_vrf_paths(const Json& answer) {
   for (const Json& path : part_at(answer, "paths")) {
     if (path.is_object()) paths.push_back(read_path(path));
   }
+  for (BgpPath& path : paths) path.prefix = text_at(answer, "prefix");
   return paths;
 }
 

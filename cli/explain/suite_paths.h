@@ -15,6 +15,7 @@ namespace cli::explain {
 
 // A path of BGP, in the VPN table or in that of a VRF.
 struct BgpPath {
+  std::string prefix{};
   std::string rd{};  // in the VPN table
   std::vector<std::string> targets{};
   std::string next_hop{};      // empty: none

@@ -68,7 +68,7 @@ Judgement judge_vrf(Evidence& evidence) {
     return broken(fmt::format("the daemon has no VRF {}", name), "mplsvpn show vrf lists the VRFs");
   if (vrf->is_up) return ok(fmt::format("VRF {} is up", name));
   const std::string text = fmt::format("VRF {} is down: none of its interfaces is up with an address", name);
-  if (evidence.prefix) return ok(text);  // routes from other routers need none
+  if (evidence.is_of_route()) return ok(text);  // routes from other routers need none
   return broken(text, fmt::format("mplsvpn show interfaces {}", shell_word(name)));
 }
 

@@ -17,14 +17,14 @@ class Explain(SharedSystemTest):
         super().setUpClass()
         wait_until("VRFs", lambda: len(cls.system.cli_json("show", "vrf")) == 3)
 
-    def explain(self, *words):
+    def explain(self, *words, prefix=None):
         """(first broken link, {link: state}, {link: text})"""
         shown = self.system.cli("--json", "explain", *words)
         self.assertEqual(shown.stderr, "")
         explained = json.loads(shown.stdout)
         broken, links = explained["firstBroken"], explained["links"]
         self.assertEqual(shown.returncode, 1 if broken else 0)
-        self.assertEqual((explained["vrfName"], explained["prefix"]), (words[0], (*words, None)[1]))
+        self.assertEqual((explained["vrfName"], explained["prefix"]), (words[0], prefix or (*words, None)[1]))
         self.assertTrue(all((link["fix"] is not None) == (link["state"] == "broken") for link in links), links)
         self.assertEqual(broken, next((link["id"] for link in links if link["state"] == "broken"), None))
         return broken, {link["id"]: link["state"] for link in links}, {link["id"]: link["text"] for link in links}
@@ -37,6 +37,14 @@ class Explain(SharedSystemTest):
         row, = self.system.cli_json("show", "routes", "red", PREFIX)
         self.assertIn(f"next hop 10.10.1.2, protocol {row['protoName']}", texts["row"])
         self.assertEqual(self.explain("red", ABSENT)[0], "row")
+
+    def test_address_is_explained_by_its_longest_route(self):
+        for address in ("10.11.1.2", "10.99.0.1"):
+            prefix, = {row["prefix"] for row in self.system.cli_json("show", "routes", "red", address)}
+            broken, states, texts = self.explain("red", address, prefix=prefix)
+            self.assertEqual((broken, states["address"], states["row"]), (None, "ok", "ok"))
+            self.assertTrue(texts["address"].endswith(f" is that of {prefix}"), texts)
+        self.assertEqual(self.explain("blue", "10.99.0.1", prefix="10.99.0.1/32")[0], "row")
 
     def test_route_that_is_removed_is_the_broken_link(self):
         self.system.cli("router", "add-route", "red", "10.77.0.0/16", "via", "10.10.1.2", check=True)
@@ -63,7 +71,7 @@ class Explain(SharedSystemTest):
         self.assertTrue(shown.stdout.endswith("\nFirst broken link: row\nfix: mplsvpn show routes red; mplsvpn show status\n"), shown.stdout)
 
     def test_wrong_words_are_usage_errors(self):
-        for words in (("explain",), ("explain", "red", "10.11.0.1"), ("explain", "red", "10.11.0.1/16"), ("explain", "red", "x"),
+        for words in (("explain",), ("explain", "red", "10.11.0.1/16"), ("explain", "red", "x"),
                       ("explain", "red", PREFIX, "more")):
             result = self.system.cli(*words)
             self.assertEqual((result.returncode, result.stdout), (2, ""), words)

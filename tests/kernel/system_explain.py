@@ -184,9 +184,20 @@ exec cat {answer}
         self.assertEqual(links["targets"]["state"], "notChecked")
         self.assertIn("dev red1", links["kernel"]["text"])
 
+    def test_2_address_is_explained_by_the_route_that_the_kernel_takes(self):
+        run("ip", "route", "add", "10.21.0.64/26", "dev", "red1", "table", "10")
+        for address in ("10.21.0.7", "10.21.0.77", "10.1.0.1"):
+            route, = read_routes(run("ip", "-j", "route", "get", "fibmatch", address, "vrf", "red"))
+            prefix = route["dst"] + ("" if "/" in route["dst"] else "/32")
+            if route.get("type") != "local":  # version 8 has no routes of them
+                self.assertEqual({prefix}, set(self.suite.ask_json("zebra", f"show ip route vrf red {address} json")))
+            self.assertEqual(self.assert_whole("red", address)["address"], f"the longest route to {address} is that of {prefix}")
+        run("ip", "route", "del", "10.21.0.64/26", "table", "10")
+
     def test_3_prefix_that_no_router_has(self):
         self.assertEqual(kernel_routes(4, ABSENT), [])
         self.assert_broken("source", "neither VRF red nor the VPN routes", "red", ABSENT)
+        self.assert_broken("source", "neither VRF red nor the VPN routes", "red", ABSENT.removesuffix("/24"))
 
     def test_3_route_whose_target_is_not_imported(self):
         self.assertEqual(kernel_routes(4, OTHER), [])
@@ -257,6 +268,7 @@ exec cat {answer}
     def test_5_next_hop_that_the_core_does_not_reach(self):
         self.suite.configure(f"no {CORE}{LABEL}", CORE)
         self.assert_broken("next-hop", "to the next hop 10.255.0.2 has no label", "red", OFFERED)
+        self.assertIn("is in 10.21.0.0/24, which BGP has; the VRF has no route", self.explain("red", "10.21.0.7")[1]["address"]["text"])
         self.assertEqual(kernel_routes(4, OFFERED), [])
         self.suite.configure(f"no {CORE}")
         self.assert_broken("next-hop", "the core has no route to the next hop 10.255.0.2", "red", OFFERED)
@@ -325,14 +337,17 @@ exec cat {answer}
         self.assertEqual({name for name, link in links.items() if link["state"] == "notChecked"}, {"vrf", "row"})
 
 
-def kernel_routes(family, prefix, vrf="red"):
-    """As of ip(8), which prints the labels as a second "dst"."""
+def read_routes(text):
+    """Of ip(8), which prints the labels as a second "dst"."""
     def read(pairs):
         names = [name for name, _ in pairs]
         labels = [value for name, value in pairs if name == "dst"][1:] if names.count("dst") > 1 else []
-        return {**dict(pairs), "encap_labels": labels[0].replace(" ", "") if labels else None}
-    shown = run("ip", f"-{family}", "-j", "route", "show", "vrf", vrf, prefix) or "[]"
-    return json.loads(shown, object_pairs_hook=read)
+        return {**dict(reversed(pairs)), "encap_labels": labels[0].replace(" ", "") if labels else None}
+    return json.loads(text, object_pairs_hook=read)
+
+
+def kernel_routes(family, prefix, vrf="red"):
+    return read_routes(run("ip", f"-{family}", "-j", "route", "show", "vrf", vrf, prefix) or "[]")
 
 
 if __name__ == "__main__":

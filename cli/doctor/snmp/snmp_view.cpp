@@ -15,7 +15,7 @@ namespace cli::doctor {
 namespace {
 
 const Oid kSubtree = {1, 3, 6, 1, 2, 1, 10, 166, 11};
-constexpr char kRestart[] = ", then: systemctl restart snmpd";
+constexpr char kThenRestart[] = ", then: systemctl restart snmpd";
 
 // An object of the scalars and of each table.
 std::vector<Oid> sample_of_the_mib() {
@@ -33,7 +33,7 @@ Findings judge_answer(const std::string& answer) {
   if (is_hidden(answer)) {
     return {{Level::kError,
              "snmpd answers \"No Such Object\": its view hides the MIB, or no sub-agent is registered",
-             fmt::format("add \"view VIEW included {}\" to snmpd.conf{}", oid_text(kSubtree), kRestart)}};
+             fmt::format("add \"view VIEW included {}\" to snmpd.conf{}", oid_text(kSubtree), kThenRestart)}};
   }
   if (("\n" + answer).find("\n" + oid_text(kSubtree)) != std::string::npos) return {};
   return {{Level::kError, "snmpd does not answer: " + last_line(answer), kAskingFix}};
@@ -56,7 +56,7 @@ Findings obstacles(const std::vector<SnmpdSight>& sights, Sight best) {
   std::set<std::string> known;
   for (const SnmpdSight& each : sights) {
     if (each.sight != best || !known.insert(each.obstacle).second) continue;
-    const std::string fix = each.fix + (each.fix.starts_with("systemctl") ? "" : kRestart);
+    const std::string fix = each.fix + (each.fix.starts_with("systemctl") ? "" : kThenRestart);
     const auto same = std::ranges::find(findings, fix, &Finding::fix);
     if (same != findings.end() && each.grant->is_for_anyone) {
       same->text += "; " + each.obstacle;
@@ -83,7 +83,7 @@ Findings judge_configuration(const std::string& path) {
   const std::vector<SnmpdSight> sights = judge_access(configuration, kSubtree, sample_of_the_mib());
   if (sights.empty()) {
     return {{Level::kError, path + " lets no manager read anything",
-             advise_manager(configuration, kSubtree) + kRestart}};
+             advise_manager(configuration, kSubtree) + kThenRestart}};
   }
   const Sight best = std::ranges::max_element(sights, {}, &SnmpdSight::sight)->sight;
   if (best != Sight::kAll) {
