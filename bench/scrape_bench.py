@@ -19,6 +19,7 @@ from system import System, unused_port  # noqa: E402
 BRIEF = "--brief" in sys.argv
 VRFS, INTERFACES = (20, 4) if BRIEF else (1000, 4)
 SCRAPES = 5 if BRIEF else 200
+AIM = 10  # ms
 REQUEST = b"GET /metrics HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n"
 END_OF_HEAD = b"\r\n\r\n"
 
@@ -87,11 +88,14 @@ def main():
         with bare_server(answer) as bare:
             rounds = [(scrape(port)[1], scrape(bare)[1]) for _ in range(SCRAPES)]
     print(f"scrape of {VRFS:,} VRFs x {INTERFACES} interfaces: {series:,} series, {len(answer) / 1e6:.2f} MB; {SCRAPES} scrapes")
+    medians = []
     for name, which in (("/metrics", 0), ("a bare server", 1)):
         times = sorted(each[which] * 1e3 for each in rounds)
+        medians.append(statistics.median(times))
         print(f"  {name:14} median {statistics.median(times):7.2f} ms, 99% {times[int(len(times) * 0.99) - 1]:7.2f} ms")
     ratio = statistics.median(full / floor for full, floor in rounds)
-    print(f"  {'ratio':14} {ratio:14.1f}      (aim: below 10 ms)")
+    result = "met" if medians[0] < AIM else "not met"
+    print(f"  {'ratio':14} {ratio:14.1f}      (aim of the median: below {AIM} ms: {result})")
 
 
 if __name__ == "__main__":
