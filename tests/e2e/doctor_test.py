@@ -113,6 +113,21 @@ class Daemon(DoctorTest):
         system.kill("daemon")
 
     @unittest.skipUnless(IS_ROOT, "SKIPPED: only root mounts a small disk")
+    def test_disk_without_a_free_inode_is_an_error(self):
+        system = self.new_system(ROUTER)
+        state = system.folder / "state"
+        subprocess.run(["mount", "-t", "tmpfs", "-o", "size=64m,nr_inodes=8,mode=700", "small", state], check=True)
+        self.addCleanup(subprocess.run, ["umount", "-l", state], check=True)
+        self.assertEqual(self.diagnose(system, "disk"), ("ok", ""))
+        files = [state / f"file{number}" for number in range(8)]
+        with self.assertRaisesRegex(OSError, "No space left"):
+            for file in files:
+                file.touch()
+        self.assert_found(system, "disk", "error", f"{state} has no free inode")
+        files[0].unlink()
+        self.assertEqual(self.diagnose(system, "disk"), ("ok", ""))
+
+    @unittest.skipUnless(IS_ROOT, "SKIPPED: only root mounts a small disk")
     def test_configuration_that_cannot_be_written_is_an_error_until_it_can(self):
         system = self.new_system(ROUTER)
         state = system.folder / "state"
@@ -544,6 +559,14 @@ class RoutingSuite(DoctorTest):
         self.assertEqual(self.diagnose(self.system, "vpn-label"), ("ok", ""))
         self.running(*self.instance("red", "65000:1", "  export vpn"))
         self.assert_found(self.system, "vpn-label", "error", "without a label or segment identifier")
+
+    @unittest.skipUnless(IS_ROOT, "SKIPPED: only root hides files of the kernel")
+    def test_kernel_without_mpls_is_an_error_if_labels_are_used(self):
+        without = ("unshare", "--mount", "sh", "-c", 'mount -t tmpfs none /proc/sys/net; exec "$@"', "sh")
+        self.assertEqual(self.diagnose(self.system, "mpls-labels", wrapper=without), ("ok", ""))
+        self.running(*self.instance("red", "65000:1", "  export vpn", "  label vpn export auto"))
+        self.assert_found(self.system, "mpls-labels", "error", "the kernel's module mpls_router is not loaded", wrapper=without)
+        self.assertEqual(self.fixes(self.system, "mpls-labels", wrapper=without), ["modprobe -a mpls_router mpls_iptunnel"])
 
     def test_names_in_commands_are_quoted_for_the_shell(self):
         name = "a;`id`$x'"
