@@ -31,7 +31,14 @@ PACKAGES = {  # component, which has the name of its package: files
         "usr/share/man/man5/mpls_vpn_router.5": 0o644,
         "usr/share/man/man5/platform.yaml.5": 0o644,
         "usr/share/man/man8/mpls_vpn_mib.8": 0o644,
-        "usr/share/doc/mplsvpn/examples/small-router.yaml": 0o644,
+        **{f"usr/share/doc/mplsvpn/{name}": 0o644 for name in (
+            "access.md", "configuration.md", "export.md", "frr.md", "installation.md", "json.md", "metrics.md", "mib.md",
+            "mplsvpn.schema.json", "routes.md", "sample-output.md", "traps.md", "troubleshooting.md", "upgrade.md",
+            "examples/small-router.yaml", "examples/grafana/mplsvpn.json", "examples/prometheus/README.md",
+            "examples/prometheus/mplsvpn.rules.yml", "examples/prometheus/mplsvpn.test.yml", "examples/prometheus/prometheus.yml",
+            "examples/prometheus/snmp/generator.yml", "examples/prometheus/snmp/mplsvpn_snmp.rules.yml",
+            "examples/prometheus/snmp/mplsvpn_snmp.test.yml", "examples/prometheus/snmp/prometheus.yml",
+            "examples/prometheus/snmp/snmp.yml")},
     },
     "mplsvpn-snmp": {
         "usr/sbin/mpls_vpn_snmp": 0o755,
@@ -41,10 +48,9 @@ PACKAGES = {  # component, which has the name of its package: files
         "usr/share/man/man8/mpls_vpn_snmp.8": 0o644,
         "usr/share/snmp/mibs/MPLS-L3VPN-STD-MIB.txt": 0o644,
         "usr/share/mpls_vpn_mib/MPLS-L3VPN-STD-MIB.mib": 0o644,
-        "usr/share/doc/mplsvpn-snmp/examples/snmpd.conf": 0o644,
-        "usr/share/doc/mplsvpn-snmp/examples/snmpd_module.conf": 0o644,
-        "usr/share/doc/mplsvpn-snmp/examples/snmptrapd.conf": 0o644,
-        "usr/share/doc/mplsvpn-snmp/examples/snmpv3.conf": 0o644,
+        **{f"usr/share/doc/mplsvpn-snmp/{name}": 0o644 for name in (
+            "README.Debian", "examples/README.md", "examples/librenms.md", "examples/snmpd.conf", "examples/snmpd_module.conf",
+            "examples/snmptrapd.conf", "examples/snmpv3.conf")},
     },
 }
 if MODULE.exists():  # built with libsnmp-dev only
@@ -58,6 +64,12 @@ def debug_file(program):
 
 
 DEBUG = {debug_file(program): 0o644 for program in STRIPPED}
+
+
+def headings(document):
+    """The places of a document, as links name them."""
+    lines = re.findall(r"^#+ (.*)", document.read_text(), re.MULTILINE)
+    return [re.sub(r"[^\w\- ]", "", line.lower()).replace(" ", "-") for line in lines]
 
 
 def install(root, *options):
@@ -109,6 +121,20 @@ class Installed(unittest.TestCase):
             with tempfile.TemporaryDirectory(prefix="mpls_vpn_install.") as root:
                 install(root, "--component", component)
                 self.assertEqual(sorted(files_below(pathlib.Path(root))), sorted(files))
+
+    def test_links_of_documents_lead_to_installed_files(self):
+        links = 0
+        for document in (*self.root.rglob("*.md"), *self.root.rglob("README.Debian")):
+            text = document.read_text()
+            for link in re.findall(r"\]\(([^)\s]+)\)", text):
+                file, _, place = link.partition("#")
+                if file.startswith("http"):
+                    continue
+                linked = (document.parent / file).resolve() if file else document
+                self.assertTrue(linked.is_file(), f"{document.relative_to(self.root)}: {link}")
+                self.assertIn(place, ["", *headings(linked)], f"{document.relative_to(self.root)}: {link}")
+                links += 1
+        self.assertGreater(links, 20)
 
     def test_programs_are_stripped_and_name_their_debug_file(self):
         for program in STRIPPED:
