@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <string>
 
+#include "daemon/host.h"
 #include "daemon/settings.h"
 #include "platform/core/files/directories.h"
 
@@ -15,9 +16,9 @@ namespace daemon_host {
 
 namespace {
 
-bool fail(const std::string& error) {
+int fail(const std::string& error, int status) {
   std::fprintf(stderr, "%s\n", error.c_str());
-  return false;
+  return status;
 }
 
 void print_settings(const Settings& settings) {
@@ -28,22 +29,25 @@ void print_settings(const Settings& settings) {
               source.c_str());
 }
 
-bool check_source(const Settings& settings) {
-  if (settings.source->check == nullptr) return true;
+int check_source(const Settings& settings) {
+  if (settings.source->check == nullptr) return 0;
   std::string error;
-  if (settings.source->check(settings, &error) != kStatusOk) return fail(error);
+  if (const Status status = settings.source->check(settings, &error))
+    return fail(error, status == kStatusInvalid ? kNeedsOperator : 1);
   for (const SourceOption& option : settings.source->options) {
     const auto set = settings.options.find(option.key);
     if (option.is_path && set != settings.options.end()) std::printf("%s: valid\n", set->second.c_str());
   }
-  return true;
+  return 0;
 }
 
-// Without "frr:", a router without the routing suite is as usual.
-bool check_shell(const Settings& settings) {
-  if (!settings.frr_wanted || access(settings.frr_shell.front().c_str(), X_OK) == 0) return true;
+// Without "frr:", a router without the routing suite is as usual. A start does not fail without the shell,
+// which may be installed later.
+int check_shell(const Settings& settings) {
+  if (!settings.frr_wanted || access(settings.frr_shell.front().c_str(), X_OK) == 0) return 0;
   return fail(settings.frr_shell.front() +
-              ": the shell of the routing suite, which 'frr' names: " + std::strerror(errno));
+                  ": the shell of the routing suite, which 'frr' names: " + std::strerror(errno),
+              1);
 }
 
 }  // namespace
@@ -51,13 +55,11 @@ bool check_shell(const Settings& settings) {
 int check_settings() {
   Settings settings;
   std::string error;
-  if (!read_settings(config_directory(), &settings, &error)) {
-    fail(error);
-    return 1;
-  }
+  if (!read_settings(config_directory(), &settings, &error)) return fail(error, kNeedsOperator);
   print_settings(settings);
-  const bool is_valid = check_source(settings) && check_shell(settings);
-  return std::fflush(stdout) == 0 && is_valid ? 0 : 1;
+  if (const int status = check_source(settings)) return status;
+  if (const int status = check_shell(settings)) return status;
+  return std::fflush(stdout) == 0 ? 0 : 1;
 }
 
 }  // namespace daemon_host

@@ -33,9 +33,8 @@ constexpr char kUsage[] =
     "MPLS_VPN_MIB_DEBUG=errors prints errors that the log does not have.\n"
     "Signals: SIGTERM and SIGINT end it, SIGHUP reads the settings and the router file again and applies\n"
     "changed metrics; SIGUSR1 and SIGUSR2 have no effect.\n"
-    "Exit status: 1 the start or the check failed, 2 wrong arguments, 78 the settings or the router file "
-    "are\n"
-    "invalid, or a later release has written the databases.\n";
+    "Exit status: 1 the start or the check failed, 2 wrong arguments, 78 (also of --check) the settings or\n"
+    "the router file are invalid, or a later release has written the databases.\n";
 
 int print(const char* text) {
   return std::fputs(text, stdout) == EOF || std::fflush(stdout) == EOF ? 1 : 0;

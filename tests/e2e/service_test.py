@@ -368,12 +368,15 @@ class Check(ServiceTest):
         self.assertEqual(result.stdout, f"{system.folder}/etc/platform.yaml: valid (source: file)\n{system.router_file}: valid\n")
         self.assertEqual([file.name for file in system.folder.glob("no_*")], [])
 
-    def test_error_is_named_with_its_place(self):
+    def test_error_is_named_with_its_place_and_has_the_status_of_a_start(self):
         system = self.started()
         system.kill("daemon")
         system.router_file.write_text("vrfs: [{name: red}]\ninterfaces: []\n")
         status, log = self.refused(system, "--check")
-        self.assertEqual((status, log), (1, f"{system.router_file}:1:8: the VRF \"red\" needs an id or a table\n"))
+        self.assertEqual((status, log), (78, f"{system.router_file}:1:8: the VRF \"red\" needs an id or a table\n"))
+        self.assertEqual(self.refused(system)[0], 78)
+        system.router_file.unlink()
+        self.assertEqual((self.refused(system, "--check")[0], self.refused(system)[0]), (1, 1))
         settings = system.folder / "etc/platform.yaml"
         settings.write_text("source: file\nrouter_file: router.yaml\nfrr: /nosuch/vtysh\n")
         system.router_file.write_text(ROUTER)
@@ -381,7 +384,9 @@ class Check(ServiceTest):
         self.assertEqual(status, 1)
         self.assertIn("/nosuch/vtysh: ", log)
         settings.write_text("source: flie\n")
-        self.assertEqual(self.refused(system, "--check"), (1, f"{settings}:1:9: 'source' is 'kernel' or 'file', not 'flie'\n"))
+        self.assertEqual(self.refused(system, "--check"),
+                         (78, f"{settings}:1:9: 'source' is 'kernel' or 'file', not 'flie'\n"))
+        self.assertEqual(self.refused(system)[0], 78)
 
     def test_running_daemon_is_not_disturbed(self):
         system = self.started()
