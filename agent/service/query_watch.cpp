@@ -21,10 +21,11 @@ void QueryWatch::step(bool registered) {
   note_query();
   log_warning(
       "",
-      "registered for %llu s, and snmpd has not asked for any object: if managers get \"No Such Object\", "
+      "registered for %llu minutes, and snmpd has not asked for any object: if managers get \"No Such "
+      "Object\", "
       "the view of their community or user lacks %s, as in Debian's snmpd.conf; add \"view NAME included "
       ".%s\" for the NAME of that view, then restart snmpd",
-      static_cast<unsigned long long>(kPatience / kNanosecondsPerSecond), kMib, kMib);
+      static_cast<unsigned long long>(kPatience / (60 * kNanosecondsPerSecond)), kMib, kMib);
 }
 
 }  // namespace agent

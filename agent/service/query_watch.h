@@ -10,7 +10,8 @@ namespace agent {
 
 class QueryWatch {
  public:
-  static constexpr std::uint64_t kPatience = 60 * kNanosecondsPerSecond;
+  // Managers commonly poll every five minutes: two of their rounds.
+  static constexpr std::uint64_t kPatience = 11 * 60 * kNanosecondsPerSecond;
 
   void note_query() {
     deadline_ = UINT64_MAX;

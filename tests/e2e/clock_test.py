@@ -1,10 +1,11 @@
 #!/usr/bin/env python3
 """The wall clock is set forward and back while the daemon, snmpd and the sub-agent run: a library that is preloaded steps theirs.
-Ages and time stamps of later events do not notice. With the module, too: MPLS_TEST_FRONT_END=module."""
+Ages and time stamps of later events do not notice. With the module, too: MPLS_TEST_FRONT_END=module. What takes minutes is
+tested with a monotonic clock that is set forward."""
 import os
 import unittest
 
-from system import BIN, RAW, ROUTE_ENTRY, SCALARS, VRF_ENTRY, SystemTest, dotted, name_index, wait_until
+from system import BIN, IN_SNMPD, RAW, ROUTE_ENTRY, SCALARS, VRF_ENTRY, SystemTest, dotted, name_index, wait_until
 
 LIBRARY = BIN.parent / "lib/test/stepped_clock.so"
 ROUTER = """
@@ -13,6 +14,8 @@ vrfs:
 interfaces: []
 """
 HOUR = 3600
+L3VPN_OID = ".1.3.6.1.2.1.10.166.11"
+NOT_ASKED = "snmpd has not asked for any object"
 DESCRIPTION, CHANGED = (dotted(VRF_ENTRY + (column,) + name_index("red")) for column in (3, 12))
 UP_TIME = "1.3.6.1.2.1.1.3.0"
 
@@ -71,6 +74,41 @@ class ClockTest(SystemTest):
             self.system.kill("daemon")
             self.system.start_daemon()
             wait_until("the rows", lambda: self.system.get_value(SCALARS + ".1.0") == "1", 10)
+
+
+@unittest.skipUnless(LIBRARY.exists() and not IN_SNMPD, "SKIPPED: stepped_clock.so is not built, or the module is tested")
+class ViewTest(SystemTest):
+    """A stock snmpd that shows a view of the MIB tree only, as that of Debian does."""
+
+    def system_with_view(self, included):
+        system = self.new_system(ROUTER.replace("interfaces: []", "interfaces: [{name: ge1, index: 11, vrf: red, state: up}]"))
+        step = system.folder / "step"
+        step.write_text("0")
+        system.snmpd_settings = lambda: f"view some included {included}\nrocommunity public default -V some\nmaster agentx\n"
+        system.environment.update(LD_PRELOAD=str(LIBRARY), MPLS_TEST_MONOTONIC_STEP=str(step))
+        system.start_daemon()
+        system.cli("config", "set", "traps", "all", check=True)
+        system.start_snmpd()
+        system.spawn("agent", str(BIN / "mpls_vpn_snmp"), "--agentx-socket", str(system.agentx))
+        wait_until("registration", lambda: ": registered 1.3.6" in system.log("agent"))
+        return system, step
+
+    def after_an_hour_of_walks(self, system, step):
+        """What the sub-agent has logged after walks of the tree, an hour, and a notification, which ends its wait."""
+        for tool, oid in (("get", L3VPN_OID + ".1.1.1.0"), ("walk", L3VPN_OID), ("walk", ".1"), ("bulkwalk", ".1.3.6.1.2.1.10")):
+            system.snmp(tool, oid, timeout=30)
+        step.write_text(str(HOUR))
+        system.cli("router", "down", "ge1", check=True)
+        wait_until("the notification", lambda: system.cli_json("show", "traps"))
+        wait_until("its receipt", lambda: system.cli_json("show", "status")["traps"]["waiting"] == 0)
+        return system.log("agent")
+
+    def test_sub_agent_that_a_view_hides_is_never_asked_and_logs_it(self):
+        log = self.after_an_hour_of_walks(*self.system_with_view("system"))
+        self.assertEqual(log.count(NOT_ASKED), 1, log)
+
+    def test_sub_agent_that_is_asked_logs_nothing(self):
+        self.assertNotIn(NOT_ASKED, self.after_an_hour_of_walks(*self.system_with_view(".1")))
 
 
 if __name__ == "__main__":
