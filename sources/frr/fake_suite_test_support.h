@@ -2,6 +2,11 @@
 // the state of its programs.
 #pragma once
 
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -9,6 +14,24 @@
 #include <vector>
 
 #include "platform/core/evm/test_run_directory.h"
+
+// A socket at which a program listens.
+class SuiteSocket {
+ public:
+  explicit SuiteSocket(const std::string& path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    EXPECT_EQ(bind(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0) << path;
+    EXPECT_EQ(listen(fd_, 1), 0);
+  }
+  ~SuiteSocket() { close(fd_); }
+  SuiteSocket(const SuiteSocket&) = delete;
+  SuiteSocket& operator=(const SuiteSocket&) = delete;
+
+ private:
+  int fd_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+};
 
 class FakeSuite {
  public:

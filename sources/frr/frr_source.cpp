@@ -96,6 +96,7 @@ struct FrrSource::Follower {
   std::uint64_t text_since = 0;
   bool settling = true;
   bool unknown = false;           // the suite has no such program
+  bool known = false;             // the shell has answered whether it has, since another program started
   bool failed = false;            // it was asked and has never answered
   std::uint64_t last_answer = 0;  // clock_stamp() of the last whole one
   std::string version{};          // of that answer
@@ -197,8 +198,15 @@ void FrrSource::ask_later(Follower& follower, std::uint64_t nanoseconds) {
   follower.timer = event_timer_start(manager_, nanoseconds, [this, &follower] { ask(follower); });
 }
 
+// A start of the shell takes 0.1 s of a CPU, and PAM logs a line for a user who may not read passwords.
+bool FrrSource::is_known_to_be_away(const Follower& follower) const {
+  return follower.known && !follower.answering &&
+         frr::runs_without(frr::socket_folder(options_.shell, options_.sockets), follower.program.name);
+}
+
 void FrrSource::ask(Follower& follower) {
   follower.timer = 0;
+  if (is_known_to_be_away(follower)) return ask_later(follower, follower.pause);
   follower.asked = clock_monotonic();
   const auto received = [this, &follower](Answer answer) { on_answer(follower, std::move(answer)); };
   const Status status = follower.conversation.ask(manager_, received, follower.commands);
@@ -244,6 +252,7 @@ void FrrSource::compute(std::function<void()> work) {
 void FrrSource::on_loss(Follower& follower, const std::string& reason, bool unknown) {
   const bool was_answering = std::exchange(follower.answering, false);
   follower.failed = !follower.config.has_value();
+  follower.known = true;
   follower.problem = reason;
   if (unknown) {
     follower.answered = false;
@@ -368,6 +377,7 @@ void FrrSource::ask_lost_programs() {
   for (const auto& follower : followers_) {
     const bool is_lost = follower->answered && !follower->answering;
     if ((!follower->unknown && !is_lost) || follower->timer == 0) continue;
+    follower->known = false;
     follower->pause = options_.interval;
     event_timer_cancel(manager_, follower->timer);
     ask_later(*follower, std::exchange(follower->unknown, false) ? 0 : options_.interval);

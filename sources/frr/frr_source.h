@@ -35,7 +35,7 @@
 #include "platform/router/model/router.h"
 #include "sources/frr/config_nodes.h"
 #include "sources/frr/conversation.h"
-#include "sources/frr/permission.h"
+#include "sources/frr/sockets.h"
 #include "sources/source.h"
 
 class FrrSource : public Source {
@@ -88,6 +88,7 @@ class FrrSource : public Source {
     std::string what;
   };
 
+  bool is_known_to_be_away(const Follower& follower) const;
   void ask(Follower& follower);
   void ask_later(Follower& follower, std::uint64_t nanoseconds);
   void ask_lost_programs();

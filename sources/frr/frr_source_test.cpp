@@ -508,6 +508,27 @@ TEST_F(FrrSourceTest, ProgramThatIsLostIsAskedEveryFourSeconds) {
   EXPECT_LE(clock_monotonic() - before, 4 * Options().longest_pause_of_lost);
 }
 
+// Whose folder has sockets of the others.
+TEST_F(FrrSourceTest, ShellIsNotStartedAgainForAProgramWithoutASocket) {
+  FrrSource::Options options = Options();
+  options.sockets = directory.path();
+  const SuiteSocket zebra(directory.path() + "/zebra.vty");
+  suite.Become("bgpd", "absent");
+  suite.Configure("bgpd", bgp_red(kRd10));
+  Start(options);
+  PumpUntil([&] { return suite.Started("bgpd") >= 1; });
+  AwaitAnswer("zebra");  // whose answer has bgpd asked once more
+  PumpFor(2 * options.longest_pause);
+  const std::size_t started = suite.Started("bgpd");
+  EXPECT_LE(started, 2U);
+  PumpFor(10 * options.longest_pause);
+  EXPECT_EQ(suite.Started("bgpd"), started);
+  suite.Become("bgpd", "ok");
+  const SuiteSocket bgpd(directory.path() + "/bgpd.vty");
+  AwaitAnswer("bgpd");
+  EXPECT_THAT(Stored(), UnorderedElementsAre(kRd10Words));
+}
+
 TEST_F(FrrSourceTest, LostProgramIsAskedSoonerWhenAnotherOneReturns) {
   FrrSource::Options options = Options();
   options.longest_pause_of_lost = 600 * kNanosecondsPerSecond;

@@ -1,4 +1,4 @@
-#include "sources/frr/permission.h"
+#include "sources/frr/sockets.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -10,6 +10,7 @@
 #include <string>
 
 #include "platform/core/evm/test_run_directory.h"
+#include "sources/frr/fake_suite_test_support.h"
 
 namespace {
 
@@ -69,11 +70,20 @@ TEST_F(SuitePermission, ProgramThatDoesNotRunNeedsNoPermission) {
   EXPECT_EQ(MissingFor(kUser), "");
 }
 
-TEST(SuiteSockets, AreWhereTheShellLooksForThem) {
-  EXPECT_EQ(frr::socket_folder({"/usr/bin/vtysh"}), "/var/run/frr");
-  EXPECT_EQ(frr::socket_folder({"/usr/bin/vtysh", "-N", "pe1"}), "/var/run/frr/pe1");
-  EXPECT_EQ(frr::socket_folder({"/usr/bin/vtysh", "--vty_socket", "/run/x", "--pathspace", "pe1"}),
-            "/run/x/pe1");
+TEST(SuiteSockets, ProgramThatDoesNotListenDoesNotRunIfOthersListen) {
+  const TestRunDirectory folder;
+  EXPECT_FALSE(frr::runs_without(folder.path(), "bgpd"));
+  EXPECT_FALSE(frr::runs_without(folder.path() + "/nowhere", "bgpd"));
+  const SuiteSocket other_file(folder.path() + "/bgpd.pid");
+  std::ofstream(folder.path() + "/ripd.vty").close();  // of one that was killed
+  EXPECT_FALSE(frr::runs_without(folder.path(), "bgpd"));
+  const SuiteSocket zebra(folder.path() + "/zebra.vty");
+  EXPECT_TRUE(frr::runs_without(folder.path(), "bgpd"));
+  EXPECT_TRUE(frr::runs_without(folder.path(), "ripd"));
+  EXPECT_FALSE(frr::runs_without(folder.path(), "zebra"));
+  EXPECT_FALSE(frr::runs_without(folder.path() + "/pe1", "bgpd"));
+  const SuiteSocket bgpd(folder.path() + "/bgpd.vty");
+  EXPECT_FALSE(frr::runs_without(folder.path(), "bgpd"));
 }
 
 }  // namespace

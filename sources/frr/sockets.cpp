@@ -1,4 +1,4 @@
-#include "sources/frr/permission.h"
+#include "sources/frr/sockets.h"
 
 #include <fcntl.h>
 #include <grp.h>
@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <fstream>
 
 namespace {
 
@@ -48,6 +49,22 @@ std::string missing_permission(const std::string& folder, std::string_view progr
   if (faccessat(AT_FDCWD, socket.c_str(), W_OK, AT_EACCESS) == 0 || errno != EACCES) return "";
   return "the user " + user_name() + " has no permission for " + socket + "; add it to the group " +
          group_of(socket, folder);
+}
+
+bool runs_without(const std::string& folder, std::string_view program) {
+  constexpr std::string_view kExtension = ".vty";
+  constexpr std::string_view kListens = " 00010000 ";  // flags of a socket; proc(5) has the columns
+  const std::string wanted = folder + "/" + std::string(program) + std::string(kExtension);
+  bool has_others = false;
+  std::ifstream sockets("/proc/net/unix");
+  for (std::string line; std::getline(sockets, line);) {
+    const std::size_t start = line.find('/');
+    if (start == std::string::npos || line.find(kListens) == std::string::npos) continue;
+    const std::string_view path = std::string_view(line).substr(start);
+    if (path == wanted) return false;
+    has_others = has_others || (path.ends_with(kExtension) && path.substr(0, path.rfind('/')) == folder);
+  }
+  return has_others;
 }
 
 }  // namespace frr

@@ -1,4 +1,4 @@
-// Whether this process's user may use the shell of the routing suite. The shell prints the same for a socket
+// What the sockets of the routing suite's programs show without its shell, which prints the same for a socket
 // that it may not open and for a program that does not run.
 #pragma once
 
@@ -17,5 +17,10 @@ std::string socket_folder(const std::vector<std::string>& shell, const std::stri
 // What the user lacks, and how to add it, when the shell ended for this reason. Empty if it lacks nothing, or
 // if the program has no socket. Asks the name service only for the text.
 std::string missing_permission(const std::string& folder, std::string_view program, std::string_view reason);
+
+// True if others listen at sockets in the folder and this program does not: it does not run. Where none
+// listens, the suite may be elsewhere, in another network namespace, for example. A file alone proves
+// nothing: it outlives a program that was killed.
+bool runs_without(const std::string& folder, std::string_view program);
 
 }  // namespace frr
