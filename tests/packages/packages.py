@@ -38,6 +38,23 @@ interfaces: [{name: ge1, index: 11, vrf: red}]
 def built(name, folder=BUILT):
     return next(folder.glob(f"{name}_*.deb"))
 
+SETTINGS = "source: file\nrouter_file: router.yaml\n"
+SUITE = """\
+router bgp 65000
+ bgp router-id 10.255.0.1
+exit
+router bgp 65000 vrf red
+ address-family ipv4 unicast
+  rd vpn export 65000:77
+  rt vpn both 65000:78
+  label vpn export auto
+  export vpn
+  import vpn
+ exit-address-family
+exit
+"""
+FETCH = "import urllib.request; print(urllib.request.urlopen('http://127.0.0.1:10166/metrics', timeout=10).read().decode())"
+
 
 def field(deb, name):
     return subprocess.run(["dpkg-deb", "--field", str(deb), name], check=True, text=True, stdout=subprocess.PIPE).stdout.strip()
@@ -67,7 +84,7 @@ class Packages(unittest.TestCase):
     def configure(self):
         """A router from a file, snmpd with the example, and configuration of an operator."""
         self.machine.write("/etc/mpls_vpn_mib/router.yaml", ROUTER)
-        self.machine.write("/etc/mpls_vpn_mib/platform.yaml", "source: file\nrouter_file: router.yaml\n")
+        self.machine.write("/etc/mpls_vpn_mib/platform.yaml", SETTINGS)
         self.machine.run("cp /usr/share/doc/mplsvpn-snmp/examples/snmpd.conf /etc/snmp/snmpd.conf.d/mpls_vpn_mib.conf")
         self.machine.run("systemctl restart snmpd mpls_vpn_mib")
         wait_until("the router file", lambda: len(self.vrfs()) == 2)
@@ -107,6 +124,7 @@ class Packages(unittest.TestCase):
         self.assertIn("configuredVrfs", self.machine.output("su operator1 -c 'mplsvpn --json show scalars'"))
         self.machine.run("su operator1 -c 'mplsvpn config set vrf red description of an operator'")
         self.replace_agent_by_module_and_return()
+        self.serve_metrics()
         self.assertEqual(self.machine.output(f"sha256sum {SNMPD_CONF}"), stock)
 
     def replace_agent_by_module_and_return(self):
@@ -120,9 +138,40 @@ class Packages(unittest.TestCase):
         wait_until("the sub-agent's rows", lambda: self.walked("1.1.1").endswith("= Gauge32: 2"))
         self.assertEqual(self.states(), ["active", "active"])
 
+    def serve_metrics(self):
+        """The confined service may listen at the loopback address, and on one device only: here that of the loopback address, because
+        the host's kernel may have no VRFs."""
+        for metrics, place in (("true", "127.0.0.1:10166\n"), ("{vrf: lo}", "127.0.0.1:10166 in VRF lo\n")):
+            self.machine.write("/etc/mpls_vpn_mib/platform.yaml", f"{SETTINGS}metrics: {metrics}\n")
+            self.machine.run("systemctl reload mpls_vpn_mib")
+            wait_until("metrics", lambda at=place: f"metrics: /metrics is served at {at}" in self.machine.log())
+            self.assertIn("mplsvpn_up 1", self.fetched_metrics())
+
+    def in_network(self, *command):
+        """Runs a program of the host in the network of the machine."""
+        return subprocess.run(["nsenter", "--target", self.machine.init, "--net", *command], check=True, text=True, timeout=60,
+                              stdout=subprocess.PIPE)
+
+    def fetched_metrics(self):
+        return self.in_network(sys.executable, "-c", FETCH).stdout
+
     def run_commands(self, commands):
         """Returns what the last one prints."""
         return [self.machine.run(command.replace("USER", "operator1")).stdout for command in commands][-1]
+
+    def test_confined_daemon_reads_the_suite_of_the_release(self):
+        self.install()
+        self.machine.run("apt-get -q install frr")
+        self.machine.run("sed -i 's/^bgpd=no/bgpd=yes/' /etc/frr/daemons")
+        self.machine.write("/etc/frr/frr.conf", SUITE)
+        self.machine.write("/etc/mpls_vpn_mib/router.yaml", "vrfs: [{name: red, table: 10}]\n")  # the host's kernel may have no VRFs
+        self.machine.write("/etc/mpls_vpn_mib/platform.yaml", SETTINGS + "frr: true\n")
+        self.machine.run("chown frr:frr /etc/frr/frr.conf; systemctl restart frr mpls_vpn_mib")
+        wait_until("the suite's RD", lambda: [vrf["rd"] for vrf in self.vrfs()] == ["65000:77"], 60)
+        exports = "mplsvpn --json show route-targets"
+        wait_until("the suite's targets", lambda: "65000:78" in self.machine.output(exports))
+        sources = json.loads(self.machine.output("mplsvpn --json show status"))["sources"]
+        self.assertIn(("bgpd", "up"), [(source["name"], source["state"]) for source in sources], sources)
 
     def test_packages_own_test_passes(self):
         self.machine.run("apt-get -q install --no-install-recommends autopkgtest")
