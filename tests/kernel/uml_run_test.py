@@ -1,6 +1,8 @@
 #!/usr/bin/env python3
 """uml-run: which ends of a guest are failures and which mean that this machine cannot boot a guest; the preload that lets a
 guest kernel save a part of the processor's extended state. Most tests put a linux.uml of their own into PATH."""
+import concurrent.futures
+import fcntl
 import os
 import pathlib
 import shutil
@@ -32,6 +34,33 @@ class Folder(unittest.TestCase):
         program = self.program("program", "echo from the guest; exit 5\n")
         return subprocess.run([HERE / "uml-run", *options, program], capture_output=True, text=True, timeout=100, check=False,
                               env=dict(os.environ, PATH=f"{self.folder}:{os.environ['PATH']}", **environment))
+
+
+class Cpu(Folder):
+    def other_guests_run(self):
+        """Locks each CPU as uml-run does, until the descriptor is closed."""
+        for cpu in os.sched_getaffinity(0):
+            folder = os.open(f"/sys/devices/system/cpu/cpu{cpu}", os.O_RDONLY)
+            try:
+                fcntl.flock(folder, fcntl.LOCK_EX | fcntl.LOCK_NB)
+            except BlockingIOError:
+                return True
+            finally:
+                os.close(folder)
+        return False
+
+    @unittest.skipIf(len(os.sched_getaffinity(0)) < 2, "SKIPPED: needs two CPUs")
+    def test_guests_at_the_same_time_have_different_cpus(self):
+        if self.other_guests_run():
+            self.skipTest("SKIPPED: another guest has a CPU")
+        for _ in range(5):  # a choice by chance would pass once in two
+            cpus = self.folder / "cpus"
+            cpus.write_text("")
+            self.program("linux.uml", f"taskset -cp $$ | sed 's/.*: //' >> {cpus}\nwhile [ $(wc -l < {cpus}) -lt 2 ]; do sleep 0.05; done\n")
+            with concurrent.futures.ThreadPoolExecutor() as runs:
+                for run in [runs.submit(self.run_guest, "-t", "20") for _ in range(2)]:
+                    run.result()
+            self.assertEqual(len(set(cpus.read_text().split())), 2, cpus.read_text())
 
 
 class Ends(Folder):
