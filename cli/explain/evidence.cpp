@@ -206,34 +206,40 @@ const std::vector<MibRoute>& Evidence::mib_routes() {
       [this] { return owned(read_mib_routes(facts.session, request.vrf, *route_)); });
 }
 
-const std::map<std::string, std::set<std::string>>& Evidence::exporters() {
+const std::map<std::string, std::set<std::string>>& Evidence::exporters(const std::string& family) {
   require_bgp();
-  return exporters_.get([this] {
-    const auto read = [this](const char* command) { return parse_exporters(facts.suite.ask(command)); };
-    return patiently([&] {
-      auto all = read("show bgp ipv4 vpn");
-      for (auto& [target, routers] : read("show bgp ipv6 vpn"))
-        all[target].insert(routers.begin(), routers.end());
-      return owned(std::move(all));
-    });
+  return exporters_[family].get([&] {
+    return patiently(
+        [&] { return owned(parse_exporters(facts.suite.ask(fmt::format("show bgp {} vpn", family)))); });
   });
 }
 
-std::string Evidence::session_problem(const std::string& family) {
+std::map<std::string, std::string> Evidence::sessions(const std::string& family) {
   require_bgp();
-  std::map<std::string, std::string> sessions;
+  return parse_sessions(ask_json(fmt::format("show bgp {} vpn summary", family)));
+}
+
+std::string Evidence::session_problem(const std::string& family) {
+  std::map<std::string, std::string> found;
   try {
-    sessions = parse_sessions(ask_json(fmt::format("show bgp {} vpn summary", family)));
+    found = sessions(family);
   } catch (const Failure& failure) {
     return fmt::format("; the sessions are unknown: {}", failure.what());
   }
-  if (sessions.empty()) return fmt::format("; no neighbor is activated for {} vpn", family);
+  if (found.empty()) return fmt::format("; no neighbor is activated for {} vpn", family);
   std::string text;
-  for (const auto& [neighbor, state] : sessions) {
-    if (state != "Established")
+  for (const auto& [neighbor, state] : found) {
+    if (state != kEstablished)
       text += fmt::format("; the {} vpn session with {} is {}", family, neighbor, state);
   }
   return text;
+}
+
+std::vector<doctor::SuiteFamily> Evidence::families() {
+  require_device();
+  std::vector<doctor::SuiteFamily> of_vrf = configuration().families;
+  std::erase_if(of_vrf, [this](const doctor::SuiteFamily& each) { return each.vrf != request.vrf; });
+  return of_vrf;
 }
 
 const doctor::SuiteFamily* Evidence::configured_family() {

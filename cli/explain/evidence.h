@@ -71,12 +71,16 @@ class Evidence {
 
   // The suite's route of the next hop in the core.
   const std::vector<RibEntry>& core_routes();
-  // The other routers that export each target.
-  const std::map<std::string, std::set<std::string>>& exporters();
+  // The other routers that export each target in the family.
+  const std::map<std::string, std::set<std::string>>& exporters(const std::string& family);
+  // The states of the sessions for VPN routes of the family, by neighbor.
+  std::map<std::string, std::string> sessions(const std::string& family);
   // What is wrong with the sessions for VPN routes of the family, as "; ..." to add to a text; empty:
   // nothing.
   std::string session_problem(const std::string& family);
-  // The address family of the VRF in the suite's configuration; null if there is none.
+  // The address families of the VRF in the suite's configuration.
+  std::vector<doctor::SuiteFamily> families();
+  // That of the prefix; null if there is none.
   const doctor::SuiteFamily* configured_family();
   // One that exports routes without a label or segment identifier; null if there is none.
   const doctor::SuiteFamily* family_without_label();
@@ -128,7 +132,7 @@ class Evidence {
   doctor::Once<std::optional<VrfFacts>> vrf_;
   doctor::Once<std::vector<Target>> targets_;
   doctor::Once<std::vector<Target>> mib_targets_;
-  doctor::Once<std::map<std::string, std::set<std::string>>> exporters_;
+  std::map<std::string, doctor::Once<std::map<std::string, std::set<std::string>>>> exporters_;
 };
 
 // "65000:1 65000:2", or "none".

@@ -57,6 +57,9 @@ class ExplainedRouter : public ShowCommand {
            "  rd vpn export 65000:10\n  label vpn export auto\n" +
                lines + " exit-address-family\nexit\n!\n");
   }
+  void AnswerSession(const std::string& state) {
+    Answer("show bgp ipv4 vpn summary json", Json{{"peers", {{"10.255.0.2", {{"state", state}}}}}}.dump());
+  }
   // A path that another router announces.
   static Json VpnPath(const std::string& target, const std::string& next_hop = "10.255.0.2") {
     return {{"valid", true},

@@ -13,6 +13,7 @@ constexpr Link kLinks[] = {
     {"device", Subject::kBoth, false, judge_device},
     {"address", Subject::kAddress, false, judge_address},
     {"rd", Subject::kVrf, false, judge_rd},
+    {"sessions", Subject::kVrf, false, judge_sessions},
     {"imports", Subject::kVrf, false, judge_imports},
     {"exports", Subject::kVrf, false, judge_exports},
     {"vpn-label", Subject::kVrf, true, judge_vpn_label},

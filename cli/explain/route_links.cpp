@@ -85,9 +85,9 @@ Judgement judge_other_vpns(Evidence& evidence) {
   const std::string own = list_of(evidence.own_targets(true));
   const std::string text = fmt::format(
       "{} is not announced with a route target that VRF {} imports ({}{}); other VPNs have the prefix with "
-      "{} "
-      "(from {})",
-      evidence.prefix_name(), vrf, own, evidence.difference_of_mib(true), list_of(theirs), origins_of(paths));
+      "{} (from {}){}",
+      evidence.prefix_name(), vrf, own, evidence.difference_of_mib(true), list_of(theirs), origins_of(paths),
+      evidence.session_problem(evidence.family_name()));
   if (evidence.configured_family() == nullptr)
     return broken(text, fmt::format("configure \"router bgp AS vrf {}\" with the address family {} unicast",
                                     vrf, evidence.family_name()));

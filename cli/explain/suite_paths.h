@@ -54,6 +54,7 @@ std::vector<RibEntry> parse_rib(const Json& answer);
 // "show bgp ipv4 vpn": the routers that export each route target, by the next hops of received routes.
 std::map<std::string, std::set<std::string>> parse_exporters(std::string_view table);
 
+inline constexpr char kEstablished[] = "Established";
 // "show bgp ipv4 vpn summary json": the states of the neighbors that are activated, by their addresses.
 std::map<std::string, std::string> parse_sessions(const Json& answer);
 

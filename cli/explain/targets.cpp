@@ -43,7 +43,8 @@ std::vector<Target> targets_of(const doctor::SuiteConfiguration& configuration) 
     for (const std::string& target : family.targets) {
       const bool is_import = target.starts_with(kImport);
       targets.push_back({family.vrf, plain_target(target.substr(target.find(' ') + 1)),
-                         family.family.substr(0, family.family.find(' ')), is_import});
+                         family.family.substr(0, family.family.find(' ')), is_import,
+                         is_import ? family.imports : family.exports});
     }
   }
   return targets;

@@ -18,6 +18,7 @@ struct Target {
   std::string target{};
   std::string family{};  // "ipv4", "ipv6"; empty: EVPN
   bool is_import = false;
+  bool is_used = true;  // the family imports or exports VPN routes
 };
 
 // Any other text remains as it is.

@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include "cli/doctor/check.h"
 #include "cli/explain/evidence.h"
 #include "cli/system/program.h"
@@ -14,12 +16,13 @@ std::string create_device(const std::string& vrf) {
   return fmt::format("ip link add {0} type vrf table NUMBER; ip link set dev {0} up", shell_word(vrf));
 }
 
-// The VRFs of this router that have the target on this side.
-std::set<std::string> vrfs_with(Evidence& evidence, const std::string& target, bool is_import) {
+// The VRFs of this router that use the target on this side.
+std::set<std::string> vrfs_with(Evidence& evidence, const std::string& family, const std::string& target,
+                                bool is_import) {
   std::set<std::string> names;
   for (const Target& each : evidence.targets()) {
-    const bool is_other = each.vrf != evidence.request.vrf;
-    if (is_other && each.target == target && each.is_import == is_import) names.insert("VRF " + each.vrf);
+    const bool is_used = each.is_used && each.is_import == is_import && each.family == family;
+    if (is_used && each.vrf != evidence.request.vrf && each.target == target) names.insert("VRF " + each.vrf);
   }
   return names;
 }
@@ -30,9 +33,10 @@ struct Exporters {
   std::string unknown{};  // why those of other routers are not known
 };
 
-std::set<std::string> other_routers(Evidence& evidence, const std::string& target, std::string* unknown) {
+std::set<std::string> other_routers(Evidence& evidence, const std::string& family, const std::string& target,
+                                    std::string* unknown) {
   try {
-    const auto& exporters = evidence.exporters();
+    const auto& exporters = evidence.exporters(family);
     const auto found = exporters.find(target);
     return found == exporters.end() ? std::set<std::string>() : found->second;
   } catch (const Failure& failure) {
@@ -43,16 +47,47 @@ std::set<std::string> other_routers(Evidence& evidence, const std::string& targe
   return {};
 }
 
-Exporters exporters_of(Evidence& evidence, const std::set<std::string>& targets) {
+void append(const std::string& part, std::string* text) {
+  *text += (text->empty() ? "" : "; ") + part;
+}
+
+Exporters exporters_of(Evidence& evidence, const std::string& family, const std::set<std::string>& targets) {
   Exporters found;
   for (const std::string& target : targets) {
-    std::set<std::string> names = vrfs_with(evidence, target, false);
-    names.merge(other_routers(evidence, target, &found.unknown));
+    std::set<std::string> names = vrfs_with(evidence, family, target, false);
+    names.merge(other_routers(evidence, family, target, &found.unknown));
     found.is_any |= !names.empty();
-    const std::string separator = found.text.empty() ? "" : "; ";
-    found.text += fmt::format("{}{} from {}", separator, target, list_of(names));
+    append(fmt::format("{} from {}", target, list_of(names)), &found.text);
   }
   return found;
+}
+
+// The targets of the VRF by family, of families that import or export. Not those of EVPN, whose routes are in
+// another table.
+std::map<std::string, std::set<std::string>> used_targets(Evidence& evidence, bool is_import) {
+  std::map<std::string, std::set<std::string>> used;
+  for (const Target& each : evidence.targets()) {
+    const bool is_own = each.vrf == evidence.request.vrf && each.is_import == is_import;
+    if (is_own && each.is_used && !each.family.empty()) used[each.family].insert(each.target);
+  }
+  return used;
+}
+
+Judgement without_targets(Evidence& evidence, bool is_import) {
+  const std::set<std::string> unused = evidence.own_targets(is_import);
+  const char* const verb = is_import ? "import" : "export";
+  if (unused.empty()) return not_checked(fmt::format("the VRF {}s no route target", verb));
+  return not_checked(
+      fmt::format("the VRF has {0} targets ({1}) and no family with \"{0} vpn\"", verb, list_of(unused)));
+}
+
+std::vector<doctor::SuiteFamily> families_or_none(Evidence& evidence) {
+  try {
+    return evidence.families();
+  } catch (const Failure&) {  // the links of the targets have the reason
+  } catch (const doctor::NotPossible&) {
+  }
+  return {};
 }
 
 std::string export_command(const std::set<std::string>& targets) {
@@ -86,33 +121,72 @@ Judgement judge_device(Evidence& evidence) {
 Judgement judge_rd(Evidence& evidence) {
   const VrfFacts* const vrf = evidence.vrf();
   if (vrf == nullptr) return not_checked("there is no such VRF");
+  std::set<std::string> rds;
+  for (const doctor::SuiteFamily& each : families_or_none(evidence)) {
+    if (each.exports && each.rd.empty())
+      return broken(fmt::format("the VRF exports its {} routes without a route distinguisher: they are not "
+                                "announced",
+                                each.family),
+                    evidence.configure(each, "rd vpn export AS:NUMBER"));
+    if (!each.rd.empty()) rds.insert(each.rd);
+  }
+  const std::string of_mib = vrf->rd.empty() ? "none" : vrf->rd;
+  if (!rds.empty())
+    return ok(list_of(rds) + (rds.contains(vrf->rd) ? "" : fmt::format("; the MIB differs: {}", of_mib)));
   if (!vrf->rd.empty()) return ok(vrf->rd);
   if (evidence.own_targets(false).empty()) return not_checked("the VRF exports nothing and has no RD");
   return broken("the VRF has export targets and no route distinguisher: its routes are not announced",
                 "configure \"rd vpn export AS:NUMBER\" in its address families");
 }
 
+Judgement judge_sessions(Evidence& evidence) {
+  std::string text;
+  for (const doctor::SuiteFamily& each : evidence.families()) {
+    if (!each.imports && !each.exports) continue;
+    const std::string family = each.family.substr(0, each.family.find(' '));
+    const auto sessions = evidence.sessions(family);
+    const auto is_up = [](const auto& session) { return session.second == kEstablished; };
+    if (!sessions.empty() && std::ranges::none_of(sessions, is_up))
+      return broken(
+          fmt::format("no {} vpn session is established{}", family, evidence.session_problem(family)),
+          fmt::format("{} -c {}", evidence.facts.suite.words(),
+                      shell_word("show bgp neighbors " + sessions.begin()->first)));
+    for (const auto& [neighbor, state] : sessions)
+      append(fmt::format("{} vpn with {}: {}", family, neighbor, state), &text);
+  }
+  return text.empty() ? not_checked("no neighbor is activated for VPN routes of this VRF") : ok(text);
+}
+
 Judgement judge_imports(Evidence& evidence) {
-  const std::set<std::string> targets = evidence.own_targets(true);
-  if (targets.empty()) return not_checked("the VRF imports no route target");
-  const Exporters exporters = exporters_of(evidence, targets);
-  if (exporters.is_any) return ok(exporters.text);
-  if (!exporters.unknown.empty())
-    return not_checked(fmt::format("no other VRF of this router exports {}; other routers are unknown: {}",
-                                   list_of(targets), exporters.unknown));
-  return broken(fmt::format("no other VRF and no other router exports {}", list_of(targets)),
-                export_command(targets));
+  const auto by_family = used_targets(evidence, true);
+  if (by_family.empty()) return without_targets(evidence, true);
+  std::string text;
+  for (const auto& [family, targets] : by_family) {
+    const Exporters exporters = exporters_of(evidence, family, targets);
+    append(fmt::format("{}: {}", family, exporters.text), &text);
+    if (exporters.is_any) continue;
+    if (!exporters.unknown.empty())
+      return not_checked(fmt::format("no other VRF of this router exports {}; other routers are unknown: {}",
+                                     list_of(targets), exporters.unknown));
+    return broken(fmt::format("no other VRF and no other router exports {} for {}{}", list_of(targets),
+                              family, evidence.session_problem(family)),
+                  export_command(targets));
+  }
+  return ok(text);
 }
 
 // Whether other routers import a target is only known there.
 Judgement judge_exports(Evidence& evidence) {
-  const std::set<std::string> targets = evidence.own_targets(false);
-  if (targets.empty()) return not_checked("the VRF exports no route target");
+  const auto by_family = used_targets(evidence, false);
+  if (by_family.empty()) return without_targets(evidence, false);
   std::string text;
-  for (const std::string& target : targets) {
-    const std::set<std::string> importers = vrfs_with(evidence, target, true);
-    const std::string importing = importers.empty() ? "no other VRF of this router" : list_of(importers);
-    text += fmt::format("{}{}, imported by {}", text.empty() ? "" : "; ", target, importing);
+  for (const auto& [family, targets] : by_family) {
+    for (const std::string& target : targets) {
+      const std::set<std::string> importers = vrfs_with(evidence, family, target, true);
+      append(fmt::format("{}: {}, imported by {}", family, target,
+                         importers.empty() ? "no other VRF of this router" : list_of(importers)),
+             &text);
+    }
   }
   return ok(text);
 }

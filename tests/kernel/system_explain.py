@@ -234,7 +234,7 @@ exec cat {answer}
         self.of_red("no rd vpn export 65000:10")
         self.suite.configure("router bgp 65000 vrf red", "address-family ipv6 unicast", "no rd vpn export 65000:10",
                              "exit-address-family", "exit")
-        self.assert_broken("rd", "export targets and no route distinguisher", "red")
+        self.assert_broken("rd", "exports its ipv4 unicast routes without a route distinguisher", "red")
         self.of_red("rd vpn export 65000:10")
         self.suite.configure("router bgp 65000 vrf red", "address-family ipv6 unicast", "rd vpn export 65000:10",
                              "exit-address-family", "exit")
@@ -275,6 +275,13 @@ exec cat {answer}
         self.suite.configure(CORE + LABEL)
         self.assert_whole("red", OFFERED, seconds=40)
 
+    def test_6_session_that_is_down(self):
+        self.suite.configure("router bgp 65000", "neighbor 10.255.0.2 shutdown", "exit")
+        self.assert_broken("sessions", "no ipv4 vpn session is established; the ipv4 vpn session with 10.255.0.2 is Idle", "red")
+        self.assert_broken("source", "; the ipv4 vpn session with 10.255.0.2 is Idle", "red", OFFERED)
+        self.suite.configure("router bgp 65000", "no neighbor 10.255.0.2 shutdown", "exit")
+        self.assert_whole("red", OFFERED, seconds=60)
+
     def test_6_route_that_the_kernel_lacks(self):
         # The kernel deletes the routes of a next-hop object without notice, so that zebra does not install them again.
         run("ip", "nexthop", "del", "id", str(kernel_routes(4, OFFERED)[0]["nhid"]))
@@ -288,8 +295,11 @@ exec cat {answer}
 
     def test_2_vrf_with_its_targets(self):
         texts = self.assert_whole("red")
-        self.assertEqual(texts["rd"], "65000:10")
-        self.assertEqual(texts["imports"], "65000:10 from 10.255.0.2 fd00::2")
+        self.assertIn(texts["rd"], ("65000:10", "65000:10; the MIB differs: none"))  # until the daemon has read it
+        self.assertEqual(texts["imports"], "ipv4: 65000:10 from 10.255.0.2; ipv6: 65000:10 from fd00::2")
+        peers = {family: self.suite.ask_json("bgpd", f"show bgp {family} vpn summary json")["peers"] for family in ("ipv4", "ipv6")}
+        self.assertEqual(texts["sessions"], "; ".join(f"{family} vpn with {peer}: {facts['state']}" for family, found in peers.items()
+                                                      for peer, facts in found.items()))
         table = self.suite.ask_json("zebra", "show mpls table json")
         labels = {label for label, entry in table.items() if entry["nexthops"][0].get("interface") == "red"}
         self.assertTrue(labels and all(label in texts["vpn-label"] for label in labels), (labels, texts))
@@ -297,8 +307,12 @@ exec cat {answer}
     def test_3_target_that_no_router_exports(self):
         self.assert_broken("imports", "no other VRF and no other router exports 65000:20", "blue")
         self.of_red("rt vpn export 65000:10 65000:20")
+        self.suite.configure("router bgp 65000 vrf red", "address-family ipv6 unicast", "rt vpn export 65000:10 65000:20",
+                             "exit-address-family", "exit")
         self.assertIn("65000:20 from VRF red", self.assert_whole("blue")["imports"])
         self.of_red("rt vpn export 65000:10")
+        self.suite.configure("router bgp 65000 vrf red", "address-family ipv6 unicast", "rt vpn export 65000:10",
+                             "exit-address-family", "exit")
 
     def test_4_export_without_label(self):
         self.of_red("no label vpn export auto")
