@@ -1,8 +1,14 @@
 // "doctor" for what processes of one build cannot show: a daemon of another version, a database on a disk
-// that fails, and a program of the suite that has stopped answering. tests/e2e/doctor_test.py has the other
-// checks.
+// that fails, a program of the suite that has stopped answering, and VRFs of a kernel.
+// tests/e2e/doctor_test.py has the other checks.
 #include <gmock/gmock.h>
 
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+
+#include "cli/doctor/facts.h"
+#include "cli/doctor/suite_checks.h"
 #include "cli/doctor/suite_configuration.h"
 #include "cli/served_test_fixture.h"
 #include "platform/store/status/status.h"
@@ -51,6 +57,49 @@ TEST_F(Doctor, ProgramOfTheSuiteThatDoesNotAnswerIsAnError) {
   const std::string text = Diagnose("sources", {.sources = sources}, 2);
   EXPECT_THAT(text, HasSubstr("bgpd: it hangs\n      fix: systemctl status frr\n"));
   EXPECT_THAT(text, ::testing::Not(HasSubstr("kernel:")));
+}
+
+// A suite that runs without naming the kernel's VRF "mgmt"; no daemon runs.
+class UnusedVrf : public CommandLine {
+ protected:
+  void SetUp() override {
+    std::ofstream(request_.suite_shell)
+        << "#!/bin/sh\ncase $2 in *daemons) echo bgpd;; *) echo 'router bgp 1';; esac\n";
+    std::filesystem::permissions(request_.suite_shell, std::filesystem::perms::owner_all);
+  }
+  void Save(const std::string& text) const { std::ofstream(request_.suite_file) << text; }
+  doctor::Finding Check() const {
+    const Session session{std::cout, std::cerr, false, Directory() + "/none", "", ""};
+    kernel::LinkSeen device;
+    device.link.name = "mgmt";
+    device.link.is_vrf = true;
+    doctor::Facts facts(session, request_, {.links = [device] { return std::vector{device}; }, .routes = {}});
+    try {
+      const doctor::Findings findings = check_unused_vrfs(facts);
+      return findings.size() == 1 ? findings[0] : doctor::Finding{doctor::Level::kError, "not one", ""};
+    } catch (const Failure& failure) {
+      return {doctor::Level::kError, failure.what(), ""};
+    }
+  }
+  DoctorRequest request_{.only = {},
+                         .skip = {},
+                         .snmp = "",
+                         .suite_shell = Directory() + "/shell",
+                         .suite_file = Directory() + "/frr.conf"};
+};
+
+TEST_F(UnusedVrf, IsNotAcquittedWhileItIsUnknownWhetherItIsAVpn) {
+  Save("router bgp 1 vrf mgmt\n");
+  EXPECT_EQ(Check().level, doctor::Level::kWarning);
+  Save("");
+  EXPECT_EQ(Check().level, doctor::Level::kNotPossible) << "only the daemon knows";
+  EXPECT_THAT(Check().text, HasSubstr("mgmt; whether they are VPNs is unknown: mpls_vpn_mib is not running"));
+}
+
+TEST_F(UnusedVrf, SavedFileThatCannotBeReadSaysNothingOfIt) {
+  std::filesystem::create_directory(request_.suite_file);
+  EXPECT_EQ(Check().level, doctor::Level::kNotPossible);
+  EXPECT_THAT(Check().text, HasSubstr("unknown: " + request_.suite_file + ": it is a directory"));
 }
 
 TEST(SuiteConfiguration, HasWhatEachFamilyExchanges) {

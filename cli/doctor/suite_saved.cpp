@@ -8,17 +8,18 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <set>
-#include <sstream>
 
 #include "cli/doctor/facts.h"
 #include "cli/system/program.h"
+#include "platform/core/files/read_file.h"
 
 namespace cli::doctor {
 
 namespace {
+
+constexpr std::size_t kLongestFile = 256U << 20;
 
 using Exchanged = std::set<std::string>;           // "rd 65000:10", "import 65000:1"
 using ByPlace = std::map<std::string, Exchanged>;  // by "red ipv4 unicast"
@@ -93,10 +94,11 @@ std::string find_saved_file(Facts& facts) {
 }
 
 std::string read_saved_file(const std::string& path) {
-  std::ifstream file(path);
-  std::stringstream text;
-  if (!file || !(text << file.rdbuf())) throw NotPossible(fmt::format("{}: {}", path, std::strerror(errno)));
-  return text.str();
+  std::string text;
+  std::string error;
+  if (read_file(path, kLongestFile, &text, &error) != kStatusOk)
+    throw NotPossible(fmt::format("{}: {}", path, error));
+  return text;
 }
 
 std::string comparison(const Facts& facts, const std::string& file) {

@@ -16,29 +16,38 @@ namespace cli::doctor {
 
 namespace {
 
-using Evidence = std::map<std::string, std::string>;  // why a VRF is a VPN, by its name
+// Why VRFs are VPNs, and what could not be asked about that.
+struct Evidence {
+  std::map<std::string, std::string> reasons;  // by the name of the VRF
+  std::string unknown;
+  std::string fix;
+};
 
 void add_saved(Facts& facts, Evidence* evidence) try {
   const std::string file = find_saved_file(facts);
   if (file.empty()) return;
   for (const std::string& vrf : parse_suite_configuration(read_saved_file(file)).used_vrfs)
-    evidence->emplace(vrf, file + " names it");
-} catch (const NotPossible&) {  // check_saved() reports it
+    evidence->reasons.emplace(vrf, file + " names it");
+} catch (const NotPossible& reason) {
+  evidence->unknown = reason.what();
+  evidence->fix = reason.fix();
 }
 
 void add_effective(Facts& facts, Evidence* evidence) try {
   const Session& session = facts.session;
   const auto client = connect_to_daemon(session);
   const auto take_vrf = [evidence](const mpls_vpn_mib_vrf& row) {
-    if (!text_or_empty(row.rd).empty()) (*evidence)[text_or_empty(row.name)] = "it has a route distinguisher";
+    if (!text_or_empty(row.rd).empty())
+      evidence->reasons[text_or_empty(row.name)] = "it has a route distinguisher";
     return true;
   };
   RowWalk<mpls_vpn_mib_vrf>(session, *client, kVrfTable, take_vrf).run(kVrfTable.first_path(""));
   const auto take_target = [evidence](const mpls_vpn_mib_rt& row) {
-    evidence->emplace(text_or_empty(row.vrfName), "it has route targets");
+    evidence->reasons.emplace(text_or_empty(row.vrfName), "it has route targets");
   };
   walk_rows_of<mpls_vpn_mib_rt>(session, *client, kRouteTargetTable, "", {take_target});
-} catch (const Failure&) {  // check_daemon() reports it
+} catch (const Failure& failure) {
+  evidence->unknown = failure.what();
 }
 
 Finding unused_vpn(const std::string& name, const std::string& reason) {
@@ -47,6 +56,16 @@ Finding unused_vpn(const std::string& name, const std::string& reason) {
                       "routes",
                       name, reason),
           fmt::format("configure \"router bgp AS vrf {}\", or mplsvpn doctor --skip vrf-not-in-suite", name)};
+}
+
+// Nothing says that these VRFs are VPNs.
+Finding no_vpns(const std::set<std::string>& names, const Evidence& evidence) {
+  if (evidence.unknown.empty())
+    return {Level::kOk, fmt::format("not in the suite's configuration, and no VPNs: {}", some_of(names)), ""};
+  return {Level::kNotPossible,
+          fmt::format("not in the suite's configuration: {}; whether they are VPNs is unknown: {}",
+                      some_of(names), evidence.unknown),
+          evidence.fix};
 }
 
 }  // namespace
@@ -67,6 +86,7 @@ Findings check_suite_vrfs(Facts& facts) {
 
 // A VRF without route distinguisher and route targets, such as one for management, is not a VPN.
 Findings check_unused_vrfs(Facts& facts) {
+  facts.require_kernel_source();
   std::set<std::string> unused;
   const auto& known = facts.suite_configuration().used_vrfs;
   for (const Vrf& vrf : facts.vrfs()) {
@@ -77,12 +97,10 @@ Findings check_unused_vrfs(Facts& facts) {
   add_effective(facts, &evidence);
   add_saved(facts, &evidence);
   Findings findings;
-  for (const auto& [name, reason] : evidence) {
+  for (const auto& [name, reason] : evidence.reasons) {
     if (unused.erase(name) > 0) findings.push_back(unused_vpn(name, reason));
   }
-  if (!unused.empty())
-    findings.push_back(
-        {Level::kOk, fmt::format("not in the suite's configuration, and no VPNs: {}", some_of(unused)), ""});
+  if (!unused.empty()) findings.push_back(no_vpns(unused, evidence));
   return findings;
 }
 

@@ -610,7 +610,10 @@ class Command(DoctorTest):
 
     def test_router_file_is_not_compared_with_the_kernel(self):
         system = self.started()
-        self.assert_found(system, "vrf-device-down", "notPossible", "the daemon reads a router file, not this kernel")
+        for check in "vrf-device-down", "suite-vrf-device", "vrf-not-in-suite", "suite-saved":
+            with self.subTest(check):
+                self.assert_found(system, check, "notPossible", "the daemon reads a router file, not this kernel",
+                                  "--suite-shell", "/nonexistent/vtysh")
 
     def test_page_describes_each_check_under_its_id(self):
         system = self.new_system(ROUTER)

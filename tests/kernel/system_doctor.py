@@ -210,6 +210,8 @@ class Doctor(SuiteSystemTest):
         if self.release.major < 10:
             with self.assertRaisesRegex(AssertionError, "Unknown command"):
                 self.change("red", mode)
+        self.assert_found("vrf-not-in-suite", "notPossible", "mgmt; whether they are VPNs is unknown: ",
+                          conf=("--suite-conf", str(self.suite.etc)))
             self.assert_ok("vpn-label")
             return
         self.change("red", "no label vpn export auto", mode)
