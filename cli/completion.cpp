@@ -10,6 +10,8 @@
 #include "cli/doctor/doctor.h"
 #include "cli/export/formats.h"
 #include "cli/graph/graph.h"
+#include "cli/show/interface_states.h"
+#include "cli/show/route_lookup.h"
 #include "cli/show/tables.h"
 #include "cli/vrf/vrf_selection.h"
 #include "cli/watch/watch_command_line.h"
@@ -34,7 +36,7 @@ constexpr std::uint32_t kCompletedCommits = 20;
 bool is_plain(const std::string& name) {
   return !name.empty() && std::all_of(name.begin(), name.end(), [](unsigned char octet) {
     return std::isalnum(octet) != 0 || octet == '_' || octet == '.' || octet == '-' || octet == '@' ||
-           octet == '/';
+           octet == '/' || octet == ':';
   });
 }
 
@@ -62,20 +64,18 @@ Words vrf_names(const Request& request) {
 }
 
 Words interface_names(const Request& request) {
-  const auto client = connect_to_daemon(request.session);
-  Words names;
-  const auto take = [&](const mpls_vpn_mib_interface& row) {
-    const std::string name = text_or_empty(row.name);
-    if (name.starts_with(request.begun)) names.push_back(name);
-    return names.size() < kMostNames;
-  };
-  RowWalk<mpls_vpn_mib_interface>(request.session, *client, kInterfaceTable, take)
-      .run(kInterfaceTable.first_path(""));
-  return names;
+  return names_of_interfaces(request.session, *connect_to_daemon(request.session), request.begun, kMostNames);
 }
 
 Words first_word_vrf(const Request& request) {
   return request.words.empty() ? vrf_names(request) : Words();
+}
+
+Words vrf_and_prefix(const Request& request) {
+  if (request.words.empty()) return vrf_names(request);
+  if (request.words.size() > 1) return {};
+  return destinations_that_begin(request.session, *connect_to_daemon(request.session), request.words[0],
+                                 request.begun, kMostNames);
 }
 
 Words words_of_show_vrf(const Request& request) {
@@ -170,7 +170,7 @@ using Completer = Words (*)(const Request&);
 const std::map<std::string, Completer>& completers() {
   static const std::map<std::string, Completer> table = {
       {"mplsvpn show vrf", words_of_show_vrf},
-      {"mplsvpn show routes", first_word_vrf},
+      {"mplsvpn show routes", vrf_and_prefix},
       {"mplsvpn show interfaces", first_word_vrf},
       {"mplsvpn show route-targets", first_word_vrf},
       {"mplsvpn show thresholds", first_word_vrf},
@@ -188,13 +188,18 @@ const std::map<std::string, Completer>& completers() {
       {"mplsvpn trace", trace_words},
       {"mplsvpn watch", watch_words},
       {"mplsvpn router", router_words},
-      {"mplsvpn explain", first_word_vrf},
+      {"mplsvpn explain", vrf_and_prefix},
   };
   return table;
 }
 
+bool takes_file(const CLI::App& command, const std::string& name) {
+  const CLI::Option* option = find_option(command, name);
+  const std::string kind = option == nullptr ? "" : option->get_type_name();
+  return kind == "FILE" || kind == "DIR" || kind == "PATH";
+}
+
 Words values_of(const std::string& option, const std::string& command, const Request& request) {
-  if (option == "--run-dir" || option == "--socket") return {kFiles};
   if (option == "--name" || option == "--vrf") return vrf_names(request);
   if (option == "--state") return vrf_states();
   if (option == "--protocol") return vrf_protocols();
@@ -273,6 +278,7 @@ class Line {
 
 Words candidates(const Line& line, const Request& request) {
   if (line.is_wrong()) return {};
+  if (!line.option().empty() && takes_file(line.command(), line.option())) return {kFiles};
   if (!line.option().empty()) return values_of(line.option(), full_name(line.command()), request);
   if (line.has_options() && request.begun.starts_with('-')) return option_names(line.command());
   Words names;

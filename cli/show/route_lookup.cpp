@@ -4,13 +4,17 @@
 // from the longest: at most 33 for an IPv4 address and 129 for an IPv6 address.
 #include "cli/show/route_lookup.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
+#include <optional>
 
 namespace cli {
 
 namespace {
 
 constexpr std::uint32_t kPathsBatch = 64;  // most prefixes have a next hop or a few
+constexpr std::size_t kTypedRows = 1024;   // are read quickly enough for a user who types
 
 bool is_of_prefix(const mpls_vpn_mib_route& row, const std::string& vrf, const Prefix& prefix) {
   const auto destination = octets_of(row.dest);
@@ -54,7 +58,53 @@ bool find_routes_of_prefix(const Session& session, kvtree::Client& client, const
   return found;
 }
 
+// The smallest IPv4 address whose text may begin so: "10.2" is 10.2.0.0. None for other texts.
+std::optional<inet::Address> first_ipv4_address(std::string text) {
+  if (text.empty() || text.ends_with('.')) text += '0';
+  for (auto dots = std::ranges::count(text, '.'); dots < 3; ++dots) text += ".0";
+  return inet::parse_address(text);
+}
+
+// The same of an IPv6 address by its complete groups: "2001:d" is 2001::.
+std::optional<inet::Address> first_ipv6_address(const std::string& text) {
+  if (text.find("::") != std::string::npos) return inet::parse_address(text.substr(0, text.find("::") + 2));
+  const std::size_t end = text.rfind(':');
+  return inet::parse_address(end == std::string::npos ? "::" : text.substr(0, end) + "::");
+}
+
+struct WantedDestinations {
+  const std::string& vrf;
+  const std::string& beginning;
+  std::size_t most;
+};
+
+void add_destinations(const Session& session, kvtree::Client& client, const WantedDestinations& wanted,
+                      const inet::Address& first, std::vector<std::string>* found) {
+  const Prefix start{{first, 0}};
+  std::size_t left = kTypedRows;
+  const auto take = [&](const mpls_vpn_mib_route& row) {
+    if (wanted.vrf != text_or_empty(row.vrfName) || row.destType != start.type()) return false;
+    const std::string text = fmt::format("{}/{}", address_text(octets_of(row.dest)), row.mask);
+    const bool is_known = !found->empty() && found->back() == text;
+    if (text.starts_with(wanted.beginning) && !is_known) found->push_back(text);
+    return --left > 0 && found->size() < wanted.most;
+  };
+  RowWalk<mpls_vpn_mib_route>(session, client, kRouteTable, take)
+      .run(prefix_path("route-next", wanted.vrf, start));
+}
+
 }  // namespace
+
+std::vector<std::string> destinations_that_begin(const Session& session, kvtree::Client& client,
+                                                 const std::string& vrf, const std::string& beginning,
+                                                 std::size_t most) {
+  const std::string address = beginning.substr(0, beginning.find('/'));
+  std::vector<std::string> found;
+  for (const auto& first : {first_ipv4_address(address), first_ipv6_address(address)}) {
+    if (first) add_destinations(session, client, {vrf, beginning, most}, *first, &found);
+  }
+  return found;
+}
 
 bool find_routes(const Session& session, kvtree::Client& client, const std::string& vrf, const Prefix& prefix,
                  const RouteSink& sink) {

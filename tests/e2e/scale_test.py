@@ -27,7 +27,9 @@ class Scale(SystemTest):
 
     def check_completion(self, system):
         """A user who types does not wait for names."""
-        for words, least in (("show", "routes", "customer-0999"), 10), (("config", "set", "vrf", ""), 100):
+        interfaces = ("config", "set", "vrf", "X", "rip", "interface")
+        for words, least in ((("show", "routes", "customer-0999"), 10), (("config", "set", "vrf", ""), 100),
+                             (("router", "down", "cust0999"), 10), ((*interfaces, "cust"), 100), ((*interfaces, "nosuch"), 0)):
             durations = []
             for _ in range(5):
                 start = time.monotonic()

@@ -7,11 +7,14 @@
 #include "platform/core/text/words.h"
 #include "platform/router/interface_states/records.h"
 #include "platform/router/model/router.h"
+#include "platform/store/tree/key_text.h"
 #include "platform/store/tree/kvtree.h"
 
 namespace interface_states {
 
 namespace {
+
+constexpr std::uint32_t kNameItem = 3;  // a key, as in the lists of VRFs
 
 struct Provided {
   const router::Router* model = nullptr;
@@ -38,14 +41,37 @@ Status encode(const router::Interface* interface, KvReply* reply) {
   return parcel_encode(&kInterfaceStateParcel, &state, &reply->data, &reply->length);
 }
 
+Status get_by_name(std::string_view key, KvReply* reply) {
+  std::string name;
+  if (const Status status = kvtree::decode_key(key, &name)) return status;
+  return encode(provided_model.model->find_interface_by_name(name), reply);
+}
+
 Status get_state(const KvRequest* request, KvReply* reply) {
   std::string_view path = kvtree_request_path(request);
   const std::string_view read = text::take_until(&path, '/');
+  const router::Router& model = *provided_model.model;
+  if (read == kName) return get_by_name(path, reply);
   if (read != kNext && read != kIndex) return kStatusUnknownPath;
   const std::optional<std::uint32_t> key = text::parse_number(path);
   if (!key) return kStatusBadKey;
-  const router::Router& model = *provided_model.model;
   return encode(read == kNext ? model.interface_after(*key) : model.find_interface_by_index(*key), reply);
+}
+
+Status list_names(const KvRequest* request, KvListReply* reply) {
+  std::string_view path = kvtree_request_path(request);
+  if (text::take_until(&path, '/') != kName) return kStatusUnknownPath;
+  std::string after;
+  if (const Status status = kvtree::decode_key(path, &after)) return status;
+  if (const Status status = kvtree_list_create(&reply->list)) return status;
+  const router::Router& model = *provided_model.model;
+  for (const auto* each = model.interface_after_name(after);
+       each != nullptr && reply->count < reply->max_items; each = model.interface_after_name(each->name)) {
+    const auto name = std::string(each->name);
+    if (const Status status = kvtree_list_add(reply->list, name.c_str(), kNameItem, 0)) return status;
+    ++reply->count;
+  }
+  return kStatusOk;
 }
 
 Status following(const KvReply* row, std::string* path) {
@@ -64,6 +90,7 @@ Status provide(EventManager* manager) {
   KvProviderFunctions functions;
   if (const Status status = kvtree_init_prov_functions(&functions)) return status;
   functions.get = get_state;
+  functions.list = list_names;
   functions.walk_rules = kWalkRules;
   functions.walk_rule_count = std::size(kWalkRules);
   return kvtree_register_prov2(provided_model.connection, "", manager, &functions, 0, 0);

@@ -10,6 +10,7 @@
 #include "platform/router/interface_states/records.h"
 #include "platform/router/model/router.h"
 #include "platform/store/tree/kvtree.h"
+#include "platform/store/tree/lists.h"
 
 namespace {
 
@@ -63,6 +64,16 @@ class InterfaceStates : public ::testing::Test {
     if (status == kStatusOk) *text = TextOf({reply.data, reply.data + reply.length});
     return status;
   }
+  static std::vector<std::string> List(const std::string& path, std::uint32_t most) {
+    KvListReply reply{.max_items = most, .count = 0, .list = nullptr, .datalist = nullptr};
+    last_status = kvtree_list("/oper/interfaces/" + path, false, &reply);
+    std::vector<std::string> names;
+    if (reply.list != nullptr) {
+      for (const KvListItem& item : reply.list->items) names.push_back(item.key);
+    }
+    kvtree_list_free(reply.list);
+    return names;
+  }
   const TestRunDirectory directory_;
   EventManager* const manager_ = event_manager_create("/dev/mpls/vpn/main", 0);
   router::Router router_;
@@ -86,7 +97,28 @@ TEST_F(InterfaceStates, InterfaceIsFoundByItsIndex) {
   EXPECT_EQ(Get("index/4", &text), kStatusNoSuchRow);
   EXPECT_EQ(Get("index/x", &text), kStatusBadKey);
   EXPECT_EQ(Get("index", &text), kStatusBadKey);
-  EXPECT_EQ(Get("name/ge1", &text), kStatusUnknownPath);
+  EXPECT_EQ(Get("nosuch/ge1", &text), kStatusUnknownPath);
+}
+
+TEST_F(InterfaceStates, InterfaceIsFoundByItsName) {
+  Add("ge-0/0/1", 3, true, {});
+  std::string text;
+  EXPECT_EQ(Get("name/ge-0%2F0%2F1", &text), kStatusOk);
+  EXPECT_EQ(text, "3 ge-0/0/1 red up ");
+  EXPECT_EQ(Get("name/ge-0", &text), kStatusNoSuchRow);
+  EXPECT_EQ(Get("name/%0", &text), kStatusBadKey);
+  EXPECT_EQ(Get("name", &text), kStatusNoSuchRow);
+}
+
+TEST_F(InterfaceStates, NamesThatBeginAlikeFollowEachOther) {
+  std::uint32_t index = 0;
+  for (const char* name : {"ge2", "ge10", "lo", "ge1"}) Add(name, ++index, true, {});
+  EXPECT_THAT(List("name", 10), ElementsAre("ge1", "ge10", "ge2", "lo"));
+  EXPECT_THAT(List("name/ge1", 10), ElementsAre("ge10", "ge2", "lo"));
+  EXPECT_THAT(List("name/ge", 2), ElementsAre("ge1", "ge10"));
+  EXPECT_THAT(List("name/lo", 10), IsEmpty());
+  EXPECT_THAT(List("next", 10), IsEmpty());
+  EXPECT_EQ(last_status, kStatusUnknownPath);
 }
 
 TEST_F(InterfaceStates, IsProvidedOnce) {

@@ -9,10 +9,12 @@
 namespace interface_states {
 
 // The provider. "next/HANDLE" is the interface after this handle (0: the first one) and may be walked;
-// "index/IFINDEX" is that of the ifIndex.
+// "index/IFINDEX" and "name/NAME" are those of the ifIndex and of the name. A list of "name/NAME", or of
+// "name", has the names after it in the order of their octets: those that begin alike are together.
 inline constexpr char kProviderPath[] = "/oper/interfaces/";
 inline constexpr char kNext[] = "next";
 inline constexpr char kIndex[] = "index";
+inline constexpr char kName[] = "name";
 
 struct InterfaceState {
   std::uint32_t handle;

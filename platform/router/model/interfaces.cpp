@@ -168,4 +168,9 @@ const Interface* Router::interface_after(std::uint32_t handle) const {
   return next == state_->interfaces.end() ? nullptr : next->second.get();
 }
 
+const Interface* Router::interface_after_name(std::string_view name) const {
+  const auto next = state_->interfaces_by_name.upper_bound(name);
+  return next == state_->interfaces_by_name.end() ? nullptr : *next;
+}
+
 }  // namespace router

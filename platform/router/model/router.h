@@ -182,6 +182,8 @@ class Router {
   const Vrf* vrf_after(std::string_view name) const;
   const std::string* reference_after(std::string_view name) const;
   const Interface* interface_after(std::uint32_t handle) const;
+  // In the order of the names' octets.
+  const Interface* interface_after_name(std::string_view name) const;
 
   // The unicast tables of the VRFs. A table is open while a VRF has it. It is opened, empty, before observers
   // are notified of the VRF; it is closed and its routes are removed before observers are notified of the

@@ -51,22 +51,12 @@ Status encode(const WatchedVrf& vrf, KvReply* reply) {
   return parcel_encode(&kWatchedVrfParcel, &record, &reply->data, &reply->length);
 }
 
-// The name that a key of a path has; the absent key is before all.
-Status decode_name(std::string_view key, std::string* name) {
-  if (key == "-") return kStatusOk;
-  char* text = nullptr;
-  const Status status = kvtree_string_decode(std::string(key).c_str(), &text);
-  const std::unique_ptr<char, decltype(&std::free)> owned(text, &std::free);
-  if (status != kStatusOk) return status;
-  *name = text;
-  return kStatusOk;
-}
-
+// The absent key is before all names.
 Status get_vrf(const KvRequest* request, KvReply* reply) {
   std::string_view path = kvtree_request_path(request);
   if (text::take_until(&path, '/') != kVrfNext) return kStatusUnknownPath;
   std::string name;
-  if (decode_name(path, &name) != kStatusOk) return kStatusBadKey;
+  if (kvtree::decode_key(path, &name) != kStatusOk) return kStatusBadKey;
   const WatchedVrf* vrf = provided_service()->after(name);
   return vrf == nullptr ? kStatusNoSuchRow : encode(*vrf, reply);
 }

@@ -5,6 +5,7 @@
 // escaped NUL, which no terminated text can hold.
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "platform/core/base/fault.h"
 #include "platform/core/text/numbers.h"
@@ -39,6 +40,17 @@ Status decode_text(std::string_view encoded, char* out, std::size_t* length) {
     out[used++] = octet;
   }
   *length = used;
+  return kStatusOk;
+}
+
+Status decode_key(std::string_view key, std::string* text) {
+  text->clear();
+  if (key == "-") return kStatusOk;
+  std::string decoded(key.size(), '\0');
+  std::size_t length = 0;
+  if (const Status status = decode_text(key, decoded.data(), &length)) return status;
+  decoded.resize(length);
+  *text = std::move(decoded);
   return kStatusOk;
 }
 
