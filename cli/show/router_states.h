@@ -28,6 +28,7 @@ class RouterStates {
 
   // Null for one that the daemon does not know (any more).
   const RouterState* find(std::int32_t index);
+  const RouterState* find(const std::string& name);
 
  private:
   void add(const interface_states::InterfaceState& state);
@@ -36,6 +37,7 @@ class RouterStates {
   kvtree::Client& client_;
   const bool is_complete_;
   std::map<std::uint32_t, RouterState> states_;
+  std::map<std::string, std::uint32_t> indexes_;  // by name
 };
 
 }  // namespace cli

@@ -8,6 +8,8 @@
 #include "cli/show/show_test_fixture.h"
 #include "platform/config/owners.h"
 #include "platform/config/vrf_config.h"
+#include "platform/router/interface_states/interface_states.h"
+#include "platform/router/model/router.h"
 #include "platform/router/vpn_events/records.h"
 #include "platform/store/configuration/configuration.h"
 
@@ -195,6 +197,28 @@ TEST_F(ShowVrf, DetailShowsEverything) {
             "  illegal labels      0\n"
             "  big                 no\n"
             "  interfaces          2, 1 active: ge1 ge\\x0a2\n");
+}
+
+TEST_F(ShowVrf, DetailNamesTheInterfacesThatAreNotActiveWithTheReason) {
+  router::Router router;
+  ASSERT_EQ(interface_states_start(&router, manager_), kStatusOk);
+  std::uint32_t index = 0;
+  for (const char* name : {"ge1", "ge2", "ge3"}) {
+    router::Interface interface;
+    interface.name = name;
+    interface.index = ++index;
+    interface.up = index != 2;
+    router::Address address;
+    ASSERT_TRUE(router::parse_address("10.0.0.1/24", &address));
+    if (index != 3) interface.addresses.push_back(address);
+    ASSERT_EQ(router.add_interface(interface), kStatusOk);
+  }
+  AddRed();
+  fake.vrfs["red"].interfaces = {"ge1", "ge2", "ge3", "removed"};
+  const std::string line = "4, 1 active: ge1 ge2 (down) ge3 (no address) removed\n";
+  EXPECT_THAT(AskForText({"show", "vrf", "red", "detail"}), HasSubstr(line));
+  EXPECT_THAT(AskForText({"show", "vrf", "detail"}), HasSubstr(line)) << "all states in one walk";
+  interface_states_stop();
 }
 
 TEST_F(ShowVrf, RdThatIsNotConfiguredHasTheOriginOfTheModelsSource) {

@@ -9,6 +9,7 @@
 
 #include <map>
 #include <memory>
+#include <optional>
 
 #include "cli/datalist_pages.h"
 #include "cli/output/table.h"
@@ -34,7 +35,9 @@ class DetailsWriter {
         are_routes_counted_(are_routes_counted(session, client)),
         model_rd_owner_(model_rd_owner(session, client)),
         nodes_(session, client),
-        list_(session.out) {}
+        list_(session.out) {
+    if (!session.json) states_.emplace(session, client, request.name.empty());
+  }
 
   void add(const mpls_vpn_mib_vrf& row, const kvtree::Octets& record) {
     const ShownVrf shown(session_, provider_path("vrf-detail"), kShowVrfParcel, record);
@@ -43,7 +46,7 @@ class DetailsWriter {
     const VrfOrigins origins(name, nodes, model_rd_owner_);
     const EvpnTable evpn(session_, client_, name, origins, request_);
     VrfDetails details{*shown, thresholds_among(nodes, name, request_), origins,
-                       wanted_tables(*shown, request_)};
+                       wanted_tables(*shown, request_), states_ ? &*states_ : nullptr};
     details.tables.insert(details.tables.end(), evpn.tables().begin(), evpn.tables().end());
     const VrfView vrf{row, are_routes_counted_};
     if (session_.json) {
@@ -65,6 +68,7 @@ class DetailsWriter {
   const bool are_routes_counted_;
   const std::string model_rd_owner_;
   VrfNodes nodes_;
+  std::optional<RouterStates> states_;
   JsonList list_;
   bool is_first_ = true;
 };

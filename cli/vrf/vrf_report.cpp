@@ -175,12 +175,24 @@ Json thresholds_json(const VrfDetails& details) {
   return list;
 }
 
-// "2, 1 active: ge1 ge2".
+// "ge2 (down)"; an interface that is up and has an address is active.
+std::string interface_word(const std::string& name, RouterStates* states) {
+  const RouterState* state = states == nullptr ? nullptr : states->find(name);
+  const char* reason = "";
+  if (state != nullptr && !state->is_up) {
+    reason = " (down)";
+  } else if (state != nullptr && state->addresses.empty()) {
+    reason = " (no address)";
+  }
+  return printable(name) + reason;
+}
+
+// "2, 1 active: ge1 ge2 (down)".
 Lines interface_words(const Vrf& row, const VrfDetails& details) {
   const std::vector<std::string> names = interface_names(details.shown);
   Lines words = {fmt::format("{}, {} active{}", row.associatedInterfaces, row.activeInterfaces,
                              names.empty() ? "" : ":")};
-  for (const std::string& name : names) words.push_back(printable(name));
+  for (const std::string& name : names) words.push_back(interface_word(name, details.states));
   return words;
 }
 

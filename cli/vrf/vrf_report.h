@@ -6,6 +6,7 @@
 
 #include "cli/commands.h"
 #include "cli/output/columns.h"
+#include "cli/show/router_states.h"
 #include "cli/vrf/vrf_origins.h"
 #include "cli/vrf/vrf_thresholds.h"
 #include "mpls/vpn/mib/src/records/layouts.h"
@@ -23,6 +24,7 @@ struct VrfDetails {
   std::vector<FamilyThresholds> thresholds;
   const VrfOrigins& origins;
   std::vector<mpls_vpn_afi_safi> tables;  // that the request asks for
+  RouterStates* states = nullptr;         // of interfaces; not needed for JSON
 };
 
 std::span<const Column<VrfView>> vrf_cells();
