@@ -12,11 +12,13 @@
 #include <exception>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "agent/rows/row_cache.h"
 #include "agent/service/run.h"
 #include "agent/sub_agent.h"
 #include "platform/core/base/log.h"
+#include "platform/core/text/words.h"
 #include "platform/store/client/client.h"
 
 namespace {
@@ -56,6 +58,23 @@ void describe(CLI::App* app, CommandLine* line) {
   app->add_flag("--verbose", line->verbose, "print a line for each request");
 }
 
+int refuse(const std::string& reason) {
+  log_error("mpls_vpn_snmp", "%s; \"mpls_vpn_snmp --help\" lists the options", reason.c_str());
+  return kWrongArguments;
+}
+
+// With the closest option, if one is close.
+std::string unknown_word(const CLI::App& app, const std::string& word) {
+  if (!word.starts_with('-')) return "unexpected argument " + text::quoted(word);
+  std::vector<std::string> names;
+  for (const CLI::Option* option : app.get_options()) {
+    for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
+  }
+  const std::string near = text::closest(word.substr(0, word.find('=')), names);
+  return "unknown option " + text::quoted(word) +
+         (near.empty() ? "" : "; did you mean " + text::quoted(near) + "?");
+}
+
 agent::SubAgentOptions to_options(const CommandLine& line) {
   agent::SubAgentOptions options;
   options.agentx_socket = line.agentx_socket;
@@ -71,11 +90,14 @@ int parse_and_run(int argc, char** argv) {
   CommandLine line;
   describe(&app, &line);
   app.set_version_flag("--version", MPLS_VERSION);
+  app.allow_extras();
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == EXIT_SUCCESS ? EXIT_SUCCESS : kWrongArguments;
+    const bool is_answer = error.get_exit_code() == EXIT_SUCCESS;  // of --help and --version
+    return is_answer ? app.exit(error) : refuse(error.what());
   }
+  if (!app.remaining().empty()) return refuse(unknown_word(app, app.remaining().front()));
   if (!line.run_directory.empty() && setenv("MPLS_VPN_MIB_RUN_DIR", line.run_directory.c_str(), 1) != 0) {
     log_error("mpls_vpn_snmp", "setenv: %s", std::strerror(errno));
     return EXIT_FAILURE;

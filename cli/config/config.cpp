@@ -158,12 +158,13 @@ void config_confirm(const Session& session, const std::string& id) {
   }
 }
 
-// Whatever the candidate has: it may be what no edit can be read of.
+// Whatever the candidate has: it may be what no edit can be read of. A script that wants none may find none.
 void config_discard(const Session& session) {
   const std::optional<std::size_t> edits = Candidate::discard(session);
-  if (!edits) throw no_candidate();
   if (session.json) {
-    session.out << json_line({{"discardedLines", *edits}}) << '\n';
+    session.out << json_line({{"discardedLines", edits.value_or(0)}}) << '\n';
+  } else if (!edits) {
+    session.out << "no edits are collected: nothing is discarded\n";
   } else {
     fmt::print(session.out, "candidate discarded ({} line{})\n", *edits, *edits == 1 ? "" : "s");
   }

@@ -311,6 +311,19 @@ class SubAgent(ServiceTest):
         self.assertNotIn("away", system.log("agent"))
 
 
+    def test_wrong_words_are_named_with_the_closest_option(self):
+        system = self.new_system(ROUTER)
+        for words, reason in ((("--agent-socket", "/x"), 'unknown option "--agent-socket"; did you mean "--agentx-socket"\\?'),
+                              (("--agentx-sockt=/x",), 'unknown option "--agentx-sockt=/x"; did you mean "--agentx-socket"\\?'),
+                              (("--zzzzzzzzz",), 'unknown option "--zzzzzzzzz"'), (("start",), 'unexpected argument "start"'),
+                              (("--row-age", "x"), "--row-age: .*0.*60000.*")):
+            with self.subTest(words):
+                result = subprocess.run([str(BIN / "mpls_vpn_snmp"), *words], env=system.environment, capture_output=True, text=True,
+                                        timeout=60 * SLOW, check=False)
+                self.assertEqual(result.returncode, 2)
+                self.assertRegex(result.stderr, rf'\Ampls_vpn_snmp: {reason}; "mpls_vpn_snmp --help" lists the options\n\Z')
+
+
 class Refusals(ServiceTest):
     def test_wrong_settings_have_a_status_of_their_own(self):
         system = self.new_system(ROUTER)
