@@ -51,7 +51,7 @@ TEST_F(Daemon, ScalarsAsJsonHaveTheRecordsKeys) {
   EXPECT_EQ(AskForJson({"show", "scalars"}), (Json{{"configuredVrfs", 3},
                                                    {"activeVrfs", 2},
                                                    {"connectedInterfaces", 8},
-                                                   {"notificationEnable", 1},
+                                                   {"notificationEnable", true},
                                                    {"notificationEnableName", "enabled"},
                                                    {"maxThresholdNotifTime", 60},
                                                    {"illegalLabelsThreshold", 5}}));

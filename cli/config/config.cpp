@@ -17,6 +17,7 @@
 #include "cli/config/config_history.h"
 #include "cli/config/config_warnings.h"
 #include "cli/output/json_list.h"
+#include "cli/output/notices.h"
 #include "cli/output/table.h"
 
 namespace cli {
@@ -60,6 +61,8 @@ void collect(const Session& session, const std::vector<ConfigEdit>& edits) {
   copy.apply(edits);
   warn_of_edits(session, *client, edits, copy);
   candidate.append(edits, newest);
+  if (session.json)
+    session.out << json_line({{"candidateLines", candidate.edits().size() + edits.size()}}) << '\n';
 }
 
 CommitOrder order_of(const ConfigEditRequest& request, const std::string& what) {

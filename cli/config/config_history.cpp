@@ -14,6 +14,7 @@
 #include "cli/config/config_edits.h"
 #include "cli/config/config_history.h"
 #include "cli/config/config_tree.h"
+#include "cli/output/notices.h"
 #include "cli/output/row_writer.h"
 #include "cli/output/times.h"
 #include "platform/config/owners.h"
@@ -171,9 +172,10 @@ void report_unchanged(const Session& session, const std::map<std::string, Past>&
     if (is_as_before(before, nodes, path)) continue;
     const auto now = nodes.find(path);
     const bool is_there = now != nodes.end();
-    fmt::print(session.err, "mplsvpn: unchanged, as owner \"{}\" {}: {}\n",
-               printable(is_there ? now->second.owner : before.owner), is_there ? "sets it" : "deleted it",
-               node_text(path, is_there ? now->second.value : *before.value));
+    note(session, fmt::format("unchanged, as owner \"{}\" {}: {}",
+                              printable(is_there ? now->second.owner : before.owner),
+                              is_there ? "sets it" : "deleted it",
+                              node_text(path, is_there ? now->second.value : *before.value)));
   }
 }
 

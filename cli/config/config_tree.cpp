@@ -8,6 +8,7 @@
 #include <chrono>
 #include <thread>
 
+#include "cli/output/notices.h"
 #include "cli/output/table.h"
 #include "cli/output/times.h"
 #include "platform/config/owners.h"
@@ -205,8 +206,8 @@ void print_commit(const Session& session, const kvtree::CommitResult& made,
 
 // Later commits changed all that it set, this one the last of it.
 void note_end_of_waiting(const Session& session, const KvConfigConfirmation& before) {
-  fmt::print(session.err, "mplsvpn: commit {} by {} no longer waits for its confirmation\n", before.id,
-             printable(before.user));
+  note(session, fmt::format("commit {} by {} no longer waits for its confirmation", before.id,
+                            printable(before.user)));
 }
 
 }  // namespace
@@ -237,13 +238,12 @@ Json user_json(const std::string& user) {
 
 // A user who may not ask for it sees none.
 void note_confirmation(const Session& session, kvtree::Client& client) {
-  if (session.json) return;
   const kvtree::ConfirmationResult asked = client.confirmation();
   if (asked.status || asked.confirmation.id.empty()) return;
   const auto& [id, user, deadline] = asked.confirmation;
-  fmt::print(session.err,
-             "mplsvpn: commit {} by {} is undone at {} unless \"mplsvpn config confirm {}\" confirms it\n",
-             id, printable(user), deadline_text(deadline), id);
+  note(session,
+       fmt::format("commit {} by {} is undone at {} unless \"mplsvpn config confirm {}\" confirms it", id,
+                   printable(user), deadline_text(deadline), id));
 }
 
 }  // namespace cli

@@ -7,6 +7,7 @@
 #include <map>
 #include <set>
 
+#include "cli/output/notices.h"
 #include "cli/output/table.h"
 #include "cli/show/tables.h"
 #include "platform/config/owners.h"
@@ -49,24 +50,22 @@ void warn_of_missing_vrfs(const Session& session, kvtree::Client& client,
                           const std::vector<ConfigEdit>& edits) {
   for (const std::string& name : named_vrfs(edits)) {
     if (client.get(provider_path("vrf", name)).status != kStatusNoSuchRow) continue;
-    fmt::print(session.err,
-               "mplsvpn: warning: VRF {} does not exist; its configuration waits until it is created\n",
-               printable(name));
+    warn(session,
+         fmt::format("VRF {} does not exist; its configuration waits until it is created", printable(name)));
   }
 }
 
 void warn_of_default_vrf(const Session& session, const std::vector<ConfigEdit>& edits) {
   if (std::ranges::none_of(edits, needs_routes_of_default)) return;
-  fmt::print(session.err,
-             "mplsvpn: warning: the routes outside of VRFs are not followed: \"low-water\" and \"watch\" of "
-             "VRF {} report all of them as missing\n",
-             kDefaultVrf);
+  warn(session,
+       fmt::format("the routes outside of VRFs are not followed: \"low-water\" and \"watch\" of VRF {} "
+                   "report all of them as missing",
+                   kDefaultVrf));
 }
 
 void warn_of_needless_suppression(const Session& session, const WorkingCopy& copy) {
   for (const std::string& words : copy.needless_suppressions()) {
-    fmt::print(session.err,
-               "mplsvpn: warning: no other owner sets {}; it is suppressed as soon as one does\n", words);
+    warn(session, fmt::format("no other owner sets {}; it is suppressed as soon as one does", words));
   }
 }
 
@@ -79,11 +78,11 @@ void warn_of_taking_over(const Session& session, const CommitChanges& foreseen) 
     if (is_taken) ++counts[change.owner_before];
   }
   if (counts.empty()) return;
-  fmt::print(session.err,
-             "mplsvpn: warning: the command line takes over items of other owners ({}), whose later changes "
-             "have no effect; \"config rollback\" returns them; a backup without them is what \"config show "
-             "--owner {}\" prints\n",
-             counts_text(counts), kConfigOwnerCli);
+  warn(session,
+       fmt::format("the command line takes over items of other owners ({}), whose later changes have no "
+                   "effect; \"config rollback\" returns them; a backup without them is what \"config "
+                   "show --owner {}\" prints",
+                   counts_text(counts), kConfigOwnerCli));
 }
 
 }  // namespace cli

@@ -5,6 +5,7 @@
 
 #include "cli/commands.h"
 #include "cli/output/json_list.h"
+#include "cli/output/notices.h"
 #include "cli/output/table.h"
 #include "mpls/vpn/mib/src/records/mib_constants.h"
 #include "platform/core/parcel/parcel.h"
@@ -49,8 +50,8 @@ void show_items(const Session& session, const PathRequest& request, const std::s
   if (session.json) list.end();
   // A list has no end mark of its own: as many items as asked for are most likely not all.
   if (result.items.size() < request.most) return;
-  fmt::print(session.err, "mplsvpn: stopped after {} item{} (--max); there may be more\n", request.most,
-             request.most == 1 ? "" : "s");
+  note(session, fmt::format("stopped after {} item{} (--max); there may be more", request.most,
+                            request.most == 1 ? "" : "s"));
 }
 
 }  // namespace

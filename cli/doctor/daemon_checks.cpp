@@ -22,7 +22,7 @@ using process_status::RouteModuleFailure;
 using process_status::SourceStatus;
 
 constexpr char kStart[] = "systemctl start mpls_vpn_mib";
-constexpr char kRestart[] = "journalctl -u mpls_vpn_mib; systemctl restart mpls_vpn_mib";
+constexpr char kRestartDaemon[] = "journalctl -u mpls_vpn_mib; systemctl restart mpls_vpn_mib";
 constexpr char kLog[] = "journalctl -u mpls_vpn_mib";
 constexpr std::uint64_t kLeastOctets = 16U << 20;
 constexpr double kLeastShare = 0.05;
@@ -81,7 +81,8 @@ Findings check_daemon(Facts& facts) {
   } catch (const Failure& failure) {
     if (failure.exit_status() == kExitNoRight)
       throw NotPossible(fmt::format("not permitted: {}", failure.what()), "run mplsvpn doctor as root");
-    return {{Level::kError, failure.what(), failure.exit_status() == kExitNoAnswer ? kRestart : kStart}};
+    return {
+        {Level::kError, failure.what(), failure.exit_status() == kExitNoAnswer ? kRestartDaemon : kStart}};
   }
   return {};
 }

@@ -8,8 +8,9 @@ namespace {
 
 Json value_json(mib::Type type, const mib::Value& value) {
   switch (type) {
-    case mib::Type::kInteger:
     case mib::Type::kTruth:
+      return value.number != 0;
+    case mib::Type::kInteger:
       return static_cast<std::int32_t>(value.number);
     case mib::Type::kUnsigned:
     case mib::Type::kGauge:

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <thread>
 
+#include "cli/output/notices.h"
 #include "cli/output/times.h"
 
 namespace cli {
@@ -55,6 +56,7 @@ bool reconnect(const Session& session, const WatchTime& time, Absence absence,
 }
 
 void say(const Session& session, const std::string& line) {
+  if (session.json) return note(session, line);
   fmt::print(session.err, "{}\n", line);
   session.err.flush();
 }

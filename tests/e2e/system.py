@@ -148,6 +148,11 @@ class System:
     def log(self, name):
         return (self.folder / f"{name}.log").read_text(errors="replace")
 
+    def events(self, name):
+        """What a process printed as JSON, a line each, without the notes on standard error."""
+        lines = [json.loads(line) for line in self.log(name).splitlines(keepends=True) if line.startswith("{") and line.endswith("\n")]
+        return [line for line in lines if "note" not in line]
+
     def start_daemon(self):
         process = self.spawn("daemon", str(BIN / "mpls_vpn_mib"))
 

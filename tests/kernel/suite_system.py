@@ -2,7 +2,6 @@
 
 The output of the suite's programs is the expected result; the MIB is read over SNMP, origins on the command line.
 """
-import json
 import re
 import sys
 import unittest
@@ -132,8 +131,7 @@ class SuiteSystemTest(GuestSystemTest):
         (self.system.folder / "watch.log").unlink()
 
     def changes(self):
-        return [json.loads(line) for line in self.system.log("watch").splitlines(keepends=True)
-                if line.startswith("{") and line.endswith("\n")]
+        return self.system.events("watch")
 
     # --- Both ---
 

@@ -6,7 +6,6 @@ so far. What the kernel does after a step (IPv6 addresses that it removes with t
 seconds later) must add none. To show that none is on its way, an interface in a separate VRF is then set down and up: the
 kernel announces changes in order, and so does the daemon.
 """
-import json
 import pathlib
 import subprocess
 import unittest
@@ -58,8 +57,7 @@ class TrapsOnAKernel(unittest.TestCase):
         self.index.update(Kernel().indexes())
 
     def traps(self):
-        lines = [line for line in self.system.log("watch").splitlines(keepends=True) if line.startswith("{")]
-        traps = [json.loads(line) for line in lines if line.endswith("\n")]
+        traps = self.system.events("watch")
         self.assertEqual([trap["lostBefore"] for trap in traps], [0] * len(traps))
         return [(trap["notification"], trap["vrfName"], trap["ifConfIndex"]) for trap in traps]
 

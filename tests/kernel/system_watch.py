@@ -5,7 +5,6 @@ uml-run), as root.
 The watches begin with empty tables. After every step, what is left of all added, changed and removed rows must be the rows that
 `ip -j` implies; so must it after a step that the kernel made while the daemon was down.
 """
-import json
 import subprocess
 import unittest
 
@@ -31,17 +30,14 @@ class WatchOnAKernel(SystemTest):
     def rows(self, name):
         """What is left of the changes that a watch showed, by the names of the rows."""
         rows, parts = {}, ("vrfName", "ifConfIndex") if name == "interfaces" else ("prefix", "nextHop")
-        for line in self.system.log(name).splitlines(keepends=True):
-            if not line.startswith("{") or not line.endswith("\n"):
-                continue
-            change = json.loads(line)
+        for change in self.system.events(name):
             key = tuple(change[part] for part in parts)
-            self.assertEqual(key in rows, change["old"] is not None, line)
+            self.assertEqual(key in rows, change["old"] is not None, change)
             if change["new"] is None:
-                self.assertEqual(change["old"], rows.pop(key), line)
+                self.assertEqual(change["old"], rows.pop(key), change)
                 continue
             for field, value in (change["old"] or {}).items():
-                self.assertEqual(rows[key].get(field, value), value, line)
+                self.assertEqual(rows[key].get(field, value), value, change)
             rows[key] = {**rows.get(key, {}), **change["new"]}
         return rows
 
