@@ -1,14 +1,40 @@
 #include "cli/session.h"
 
 #include <fmt/format.h>
+#include <grp.h>
+#include <sys/stat.h>
 
 #include <array>
+#include <filesystem>
 
 namespace cli {
 
 namespace {
 
 constexpr char kAdministrators[] = "mpls_vpn_admin";
+
+// Of the socket or, if its directory cannot be entered, of that.
+gid_t group_of(const std::string& socket) {
+  std::filesystem::path path = std::filesystem::absolute(socket);
+  struct stat status {};
+  while (stat(path.c_str(), &status) != 0 && path.has_relative_path()) path = path.parent_path();
+  return status.st_gid;
+}
+
+std::string group_name(gid_t group) {
+  const struct group* found = getgrgid(group);
+  return found == nullptr ? std::to_string(group) : found->gr_name;
+}
+
+// Without an advice to join the group of root, which may do more.
+Failure not_permitted(const std::string& socket) {
+  const gid_t group = group_of(socket);
+  const std::string name = group_name(group);
+  const std::string advice =
+      group == 0 ? "" : fmt::format("; \"adduser USER {}\" adds a user, from the next login on", name);
+  return {kExitNoRight, fmt::format("{}: permission denied; only root and the group {} may use it{}", socket,
+                                    name, advice)};
+}
 
 }  // namespace
 
@@ -20,7 +46,7 @@ std::unique_ptr<kvtree::Client> connect_to_daemon(const Session& session) {
 
 Failure no_daemon(const std::string& socket, Status status) {
   if (status == kStatusAccess) {
-    return {kExitNoRight, socket + ": permission denied; only root and the daemon's group may use it"};
+    return not_permitted(socket);
   }
   if (status == kStatusUntrustedServer) {
     return {kExitNoDaemon, socket +

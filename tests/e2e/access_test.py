@@ -233,6 +233,16 @@ class RolesTest(unittest.TestCase):
         self.assertEqual(self.cli_as([], "trace").returncode, 5)
         self.assertEqual(self.cli_as([0], "trace", "init").returncode, 0)
 
+    def test_socket_that_denies_permission_names_its_group_and_how_to_join_it(self):
+        self.system.start_daemon()
+        run_directory = self.system.folder / "run"
+        refused = self.cli_as([], "show", "vrf")
+        self.assertEqual(refused.returncode, 5)
+        self.assertIn("permission denied; only root and the group root may use it\n", refused.stderr)
+        os.chown(run_directory, -1, grp.getgrnam(AGENTS).gr_gid)
+        self.assertIn(f"only root and the group {AGENTS} may use it; \"adduser USER {AGENTS}\" adds a user",
+                      self.cli_as([], "show", "vrf").stderr)
+
     def test_flood_of_connections_is_logged_with_a_count_when_it_has_ended(self):
         self.system.start_daemon()
         path = str(self.system.folder / "run" / "dev.mpls.vpn.main")
