@@ -58,6 +58,15 @@ CLI::Validator time_to_confirm() {
 }
 
 struct Builder {
+// "all" becomes the largest number.
+CLI::Validator number_or_all() {
+  const auto convert = [](std::string& text) {
+    if (text == "all") text = std::to_string(UINT32_MAX);
+    return std::string();
+  };
+  return {convert, ""};
+}
+
   CLI::App* config;
   ConfigOptions* options;
   ChosenCommand* command;
@@ -162,8 +171,8 @@ void add_history(const Builder& builder) {
       "history", "Shows the latest commits, or the changes of one",
       [options](const Session& session) { config_history(session, options->commit, options->most); });
   CLI::Option* commit = history->add_option("COMMIT", options->commit, "A commit's number");
-  history->add_option("--max", options->most, "At most N commits (default 20)")
-      ->type_name("N")
+  history->add_option("--last,--max", options->most, "The latest N commits, or all of them (default 20)")
+      ->type_name("N|all")
       ->check(CLI::Range(1U, UINT32_MAX).description(""))
       ->excludes(commit);
   CLI::App* rollback = builder.add(
@@ -173,6 +182,7 @@ void add_history(const Builder& builder) {
   builder.add_comment(rollback);
   builder.add_dry_run(rollback);
   builder.add_confirmed(rollback);
+      ->transform(number_or_all())
 }
 
 }  // namespace

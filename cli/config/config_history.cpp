@@ -33,6 +33,13 @@ Failure no_commit(const std::string& id) {
                       printable(id))};
 }
 
+// For other systems it is the configuration before the candidate's edits.
+Failure no_commit_zero() {
+  return {kExitUsage,
+          "there is no commit 0: \"config rollback N\" returns to what commit N left (\"mplsvpn config "
+          "history\"), and \"config discard\" drops the candidate"};
+}
+
 // Visits the commits, newest first, until the visitor answers false.
 template <typename Visit>
 void visit_commits(const Session& session, kvtree::Client& client, Visit visit) {
@@ -83,12 +90,13 @@ constexpr Column<KvConfigCommit> kCommitColumns[] = {
 
 void show_commits(const Session& session, kvtree::Client& client, std::uint32_t most) {
   RowWriter<KvConfigCommit> writer(session, kCommitColumns);
-  visit_commits(session, client, [&, left = most](const KvConfigCommit& commit) mutable {
-    if (left-- == 0) return false;
-    writer.add(commit);
+  std::uint64_t count = 0;
+  visit_commits(session, client, [&](const KvConfigCommit& commit) {
+    if (count++ < most) writer.add(commit);
     return true;
   });
   writer.end();
+  if (count > most) note(session, fmt::format("{} older: --last all", count - most));
 }
 
 // Ids are numbers without leading zeros.
@@ -216,6 +224,7 @@ void config_history(const Session& session, const std::string& id, std::uint32_t
 }
 
 void config_rollback(const Session& session, const std::string& id, const ConfigEditRequest& request) {
+  if (id == "0") throw no_commit_zero();
   const auto client = connect_to_daemon(session);
   const auto past = read_past(session, *client, later_commits(session, *client, id));
   const auto changes = undoing_changes(past, read_config(session, *client, kConfigOwnerCli));

@@ -252,6 +252,28 @@ TEST_F(ConfigurationHistory, ListsCommitsNewestFirst) {
   EXPECT_THAT(Done("history --max 1"), HasSubstr("for Bob"));
 }
 
+TEST_F(ConfigurationHistory, CommitsThatAreNotShownAreCounted) {
+  for (int number = 1; number <= 22; ++number) Done("set vrf red description " + std::to_string(number));
+  EXPECT_EQ(DoneAsJson("history").size(), 20U);
+  EXPECT_EQ(Err(), "{\"note\":{\"message\":\"2 older: --last all\"}}\n");
+  Done("history");
+  EXPECT_EQ(Err(), "mplsvpn: 2 older: --last all\n");
+  EXPECT_EQ(DoneAsJson("history --last all").size(), 22U);
+  EXPECT_EQ(Err(), "");
+}
+
+TEST_F(ConfigurationHistory, CommitZeroIsRefusedWithWhatIsMeant) {
+  EXPECT_EQ(
+      Refused("rollback 0", kExitUsage),
+      "mplsvpn: there is no commit 0: \"config rollback N\" returns to what commit N left (\"mplsvpn config "
+      "history\"), and \"config discard\" drops the candidate\n");
+}
+
+TEST_F(ConfigurationHistory, CandidateAsJsonStatesItsLines) {
+  EXPECT_EQ(DoneAsJson("set --candidate vrf red rd 65000:1"), (Json{{"candidateLines", 1}}));
+  EXPECT_EQ(DoneAsJson("set --candidate vrf red rt both 65000:1"), (Json{{"candidateLines", 2}}));
+}
+
 TEST_F(ConfigurationHistory, CommentDistinguishesASetFromADeletion) {
   Done("set vrf red description one");
   Done("delete vrf red");
@@ -267,7 +289,7 @@ TEST_F(ConfigurationHistory, CommentIsShownAsTheWordsWereQuoted) {
 
 TEST_F(ConfigurationHistory, AtMostNoneIsRefused) {
   EXPECT_EQ(Ask({"config", "history", "--max", "0"}), kExitUsage);
-  EXPECT_THAT(Err(), ContainsRegex("--max: Value 0 not in range (1 to 4294967295|\\[1 - 4294967295\\])"));
+  EXPECT_THAT(Err(), ContainsRegex("--last: Value 0 not in range (1 to 4294967295|\\[1 - 4294967295\\])"));
   EXPECT_EQ(Ask({"config", "history", "1", "--max", "5"}), kExitUsage);
 }
 
