@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "cli/output/table.h"
+#include "cli/words/known_words.h"
 #include "platform/core/text/words.h"
 
 namespace cli {
@@ -27,24 +28,12 @@ Failure usage_failure(const std::string& what, const CLI::App& command) {
   return {kExitUsage, fmt::format("{} ({} --help)", what, full_name(command))};
 }
 
-std::string unknown_text(const char* kind, const std::string& word, const std::vector<std::string>& known) {
-  const std::string similar = text::closest(word, known);
-  const std::string start = fmt::format("unknown {} {}", kind, text::quoted(printable(word)));
-  if (!similar.empty()) return fmt::format("{}; did you mean {}?", start, text::quoted(similar));
-  return fmt::format("{}; expected {}", start, text::alternatives(known));
-}
-
-// The word itself, or the only one that begins with it.
+// Failure(kExitUsage) that names the help of the command.
 std::string whole_word(const char* kind, const std::string& word, const std::vector<std::string>& known,
                        const CLI::App& command) {
-  if (std::find(known.begin(), known.end(), word) != known.end()) return word;
-  std::vector<std::string> longer;
-  std::copy_if(known.begin(), known.end(), std::back_inserter(longer),
-               [&](const std::string& name) { return !word.empty() && name.starts_with(word); });
-  if (longer.size() == 1) return longer[0];
-  if (longer.empty()) throw usage_failure(unknown_text(kind, word, known), command);
-  throw usage_failure(
-      fmt::format("{} is ambiguous: {}", text::quoted(printable(word)), text::alternatives(longer)), command);
+  const KnownWord found = find_known(kind, word, known);
+  if (!found.error.empty()) throw usage_failure(found.error, command);
+  return found.word;
 }
 
 std::size_t most_words(const CLI::App& command) {

@@ -60,6 +60,38 @@ TEST_F(Arguments, WordsOfACommandAreNeitherCommandsNorOptions) {
   EXPECT_TRUE(IsCommand({"show", "interfaces", "--", "--json"}));
   EXPECT_TRUE(IsCommand({"show", "vrf", "--", "red"}));
   EXPECT_TRUE(IsCommand({"--", "show", "vrf", "-"}));
+TEST_F(Arguments, WordsAndValuesOfACommandMayBeAbbreviated) {
+  EXPECT_TRUE(IsCommand({"show", "vrf", "red", "det", "ipv6"}));
+  EXPECT_TRUE(IsCommand({"show", "vrf", "--state", "do", "--prot=bg", "--sort", "rou"}));
+  EXPECT_TRUE(IsCommand({"watch", "int"}));
+  EXPECT_TRUE(IsCommand({"export", "--format", "nap"}));
+  EXPECT_TRUE(IsCommand({"graph", "--format", "d"}));
+  EXPECT_TRUE(IsCommand({"config", "show", "--owner", "c"}));
+  EXPECT_TRUE(IsCommand({"config", "set", "vrf", "red", "desc", "of", "red"}));
+  EXPECT_TRUE(IsCommand({"debug", "li"}));
+  EXPECT_TRUE(IsCommand({"debug", "prov", "of"}));
+  EXPECT_THAT(Wrong({"show", "vrf", "red", "ip"}), HasSubstr("\"ip\" is ambiguous: ipv4 or ipv6"));
+  EXPECT_THAT(Wrong({"show", "vrf", "--sort", "r"}), HasSubstr("--sort: \"r\" is ambiguous: rd or routes"));
+  EXPECT_THAT(Wrong({"config", "set", "vrf", "red", "r", "1:1"}),
+              HasSubstr("\"r\" is ambiguous: rd, rt, rip or ripng"));
+}
+
+TEST_F(Arguments, UnknownWordsAndValuesOfACommandHaveTheClosestOne) {
+  EXPECT_THAT(Wrong({"watch", "interfces"}),
+              HasSubstr("unknown word \"interfces\"; did you mean \"interfaces\"?"));
+  EXPECT_THAT(Wrong({"show", "vrf", "--protocol", "bpg"}),
+              HasSubstr("--protocol: unknown word \"bpg\"; did you mean \"bgp\"?"));
+  EXPECT_THAT(Wrong({"show", "vrf", "--state", "dwn"}), HasSubstr("did you mean \"down\"?"));
+  EXPECT_THAT(Wrong({"show", "vrf", "--sort", "nme"}), HasSubstr("did you mean \"name\"?"));
+  EXPECT_THAT(Wrong({"show", "vrf", "--sort", "x"}),
+              HasSubstr("unknown word \"x\"; expected name, rd, state, interfaces, routes or changed"));
+  EXPECT_THAT(Wrong({"export", "--format", "netobx"}), HasSubstr("did you mean \"netbox\"?"));
+  EXPECT_THAT(Wrong({"doctor", "--only", "snmp-veiw"}), HasSubstr("did you mean \"snmp-view\"?"));
+  EXPECT_THAT(Wrong({"config", "show", "--owner", "fiel"}), HasSubstr("did you mean \"file\"?"));
+  EXPECT_THAT(Wrong({"debug", "wtach"}), HasSubstr("did you mean \"watch\"?"));
+  EXPECT_THAT(Wrong({"debug", "prov", "onn"}), HasSubstr("did you mean \"on\"?"));
+}
+
   EXPECT_TRUE(IsCommand({"router", "--", "add-vrf", "red"}));
   EXPECT_TRUE(IsCommand({"show", "vrf", "--name", "--json"}));
   EXPECT_THAT(Wrong({"show", "vrf", "--nothing"}), HasSubstr("unknown option \"--nothing\""));

@@ -37,7 +37,10 @@ struct VrfRequest {
   std::string protocol;     // only VRFs with an interface of this routing protocol; empty: any
   std::string sort;         // one of vrf_orders(); empty: the daemon's order
 };
-// The words after "show vrf"; `name` is a name that is one of these words. Failure(kExitUsage).
+// What may follow the name in "show vrf".
+std::vector<std::string> vrf_words();
+// The words after "show vrf", abbreviated unless they may be a name; `name` is a name that is one of
+// these words. Failure(kExitUsage).
 VrfRequest parse_vrf_words(const std::vector<std::string>& words, const std::string& name);
 // VRFs as a table, or each with all its details.
 void show_vrf(const Session& session, const VrfRequest& request);

@@ -79,7 +79,7 @@ Words vrf_and_prefix(const Request& request) {
 }
 
 Words words_of_show_vrf(const Request& request) {
-  Words words = {"brief", "detail", "ipv4", "ipv6", "unicast", "multicast"};
+  Words words = vrf_words();
   std::erase_if(words, [&](const std::string& word) {
     return std::find(request.words.begin(), request.words.end(), word) != request.words.end();
   });
@@ -93,7 +93,7 @@ Words words_of_show_vrf(const Request& request) {
 // What users choose is in upper case; of that, VRFs and interfaces are known.
 Words words_of_items(const Request& request) {
   Words words;
-  for (const std::string& word : vrf_config::words_after(request.words)) {
+  for (const std::string& word : vrf_config::words_after(vrf_config::whole_words(request.words))) {
     if (word == "NAME" || word == "INTERFACE") {
       const Words names = word == "NAME" ? vrf_names(request) : interface_names(request);
       words.insert(words.end(), names.begin(), names.end());
@@ -215,11 +215,19 @@ class Line {
  public:
   Line(const CLI::App& app, const Words& words) : command_(&app) {
     for (std::size_t at = 0; at + 1 < words.size(); ++at) take(words[at]);
+    if (words.empty()) return;
+    begun_ = words.back();
+    const std::size_t length = begun_.find('=');
+    if (option_.empty() && has_options() && begun_.starts_with("--") && length != std::string::npos)
+      begin_value(length);
   }
 
   const CLI::App& command() const { return *command_; }
   const Words& words() const { return words_; }
   const std::string& option() const { return option_; }  // whose value follows; empty: none
+  // What the user has typed of the completed word, and what precedes that in the same word: "--state=".
+  const std::string& begun() const { return begun_; }
+  const std::string& before() const { return before_; }
   bool is_wrong() const { return is_wrong_; }
   bool has_options() const { return !is_plain_ && !command_->get_prefix_command(); }
   std::string value(const std::string& option) const {
@@ -228,6 +236,14 @@ class Line {
   }
 
  private:
+  void begin_value(std::size_t length) {
+    const std::string name = whole_option(begun_.substr(0, length));
+    is_wrong_ = is_wrong_ || !has_value(name);
+    option_ = name;
+    before_ = begun_.substr(0, length + 1);
+    begun_.erase(0, length + 1);
+  }
+
   void take(const std::string& word) {
     if (!option_.empty()) {
       values_[option_] = word;
@@ -245,13 +261,23 @@ class Line {
 
   void take_option(const std::string& word) {
     const std::size_t length = word.find('=');
-    const CLI::Option* option = find_option(*command_, word.substr(0, length));
-    if (option == nullptr || option->get_items_expected_max() == 0) return;
+    const std::string name = whole_option(word.substr(0, length));
+    if (!has_value(name)) return;
     if (length == std::string::npos) {
-      option_ = word;
+      option_ = name;
     } else {
-      values_[word.substr(0, length)] = word.substr(length + 1);
+      values_[name] = word.substr(length + 1);
     }
+  }
+
+  bool has_value(const std::string& name) const {
+    const CLI::Option* option = find_option(*command_, name);
+    return option != nullptr && option->get_items_expected_max() > 0;
+  }
+
+  std::string whole_option(const std::string& name) const {
+    const Words meant = text::candidates(name, option_names(*command_));
+    return meant.size() == 1 ? meant[0] : name;
   }
 
   void take_command(const std::string& word) {
@@ -271,6 +297,8 @@ class Line {
   const CLI::App* command_;
   Words words_;
   std::string option_;
+  std::string begun_;
+  std::string before_;
   std::map<std::string, std::string> values_;
   bool is_plain_ = false;
   bool is_wrong_ = false;
@@ -293,11 +321,14 @@ Words candidates(const Line& line, const Request& request) {
 void complete(const CLI::App& app, const Words& words, std::ostream& out, const MakeSession& make_session) {
   const Line line(app, words);
   const Session session = make_session(line.value("--run-dir"), line.value("--socket"));
-  const Request request{session, line.words(), words.empty() ? std::string() : words.back()};
+  const Request request{session, line.words(), line.begun()};
   std::set<std::string> sorted;
   for (const std::string& word : candidates(line, request)) {
-    const bool fits = word == kFiles || (word.starts_with(request.begun) && (is_plain(word)));
-    if (fits) sorted.insert(word);
+    if (word == kFiles) {
+      sorted.insert(word);
+    } else if (word.starts_with(request.begun) && is_plain(word)) {
+      sorted.insert(line.before() + word);
+    }
   }
   for (const std::string& word : sorted) out << word << '\n';
 }

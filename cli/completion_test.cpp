@@ -135,6 +135,15 @@ TEST_F(Completion, ValuesOfOptions) {
   EXPECT_THAT(Offered({"export", "--format", "n"}), ElementsAre("napalm", "netbox"));
 }
 
+TEST_F(Completion, ValuesInTheSameWordAsTheirOption) {
+  EXPECT_THAT(Offered({"show", "vrf", "--state="}), ElementsAre("--state=down", "--state=up"));
+  EXPECT_THAT(Offered({"show", "vrf", "--state=d"}), ElementsAre("--state=down"));
+  EXPECT_THAT(Offered({"show", "vrf", "--stat=d"}), ElementsAre("--stat=down")) << "an abbreviation";
+  EXPECT_THAT(Offered({"--run-dir=/tm"}), ElementsAre(":files"));
+  EXPECT_THAT(Offered({"show", "vrf", "--brief=d"}), IsEmpty());
+  EXPECT_THAT(Offered({"--json=d"}), IsEmpty()) << "it has no value";
+}
+
 TEST_F(Completion, WordsOfTheConfiguration) {
   AddInterface("ge1");
   fake.vrfs["red"];
@@ -144,6 +153,7 @@ TEST_F(Completion, WordsOfTheConfiguration) {
   EXPECT_THAT(Offered({"config", "set", "vrf", "red", "rip", "interface", "g"}), ElementsAre("ge1"));
   EXPECT_THAT(Offered({"config", "suppress", "vrf", "r"}), ElementsAre("red"));
   EXPECT_THAT(Offered({"config", "unsuppress", "vrf", "red", "rt", "i"}), ElementsAre("import"));
+  EXPECT_THAT(Offered({"config", "set", "vrf", "red", "pol", "imp", ""}), ElementsAre("ipv4", "ipv6"));
   EXPECT_THAT(Offered({"config", "load", ""}), ElementsAre(":files"));
 }
 

@@ -6,6 +6,7 @@
 #include <optional>
 
 #include "cli/output/table.h"
+#include "cli/words/known_words.h"
 #include "platform/core/text/numbers.h"
 
 namespace cli {
@@ -19,6 +20,15 @@ CLI::Validator duration_of(const Duration& duration) {
     return std::string();
   };
   return {convert, ""};
+}
+
+CLI::Validator one_of(const std::vector<std::string>& words) {
+  const auto complete = [words](std::string& word) {
+    const KnownWord found = find_known("word", word, words);
+    if (found.error.empty()) word = found.word;
+    return found.error;
+  };
+  return {complete, ""};
 }
 
 void add_count(CLI::App* command, const char* name, std::uint64_t* count, const char* description) {

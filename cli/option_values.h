@@ -3,6 +3,8 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdint>
+#include <string>
+#include <vector>
 
 namespace cli {
 
@@ -22,6 +24,9 @@ inline constexpr std::uint32_t kMostCount = 4294967295U;
 
 // Turns a duration into a number of its unit. The duration must remain live while the option is.
 CLI::Validator duration_of(const Duration& duration);
+
+// Turns an abbreviation of one of these words into the word.
+CLI::Validator one_of(const std::vector<std::string>& words);
 
 // 0: no limit.
 void add_count(CLI::App* command, const char* name, std::uint64_t* count, const char* description);

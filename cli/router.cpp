@@ -21,9 +21,14 @@ void print_lines(std::ostream& out, std::string_view text) {
   } while (!text.empty());
 }
 
+// The daemon refuses what several commands begin with.
+bool abbreviates(const std::string& word, std::string_view command) {
+  return !word.empty() && command.starts_with(word);
+}
+
 Session with_time_for(const Session& session, const std::string& command) {
   Session patient = session;
-  if (command == "reload")
+  if (abbreviates(command, "reload"))
     patient.timeout = std::max<std::chrono::milliseconds>(session.timeout, kReloadTime);
   return patient;
 }
@@ -46,7 +51,7 @@ void router(const Session& session, const std::vector<std::string>& words) {
   if (words.empty()) {
     throw Failure(kExitUsage, "router needs a command; \"mplsvpn router help\" lists them");
   }
-  const bool is_object = words[0] == "show" && (session.json || is_json_word_in(words));
+  const bool is_object = abbreviates(words[0], "show") && (session.json || is_json_word_in(words));
   const Session patient = with_time_for(session, words[0]);
   const kvtree::ActionResult result = connect_to_daemon(patient)->action(action_words(words, is_object));
   if (result.status == kStatusUnknownPath) {

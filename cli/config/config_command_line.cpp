@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "cli/option_values.h"
 #include "cli/output/table.h"
 #include "platform/config/owners.h"
 #include "platform/config/vrf_config.h"
@@ -57,7 +58,6 @@ CLI::Validator time_to_confirm() {
   return {convert, ""};
 }
 
-struct Builder {
 // "all" becomes the largest number.
 CLI::Validator number_or_all() {
   const auto convert = [](std::string& text) {
@@ -67,6 +67,7 @@ CLI::Validator number_or_all() {
   return {convert, ""};
 }
 
+struct Builder {
   CLI::App* config;
   ConfigOptions* options;
   ChosenCommand* command;
@@ -105,19 +106,25 @@ void add_show(const Builder& builder) {
   ConfigOptions* options = builder.options;
   CLI::App* app =
       builder.add_with_words("show", "Shows the effective configuration, as lines for \"config load\"",
-                             [options](const Session& session) { config_show(session, options->show); });
+                             [options](const Session& session) {
+                               options->show.words = vrf_config::whole_words(options->show.words);
+                               config_show(session, options->show);
+                             });
   app->add_option("WORDS", options->show.words, "The beginning of items; none: everything");
   app->add_flag("--owners", options->show.owners, "Shows the owner of each item");
   app->add_option("--owner", options->show.owner, "What this owner sets, effective or not: " + owner_names())
-      ->type_name("OWNER");
+      ->type_name("OWNER")
+      ->transform(one_of({kConfigOwners.begin(), kConfigOwners.end()}));
 }
 
 using Edit = void (*)(const Session&, const ConfigEditRequest&);
 
 void add_edit(const Builder& builder, const char* name, const char* description, Edit edit) {
   ConfigOptions* options = builder.options;
-  CLI::App* app = builder.add_with_words(
-      name, description, [options, edit](const Session& session) { edit(session, options->edit); });
+  CLI::App* app = builder.add_with_words(name, description, [options, edit](const Session& session) {
+    options->edit.words = vrf_config::whole_words(options->edit.words);
+    edit(session, options->edit);
+  });
   app->add_option("WORDS", options->edit.words, "An item of the configuration")->required();
   builder.add_comment(app);
   builder.add_dry_run(app);
@@ -159,9 +166,10 @@ void add_candidate_commands(const Builder& builder) {
 
 void add_words(const Builder& builder) {
   ConfigOptions* options = builder.options;
-  CLI::App* app =
-      builder.add("words", "Shows which words may follow; what you choose is in upper case",
-                  [options](const Session& session) { config_words(session, options->show.words); });
+  CLI::App* app = builder.add("words", "Shows which words may follow; what you choose is in upper case",
+                              [options](const Session& session) {
+                                config_words(session, vrf_config::whole_words(options->show.words));
+                              });
   app->add_option("WORDS", options->show.words, "The beginning of an item; none: every first word");
 }
 
@@ -174,6 +182,7 @@ void add_history(const Builder& builder) {
   history->add_option("--last,--max", options->most, "The latest N commits, or all of them (default 20)")
       ->type_name("N|all")
       ->check(CLI::Range(1U, UINT32_MAX).description(""))
+      ->transform(number_or_all())
       ->excludes(commit);
   CLI::App* rollback = builder.add(
       "rollback", "Undoes all later commits, as one commit",
@@ -182,7 +191,6 @@ void add_history(const Builder& builder) {
   builder.add_comment(rollback);
   builder.add_dry_run(rollback);
   builder.add_confirmed(rollback);
-      ->transform(number_or_all())
 }
 
 }  // namespace

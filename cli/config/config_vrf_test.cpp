@@ -38,7 +38,7 @@ TEST_F(Configuration, ShowTakesTheBeginningOfWhatIsWanted) {
   EXPECT_THAT(Refused("show vrf red colour", kExitUsage),
               HasSubstr("unknown word \"colour\"; expected description, rd"));
   EXPECT_THAT(Refused("show --owner noone", kExitUsage),
-              HasSubstr("unknown owner \"noone\"; expected cli, file, "));
+              HasSubstr("--owner: unknown word \"noone\"; expected cli, file, "));
 }
 
 TEST_F(Configuration, WhatIsShownLoadsAgain) {

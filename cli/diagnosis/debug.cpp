@@ -9,12 +9,16 @@
 #include "cli/commands.h"
 #include "cli/output/row_writer.h"
 #include "cli/output/times.h"
+#include "cli/words/known_words.h"
 
 namespace cli {
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
+
+constexpr char kAllAreas[] = "all";
+constexpr char kUsage[] = "mplsvpn debug [list | watch | AREA on | AREA off | all on | all off]";
 
 void check(const Session& session, const std::string& what, Status status) {
   if (status) throw request_failure(session, what, status);
@@ -37,11 +41,20 @@ void list_flags(const Session& session, DebugClient& client) {
   writer.end();
 }
 
-void switch_flag(const Session& session, DebugClient& client, const std::string& area, bool on) {
+// Also of an abbreviation. "all" means each of them.
+std::string whole_area(const Session& session, DebugClient& client, const std::string& area) {
+  std::vector<DebugFlagState> flags;
+  check(session, "debug list", client.list(&flags));
+  std::vector<std::string> areas = {kAllAreas};
+  for (const DebugFlagState& flag : flags) areas.push_back(flag.name);
+  const KnownWord known = find_known("debug area", area, areas);
+  if (!known.error.empty()) throw Failure(kExitFailed, known.error);
+  return known.word;
+}
+
+void switch_flag(const Session& session, DebugClient& client, const std::string& named, bool on) {
+  const std::string area = whole_area(session, client, named);
   const Status status = client.set(area, on);
-  if (status == kStatusNoSuchRow) {
-    throw Failure(kExitFailed, "unknown debug area \"" + area + "\"; \"mplsvpn debug list\" lists them");
-  }
   if (status == kStatusAccess) throw no_right("switch debug areas");
   check(session, "debug " + area, status);
   if (session.json) {
@@ -80,11 +93,15 @@ void watch_prints(const Session& session, const DebugRequest& request, DebugClie
 enum class Verb { kList, kWatch, kOn, kOff };
 
 Verb verb_of(const std::vector<std::string>& words) {
-  if (words.empty() || (words.size() == 1 && words[0] == "list")) return Verb::kList;
-  if (words.size() == 1 && words[0] == "watch") return Verb::kWatch;
-  if (words.size() == 2 && words[1] == "on") return Verb::kOn;
-  if (words.size() == 2 && words[1] == "off") return Verb::kOff;
-  throw Failure(kExitUsage, "usage: mplsvpn debug [list | watch | AREA on | AREA off | all on | all off]");
+  if (words.empty()) return Verb::kList;
+  if (words.size() == 1) {
+    const KnownWord known = find_known("word", words[0], {"list", "watch"});
+    if (known.error.empty()) return known.word == "list" ? Verb::kList : Verb::kWatch;
+    throw Failure(kExitUsage, fmt::format("{}; usage: {}", known.error, kUsage));
+  }
+  const KnownWord known = find_known("word", words[1], {"on", "off"});
+  if (known.error.empty()) return known.word == "on" ? Verb::kOn : Verb::kOff;
+  throw Failure(kExitUsage, fmt::format("{}; usage: {}", known.error, kUsage));
 }
 
 }  // namespace

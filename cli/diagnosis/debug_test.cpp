@@ -92,7 +92,15 @@ TEST_F(DebugCommand, AllAreasAreSwitchedTogether) {
 
 TEST_F(DebugCommand, UnknownAreaIsNamed) {
   EXPECT_EQ(Ask({"debug", "nothing", "on"}), kExitFailed);
-  EXPECT_EQ(Err(), "mplsvpn: unknown debug area \"nothing\"; \"mplsvpn debug list\" lists them\n");
+  EXPECT_EQ(Err(), "mplsvpn: unknown debug area \"nothing\"; expected all, prov or vmap\n");
+  EXPECT_EQ(Ask({"debug", "vamp", "on"}), kExitFailed);
+  EXPECT_EQ(Err(), "mplsvpn: unknown debug area \"vamp\"; did you mean \"vmap\"?\n");
+}
+
+TEST_F(DebugCommand, AreaMayBeAbbreviated) {
+  EXPECT_EQ(Ask({"debug", "vm", "on"}), kExitOk) << Err();
+  EXPECT_EQ(Out(), "vmap is on\n");
+  EXPECT_TRUE(debug_enabled(flags_[1]));
 }
 
 TEST_F(DebugCommand, PrintsAreWatchedAfterSwitching) {

@@ -13,6 +13,7 @@
 
 #include "cli/commands.h"
 #include "cli/output/row_writer.h"
+#include "cli/words/known_words.h"
 #include "platform/core/base/clock.h"
 
 namespace cli {
@@ -69,15 +70,18 @@ void list_buffers(const Session& session, const std::vector<std::string>& names)
   writer.end();
 }
 
-// "prov" is short for "mpls_vpn/prov".
-std::string whole_name(const Session& session, const std::vector<std::string>& names,
-                       const std::string& buffer) {
-  for (const std::string& name : {buffer, kUsualPrefix + buffer}) {
-    if (std::find(names.begin(), names.end(), name) != names.end()) return name;
+// "prov" is short for "mpls_vpn/prov", and "pr" for "prov".
+std::string whole_name(const std::vector<std::string>& names, const std::string& buffer) {
+  if (std::find(names.begin(), names.end(), buffer) != names.end()) return buffer;
+  std::vector<std::string> known = names;
+  if (!buffer.starts_with(kUsualPrefix)) {
+    for (std::string& name : known)
+      if (name.starts_with(kUsualPrefix)) name.erase(0, std::string_view(kUsualPrefix).size());
   }
-  throw Failure(kExitFailed,
-                fmt::format("there is no trace buffer \"{}\" in {}; \"mplsvpn trace\" lists them", buffer,
-                            session.run_directory));
+  const KnownWord meant = find_known("trace buffer", buffer, known);
+  if (!meant.error.empty()) throw Failure(kExitFailed, meant.error);
+  const auto at = std::find(known.begin(), known.end(), meant.word) - known.begin();
+  return names.at(static_cast<std::size_t>(at));
 }
 
 Json entry_json(const TraceEntry& entry) {
@@ -120,7 +124,7 @@ void trace(const Session& session, const TraceRequest& request) {
     list_buffers(session, names);
     return;
   }
-  const std::vector<TraceEntry> entries = read_buffer(session, whole_name(session, names, request.buffer));
+  const std::vector<TraceEntry> entries = read_buffer(session, whole_name(names, request.buffer));
   const bool is_cut = request.last != 0 && request.last < entries.size();
   show_entries(session, entries, is_cut ? entries.size() - request.last : 0);
 }

@@ -100,8 +100,10 @@ TEST_F(TraceCommand, JsonHasEveryFieldOfAnEntry) {
 TEST_F(TraceCommand, BufferThatIsNotThereIsNamed) {
   Write("mpls_vpn/init", {});
   EXPECT_EQ(Run({"trace", "nothing"}), kExitFailed);
-  EXPECT_EQ(Err(), "mplsvpn: there is no trace buffer \"nothing\" in " + Directory() +
-                       "; \"mplsvpn trace\" lists them\n");
+  EXPECT_EQ(Err(), "mplsvpn: unknown trace buffer \"nothing\"; expected init\n");
+  EXPECT_EQ(Run({"trace", "mpls_vpn/inti"}), kExitFailed);
+  EXPECT_EQ(Err(), "mplsvpn: unknown trace buffer \"mpls_vpn/inti\"; did you mean \"mpls_vpn/init\"?\n");
+  EXPECT_EQ(Run({"trace", "in"}), kExitOk) << "an abbreviation";
 }
 
 TEST_F(TraceCommand, DirectoryWithoutBuffersIsAFailure) {

@@ -185,7 +185,7 @@ void add_doctor(CLI::App& app, DoctorRequest* request, ChosenCommand* chosen) {
         ->type_name("CHECK")
         ->expected(1)
         ->take_all()
-        ->check(CLI::IsMember(ids).description(""));
+        ->transform(one_of(ids));
   command->add_option("--snmp", request->snmp, "Asks snmpd with these options and host of snmpget")
       ->type_name("WORDS");
   command->add_option("--suite-shell", request->suite_shell, "The routing suite's shell, with its options")

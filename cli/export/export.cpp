@@ -4,6 +4,7 @@
 
 #include "cli/chosen_command.h"
 #include "cli/export/formats.h"
+#include "cli/option_values.h"
 #include "cli/vrf/vpn_instances.h"
 #include "platform/core/text/words.h"
 
@@ -37,7 +38,7 @@ void add_export(CLI::App& app, ExportRequest* request, ChosenCommand* chosen) {
   command->add_option("--format", request->format, "The form: " + text::alternatives(export_formats()))
       ->type_name("FORMAT")
       ->required()
-      ->check(CLI::IsMember(export_formats()).description(""));
+      ->transform(one_of(export_formats()));
   command->footer(kExportFooter);
   on_choice(command, chosen, export_vrfs, request);
 }

@@ -8,6 +8,7 @@
 #include "cli/graph/dot.h"
 #include "cli/graph/svg.h"
 #include "cli/graph/topology.h"
+#include "cli/option_values.h"
 #include "cli/output/json_list.h"
 #include "cli/output/table.h"
 #include "platform/core/text/numbers.h"
@@ -110,7 +111,7 @@ void add_graph(CLI::App& app, GraphRequest* request, ChosenCommand* chosen) {
           "--format", request->format,
           "The form: " + text::alternatives(graph_formats()) + " (default " + graph_formats()[0] + ")")
       ->type_name("FORMAT")
-      ->check(CLI::IsMember(graph_formats()).description(""));
+      ->transform(one_of(graph_formats()));
   command->add_option("--time-limit", request->time_limit, "Time to draw an SVG (default 30s)")
       ->type_name("TIME");
   command->footer(kGraphFooter);

@@ -70,13 +70,18 @@ void add_show_vrf(CLI::App& show, ShowOptions* options, ChosenCommand* chosen) {
       show.add_subcommand("vrf", "Shows VRFs: states, interfaces, routes, route targets, policies");
   vrf->add_option("WORDS", options->vrf_words, "A VRF and what to show of it")->expected(0, 4);
   vrf->add_option("--name", options->vrf, "The VRF, if its name is one of the words")->type_name("VRF");
-  vrf->add_option("--state", options->selection.state, "Only VRFs in this state")
-      ->check(CLI::IsMember(vrf_states()));
-  vrf->add_option("--protocol", options->selection.protocol, "Only VRFs with an interface of this protocol")
-      ->check(CLI::IsMember(vrf_protocols()));
+  vrf->add_option("--state", options->selection.state,
+                  "Only VRFs in this state: " + text::alternatives(vrf_states()))
+      ->type_name("STATE")
+      ->transform(one_of(vrf_states()));
+  vrf->add_option("--protocol", options->selection.protocol,
+                  "Only VRFs with an interface of this protocol: " + text::alternatives(vrf_protocols()))
+      ->type_name("PROTOCOL")
+      ->transform(one_of(vrf_protocols()));
   vrf->add_option("--sort", options->selection.sort,
                   "Order of the lines: " + text::alternatives(vrf_orders()))
-      ->type_name("ORDER");
+      ->type_name("ORDER")
+      ->transform(one_of(vrf_orders()));
   add_structured(vrf, &options->structured);
   vrf->footer(kVrfFooter);
   vrf->callback([options, chosen] {

@@ -111,7 +111,7 @@ TEST_F(ShowVrf, UnknownVrfIsReported) {
                                              {"show", "vrf", "re\x1b", "ipv6"}}) {
     EXPECT_EQ(Ask(words), kExitFailed);
     EXPECT_EQ(Out(), "");
-    EXPECT_EQ(Err(), "mplsvpn: VRF re\\x1b does not exist\n");
+    EXPECT_EQ(Err(), "mplsvpn: VRF re\\x1b does not exist; did you mean red?\n");
   }
 }
 
@@ -511,7 +511,7 @@ TEST_F(ShowVrf, LinesAreSortedByTheChosenColumn) {
   EXPECT_EQ(Ask({"show", "vrf", "--sort", "color"}), kExitUsage);
   EXPECT_EQ(
       Err(),
-      "mplsvpn: unknown sort order \"color\"; expected name, rd, state, interfaces, routes or changed\n");
+      "mplsvpn: --sort: unknown word \"color\"; expected name, rd, state, interfaces, routes or changed\n");
 }
 
 // --- The structured form

@@ -6,6 +6,7 @@
 #include "cli/output/address.h"
 #include "cli/output/table.h"
 #include "mpls/vpn/mib/src/records/mib_constants.h"
+#include "platform/core/text/words.h"
 #include "platform/store/tree/kvtree.h"
 
 namespace cli {
@@ -83,6 +84,19 @@ bool are_routes_counted(const Session& session, kvtree::Client& client) {
   return status != kStatusNoRouteModule;
 }
 
+namespace {
+
+// Of the first VRFs; the whole list may be long. The failure to be reported is that of the name.
+std::string similar_vrf(kvtree::Client& client, const std::string& vrf) {
+  const kvtree::ListResult page = client.list(provider_path("vrf-detail"), kKvMaxListItems);
+  std::vector<std::string> names;
+  for (const kvtree::ListItem& item : page.items) names.push_back(item.key);
+  const std::string similar = text::closest(vrf, names);
+  return similar.empty() ? "" : "; did you mean " + printable(similar) + "?";
+}
+
+}  // namespace
+
 void require_vrf(const Session& session, kvtree::Client& client, const std::string& vrf) {
   const std::string path = provider_path("vrf", vrf);
   const Status status = client.get(path).status;
@@ -94,7 +108,7 @@ void require_vrf(const Session& session, kvtree::Client& client, const std::stri
                                    " is invalid: interfaces are bound to it, but it does not exist (mplsvpn "
                                    "show vrf invalid)");
   }
-  throw Failure(kExitFailed, "VRF " + shown + " does not exist");
+  throw Failure(kExitFailed, "VRF " + shown + " does not exist" + similar_vrf(client, vrf));
 }
 
 }  // namespace cli

@@ -4,8 +4,7 @@
 #include <array>
 
 #include "cli/commands.h"
-#include "cli/output/table.h"
-#include "platform/core/text/words.h"
+#include "cli/words/known_words.h"
 
 namespace cli {
 
@@ -47,23 +46,21 @@ const Word* find_word(const std::string& text) {
   return nullptr;
 }
 
-std::string unknown_word(const std::string& wrong) {
-  std::vector<std::string> known;
-  for (const Word& word : kVrfWords) known.emplace_back(word.text);
-  const std::string similar = text::closest(wrong, known);
-  return fmt::format("unknown word {}; {}", text::quoted(printable(wrong)),
-                     similar.empty() ? "expected " + text::alternatives(known)
-                                     : "did you mean " + text::quoted(similar) + "?");
-}
-
 void take_word(const std::string& text, VrfRequest* request) {
-  const Word* word = find_word(text);
-  if (word == nullptr) throw usage(unknown_word(text));
+  const KnownWord known = find_known("word", text, vrf_words());
+  if (!known.error.empty()) throw usage(known.error);
+  const Word* word = find_word(known.word);
   if (word->is_taken(*request)) throw usage("\"" + text + "\" repeats or contradicts an earlier word");
   word->take(request);
 }
 
 }  // namespace
+
+std::vector<std::string> vrf_words() {
+  std::vector<std::string> words;
+  for (const Word& word : kVrfWords) words.emplace_back(word.text);
+  return words;
+}
 
 VrfRequest parse_vrf_words(const std::vector<std::string>& words, const std::string& name) {
   VrfRequest request;

@@ -76,7 +76,7 @@ void add_watch(CLI::App& app, WatchOptions* options, ChosenCommand* command) {
   watch
       ->add_option("WHAT", options->watched,
                    text::alternatives(watched_words()) + "; traps and changes when left out")
-      ->check(CLI::IsMember(watched_words()));
+      ->transform(one_of(watched_words()));
   watch->add_option("--vrf", request.vrf, "Only this VRF's")->type_name("NAME");
   watch->add_option("--prefix", request.prefix, "Only routes inside this prefix, and its own");
   watch->add_option("--interval", request.interval, "Time between two readings of a table (default 1s)")

@@ -63,11 +63,13 @@ std::vector<const Element*> fixed_words(std::vector<const Element*> elements) {
 
 class WordReader {
  public:
-  explicit WordReader(const Words& words) : words_(words) {}
+  explicit WordReader(Words words, bool may_abbreviate = false)
+      : words_(std::move(words)), may_abbreviate_(may_abbreviate) {}
 
   Nodes read();
   // The words that may follow, once all were read without an error other than that words are missing.
   Texts following() const { return texts_of(expected_, &WordType::name); }
+  const Words& words() const { return words_; }
 
  private:
   bool is_done() const { return at_ == words_.size(); }
@@ -75,21 +77,34 @@ class WordReader {
   void read_place(std::vector<const Syntax*>* candidates, std::size_t place);
   void read_optional(const Syntax& syntax);
   void read_element(const Element& element);
+  void write_out();
   void take(const Element& element);
   std::string take_text(const Element& element);
   std::string expected_names() const { return text::alternatives(texts_of(expected_, &WordType::what)); }
   [[noreturn]] void fail_unknown() const;
   void require_word() const;
 
-  const Words& words_;
+  Words words_;
+  const bool may_abbreviate_;
   std::size_t at_ = 0;
   std::vector<const Element*> expected_;  // at this place
   Draft draft_;
 };
 
+// The next word, if it abbreviates one of the expected ones.
+void WordReader::write_out() {
+  const std::vector<const Element*> fixed = fixed_words(expected_);
+  if (!may_abbreviate_ || is_done() || fixed.size() != expected_.size()) return;
+  const Texts meant = text::candidates(words_[at_], texts_of(fixed, &WordType::name));
+  if (meant.size() == 1) words_[at_] = meant[0];
+}
+
 void WordReader::fail_unknown() const {
   const std::string& word = words_[at_];
-  const std::string similar = text::closest(word, texts_of(fixed_words(expected_), &WordType::name));
+  const Texts fixed = texts_of(fixed_words(expected_), &WordType::name);
+  const Texts meant = text::candidates(word, fixed);
+  if (meant.size() > 1) throw BadWord(text::quoted(word) + " is ambiguous: " + text::alternatives(meant));
+  const std::string similar = text::closest(word, fixed);
   const std::string hint = similar.empty() ? "" : "did you mean " + text::quoted(similar) + "? ";
   throw BadWord("unknown word " + text::quoted(word) + "; " + hint + "expected " + expected_names());
 }
@@ -119,6 +134,7 @@ void WordReader::take(const Element& element) {
 void WordReader::read_element(const Element& element) {
   expected_ = {&element};
   require_word();
+  write_out();
   if (!may_be(element, words_[at_])) fail_unknown();
   take(element);
 }
@@ -128,6 +144,7 @@ void WordReader::read_place(std::vector<const Syntax*>* candidates, std::size_t 
   expected_.clear();
   for (const Syntax* syntax : *candidates) expected_.push_back(&syntax->required[place]);
   require_word();
+  write_out();
   std::erase_if(*candidates,
                 [&](const Syntax* syntax) { return !may_be(syntax->required[place], words_[at_]); });
   if (candidates->empty()) fail_unknown();
@@ -149,6 +166,7 @@ void WordReader::read_optional(const Syntax& syntax) {
   for (const Elements& elements : syntax.optional) {
     const Element& first = elements.front();
     expected_.push_back(&first);
+    write_out();
     const bool is_there = !is_done() && (first.type != nullptr || first.literal == words_[at_]);
     if (!is_there) continue;
     for (const Element& element : elements) read_element(element);
@@ -207,6 +225,15 @@ std::vector<std::string> words_after(const Words& words) {
     if (!bad.error().is_incomplete) return {};
   }
   return reader.following();
+}
+
+Words whole_words(const Words& words) {
+  WordReader reader(words, true);
+  try {
+    reader.read();
+  } catch (const BadWord&) {  // the caller parses what is written out, and reports what is wrong
+  }
+  return reader.words();
 }
 
 }  // namespace vrf_config

@@ -133,6 +133,10 @@ std::variant<std::vector<KvConfigNode>, WordError> parse_words(const Words& word
 // What may follow the words: literals, and in upper case the names of what users choose ("NAME"). Empty when
 // nothing may follow or a word is wrong.
 std::vector<std::string> words_after(const Words& words);
+// The words with those written out that abbreviate one of the words that may be there, up to the first that
+// is wrong or ambiguous. For what users type: a stored line has whole words, so that later words make none
+// ambiguous.
+Words whole_words(const Words& words);
 // The syntax of all items, a line each, for help texts.
 std::string words_help();
 // What a node configures, in words that parse to this node alone ("vrf red rt import 65000:100 ipv4"); none

@@ -5,6 +5,7 @@ import fcntl
 import json
 import os
 import pty
+import select
 import shutil
 import signal
 import struct
@@ -116,3 +117,28 @@ class Completion(SharedSystemTest):
 
 if __name__ == "__main__":
     unittest.main()
+    def test_bash_completes_a_value_after_an_equal_sign(self):
+        ours, theirs = pty.openpty()
+        environment = dict(self.system.environment, PATH=f"{BIN}:{os.environ['PATH']}", TERM="dumb", PS1="$ ")
+        bash = subprocess.Popen(["bash", "--norc", "--noprofile", "-i"], env=environment, stdin=theirs, stdout=theirs, stderr=theirs,
+                                start_new_session=True)
+        os.close(theirs)
+        os.write(ours, f"source {ROOT}/packaging/bash-completion/mplsvpn\nmplsvpn show vrf --state=d\t".encode())
+        shown = b""
+
+        def is_completed():
+            nonlocal shown
+            if select.select([ours], [], [], 0)[0]:
+                shown += os.read(ours, 4096)
+            return b"mplsvpn show vrf --state=down" in shown.replace(b"\r", b"")
+
+        try:
+            wait_until("the value", is_completed)
+        except AssertionError as error:
+            raise AssertionError(shown) from error
+        finally:
+            bash.kill()
+            bash.wait()
+            os.close(ours)
+
+                self.assertEqual(self.completed(shell, "mplsvpn", "show", "vrf", "--state="), ["--state=down", "--state=up"])

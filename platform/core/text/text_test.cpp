@@ -58,6 +58,15 @@ TEST(Words, AreListedAsAlternatives) {
   EXPECT_EQ(text::alternatives({}), "");
 }
 
+TEST(Words, CandidatesOfAnAbbreviationBeginWithIt) {
+  const std::vector<std::string> words = {"route-targets", "routes", "vrf", "rip", "ripng"};
+  EXPECT_THAT(text::candidates("route", words), ElementsAre("route-targets", "routes"));
+  EXPECT_THAT(text::candidates("v", words), ElementsAre("vrf"));
+  EXPECT_THAT(text::candidates("rip", words), ElementsAre("rip")) << "it is a word itself";
+  EXPECT_THAT(text::candidates("vrfs", words), IsEmpty());
+  EXPECT_THAT(text::candidates("", words), IsEmpty());
+}
+
 TEST(Words, ClosestIsTheWordThatIsMisspelled) {
   const std::vector<std::string> words = {"show", "get", "list", "datalist", "config", "vrf"};
   EXPECT_EQ(text::closest("shwo", words), "show");

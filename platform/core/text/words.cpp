@@ -1,6 +1,7 @@
 #include "platform/core/text/words.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace text {
 
@@ -52,6 +53,14 @@ std::string alternatives(const std::vector<std::string>& words) {
     all += words[at];
   }
   return all;
+}
+
+std::vector<std::string> candidates(const std::string& word, const std::vector<std::string>& words) {
+  if (std::find(words.begin(), words.end(), word) != words.end()) return {word};
+  std::vector<std::string> longer;
+  std::copy_if(words.begin(), words.end(), std::back_inserter(longer),
+               [&](const std::string& known) { return !word.empty() && known.starts_with(word); });
+  return longer;
 }
 
 std::string closest(std::string_view word, const std::vector<std::string>& words) {

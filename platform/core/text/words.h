@@ -18,6 +18,10 @@ std::string quoted(std::string_view whole);
 // "a", "a or b", "a, b or c".
 std::string alternatives(const std::vector<std::string>& words);
 
+// The words of the list that `word` may mean: itself alone if it is in the list, otherwise those that
+// begin with it; none for an empty word.
+std::vector<std::string> candidates(const std::string& word, const std::vector<std::string>& words);
+
 // The word of the list that `word` most likely misspells: about one letter in three differs, and two
 // exchanged letters count as one. Empty when there is none.
 std::string closest(std::string_view word, const std::vector<std::string>& words);

@@ -9,16 +9,25 @@
 
 namespace {
 
+std::vector<std::string> command_words() {
+  std::vector<std::string> words;
+  for (const RouterCommand& command : router_commands()) words.emplace_back(command.word);
+  return words;
+}
+
+// Also of an unambiguous abbreviation.
 const RouterCommand* find_command(const std::string& word) {
+  const std::vector<std::string> meant = text::candidates(word, command_words());
+  if (meant.size() != 1) return nullptr;
   const auto& commands = router_commands();
-  const auto found = std::find_if(commands.begin(), commands.end(),
-                                  [&](const RouterCommand& command) { return word == command.word; });
-  return found == commands.end() ? nullptr : &*found;
+  return &*std::find_if(commands.begin(), commands.end(),
+                        [&](const RouterCommand& command) { return meant[0] == command.word; });
 }
 
 std::string unknown_command(const std::string& name) {
-  std::vector<std::string> words;
-  for (const RouterCommand& command : router_commands()) words.emplace_back(command.word);
+  const std::vector<std::string> words = command_words();
+  const std::vector<std::string> meant = text::candidates(name, words);
+  if (meant.size() > 1) return text::quoted(name) + " is ambiguous: " + text::alternatives(meant);
   const std::string similar = text::closest(name, words);
   return "unknown command " + text::quoted(name) + "; " +
          (similar.empty() ? "" : "did you mean " + text::quoted(similar) + "? ") +

@@ -31,6 +31,15 @@ TEST_F(RouterCommands, UnknownCommandIsRefused) {
   EXPECT_EQ(text_, "unknown command \"reboot\"; \"router help\" lists the commands");
 }
 
+TEST_F(RouterCommands, CommandsMayBeAbbreviated) {
+  Do("add-v red table 10");
+  EXPECT_NE(router_.find_vrf("red"), nullptr);
+  EXPECT_EQ(Say("add red"), kStatusInvalid);
+  EXPECT_THAT(text_, HasSubstr("\"add\" is ambiguous: add-vrf, add-interface, "));
+  EXPECT_EQ(Say("relaod"), kStatusInvalid);
+  EXPECT_THAT(text_, HasSubstr("did you mean \"reload\"?"));
+}
+
 TEST_F(RouterCommands, EveryCommandThatChangesNeedsPermission) {
   for (const RouterCommand& command : router_commands()) {
     if (std::string(command.word) == "show") continue;
