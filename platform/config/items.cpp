@@ -68,7 +68,7 @@ constexpr Item kItems[] = {
      .path = VRF_TABLE "ord_e/rib/low-water",
      .value = ValueForm::kNumbers,
      .words = "vrf NAME low-water ipv4|ipv6 LOW HOLD",
-     .help = "fewer routes for HOLD seconds are too few"},
+     .help = "fewer routes for the time HOLD are too few"},
     {.kind = Kind::kWatchedPrefix,
      .scope = kVrfScope,
      .path = "vrf/<vrf>/ord_a/vmap/ord_m/watch/<prefix>",
@@ -134,7 +134,7 @@ constexpr Item kItems[] = {
      .scope = kTrapScope,
      .path = kTrapReissueTime,
      .value = ValueForm::kNumber,
-     .words = "traps notif-reissue-time SECONDS",
+     .words = "traps notif-reissue-time TIME",
      .help = "after which max-thresh-exc is sent again"},
 };
 #undef VRF_TABLE

@@ -1,6 +1,7 @@
 #include "platform/config/word_types.h"
 
 #include <algorithm>
+#include <cmath>
 #include <iterator>
 
 #include "platform/core/address/address.h"
@@ -114,6 +115,16 @@ std::string write_decimal(const Fields& fields) {
   return std::to_string(fields.*kNumber);
 }
 
+// Seconds, or another unit: "5m".
+template <std::uint32_t Fields::*kNumber, std::uint32_t kMost>
+Fault read_seconds(const WordType& type, const std::string& word, Draft* draft) {
+  const std::optional<double> seconds = text::parse_duration(word, 1);
+  const bool is_correct = seconds && *seconds >= 0 && *seconds <= kMost && std::floor(*seconds) == *seconds;
+  return store_word(type, word,
+                    is_correct ? std::optional(static_cast<std::uint32_t>(*seconds)) : std::nullopt,
+                    &(draft->fields.*kNumber));
+}
+
 Fault read_mid(const WordType& type, const std::string& word, Draft* draft) {
   Fields& fields = draft->fields;
   if (Fault fault = read_bounded<&Fields::mid, 0, UINT32_MAX>(type, word, draft)) return fault;
@@ -169,7 +180,8 @@ constexpr WordType kWordTypes[] = {
     {"MID", "the mid threshold", read_mid, write_decimal<&Fields::mid>},
     {"LOW", "a low-water mark (1 to 4294967295 routes)", read_bounded<&Fields::number, 1, UINT32_MAX>,
      write_decimal<&Fields::number>},
-    {"HOLD", "seconds, 0 to 86400", read_bounded<&Fields::mid, 0, kMostHold>, write_decimal<&Fields::mid>},
+    {"HOLD", "a time of whole seconds (60, 1m), at most 24h", read_seconds<&Fields::mid, kMostHold>,
+     write_decimal<&Fields::mid>},
     {"VNI", "a VNI (1 to 16777215)", read_bounded<&Fields::number, 1, kGreatestVni>,
      write_decimal<&Fields::number>},
     {"AS", "an AS number", read_bounded<&Fields::as_number, 1, UINT32_MAX>,
@@ -184,8 +196,8 @@ constexpr WordType kWordTypes[] = {
     {"ADDRESS", "an address", read_next_hop, write_name<&Fields::next_hop>},
     {"asplain|asdot|asdot+", "", read_choice, write_name<&Fields::text>},
     {kTraps, "", read_choice, write_name<&Fields::text>},
-    {"SECONDS", "seconds, 0 to 2147483647", read_bounded<&Fields::number, 0, kMostSeconds>,
-     write_decimal<&Fields::number>},
+    {"TIME", "a time of whole seconds (300, 5m), at most 2147483647",
+     read_seconds<&Fields::number, kMostSeconds>, write_decimal<&Fields::number>},
 };
 static_assert(kMostSeconds == 2147483647 && kGreatestVni == 16777215);
 

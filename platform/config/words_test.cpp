@@ -213,7 +213,34 @@ TEST(ConfigurationWords, ErrorsNameTheWordAndWhatIsExpected) {
       "max-thresh-clr, all or notif-reissue-time");
   EXPECT_EQ(error_in("traps vrf-up off"), "\"off\" is one word too many");
   EXPECT_EQ(error_in("traps notif-reissue-time 2147483648"),
-            "\"2147483648\" is not seconds, 0 to 2147483647");
+            "\"2147483648\" is not a time of whole seconds (300, 5m), at most 2147483647");
+  EXPECT_EQ(error_in("vrf red low-water ipv4 10 25h"),
+            "\"25h\" is not a time of whole seconds (60, 1m), at most 24h");
+  for (const char* time : {"1500ms", "-1", "nan", "1x", "m"})
+    EXPECT_THAT(error_in(std::string("traps notif-reissue-time ") + time), HasSubstr("is not a time"))
+        << time;
+}
+
+TEST(ConfigurationWords, TimesMayHaveAUnit) {
+  EXPECT_THAT(shown(read("traps notif-reissue-time 5m")),
+              ElementsAre(shown(trap_switch("notif-reissue-time", 300))));
+  EXPECT_THAT(shown(read("traps notif-reissue-time 2000ms")),
+              ElementsAre(shown(trap_switch("notif-reissue-time", 2))));
+  EXPECT_THAT(shown(read("vrf red low-water ipv4 10 24h")), shown(read("vrf red low-water ipv4 10 86400")));
+}
+
+TEST(ConfigurationWords, AbbreviationsAreWrittenOut) {
+  const auto whole = [](const char* line) { return join_words(whole_words(split(line))); };
+  EXPECT_EQ(whole("v red desc t"), "vrf red description t");
+  EXPECT_EQ(whole("vrf red pol imp ipv4 in"), "vrf red policy import ipv4 in");
+  EXPECT_EQ(whole("vrf red st 10.1.0.0/16 int ge0 v 192.0.2.1"),
+            "vrf red static 10.1.0.0/16 interface ge0 via 192.0.2.1");
+  EXPECT_EQ(whole("tr notif 60"), "traps notif-reissue-time 60");
+  EXPECT_EQ(whole("vrf rip rip int ge0"), "vrf rip rip interface ge0") << "a word and a name";
+  EXPECT_EQ(whole("vrf red r 1:1"), "vrf red r 1:1") << "ambiguous";
+  EXPECT_EQ(whole("vrf red descr vrf"), "vrf red description vrf") << "a text is not abbreviated";
+  EXPECT_EQ(error_in("vrf red desc t").substr(0, 14), "unknown word \"") << "stored lines have whole words";
+  EXPECT_EQ(error_in("vrf red r 1:1"), "\"r\" is ambiguous: rd, rt, rip or ripng");
 }
 
 TEST(ConfigurationWords, WordsThatEndTooEarlyAreIncomplete) {
