@@ -248,7 +248,8 @@ int report(const Failure& failure, bool json, std::ostream& err) {
 
 // The output of the command may be longer than a screen, and ends without the user.
 bool may_be_long(const CLI::App& app) {
-  for (const char* name : {"show", "get", "list", "datalist", "trace"}) {
+  for (const char* name :
+       {"show", "get", "list", "datalist", "trace", "doctor", "explain", "export", "graph"}) {
     if (app.got_subcommand(name)) return true;
   }
   const CLI::App* config = app.get_subcommand("config");

@@ -110,7 +110,7 @@ Json json_of(const DebugClients& clients) {
 
 void print_text(const Session& session, const ProcessStatus& status,
                 const std::optional<MissingRoutes>& missing) {
-  Details details(session.out, 0, 28);
+  Details details(session.out, 0, 28, session.terminal.width);
   details.line("version", version_text(status));
   details.line("source", text_or_dash(status.source));
   if (const std::string problem = text_or_empty(status.settings_problem); !problem.empty())

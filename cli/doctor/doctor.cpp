@@ -15,6 +15,7 @@
 #include "cli/option_values.h"
 #include "cli/output/json_list.h"
 #include "cli/output/table.h"
+#include "cli/output/wrap.h"
 #include "platform/core/text/words.h"
 
 namespace cli {
@@ -88,13 +89,13 @@ bool is_chosen(const Check& check, const DoctorRequest& request) {
 
 class TextReport {
  public:
-  explicit TextReport(std::ostream& out) : out_(out) {}
+  explicit TextReport(const Session& session) : out_(session.out), width_(session.terminal.width) {}
   void add(const Result& result) {
     if (group_ != result.check.group)
       fmt::print(out_, "{}{}\n", group_.empty() ? "" : "\n", result.check.group);
     group_ = result.check.group;
-    fmt::print(out_, "{:4}  {:12}  {:17}  {}\n", result.number, text_of(result.level), result.check.id,
-               result.check.title);
+    print(fmt::format("{:4}  {:12}  {:17}  {}", result.number, text_of(result.level), result.check.id,
+                      result.check.title));
     for (const Finding& finding : result.findings) add(finding, result.number);
     ++counts_.at(static_cast<std::size_t>(result.level));
     out_.flush();
@@ -108,16 +109,22 @@ class TextReport {
   }
 
  private:
+  void print(const std::string& line) { out_ << (width_ == 0 ? line + '\n' : wrapped(line, width_)); }
+
+  // What is broken here could not be copied: the terminal breaks a fix, without ends of lines.
+  void print_fix(const std::string& fix) {
+    fmt::print(out_, "      fix: {}\n", printable(fix, Backslashes::kUnchanged));
+  }
+
   // A reason that makes several checks impossible is printed once.
   void add(const Finding& finding, std::size_t number) {
     const auto [first, is_new] = reasons_.emplace(finding.text, number);
-    fmt::print(out_, "      {}\n",
-               is_new ? printable(finding.text) : fmt::format("as in check {}", first->second));
-    if (!finding.fix.empty())
-      fmt::print(out_, "      fix: {}\n", printable(finding.fix, Backslashes::kUnchanged));
+    print("      " + (is_new ? printable(finding.text) : fmt::format("as in check {}", first->second)));
+    if (!finding.fix.empty()) print_fix(finding.fix);
   }
 
   std::ostream& out_;
+  const std::size_t width_;  // of the terminal; 0: there is none
   std::string group_;
   std::map<std::string, std::size_t> reasons_;  // with the number of the first check
   std::array<unsigned, kLevels.size()> counts_{};
@@ -164,7 +171,7 @@ Level run_checks(const Session& session, const DoctorRequest& request, Report re
 
 void diagnose(const Session& session, const DoctorRequest& request) {
   const Level worst = session.json ? run_checks(session, request, JsonReport(session.out))
-                                   : run_checks(session, request, TextReport(session.out));
+                                   : run_checks(session, request, TextReport(session));
   if (worst == Level::kError) throw Verdict(2);
   if (worst == Level::kWarning) throw Verdict(1);
 }

@@ -89,6 +89,16 @@ TEST(Table, DescriptionIsCutAtTheWidthOfTheTerminal) {
   EXPECT_EQ(out.str(), "NAME  DESCRIP...\nred   \xc3\xa9t\xc3\xa9 and...\n");
 }
 
+TEST(Table, ColumnsWithoutRoomAreNamed) {
+  std::ostringstream out;
+  Terminal terminal;
+  terminal.width = 17;
+  Table table(out, {{"NAME"}, {"STATE"}, {"DESCRIPTION"}, {"N"}}, &terminal);
+  table.add({"red", "down", "head office", "1"});
+  table.end();
+  EXPECT_EQ(out.str(), "NAME  STATE\nred   down\nnot shown in 17\ncolumns:\nDESCRIPTION, N\n");
+}
+
 TEST(Table, StatesHaveColorsOnATerminalThatHasThem) {
   std::ostringstream out;
   Terminal terminal;
@@ -183,6 +193,18 @@ TEST(Details, LinesAreBelowEachOtherAndWordsFillLines) {
       "12345 12345 12345 12345 12345 12345 12345 12345 12345 12345 12345 12345 12345 12345";
   EXPECT_EQ(out.str(), "  state     up\n            second line\n  words     " + row + "\n            " +
                            "12345 12345 12345 12345 12345 12345\n  nothing   -\n");
+}
+
+TEST(Details, TextsAreBrokenAtTheWidthOfTheTerminal) {
+  std::ostringstream out;
+  Details details(out, 2, 12, 34);
+  details.line("reason", "the first words, and the others below them");
+  details.words("words", Lines(6, "12345"));
+  details.line("path", "/a/path/that/is/longer/than/the/terminal");
+  EXPECT_EQ(out.str(),
+            "  reason    the first words, and\n            the others below them\n"
+            "  words     12345 12345 12345\n            12345 12345 12345\n"
+            "  path      /a/path/that/is/longer/than/the/terminal\n");
 }
 
 TEST(JsonList, ItemsAreOneALine) {

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <utility>
 
+#include "cli/output/wrap.h"
 #include "platform/core/base/utf8.h"
 
 namespace cli {
@@ -16,6 +17,8 @@ namespace {
 
 constexpr std::size_t kRowsForWidths = 1000;
 constexpr std::string_view kCut = "...";
+constexpr std::size_t kLeastWidth = 6;  // of a column that is cut
+constexpr std::size_t kGap = 2;         // between columns
 
 // In characters. Printable texts are UTF-8.
 std::size_t width_of(std::string_view text) {
@@ -66,6 +69,27 @@ void Table::flush() {
 
 void Table::end() {
   if (!has_titles_ || !rows_.empty()) print_waiting();
+  print_left_out();
+}
+
+// Those that fit, and one that is cut.
+std::size_t Table::shown_columns() const {
+  if (terminal_ == nullptr || terminal_->width == 0) return columns_.size();
+  std::size_t used = 0;
+  for (std::size_t at = 0; at < columns_.size(); ++at) {
+    const std::size_t gap = at == 0 ? 0 : kGap;
+    if (at > 0 && used + gap + std::min(widths_[at], kLeastWidth) > terminal_->width) return at;
+    used += gap + widths_[at];
+  }
+  return columns_.size();
+}
+
+void Table::print_left_out() const {
+  std::vector<std::string> titles;
+  for (std::size_t at = shown_columns(); at < columns_.size(); ++at) titles.emplace_back(columns_[at].title);
+  if (titles.empty()) return;
+  out_ << wrapped(fmt::format("not shown in {} columns: {}", terminal_->width, fmt::join(titles, ", ")),
+                  terminal_->width);
 }
 
 void Table::print_waiting() {
@@ -95,10 +119,10 @@ std::string Table::cell(std::size_t at, const std::string& text, bool is_title, 
 void Table::print(const std::vector<std::string>& cells, bool is_title) {
   std::size_t room = terminal_ == nullptr || terminal_->width == 0 ? SIZE_MAX : terminal_->width;
   std::string line;
-  for (std::size_t at = 0; at < cells.size(); ++at) {
+  for (std::size_t at = 0; at < shown_columns(); ++at) {
     if (at != 0) {
-      line.append(std::min<std::size_t>(room, 2), ' ');
-      room -= std::min<std::size_t>(room, 2);
+      line.append(std::min(room, kGap), ' ');
+      room -= std::min(room, kGap);
     }
     line += cell(at, cells[at], is_title, &room);
   }

@@ -1,6 +1,6 @@
 // Text tables with one line of titles. The first rows wait, so that their widest cells set the widths of the
 // columns; a wider cell of a later row moves only the rest of its own line. On a terminal, a line ends at its
-// width.
+// width: what does not fit is cut, with "..." at its end, and columns without room are named after the table.
 #pragma once
 
 #include <cstddef>
@@ -51,6 +51,8 @@ class Table {
  private:
   void print_waiting();
   void print(const std::vector<std::string>& cells, bool is_title);
+  std::size_t shown_columns() const;
+  void print_left_out() const;
   std::string cell(std::size_t at, const std::string& text, bool is_title, std::size_t* room) const;
 
   std::ostream& out_;

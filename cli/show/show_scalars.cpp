@@ -21,7 +21,7 @@ std::string notifications_text(const Session& session, kvtree::Client& client, c
 }
 
 void print_scalars(const Session& session, kvtree::Client& client, const mib::Scalars& scalars) {
-  Details details(session.out, 0, 28);
+  Details details(session.out, 0, 28, session.terminal.width);
   const std::uint32_t seconds = scalars.maxThresholdNotifTime;
   details.line("VRFs configured", std::to_string(scalars.configuredVrfs));
   details.line("VRFs active", std::to_string(scalars.activeVrfs));

@@ -53,7 +53,7 @@ class DetailsWriter {
       list_.add(vrf_json(vrf, details));
     } else {
       if (!is_first_) session_.out << '\n';
-      print_vrf(session_.out, vrf, details);
+      print_vrf(session_, vrf, details);
     }
     is_first_ = false;
   }

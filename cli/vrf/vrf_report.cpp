@@ -91,10 +91,10 @@ Json family_json(const FamilyView& family) {
           {"exportRoutePolicyOrigin", text_or_null(policy_origin(family, Direction::kExport))}};
 }
 
-void print_family(std::ostream& out, const FamilyView& family) {
+void print_family(const Session& session, const FamilyView& family) {
   const mpls_vpn_afi_safi& table = family.table;
-  fmt::print(out, "  {} {}\n", afi_name(table.AFName), safi_name(table.SAFName));
-  Details details(out, 4, kLabelWidth);
+  fmt::print(session.out, "  {} {}\n", afi_name(table.AFName), safi_name(table.SAFName));
+  Details details(session.out, 4, kLabelWidth, session.terminal.width);
   details.words("import targets", target_words(family, kRtImport));
   details.words("export targets", target_words(family, kRtExport));
   details.line("import policy", with_origin(printable_or_dash(table.ImportRoutePolicy),
@@ -246,11 +246,11 @@ Json vrf_json(const VrfView& vrf, const VrfDetails& details) {
   return json;
 }
 
-void print_vrf(std::ostream& out, const VrfView& vrf, const VrfDetails& details) {
+void print_vrf(const Session& session, const VrfView& vrf, const VrfDetails& details) {
   const Vrf& row = vrf.row;
   const VrfOrigins& origins = details.origins;
-  fmt::print(out, "VRF {}\n", printable_or_dash(row.name));
-  Details lines(out, 2, kLabelWidth);
+  fmt::print(session.out, "VRF {}\n", printable_or_dash(row.name));
+  Details lines(session.out, 2, kLabelWidth, session.terminal.width);
   lines.line("description", with_origin(printable_or_dash(row.description), origins.of_description()));
   lines.line("route distinguisher", with_origin(printable_or_dash(row.rd), rd_origin(vrf, details)));
   lines.line("vni", with_origin(origins.vni() ? std::to_string(*origins.vni()) : "-", origins.of_vni()));
@@ -263,7 +263,7 @@ void print_vrf(std::ostream& out, const VrfView& vrf, const VrfDetails& details)
   lines.line("illegal labels", std::to_string(row.illegalLabelViolations));
   lines.line("big", details.shown.isBigVrf != 0 ? "yes" : "no");
   lines.words("interfaces", interface_words(row, details));
-  for (const mpls_vpn_afi_safi& table : details.tables) print_family(out, {table, origins});
+  for (const mpls_vpn_afi_safi& table : details.tables) print_family(session, {table, origins});
 }
 
 }  // namespace cli

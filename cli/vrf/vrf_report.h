@@ -1,7 +1,6 @@
 // A VRF as users and scripts see it, from its MIB row and its show record.
 #pragma once
 
-#include <ostream>
 #include <span>
 
 #include "cli/commands.h"
@@ -34,7 +33,7 @@ Json vrf_row_json(const VrfView& vrf);
 std::vector<mpls_vpn_afi_safi> wanted_tables(const mpls_vpn_vrf& shown, const VrfRequest& request);
 
 Json vrf_json(const VrfView& vrf, const VrfDetails& details);
-void print_vrf(std::ostream& out, const VrfView& vrf, const VrfDetails& details);
+void print_vrf(const Session& session, const VrfView& vrf, const VrfDetails& details);
 
 std::vector<std::string> interface_names(const mpls_vpn_vrf& shown);
 

@@ -20,7 +20,7 @@ from system import BIN, ROOT, SLOW, SharedSystemTest, wait_until
 class Terminal(SharedSystemTest):
     router = (ROOT / "examples/small-router.yaml").read_text()
 
-    def shown(self, *words, columns=200, **environment):
+    def shown(self, *words, columns=200, statuses=(0,), **environment):
         """The output on a terminal of this width."""
         ours, theirs = pty.openpty()
         fcntl.ioctl(theirs, termios.TIOCSWINSZ, struct.pack("HHHH", 24, columns, 0, 0))
@@ -40,7 +40,7 @@ class Terminal(SharedSystemTest):
                 break
             text += part
         os.close(ours)
-        self.assertEqual(process.wait(timeout=20 * SLOW), 0, text)
+        self.assertIn(process.wait(timeout=60 * SLOW), statuses, text)
         return text.decode().replace("\r\n", "\n")
 
     def setUp(self):
@@ -54,10 +54,27 @@ class Terminal(SharedSystemTest):
         self.assertNotIn("\x1b", self.system.cli("show", "vrf", check=True).stdout)
 
     def test_lines_end_at_the_width_of_the_terminal(self):
-        lines = self.shown("show", "vrf", columns=60, NO_COLOR="1").splitlines()
-        self.assertEqual(max(len(line) for line in lines), 60)
+        lines = self.shown("show", "vrf", columns=80, NO_COLOR="1").splitlines()
+        self.assertEqual(max(len(line) for line in lines), 80)
         self.assertTrue(any(line.endswith("...") for line in lines), lines)
         self.assertIn("head office and branches", self.system.cli("show", "vrf", check=True).stdout)
+
+    def test_columns_without_room_are_named(self):
+        lines = self.shown("show", "vrf", columns=30, NO_COLOR="1").splitlines()
+        self.assertTrue(all(len(line) <= 30 for line in lines), lines)
+        self.assertRegex(" ".join(lines), r"not shown in 30 columns: .*DESCRIPTION$")
+        self.assertFalse(any(line.endswith(" .") for line in lines), lines)
+
+    def test_details_and_checks_respect_the_width_of_the_terminal(self):
+        self.system.cli("config", "set", "vrf", "red", "description", *["word"] * 30, check=True)
+        self.addCleanup(self.system.cli, "config", "delete", "vrf", "red", "description", check=True)
+        details = self.shown("show", "vrf", "red", "detail", columns=60).splitlines()
+        self.assertIn("  description         word word word word word word word", details)
+        self.assertTrue(all(len(line) <= 60 for line in details), details)
+        checks = self.shown("doctor", columns=60, statuses=(0, 1, 2)).splitlines()
+        wide = [line for line in checks if len(line) > 60 and not line.startswith("      fix: ") and " " in line.strip()]
+        self.assertEqual(wide, [], "a fix is not broken: it is to be copied")
+        self.assertIn("paged:", self.shown("doctor", "--only", "disk", statuses=(0, 1, 2), PAGER="sed s/^/paged:/"))
 
     def test_pager_shows_what_is_printed_on_a_terminal_alone(self):
         marker = "sed s/^/paged:/"
@@ -103,27 +120,13 @@ class Completion(SharedSystemTest):
         self.assertEqual(result.stderr, "")
         return sorted(result.stdout.split())
 
-    def test_shells_offer_words_options_and_vrfs(self):
-        wait_until("VRFs", lambda: len(self.system.cli_json("show", "vrf")) == 3)
-        for shell in "zsh", "fish":
-            with self.subTest(shell):
-                if shutil.which(shell) is None:
-                    self.skipTest(f"SKIPPED: no {shell}")
-                self.assertEqual(self.completed(shell, "mplsvpn", "show", "rou"), ["route-targets", "routes"])
-                self.assertEqual(self.completed(shell, "mplsvpn", "show", "routes", ""), ["blue", "green", "red"])
-                self.assertEqual(self.completed(shell, "mplsvpn", "show", "vrf", "--stat"), ["--state"])
-                self.assertEqual(self.completed(shell, "mplsvpn", "config", "rollback", "x"), [])
-
-
-if __name__ == "__main__":
-    unittest.main()
-    def test_bash_completes_a_value_after_an_equal_sign(self):
+    def test_bash_lists_and_completes_values_after_an_equal_sign(self):
         ours, theirs = pty.openpty()
         environment = dict(self.system.environment, PATH=f"{BIN}:{os.environ['PATH']}", TERM="dumb", PS1="$ ")
         bash = subprocess.Popen(["bash", "--norc", "--noprofile", "-i"], env=environment, stdin=theirs, stdout=theirs, stderr=theirs,
                                 start_new_session=True)
         os.close(theirs)
-        os.write(ours, f"source {ROOT}/packaging/bash-completion/mplsvpn\nmplsvpn show vrf --state=d\t".encode())
+        os.write(ours, f"source {ROOT}/packaging/bash-completion/mplsvpn\nmplsvpn show vrf --state=\t\td\t".encode())
         shown = b""
 
         def is_completed():
@@ -141,4 +144,18 @@ if __name__ == "__main__":
             bash.wait()
             os.close(ours)
 
+    def test_shells_offer_words_options_and_vrfs(self):
+        wait_until("VRFs", lambda: len(self.system.cli_json("show", "vrf")) == 3)
+        for shell in "zsh", "fish":
+            with self.subTest(shell):
+                if shutil.which(shell) is None:
+                    self.skipTest(f"SKIPPED: no {shell}")
+                self.assertEqual(self.completed(shell, "mplsvpn", "show", "rou"), ["route-targets", "routes"])
+                self.assertEqual(self.completed(shell, "mplsvpn", "show", "routes", ""), ["blue", "green", "red"])
+                self.assertEqual(self.completed(shell, "mplsvpn", "show", "vrf", "--stat"), ["--state"])
                 self.assertEqual(self.completed(shell, "mplsvpn", "show", "vrf", "--state="), ["--state=down", "--state=up"])
+                self.assertEqual(self.completed(shell, "mplsvpn", "config", "rollback", "x"), [])
+
+
+if __name__ == "__main__":
+    unittest.main()
