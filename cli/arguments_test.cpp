@@ -45,6 +45,11 @@ TEST_F(Arguments, MissingWordIsNamedWithTheAlternatives) {
               StartsWith("mplsvpn: a word is missing after \"mplsvpn show\"; expected scalars, status, "));
 }
 
+TEST_F(Arguments, MissingValueIsReportedWithTheHelpOfTheCommand) {
+  EXPECT_EQ(Wrong({"show", "routes"}), "mplsvpn: VRF is required (mplsvpn show routes --help)\n");
+  EXPECT_EQ(Wrong({"export"}), "mplsvpn: --format is required (mplsvpn export --help)\n");
+}
+
 TEST_F(Arguments, UnambiguousBeginningsOfWordsAndOptionsAreAccepted) {
   EXPECT_TRUE(IsCommand({"sh", "int"}));
   EXPECT_TRUE(IsCommand({"sh", "vrf", "red", "detail", "--struct"}));
@@ -55,11 +60,6 @@ TEST_F(Arguments, UnambiguousBeginningsOfWordsAndOptionsAreAccepted) {
   EXPECT_THAT(Wrong({"show", ""}), HasSubstr("unknown word \"\""));
 }
 
-TEST_F(Arguments, WordsOfACommandAreNeitherCommandsNorOptions) {
-  EXPECT_TRUE(IsCommand({"show", "interfaces", "config"}));
-  EXPECT_TRUE(IsCommand({"show", "interfaces", "--", "--json"}));
-  EXPECT_TRUE(IsCommand({"show", "vrf", "--", "red"}));
-  EXPECT_TRUE(IsCommand({"--", "show", "vrf", "-"}));
 TEST_F(Arguments, WordsAndValuesOfACommandMayBeAbbreviated) {
   EXPECT_TRUE(IsCommand({"show", "vrf", "red", "det", "ipv6"}));
   EXPECT_TRUE(IsCommand({"show", "vrf", "--state", "do", "--prot=bg", "--sort", "rou"}));
@@ -92,6 +92,11 @@ TEST_F(Arguments, UnknownWordsAndValuesOfACommandHaveTheClosestOne) {
   EXPECT_THAT(Wrong({"debug", "prov", "onn"}), HasSubstr("did you mean \"on\"?"));
 }
 
+TEST_F(Arguments, WordsOfACommandAreNeitherCommandsNorOptions) {
+  EXPECT_TRUE(IsCommand({"show", "interfaces", "config"}));
+  EXPECT_TRUE(IsCommand({"show", "interfaces", "--", "--json"}));
+  EXPECT_TRUE(IsCommand({"show", "vrf", "--", "red"}));
+  EXPECT_TRUE(IsCommand({"--", "show", "vrf", "-"}));
   EXPECT_TRUE(IsCommand({"router", "--", "add-vrf", "red"}));
   EXPECT_TRUE(IsCommand({"show", "vrf", "--name", "--json"}));
   EXPECT_THAT(Wrong({"show", "vrf", "--nothing"}), HasSubstr("unknown option \"--nothing\""));

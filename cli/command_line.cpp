@@ -303,6 +303,13 @@ std::string typed_command(const CLI::App& app, const std::vector<std::string>& w
   return typed;
 }
 
+// What CLI11 refuses, such as a missing word, with the help of the command.
+Failure usage_failure(const CLI::App& app, const CLI::ParseError& error) {
+  const CLI::App* command = &app;
+  while (!command->get_subcommands().empty()) command = command->get_subcommands().front();
+  return {kExitUsage, fmt::format("{} ({} --help)", error.what(), full_name(*command))};
+}
+
 // Wrong words may end the parsing before --json is seen.
 bool wants_json(const Options& options, const std::vector<std::string>& words) {
   return options.json || std::find(words.begin(), words.end(), "--json") != words.end();
@@ -329,7 +336,7 @@ int run(const std::vector<std::string>& words, std::ostream& out, std::ostream& 
     out << version.what() << '\n';
     return kExitOk;
   } catch (const CLI::ParseError& error) {
-    return report({kExitUsage, error.what()}, wants_json(options, words), err);
+    return report(usage_failure(app, error), wants_json(options, words), err);
   }
   if (terminal.start_pager && may_be_long(app) && !options.no_pager && !options.json) terminal.start_pager();
   return run_command(options, out, err, terminal);

@@ -83,9 +83,9 @@ TEST_F(CommandLine, TimesAndCountsOfWatchingAreBounded) {
     const std::string reason =
         std::string(time) + " is not a time of more than 0 and at most 365d, such as 500ms, 30s or 2m";
     EXPECT_EQ(Run({"watch", "--timeout", time}), kExitUsage) << time;
-    EXPECT_THAT(Err(), StartsWith("mplsvpn: --timeout: " + reason + "\n"));
+    EXPECT_THAT(Err(), StartsWith("mplsvpn: --timeout: " + reason + " (mplsvpn watch --help)\n"));
     EXPECT_EQ(Run({"debug", "watch", "--seconds", time}), kExitUsage) << time;
-    EXPECT_THAT(Err(), StartsWith("mplsvpn: --seconds: " + reason + "\n"));
+    EXPECT_THAT(Err(), StartsWith("mplsvpn: --seconds: " + reason + " (mplsvpn debug --help)\n"));
   }
   for (const char* time : {"31536000", "365d", "0.5", "500ms", "2m"})
     EXPECT_EQ(Run({"watch", "--timeout", time}), kExitNoDaemon) << time;

@@ -82,6 +82,7 @@ void make(const Session& session, const std::vector<ConfigEdit>& edits, const Co
   CommitChanges foreseen;
   if (request.dry_run || are_of_a_file) foreseen = foresee_changes(session, *client, changes);
   if (are_of_a_file) warn_of_taking_over(session, foreseen);
+  if (request.dry_run && foreseen.empty()) note(session, "nothing would change");
   if (request.dry_run) return print_changes(session, foreseen);
   make_commit(session, *client, order_of(request, what), changes);
 }

@@ -124,8 +124,10 @@ void WorkingCopy::remove(const Words& words) {
   if (remove_all_below(words)) return;
   const std::string owner = other_owner(words, nodes);
   if (owner.empty()) throw Failure(kExitFailed, shown(words) + " is not set");
-  throw Failure(kExitFailed, fmt::format("{} is not set by the command line, but by \"{}\"", shown(words),
-                                         printable(owner)));
+  throw Failure(
+      kExitFailed,
+      fmt::format("{} is not set by the command line, but by \"{}\"; \"config suppress\" disables it",
+                  shown(words), printable(owner)));
 }
 
 // The other owner of one of the nodes or, when the words are only the beginning of an item, of an item that

@@ -177,8 +177,11 @@ TEST_F(Configuration, DeletionOfWhatIsNotSetFails) {
 TEST_F(Configuration, WhatAnotherOwnerHoldsIsNotDeleted) {
   Hold(kConfigOwnerFrr, "vrf red rip interface ge0");
   EXPECT_EQ(Refused("delete vrf red rip interface ge0"),
-            "mplsvpn: vrf red rip interface ge0 is not set by the command line, but by \"frr\"\n");
-  EXPECT_EQ(Refused("delete vrf red"), "mplsvpn: vrf red is not set by the command line, but by \"frr\"\n");
+            "mplsvpn: vrf red rip interface ge0 is not set by the command line, but by \"frr\"; \"config "
+            "suppress\" disables it\n");
+  EXPECT_EQ(
+      Refused("delete vrf red"),
+      "mplsvpn: vrf red is not set by the command line, but by \"frr\"; \"config suppress\" disables it\n");
   EXPECT_EQ(Refused("delete vrf re"), "mplsvpn: vrf re is not set\n");
   EXPECT_EQ(Refused("delete vrf red rip interface ge1"), "mplsvpn: vrf red rip interface ge1 is not set\n");
   EXPECT_EQ(Done("show"), "set vrf red rip interface ge0\n");
@@ -208,6 +211,7 @@ TEST_F(Configuration, DryRunShowsWhatWouldChange) {
   EXPECT_EQ(Done("set --dry-run vrf red rd 65000:1"), "= vrf red rd 65000:1 ipv4 (file, then cli)\n");
   Done("set vrf red description cli");
   EXPECT_EQ(Done("set --dry-run vrf red description cli"), "");
+  EXPECT_EQ(Err(), "mplsvpn: nothing would change\n");
   EXPECT_EQ(Done("delete --dry-run vrf red description"),
             "- vrf red description cli\n+ vrf red description file (file)\n");
   EXPECT_EQ(Done("show vrf red description"), "set vrf red description cli\n");

@@ -509,9 +509,9 @@ TEST_F(ShowVrf, LinesAreSortedByTheChosenColumn) {
   EXPECT_THAT(NamesOf(AskForJson({"show", "vrf", "--sort", "state"})), ElementsAre("a", "blue", "red"));
   EXPECT_THAT(NamesOf(AskForJson({"show", "vrf", "--sort", "rd"})), ElementsAre("blue", "a", "red"));
   EXPECT_EQ(Ask({"show", "vrf", "--sort", "color"}), kExitUsage);
-  EXPECT_EQ(
-      Err(),
-      "mplsvpn: --sort: unknown word \"color\"; expected name, rd, state, interfaces, routes or changed\n");
+  EXPECT_EQ(Err(),
+            "mplsvpn: --sort: unknown word \"color\"; expected name, rd, state, interfaces, routes or "
+            "changed (mplsvpn show vrf --help)\n");
 }
 
 // --- The structured form
