@@ -48,6 +48,7 @@ std::string read_file(const std::string& name) {
 void warn_of_edits(const Session& session, kvtree::Client& client, const std::vector<ConfigEdit>& edits,
                    const WorkingCopy& copy) {
   warn_of_missing_vrfs(session, client, edits);
+  warn_of_missing_interfaces(session, client, edits);
   warn_of_default_vrf(session, edits);
   warn_of_needless_suppression(session, copy);
 }

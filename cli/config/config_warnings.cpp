@@ -6,18 +6,21 @@
 #include <algorithm>
 #include <map>
 #include <set>
+#include <variant>
 
 #include "cli/output/notices.h"
 #include "cli/output/table.h"
+#include "cli/show/interface_states.h"
 #include "cli/show/tables.h"
 #include "platform/config/owners.h"
+#include "platform/config/vrf_config.h"
 #include "platform/core/text/words.h"
 
 namespace cli {
 
 namespace {
 
-constexpr std::size_t kMostChecked = 100;  // VRFs, each a request
+constexpr std::size_t kMostChecked = 100;  // VRFs, and interfaces, each a request
 constexpr char kDefaultVrf[] = "default";  // always exists, without a row
 
 std::set<std::string> named_vrfs(const std::vector<ConfigEdit>& edits) {
@@ -28,6 +31,16 @@ std::set<std::string> named_vrfs(const std::vector<ConfigEdit>& edits) {
     if (names.size() == kMostChecked) break;
   }
   return names;
+}
+
+// Words that are wrong are reported when the edits are applied.
+void add_interfaces(const ConfigEdit& edit, std::set<std::string>* names) {
+  const auto parsed = vrf_config::parse_words(edit.words);
+  const auto* const nodes = std::get_if<std::vector<KvConfigNode>>(&parsed);
+  if (edit.verb != EditVerb::kSet || nodes == nullptr) return;
+  for (const KvConfigNode& node : *nodes) {
+    if (const auto name = vrf_config::interface_of(node.path)) names->insert(*name);
+  }
 }
 
 // The main table of the router, which has the routes outside of all VRFs, is not followed.
@@ -52,6 +65,20 @@ void warn_of_missing_vrfs(const Session& session, kvtree::Client& client,
     if (client.get(provider_path("vrf", name)).status != kStatusNoSuchRow) continue;
     warn(session,
          fmt::format("VRF {} does not exist; its configuration waits until it is created", printable(name)));
+  }
+}
+
+void warn_of_missing_interfaces(const Session& session, kvtree::Client& client,
+                                const std::vector<ConfigEdit>& edits) {
+  std::set<std::string> names;
+  for (const ConfigEdit& edit : edits) {
+    if (names.size() < kMostChecked) add_interfaces(edit, &names);
+  }
+  for (const std::string& name : names) {
+    if (!is_missing_interface(client, name)) continue;
+    fmt::print(session.err,
+               "mplsvpn: warning: interface {} does not exist; its configuration waits until it is created\n",
+               printable(name));
   }
 }
 

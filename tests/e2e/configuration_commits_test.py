@@ -112,6 +112,14 @@ class Commits(SystemTest):
         self.assertIn("set vrf typo rd 65000:7 ipv4\n", self.config("show").stdout)
         self.assertEqual(self.config("set", "vrf", "red", "rd", "65000:8").stderr, "")
 
+    def test_item_of_a_missing_interface_is_set_with_a_warning(self):
+        warning = "mplsvpn: warning: interface nosuch0 does not exist; its configuration waits until it is created\n"
+        for words in ("rip", "interface"), ("ospf", "1", "area", "0", "interface"), ("static", "10.1.0.0/16", "interface"):
+            self.assertEqual(self.config("set", "vrf", "red", *words, "nosuch0").stderr, warning)
+        self.assertIn("set vrf red rip interface nosuch0\n", self.config("show").stdout)
+        self.system.cli("router", "add-interface", "nosuch0", "index", "99", check=True)
+        self.assertEqual(self.config("set", "vrf", "red", "ripng", "interface", "nosuch0").stderr, "")
+
     def test_conditions_of_the_default_vrf_are_set_with_a_warning(self):
         for words in ("low-water", "ipv4", "5", "1"), ("watch", "10.0.0.0/8"):
             self.assertIn("routes outside of VRFs are not followed", self.config("set", "vrf", "default", *words).stderr)

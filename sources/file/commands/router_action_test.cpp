@@ -194,10 +194,12 @@ TEST_F(RouterCommands, InterfaceIsSetDownUpAndDeleted) {
 
 TEST_F(RouterCommands, InterfaceJoinsMovesAndLeaves) {
   Do("add-interface ge0 index 5");
+  Do("add-vrf red");
   Do("join ge0 red");
   EXPECT_EQ(text_, "interface ge0 is in VRF red");
   EXPECT_EQ(interface_named(router_, "ge0").vrf, "red");
   Do("move ge0 blue");
+  EXPECT_EQ(text_, "interface ge0 is in VRF blue, which does not exist; \"router add-vrf blue\" creates it");
   EXPECT_EQ(interface_named(router_, "ge0").vrf, "blue");
   Do("leave ge0");
   EXPECT_EQ(text_, "interface ge0 is in no VRF");

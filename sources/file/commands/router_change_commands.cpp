@@ -200,8 +200,10 @@ Status move_interface(const RouterCommandContext& context, const std::string& vr
   const std::string& name = context.arguments[0];
   const Interface* interface = context.model->find_interface_by_name(name);
   if (interface == nullptr) return unknown_interface(context, name);
-  const std::string done =
+  std::string done =
       vrf == kDefaultVrf ? "interface " + name + " is in no VRF" : "interface " + name + " is in VRF " + vrf;
+  if (context.model->find_vrf(vrf) == nullptr)
+    done += ", which does not exist; \"router add-vrf " + vrf + "\" creates it";
   return report(context, context.model->move_interface(interface->handle, vrf), done);
 }
 
