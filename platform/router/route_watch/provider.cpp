@@ -1,12 +1,11 @@
 // Answers with the records of watched VRFs.
 #include <algorithm>
-#include <cstdlib>
-#include <memory>
 #include <vector>
 
 #include "platform/core/text/words.h"
 #include "platform/router/route_watch/records.h"
 #include "platform/router/route_watch/service.h"
+#include "platform/store/tree/key_text.h"
 
 namespace route_watch {
 namespace {
