@@ -55,7 +55,8 @@ void TrapFeed::subscribe() {
   // Why the daemon cannot be reached is reported by the source of rows, which waits for a daemon that starts.
   if (const Status status = client_.connect())
     return lose_connection(status == kStatusTimedOut ? status : kStatusNotConnected);
-  if (const Status status = client_.ask_subscription(kMplsVpnPath, kName)) lose_connection(status);
+  if (const Status status = client_.ask_subscription(kMplsVpnPath, kName, MPLS_VERSION))
+    lose_connection(status);
 }
 
 void TrapFeed::take_subscription(const kvtree::SubscribeResult& result) {

@@ -102,14 +102,23 @@ std::string front_end_kind(const std::string& program) {
   return program == "snmpd" ? "module" : "other";
 }
 
+// The packages are of one release: another version was not started again after an upgrade.
+std::string front_end_version_text(const ProcessStatus& status) {
+  const std::string version = text_or_empty(status.front_end_version);
+  if (version.empty()) return ", of an unknown version";
+  const bool is_same = version == text_or_empty(status.version);
+  return fmt::format(", version {}{}", printable(version),
+                     is_same ? "" : ": start it again, the daemon is of another one");
+}
+
 std::string front_end_text(const ProcessStatus& status) {
   const ClientStatus* const client = front_end_of(status);
   if (client == nullptr) return "none is connected; traps wait";
   const std::string program = program_of(client->process);
   const std::string kind = front_end_kind(program);
   const std::string what = kind == "subAgent" ? "sub-agent" : kind == "module" ? "module in snmpd" : program;
-  return fmt::format("{}{}process {}, connected for {}", what, what.empty() ? "" : ", ", client->process,
-                     duration_text(client->age));
+  return fmt::format("{}{}process {}, connected for {}{}", what, what.empty() ? "" : ", ", client->process,
+                     duration_text(client->age), front_end_version_text(status));
 }
 
 std::string traps_text(const ProcessStatus& status) {
@@ -161,6 +170,7 @@ Json front_end_json(const ProcessStatus& status) {
   return {{"kind", front_end_kind(program)},
           {"program", text_or_null(program)},
           {"process", client->process},
+          {"version", text_or_null(text_or_empty(status.front_end_version))},
           {"client", client->id},
           {"age", client->age}};
 }

@@ -2,8 +2,11 @@
 #include <gmock/gmock.h>
 #include <unistd.h>
 
+#include <memory>
+
 #include "cli/served_test_fixture.h"
 #include "platform/core/debug/debug.h"
+#include "platform/store/server/server.h"
 #include "platform/store/status/status.h"
 
 namespace cli {
@@ -135,7 +138,7 @@ TEST_F(ShowStatus, TextHasSourcesDatabasesTrapsAndRouteModules) {
   const std::string text = AskForText({"show", "status"});
   EXPECT_THAT(text, HasSubstr("route modules               not loaded: mib/x.dll: missing\n"));
   EXPECT_THAT(text, ContainsRegex("SNMP front end              .+, process " + std::to_string(getpid()) +
-                                  ", connected for 00:00:"));
+                                  ", connected for 00:00:.., of an unknown version\n"));
   EXPECT_THAT(text,
               HasSubstr("traps waiting for it        3 of at most 4096, 2 lost while the queue was full\n"));
   EXPECT_THAT(text, ContainsRegex("SOURCE  STATE  VERSION  LAST ANSWER  PROBLEM\n"
@@ -163,6 +166,16 @@ TEST_F(ShowStatus, JsonOfFactsIsTyped) {
   EXPECT_EQ(status["frontEnd"]["kind"], "other");
   EXPECT_EQ(status["frontEnd"]["process"], getpid());
   EXPECT_EQ(status["databases"][0]["problem"], "disk full");
+}
+
+TEST_F(ShowStatus, FrontEndThatWasNotStartedAgainAfterAnUpgradeIsNamed) {
+  ProcessIdentity identity = identity_with_facts();
+  identity.version = "2.0";
+  StartStatus(identity);
+  const auto queue = std::make_shared<kvtree::NotificationQueue>("the front end", 2);
+  kvtree::the_server()->subscriptions[1] = {{1, "/", queue, "1.0"}};  // of the client that asks
+  EXPECT_THAT(AskForText({"show", "status"}),
+              ContainsRegex(", version 1.0: start it again, the daemon is of another one\n"));
 }
 
 TEST_F(ShowStatus, FrontEndThatIsNotConnectedIsNull) {

@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
 """"mplsvpn show status" of real processes: what it states is what the processes, the files and the kernel are."""
+import re
 import shutil
 import subprocess
 import unittest
@@ -81,7 +82,10 @@ class Status(SystemTest):
         self.assertEqual(front_end["kind"], "module" if module else "subAgent")
         self.assertEqual(front_end["process"], system.processes["snmpd" if module else "agent"].pid)
         wait_until("no trap", lambda: self.status(system)["traps"]["waiting"] == 0)
-        self.assertIn(f"process {front_end['process']}, connected for 00:00:", system.cli("show", "status").stdout)
+        version = subprocess.run([str(BIN / "mplsvpn"), "--version"], capture_output=True, text=True, check=True).stdout.split()[-1]
+        self.assertEqual(front_end["version"], version)
+        self.assertRegex(system.cli("show", "status").stdout,
+                         f"process {front_end['process']}, connected for 00:00:.., version {re.escape(version)}\n")
 
 
 class KernelStatus(SystemTest):

@@ -89,11 +89,12 @@ Status AsyncClient::ask_columns(std::string_view path, std::uint32_t max_rows,
   return connection_->socket.send();
 }
 
-Status AsyncClient::ask_subscription(std::string_view path, std::string_view name) {
+Status AsyncClient::ask_subscription(std::string_view path, std::string_view name, std::string_view version) {
   if (!connected()) return kStatusNotConnected;
   wire::Writer writer = connection_->socket.begin(kSubscribe, ++connection_->asked);
   writer.text(path);
   writer.text(name);
+  if (!version.empty()) writer.text(version);
   return connection_->socket.send();
 }
 

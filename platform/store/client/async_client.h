@@ -43,7 +43,9 @@ class AsyncClient {
   [[nodiscard]] Status ask_columns(std::string_view path, std::uint32_t max_rows,
                                    std::span<const std::uint8_t> columns);
   // As Client::subscribe() with a name.
-  [[nodiscard]] Status ask_subscription(std::string_view path, std::string_view name);
+  // `version`: of this program, for the state of the process; empty: none.
+  [[nodiscard]] Status ask_subscription(std::string_view path, std::string_view name,
+                                        std::string_view version = {});
   [[nodiscard]] Status acknowledge(std::uint32_t subscription, std::uint64_t sequence);
 
   enum class Arrived { kNothing, kBatch, kSubscribed, kNotified };

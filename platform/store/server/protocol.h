@@ -9,7 +9,8 @@
 //   kColumns        maximum u32, path text, columns       end u8, count u32, rows octets (columns.h)
 //                   octets
 //   kAction         count u16, count x {word text}        text
-//   kSubscribe      path text, name text (may be empty)   subscription u32, instance u64
+//   kSubscribe      path text, name text (may be empty),  subscription u32, instance u64
+//                   version text (may be missing)
 //   kNodes          maximum u32, path text, after text,   count u32, count x {path text, owner text, value}
 //                   owner text (may be empty)
 //   kStage          flags u8, count u32, count x {path    nothing
@@ -40,7 +41,8 @@
 // have their texts. kNotification is sent unasked, with request 0: subscription u32, sequence u64, lost
 // before it u64, path text, item name text, two values u32, record octets. At most kNotificationWindow of a
 // subscription are sent before the first of them is acknowledged. Other flags than those named, other types,
-// acknowledgements without a subscription and extra octets make a message malformed.
+// acknowledgements without a subscription and extra octets make a message malformed. The version of
+// kSubscribe is that of the subscriber's program, of at most kMaxVersion octets.
 #pragma once
 
 #include <cstddef>
@@ -83,6 +85,7 @@ inline constexpr std::size_t kMaxStagedOctets = 16U << 20;       // of its messa
 inline constexpr std::size_t kMaxStagedChangesOfAll = 200000;    // of all clients' commits
 inline constexpr std::size_t kMaxStagedOctetsOfAll = 64U << 20;  // of their messages
 inline constexpr std::size_t kMaxSubscriptions = 16;             // of one client
+inline constexpr std::size_t kMaxVersion = 64;                   // octets
 inline constexpr std::size_t kNotificationWindow = 64;
 inline constexpr std::size_t kPlainQueue = 1024;  // notifications that wait for a subscriber without a name
 

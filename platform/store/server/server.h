@@ -17,6 +17,7 @@ struct Subscription {
   std::uint32_t number;  // of its client, from 1
   std::string path;
   std::shared_ptr<NotificationQueue> queue;
+  std::string version = {};  // of the client's program; empty if it did not state it
 };
 
 // The changes that a client has staged for its next commit.

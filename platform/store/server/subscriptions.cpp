@@ -64,15 +64,22 @@ Status find_queue(const wire::Connection& from, std::string_view path, std::stri
   return kStatusOk;
 }
 
-Status subscribe(wire::Connection* from, std::string_view path, std::string_view name,
+struct SubscriptionRequest {
+  std::string_view path;
+  std::string_view name;
+  std::string_view version;
+};
+
+Status subscribe(wire::Connection* from, const SubscriptionRequest& request,
                  const Subscription** subscription) {
   if (from == nullptr) return kStatusNotConnected;
-  if (const Status status = check_path(path)) return status;
+  if (const Status status = check_path(request.path)) return status;
   std::vector<Subscription>& all = the_server()->subscriptions[from->id()];
   if (all.size() >= kMaxSubscriptions) return kStatusTooManyRequests;
   std::shared_ptr<NotificationQueue> queue;
-  if (const Status status = find_queue(*from, path, name, &queue)) return status;
-  all.push_back({static_cast<std::uint32_t>(all.size() + 1), std::string(path), std::move(queue)});
+  if (const Status status = find_queue(*from, request.path, request.name, &queue)) return status;
+  all.push_back({static_cast<std::uint32_t>(all.size() + 1), std::string(request.path), std::move(queue),
+                 std::string(request.version)});
   *subscription = &all.back();
   return kStatusOk;
 }
@@ -159,11 +166,11 @@ void StoreServer::forget(std::uint64_t client) {
 }
 
 bool answer_subscribe(wire::Connection* from, Reader* request, wire::Octets* answer) {
-  const std::string_view path = request->text();
-  const std::string_view name = request->text();
-  if (!request->finished()) return false;
+  SubscriptionRequest asked{request->text(), request->text(), {}};
+  if (request->left() > 0) asked.version = request->text();
+  if (!request->finished() || asked.version.size() > kMaxVersion) return false;
   const Subscription* subscription = nullptr;
-  const Status status = subscribe(from, path, name, &subscription);
+  const Status status = subscribe(from, asked, &subscription);
   Writer writer(answer);
   writer.u32(status);
   if (status != kStatusOk) return true;

@@ -73,8 +73,9 @@ struct ProcessStatus {
   std::uint32_t traps_lost;        // of which the front end does not know yet
   std::uint32_t traps_subscriber;  // the id of the front end among the clients; 0: none
   char* settings_problem;          // why the settings in the file are not those in effect; empty if they are
+  char* front_end_version;         // empty: none is connected, or it does not state it
 };
-static_assert(sizeof(ProcessStatus) == 144);
+static_assert(sizeof(ProcessStatus) == 152);
 
 extern const ParcelDescription kProcessStatusParcel;
 

@@ -1,5 +1,6 @@
 #include "platform/store/status/status.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
@@ -107,6 +108,17 @@ void set_traps(const std::optional<TrapsFact>& traps, ProcessStatus* status) {
   status->traps_subscriber = saturated(traps->subscriber);
 }
 
+// What the client stated when it subscribed.
+std::string version_of(std::uint64_t client) {
+  if (kvtree::the_server() == nullptr) return "";
+  const auto& subscriptions = kvtree::the_server()->subscriptions;
+  const auto found = subscriptions.find(client);
+  if (found == subscriptions.end()) return "";
+  const auto states_version = [](const kvtree::Subscription& each) { return !each.version.empty(); };
+  const auto stated = std::ranges::find_if(found->second, states_version);
+  return stated == found->second.end() ? "" : stated->version;
+}
+
 void set_figure(const std::optional<std::uint64_t>& figure, std::uint32_t* is_known, std::uint32_t* value) {
   *is_known = figure ? 1 : 0;
   *value = saturated(figure.value_or(0));
@@ -137,7 +149,10 @@ Status get_status(const KvRequest* request, KvReply* reply) {
   status.sources = sources.array();
   status.databases = databases.array();
   status.route_module_failures = failures.array();
-  set_traps(ask(identity.traps), &status);
+  const std::optional<TrapsFact> traps = ask(identity.traps);
+  set_traps(traps, &status);
+  std::string front_end_version = traps ? version_of(traps->subscriber) : "";
+  status.front_end_version = front_end_version.data();
   std::string settings_problem = ask(identity.settings_problem);
   status.settings_problem = settings_problem.data();
   reply->kind = kKvKindRecord;
