@@ -13,6 +13,7 @@
 #include "cli/commands.h"
 #include "cli/completion.h"
 #include "cli/config/config_command_line.h"
+#include "cli/diagnosis/raw_paths.h"
 #include "cli/doctor/doctor.h"
 #include "cli/explain/explain.h"
 #include "cli/export/export.h"
@@ -70,9 +71,12 @@ constexpr char kFooter[] =
 
 constexpr char kPathFooter[] =
     "A path is below /oper/mpls_vpn/gl/ unless it begins with /. \"mplsvpn config show --json\" shows the "
-    "configuration. In keys write all octets but letters, digits and _ . : - as %XX. A key - is absent.\n"
-    "\n"
-    "Examples:\n"
+    "configuration. In keys write all octets but letters, digits and _ . : - as %XX. A key - is absent, as "
+    "are those left out at the end. Addresses are in hexadecimal digits.\n"
+    "\n";
+
+constexpr char kPathExamples[] =
+    "\nExamples:\n"
     "  mplsvpn get scalars\n"
     "  mplsvpn get vrf/red\n"
     "  mplsvpn get interface-next/%2D/0              of the VRF \"-\"\n"
@@ -143,9 +147,10 @@ using PathCommand = void (*)(const Session&, const PathRequest&);
 CLI::App* add_path_command(CLI::App& app, Options* options, PathCommand command, const char* name,
                            const char* description) {
   CLI::App* words = app.add_subcommand(name, description);
-  words->add_option("PATH", options->path.path, "The path in the data store")->required();
+  words->add_option("PATH", options->path.path,
+                    "The path in the data store; without it the paths are shown that the command reads");
   add_structured(words, &options->path.structured);
-  words->footer(kPathFooter);
+  words->footer(std::string(kPathFooter) + raw_paths_help() + kPathExamples);
   on_choice(words, &options->command, command, &options->path);
   return words;
 }

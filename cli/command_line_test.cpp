@@ -58,7 +58,6 @@ TEST_F(CommandLine, WordsThatMakeNoCommandAreUsageErrors) {
       {"--timeout", "0", "show", "scalars"},
       {"--timeout", "soon", "show", "scalars"},
       {"--unknown", "show", "scalars"},
-      {"get"},
       {"debug", "prov"},
       {"debug", "prov", "maybe"},
       {"debug", "a", "b", "c"},

@@ -36,6 +36,7 @@
 
 #include "daemon/lifecycle.h"
 #include "daemon/notifications.h"
+#include "daemon/record_types.h"
 #include "daemon/route_modules.h"
 #include "daemon/settings.h"
 #include "daemon/signals.h"
@@ -177,6 +178,7 @@ void start_on_main_manager(EventManager* manager) {
   provide_status(manager);
   list_notifications(manager);
   provide_interface_states(manager);
+  register_record_types();
   report_floods_regularly(manager);
   check_route_modules();
   std::string error;

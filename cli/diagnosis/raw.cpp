@@ -4,8 +4,11 @@
 #include <fmt/ostream.h>
 
 #include "cli/commands.h"
+#include "cli/diagnosis/raw_paths.h"
+#include "cli/output/columns.h"
 #include "cli/output/json_list.h"
 #include "cli/output/notices.h"
+#include "cli/output/row_writer.h"
 #include "cli/output/table.h"
 #include "mpls/vpn/mib/src/records/mib_constants.h"
 #include "platform/core/parcel/parcel.h"
@@ -54,9 +57,25 @@ void show_items(const Session& session, const PathRequest& request, const std::s
                             request.most == 1 ? "" : "s"));
 }
 
+constexpr Column<RawPath> kPathColumns[] = {
+    {"path", member_json<&RawPath::path>, {"PATH"}},
+    {"contents", member_json<&RawPath::contents>, {"CONTENTS"}},
+};
+
+// What the command can show.
+template <bool RawPath::*kIsFor>
+void show_paths(const Session& session) {
+  RowWriter<RawPath> writer(session, kPathColumns);
+  for (const RawPath& each : raw_paths()) {
+    if (each.*kIsFor) writer.add(each);
+  }
+  writer.end();
+}
+
 }  // namespace
 
 void get_record(const Session& session, const PathRequest& request) {
+  if (request.path.empty()) return show_paths<&RawPath::is_read>(session);
   const std::string path = whole_path(request.path);
   const kvtree::GetResult result = connect_to_daemon(session)->get(path, request.structured);
   if (result.status) throw request_failure(session, path, result.status);
@@ -65,12 +84,14 @@ void get_record(const Session& session, const PathRequest& request) {
 }
 
 void get_list(const Session& session, const PathRequest& request) {
+  if (request.path.empty()) return show_paths<&RawPath::is_listed>(session);
   const std::string path = whole_path(request.path);
   const auto result = connect_to_daemon(session)->list(path, request.most, request.structured);
   show_items(session, request, path, result, false);
 }
 
 void get_datalist(const Session& session, const PathRequest& request) {
+  if (request.path.empty()) return show_paths<&RawPath::has_records>(session);
   const std::string path = whole_path(request.path);
   const auto result = connect_to_daemon(session)->datalist(path, request.most, request.structured);
   show_items(session, request, path, result, true);

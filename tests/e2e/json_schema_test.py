@@ -16,6 +16,7 @@ DEFINITIONS = json.loads((ROOT / "docs/mplsvpn.schema.json").read_text())["$defs
 COMMANDS = ("show scalars", "show status", "show interfaces", "show interfaces red", "show vrf", "show vrf red", "show vrf detail",
             "show vrf red detail", "show vrf invalid", "show vrf brief --state up", "show vrf --structured", "show route-targets",
             "show routes red", "show routes blue ::1", "show traps", "show thresholds", "get scalars", "get vrf/red", "list vrf-detail", "datalist vrf-detail",
+            "get", "list", "datalist",
             "debug list", "debug prov on", "debug prov off", "trace", "trace init", "config show", "config show --owners",
             "config show traps", "config load --dry-run examples/config.conf",
             "config set --candidate vrf blue description dropped", "config discard",
@@ -27,7 +28,7 @@ COMMANDS = ("show scalars", "show status", "show interfaces", "show interfaces r
             "export --format napalm", "export --format netbox",
             "graph", "explain red", "explain red 10.11.0.0/16")
 OTHERS = {"show vrf red detail": "show vrf detail", "show vrf --structured": "show vrf detail", "trace init": "trace entries",
-          "config history 1": "changes", "config rollback 1 --dry-run": "changes",
+          "get": "paths", "list": "paths", "datalist": "paths", "config history 1": "changes", "config rollback 1 --dry-run": "changes",
           "config load --dry-run examples/config.conf": "changes"}
 
 

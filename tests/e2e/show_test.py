@@ -4,11 +4,12 @@ ten thousand VRFs, steadily and in bounded memory."""
 import ipaddress
 import json
 import pathlib
+import re
 import subprocess
 import time
 import unittest
 
-from system import ASAN_OPTIONS, BIN, SLOW, System, SystemTest, wait_until
+from system import ASAN_OPTIONS, BIN, ROOT, SLOW, System, SystemTest, wait_until
 
 PROTOCOLS = {"local": 2, "static": 3, "ospf": 13, "bgp": 14}
 TYPES = {"local": 3, "remote": 4, "blackhole": 5}
@@ -238,6 +239,48 @@ class Changes(SystemTest):
             result = system.cli(*words)
             self.assertEqual((result.returncode, result.stdout), (3, ""), words)
             self.assertIn("mpls_vpn_mib is not running (nothing listens on ", result.stderr)
+
+
+# A path as "get", "list" and "datalist" name it: one that the router below has.
+PATHS = {"scalars": "scalars", "interface-next/VRF/IFINDEX": "interface-next/red/0",
+         "vrf/VRF": "vrf/red", "vrf-next/VRF": "vrf-next/a", "vrf-detail/VRF": "vrf-detail/blue",
+         "vrf-detail-filter/VRF/AFI/SAFI": "vrf-detail-filter/-/1/1", "vrf-invalid-detail/VRF": "vrf-invalid-detail/orphan",
+         "rt/VRF/INDEX/TYPE": "rt/red/1/1", "rt-next/VRF/INDEX/TYPE": "rt-next/red/0/0",
+         "route/VRF/TYPE/LENGTH/TYPE/DESTINATION/NEXTHOP": "route/red/1/8/1/0a000000/00000000",
+         "route-next/VRF/TYPE/LENGTH/TYPE/DESTINATION/NEXTHOP": "route-next/red/1/0/1/0/0",
+         "/oper/interfaces/name/NAME": "/oper/interfaces/name/ge%2D0", "/oper/interfaces/index/IFINDEX": "/oper/interfaces/index/7",
+         "/oper/interfaces/next/HANDLE": "/oper/interfaces/next/0", "/oper/notifications/latest/N": "/oper/notifications/latest/5",
+         "/oper/process/status": "/oper/process/status", "/oper/route_watch/vrf-next/VRF": "/oper/route_watch/vrf-next/-"}
+PATHS_ROUTER = """vrfs:
+  - {name: red, table: 10, route_targets: {both: [65000:1]}, routes: [{prefix: 10.0.0.0/8, type: blackhole}]}
+  - {name: blue, table: 20}
+interfaces: [{name: ge-0, index: 7, vrf: red}, {name: ge1, index: 8, vrf: orphan}]
+"""
+
+
+class Paths(SystemTest):
+    def test_commands_read_the_paths_that_they_name_and_no_others(self):
+        system = self.new_system(PATHS_ROUTER)
+        system.start_daemon()
+        system.cli("config", "set", "vrf", "red", "watch", "10.0.0.0/8", check=True)
+        wait_until("the route", lambda: system.cli_json("show", "routes", "red"))
+        for command in "get", "list", "datalist":
+            named = [row["path"] for row in system.cli_json(command)]
+            self.assertTrue(set(named) <= set(PATHS), named)
+            for path, example in PATHS.items():
+                with self.subTest(command=command, path=path):
+                    self.assertEqual(system.cli(command, example).returncode == 0, path in named)
+                    self.assertIn(f"  {path}\n", system.cli(command, "--help").stdout)
+
+    def test_paths_are_those_of_all_providers(self):
+        table = (ROOT / "mpls/vpn/mib/src/provider/path_table.cpp").read_text()
+        provided = set(re.findall(r'^ +\{"([a-z-]+)[/"]', table.partition("kProvPaths")[2].partition("};")[0], re.MULTILINE))
+        self.assertEqual(provided - {"interface"},  # has no rows, because the MIB is read with "next" only
+                         {path.split("/")[0] for path in PATHS if not path.startswith("/")})
+        providers = {match for file in ROOT.glob("platform/**/records.h")
+                     for match in re.findall(r'kProviderPath\[\] = "(.*)"', file.read_text())}
+        self.assertEqual(providers - {"/oper/vpn_changes/"},  # has notifications only
+                         {path[:path.index("/", len("/oper/")) + 1] for path in PATHS if path.startswith("/")})
 
 
 def watched(system, *words):
