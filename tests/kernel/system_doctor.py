@@ -3,10 +3,12 @@
 suite.py). Each check of the kernel and of the suite is triggered, and is quiet again when the command that it prints, or
 the same by hand, has been run. Runs in the guest (see uml-run), as root.
 """
+import ctypes
 import json
 import os
 import pathlib
 import re
+import struct
 import subprocess
 
 from suite_system import BGP, SuiteSystemTest, main, vpn_instance  # before system
@@ -16,6 +18,7 @@ from system import BIN, wait_until
 
 VRFS = {"red": 10, "blue": 20}
 MEMBERS = {"red1": "red", "blue1": "blue"}
+ADJ_MAX_ERROR, ADJ_ESTIMATED_ERROR, ADJ_STATUS, UNSYNCHRONIZED = 0x4, 0x8, 0x10, 0x40  # adjtimex(2)
 PATIENCE = "2m"  # on a machine that does much else
 OTHER_USER = ("setpriv", "--reuid", "65534", "--regid", "65534", "--clear-groups")
 SELECTED = """echo '{"10.8.0.0/16": [{"selected": true, "protocol": "static"}]}'"""
@@ -139,6 +142,38 @@ class Doctor(SuiteSystemTest):
             run("sysctl", "-qw", "net.mpls.conf.core/2.input=0")
             self.assert_ok("mpls-labels")
 
+    def test_clock_that_is_not_synchronized(self):
+        self.addCleanup(self.set_clock_status, UNSYNCHRONIZED)
+        self.set_clock_status(0)
+        self.assert_ok("clock")
+        self.set_clock_status(UNSYNCHRONIZED)
+        self.assert_found("clock", "warning", "the clock is not synchronized")
+
+    def set_clock_status(self, status):
+        """As a time service does: the status, and no error of the clock, which would grow until the kernel changes the status."""
+        timex = struct.pack("IxxxxqqqqiQ", ADJ_STATUS | ADJ_MAX_ERROR | ADJ_ESTIMATED_ERROR, 0, 0, 0, 0, status, 0).ljust(256, b"\0")
+        buffer = ctypes.create_string_buffer(timex)
+        self.assertGreaterEqual(ctypes.CDLL(None, use_errno=True).adjtimex(buffer), 0, os.strerror(ctypes.get_errno()))
+
+    # --- routes ---
+
+    def test_routes_that_are_watched(self):
+        edits = ("low-water", "ipv4", "1000", "0"), ("watch", "10.66.0.0/16")
+        for words in edits:
+            self.system.cli("config", "set", "vrf", "red", *words, check=True)
+            self.addCleanup(self.system.cli, "config", "delete", "vrf", "red", *words[:2])
+        self.becomes("routes-low", lambda: self.diagnose("routes-low")[0], "warning", 20)
+        routes = self.system.cli_json("show", "thresholds")[0]["tables"][0]["routes"]
+        self.system.cli("config", "set", "vrf", "red", "low-water", "ipv4", str(routes + 1), "0", check=True)
+        self.assert_found("routes-low", "warning", f"{routes}")
+        self.assert_found("watched-prefix", "warning", "10.66.0.0/16")
+        run("ip", "route", "add", "vrf", "red", "10.66.0.0/16", "dev", "red1")
+        for check in "routes-low", "watched-prefix":
+            self.assert_ok(check)
+        run("ip", "route", "del", "vrf", "red", "10.66.0.0/16", "dev", "red1")
+        for check in "routes-low", "watched-prefix":
+            self.becomes(check, lambda name=check: self.diagnose(name)[0], "warning", 20)
+
     # --- the suite ---
 
     def test_user_without_rights_for_the_suite(self):
@@ -175,6 +210,8 @@ class Doctor(SuiteSystemTest):
         for check in "vrf-device-down", "vrf-members", "suite-vrf-device", "vpn-label", "vpn-rd", "suite-saved":
             self.assert_ok(check)
         self.assert_found("vrf-not-in-suite", "ok", "not in the suite's configuration, and no VPNs: mgmt")
+        self.assert_found("vrf-not-in-suite", "notPossible", "mgmt; whether they are VPNs is unknown: ",
+                          conf=("--suite-conf", str(self.suite.etc)))
         for words, text in ("rd 65000:90", "it has a route distinguisher"), ("rt import 65000:90", "it has route targets"):
             self.system.cli("config", "set", "vrf", "mgmt", *words.split(), check=True)
             self.assert_found("vrf-not-in-suite", "warning", f"does not name VRF mgmt, but {text}")
@@ -210,8 +247,6 @@ class Doctor(SuiteSystemTest):
         if self.release.major < 10:
             with self.assertRaisesRegex(AssertionError, "Unknown command"):
                 self.change("red", mode)
-        self.assert_found("vrf-not-in-suite", "notPossible", "mgmt; whether they are VPNs is unknown: ",
-                          conf=("--suite-conf", str(self.suite.etc)))
             self.assert_ok("vpn-label")
             return
         self.change("red", "no label vpn export auto", mode)
@@ -270,6 +305,8 @@ class Doctor(SuiteSystemTest):
         self.addCleanup(self.start_bgpd)
         saved = (self.suite.etc / "frr.conf").read_text()
         self.assert_found("suite-access", "error", 'has "router bgp": no VPN routes are exchanged')
+        self.becomes("sources", lambda: self.diagnose("sources")[0], "error", 30)
+        self.assert_found("sources", "error", "bgpd: ")
         for check in "suite-vrf-device", "vrf-not-in-suite", "vpn-label", "vpn-rd", "suite-saved":
             with self.subTest(check):
                 self.assertEqual(self.diagnose(check)[0], "notPossible")
@@ -278,8 +315,8 @@ class Doctor(SuiteSystemTest):
     def start_bgpd(self):
         self.suite.start("bgpd")
         self.suite.load()
-        self.assert_ok("suite-access")
-        self.assert_ok("suite-saved")
+        for check in "suite-access", "suite-saved", "sources":
+            self.assert_ok(check)
 
     def shell_that(self, **cases):
         """The suite's shell, but for these commands: {VRF of "show ip route": what is done then}. Its runs are counted."""
