@@ -76,9 +76,8 @@ void warn_of_missing_interfaces(const Session& session, kvtree::Client& client,
   }
   for (const std::string& name : names) {
     if (!is_missing_interface(client, name)) continue;
-    fmt::print(session.err,
-               "mplsvpn: warning: interface {} does not exist; its configuration waits until it is created\n",
-               printable(name));
+    warn(session, fmt::format("interface {} does not exist; its configuration waits until it is created",
+                              printable(name)));
   }
 }
 
