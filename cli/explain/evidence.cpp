@@ -180,11 +180,11 @@ const std::vector<RibEntry>& Evidence::rib() {
 
 const std::vector<RibEntry>& Evidence::core_routes() {
   const BgpPath* const used = path();
-  if (used == nullptr || used->next_hop.empty()) throw doctor::NotPossible("no path has a next hop");
+  if (used == nullptr || used->resolved().empty()) throw doctor::NotPossible("no path has a next hop");
   return of_route_.core_routes.get([this, used] {
-    const bool is_ipv6 = used->next_hop.find(':') != std::string::npos;
-    return owned(
-        parse_rib(ask_json(fmt::format("show {} route {}", is_ipv6 ? "ipv6" : "ip", used->next_hop))));
+    const std::string& to = used->resolved();
+    const bool is_ipv6 = to.find(':') != std::string::npos;
+    return owned(parse_rib(ask_json(fmt::format("show {} route {}", is_ipv6 ? "ipv6" : "ip", to))));
   });
 }
 

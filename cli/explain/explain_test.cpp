@@ -189,5 +189,36 @@ TEST_F(ExplainDefaultRoute, ReachesTheNextHopIfBgpUsesThePath) {
   EXPECT_EQ(NextHopWith(true).text, "the core reaches 10.255.0.2 by 0.0.0.0/0, static: 192.0.2.1");
 }
 
+class ExplainSegments : public ExplainedRouter {
+ protected:
+  // Version 10 prints the next hop of an IPv4 route as none in the VPN table.
+  std::map<std::string, Judgement> ExplainWith(const std::string& core_prefix) {
+    Json path = VpnPath("65000:10", "0.0.0.0");
+    path["peer"]["peerId"] = "fd00::2";
+    path["remoteSid"] = "2001:db8:f2::";
+    path["remoteLabel"] = 16;
+    AnswerVpn(kPrefix, "65000:110", path);
+    if (!core_prefix.empty()) {
+      const Json hop = {{"ip", "fd12::2"}, {"active", true}, {"fib", true}};
+      Answer("show ipv6 route 2001:db8:f2:: json",
+             Json{{core_prefix, Json::array({Entry(core_prefix, "isis", hop)})}}.dump());
+    }
+    return Explain(kPrefix);
+  }
+};
+
+TEST_F(ExplainSegments, AreReachedByTheRouteToTheirLocator) {
+  auto judged = ExplainWith("2001:db8:f2::/48");
+  EXPECT_EQ(judged["next-hop"].text, "the core reaches 2001:db8:f2:: by 2001:db8:f2::/48, isis: fd12::2");
+  EXPECT_EQ(judged["label"].text,
+            "packets leave with a segment identifier of fd00::2 with RD 65000:110: 2001:db8:f2::");
+}
+
+TEST_F(ExplainSegments, WithoutARouteInTheCoreAreTheBrokenLink) {
+  auto judged = ExplainWith("");
+  EXPECT_EQ(judged["next-hop"].state, State::kBroken);
+  EXPECT_EQ(judged["next-hop"].text, "the core has no route to the segment identifier 2001:db8:f2::");
+}
+
 }  // namespace
 }  // namespace cli::explain

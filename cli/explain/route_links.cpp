@@ -113,14 +113,14 @@ Judgement judge_imported(Evidence& evidence, const BgpPath& path) {
 }
 
 Judgement without_label(Evidence& evidence, const RibEntry& route, const BgpPath& path) {
-  if (!route.has_label)
+  if (!route.has_label && path.segment.empty())
     return broken(
         fmt::format("the core's route {} to the next hop {} has no label: BGP does not use the path",
                     route.prefix, path.next_hop),
         "distribute labels in the core (LDP, segment routing, or a static label), then: " +
             look_at(evidence, fmt::format("show mpls table")));
-  return broken(fmt::format("BGP considers the next hop {} invalid, although the core has {}", path.next_hop,
-                            route.prefix),
+  return broken(fmt::format("BGP considers the next hop {} invalid, although the core has {}",
+                            path.resolved(), route.prefix),
                 look_at(evidence, "show bgp nexthop"));
 }
 
@@ -219,15 +219,16 @@ Judgement judge_next_hop(Evidence& evidence) {
   if (path->is_of_this_router()) return not_checked(fmt::format("the route is of {}", origin_of(*path)));
   const auto& routes = evidence.core_routes();
   const auto used = std::ranges::find_if(routes, &RibEntry::is_selected);
-  const bool is_ipv6 = path->next_hop.find(':') != std::string::npos;
-  const std::string shown =
-      look_at(evidence, fmt::format("show {} route {}", is_ipv6 ? "ipv6" : "ip", path->next_hop));
+  const std::string& to = path->resolved();
+  const bool is_ipv6 = to.find(':') != std::string::npos;
+  const std::string shown = look_at(evidence, fmt::format("show {} route {}", is_ipv6 ? "ipv6" : "ip", to));
   if (used == routes.end() || is_unused_default(evidence, *used))
-    return broken(fmt::format("the core has no route to the next hop {}{}", path->next_hop,
+    return broken(fmt::format("the core has no route to the {} {}{}",
+                              path->segment.empty() ? "next hop" : "segment identifier", to,
                               used == routes.end() ? "" : " but a default route"),
                   fmt::format("route to it in the core (OSPF, IS-IS, or a static route), then: {}", shown));
   if (!is_usable(evidence, *path)) return without_label(evidence, *used, *path);
-  return ok(fmt::format("the core reaches {} by {}, {}: {}", path->next_hop, used->prefix, used->protocol,
+  return ok(fmt::format("the core reaches {} by {}, {}: {}", to, used->prefix, used->protocol,
                         used->next_hop.empty() ? "connected" : used->next_hop));
 }
 
@@ -255,6 +256,9 @@ Judgement judge_label(Evidence& evidence) {
   if (path == nullptr) return not_checked(kNoPath);
   if (path->is_of_this_router())
     return not_checked(fmt::format("packets go to {} without a label", origin_of(*path)));
+  if (!path->segment.empty())
+    return ok(
+        fmt::format("packets leave with a segment identifier of {}: {}", origin_of(*path), path->segment));
   if (std::ranges::any_of(evidence.rib(), &RibEntry::has_segment))
     return ok("packets leave with a segment identifier");
   if (path->label)

@@ -62,6 +62,7 @@ BgpPath read_path(const Json& path) {
     read.neighbor.clear();
   read.next_hop_vrf = text_at(path, "nhVrfName");
   read.label = label_of(path);
+  read.segment = text_at(path, "remoteSid");
   read.is_valid = flag_at(path, "valid");
   read.is_best = flag_at(part_at(path, "bestpath"), "overall");
   read.selection = text_at(part_at(path, "bestpath"), "selectionReason");

@@ -22,10 +22,13 @@ struct BgpPath {
   std::string neighbor{};      // empty: it is of this router
   std::string next_hop_vrf{};  // the next hop is in this VRF; empty: in the same one
   std::optional<std::uint32_t> label{};
+  std::string segment{};    // SRv6 (RFC 9252); the label may have a part of it. Empty: none
   std::string selection{};  // of the best path: why it is the best
   bool is_valid = false;
   bool is_best = false;
 
+  // To which the core must have a route: BGP resolves segment identifiers, not next hops.
+  const std::string& resolved() const { return segment.empty() ? next_hop : segment; }
   // The route is of this router: of another VRF, or of the same one.
   bool is_of_this_router() const;
 };
