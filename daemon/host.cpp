@@ -121,8 +121,10 @@ std::vector<process_status::SourceFact> facts_of_sources() {
 std::vector<process_status::DatabaseFact> facts_of_databases() {
   const Status failure = chkpt_failure();
   std::vector<process_status::DatabaseFact> facts = {
-      {"configuration", state_directory() + "/configuration.db", kvtree_configuration_problem()},
-      {"checkpoint", state_directory() + "/checkpoint.db", failure ? err_text(failure) : ""}};
+      {"configuration", state_directory() + "/configuration.db", kvtree_configuration_problem(),
+       kvtree_configuration_quarantine()},
+      {"checkpoint", state_directory() + "/checkpoint.db", failure ? err_text(failure) : "",
+       chkpt_quarantine()}};
   std::ranges::move(notification_files(), std::back_inserter(facts));
   return facts;
 }

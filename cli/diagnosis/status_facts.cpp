@@ -65,6 +65,7 @@ constexpr Column<DatabaseStatus> kDatabaseColumns[] = {
     {"name", member_json<&DatabaseStatus::name>, {"DATABASE"}},
     {"kibibytes", member_json<&DatabaseStatus::kibibytes>, number("SIZE"), size_text},
     {"setAside", member_json<&DatabaseStatus::set_aside>, number("SET ASIDE")},
+    {"quarantined", member_json<&DatabaseStatus::quarantined>, number("QUARANTINED")},
     {"path", member_json<&DatabaseStatus::path>, {"FILE"}},
     {"problem",
      member_or_null<&DatabaseStatus::problem>,

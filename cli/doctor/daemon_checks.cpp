@@ -63,6 +63,22 @@ Finding finding_of(const SourceStatus& source) {
           fix_of(name, problem, is_up)};
 }
 
+// The daemon has its databases locked while it runs.
+Finding finding_of_quarantine(const std::string& path, const DatabaseStatus& database) {
+  const std::string tables = text_or_empty(database.quarantine);
+  std::string_view rest = tables;
+  std::string drops;
+  while (!rest.empty())
+    drops += fmt::format("{}DROP TABLE {}", drops.empty() ? "" : ";", text::take_until(&rest, ','));
+  return {
+      Level::kWarning,
+      fmt::format("{}: {} rows could not be used and have no effect; they are stored in its tables {}", path,
+                  database.quarantined, tables),
+      fmt::format("{} -g quarantine; set again what is missing; then systemctl stop mpls_vpn_mib; sqlite3 {} "
+                  "'{}'; systemctl start mpls_vpn_mib",
+                  kLog, path, drops)};
+}
+
 }  // namespace
 
 std::string state_folder(Facts& facts) {
@@ -116,6 +132,7 @@ Findings check_databases(Facts& facts) {
   Findings findings;
   for (const auto& database : elements_of<DatabaseStatus>(facts.status()->databases)) {
     const std::string path = text_or_empty(database.path);
+    if (database.quarantined != 0) findings.push_back(finding_of_quarantine(path, database));
     if (const std::string problem = text_or_empty(database.problem); !problem.empty())
       findings.push_back(
           {Level::kError, fmt::format("{} cannot be written: {}", path, problem), "df " + path});

@@ -29,6 +29,7 @@
 
 #include "platform/core/base/status.h"
 #include "platform/core/evm/evm.h"
+#include "platform/core/sqlite/quarantine.h"
 
 struct ChkptTable;
 struct ChkptIterator;
@@ -103,6 +104,8 @@ std::uint64_t chkpt_committed();
 // Why the last commit failed, or the last chkpt_init() could not open the database: kStatusNewerVersion if a
 // later release has written it.
 Status chkpt_failure();
+// The records that could not be used, as they were when the database was opened; none before.
+sqlite::Quarantine chkpt_quarantine();
 // Sets what is called on the main thread with that number whenever it has increased. Null removes it. It must
 // not end the store.
 void chkpt_on_commit(std::function<void(std::uint64_t number)> function);

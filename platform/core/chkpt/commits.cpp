@@ -195,6 +195,11 @@ Status chkpt_failure() {
   return store == nullptr ? chkpt::opening_failure() : store->failure;
 }
 
+sqlite::Quarantine chkpt_quarantine() {
+  const Store* const store = the_store().get();
+  return store == nullptr ? sqlite::Quarantine{} : store->contents.quarantine;
+}
+
 std::uint64_t chkpt_begin_flush() {
   Store* const store = the_store().get();
   if (store == nullptr || store->failure != kStatusOk) return 0;

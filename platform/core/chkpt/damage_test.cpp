@@ -66,6 +66,8 @@ class CheckpointDamageTest : public CheckpointTest {
     CaptureStderr();
     EXPECT_TRUE(Start());
     EXPECT_THAT(GetCapturedStderr(), HasSubstr("1 records are invalid, the first is "));
+    const sqlite::Quarantine expected{1, "quarantine_record"};
+    EXPECT_EQ(chkpt_quarantine(), expected);
     EXPECT_FALSE(Exists(Aside()));
     EXPECT_THAT(Rows(), ElementsAre(Row{"key1", "old"}, Row{"key3", "old"})) << sql;
     Put("key2", "new");
@@ -73,6 +75,7 @@ class CheckpointDamageTest : public CheckpointTest {
     CaptureStderr();
     EXPECT_TRUE(Restart());
     EXPECT_EQ(GetCapturedStderr(), "");
+    EXPECT_EQ(chkpt_quarantine(), expected);
     EXPECT_THAT(Rows(), ElementsAre(Row{"key1", "old"}, Row{"key3", "old"}, Row{"key2", "new"}));
     chkpt_end();
     Sql("CREATE TABLE expected(rows CHECK(rows = 1)); INSERT INTO expected SELECT count(*) FROM "

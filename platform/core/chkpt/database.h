@@ -12,6 +12,7 @@
 #include <string_view>
 
 #include "platform/core/chkpt/chkpt.h"
+#include "platform/core/sqlite/quarantine.h"
 #include "platform/core/sqlite/sqlite.h"
 
 namespace chkpt {
@@ -55,6 +56,7 @@ struct Contents {
   std::map<std::uint32_t, std::string> applications;  // names by number
   std::map<TableName, Records> records;
   std::uint64_t last_object_id = 0;  // the highest ever assigned
+  sqlite::Quarantine quarantine;
 };
 
 // A statement with several rows costs less than half of as many statements.

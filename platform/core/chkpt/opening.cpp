@@ -142,7 +142,8 @@ class Opening {
   bool open_existing(Contents* contents) {
     return check() && passed(probe(connection(), version)) &&
            (version == kVersion ? has_our_schema() : migrate()) && load(contents) && write_ahead() &&
-           (invalid_.empty() || quarantine()) && correct_sequence(contents);
+           (invalid_.empty() || quarantine()) &&
+           passed(sqlite::read_quarantine(connection(), &contents->quarantine)) && correct_sequence(contents);
   }
   bool has_our_schema() {
     std::string damage;

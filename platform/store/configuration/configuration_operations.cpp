@@ -263,6 +263,10 @@ std::string kvtree_configuration_problem() {
   return store().node_store == nullptr ? "" : store().node_store->problem();
 }
 
+sqlite::Quarantine kvtree_configuration_quarantine() {
+  return store().node_store == nullptr ? sqlite::Quarantine{} : store().node_store->quarantined();
+}
+
 Status kvtree_keep_configuration(const std::string& directory) {
   if (const Status status = fault_check("kvtree_keep_configuration")) return status;
   if (store().node_store != nullptr) return kStatusExists;

@@ -242,7 +242,9 @@ TEST_F(DamagedRow, NodeIsQuarantinedAndTheOthersAreEffective) {
 
 TEST_F(DamagedRow, QuarantineHasEveryColumn) {
   EXPECT_THAT(StartDamagedBy("UPDATE node SET suppressed = 1 WHERE path = '/cfg/b'"), HasSubstr("damaged"));
+  EXPECT_EQ(kvtree_configuration_quarantine(), (sqlite::Quarantine{1, "quarantine_node"}));
   EXPECT_THAT(StartDamagedBy("UPDATE log SET user = 'eve', folded = 0 WHERE id = 2"), HasSubstr("commit 2"));
+  EXPECT_EQ(kvtree_configuration_quarantine(), (sqlite::Quarantine{2, "quarantine_commit,quarantine_node"}));
   Execute(
       "CREATE TABLE expected(n CHECK(n = 1)); INSERT INTO expected SELECT suppressed FROM quarantine_node; "
       "INSERT INTO expected SELECT user = 'eve' AND folded = 0 AND id = 2 FROM quarantine_commit");

@@ -140,7 +140,7 @@ Status NodeStore::for_each(const Visitor& visit) {
   statement.reset();
   if (!damaged.empty()) quarantine_damaged_rows(damaged);
   for (const auto& [path, owner] : invalid) quarantine_row(path, owner);
-  return kStatusOk;
+  return count_quarantined();
 }
 
 // --- Writing

@@ -22,6 +22,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "platform/core/sqlite/quarantine.h"
 #include "platform/core/sqlite/sqlite.h"
 #include "platform/store/codec/commit_codec.h"
 #include "platform/store/configuration/config_tree.h"
@@ -90,6 +91,9 @@ class NodeStore {
   // Why the last commit was refused or not folded; empty if it was not. Does not wait for another thread.
   std::string problem() const;
 
+  // As for_each() has left it. Main thread.
+  const sqlite::Quarantine& quarantined() const { return quarantine_; }
+
   // Do not wait for another thread.
   bool has_unfolded() const { return unfolded_commits_ > 0; }
   std::size_t count_unfolded() const { return unfolded_changes_; }
@@ -141,6 +145,7 @@ class NodeStore {
   bool quarantine(const std::function<bool()>& move);
   bool transact(const std::function<bool()>& change);
   Status fail_quarantine(const char* what) const;
+  Status count_quarantined();
   Status visit_content(std::int64_t id, const std::function<void(PlannedChange)>& visit) const;
   using ContentReader = std::function<bool(std::size_t owner, wire::OctetSpan octets)>;
   Status read_content(std::int64_t id, const ContentReader& read) const;
@@ -197,6 +202,7 @@ class NodeStore {
   std::atomic<std::size_t> unfolded_commits_{0};
   std::atomic<std::size_t> unfolded_changes_{0};  // of them, without those that are folded
   sqlite::Connection database_;
+  sqlite::Quarantine quarantine_;
   std::deque<Unfolded> unfolded_;
   Sizes sizes_;
   mutable std::mutex problem_mutex_;  // of problem_ alone, as the next one

@@ -97,6 +97,12 @@ bool NodeStore::quarantine(const std::function<bool()>& move) {
   return transact([&] { return execute(kMakeQuarantine) && move(); });
 }
 
+Status NodeStore::count_quarantined() {
+  return sqlite::read_quarantine(database_.get(), &quarantine_) == SQLITE_OK
+             ? kStatusOk
+             : fail("the rows in quarantine cannot be read");
+}
+
 Status NodeStore::fail_quarantine(const char* what) const {
   log_error("configuration", "%s: %s cannot be moved to quarantine: %s", file().c_str(), what,
             write_error_.c_str());

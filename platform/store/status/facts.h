@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/core/sqlite/quarantine.h"
+
 namespace process_status {
 
 // Something outside of this process that states what the router has: the kernel, the router file, a program
@@ -31,6 +33,7 @@ struct DatabaseFact {
   std::string name;  // "configuration", "checkpoint", "traps", "trapHistory"
   std::string path;
   std::string problem{};  // why it cannot be written; empty if it can
+  sqlite::Quarantine quarantine{};
 };
 
 // The notifications that are retained for the SNMP front end.

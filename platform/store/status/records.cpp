@@ -30,9 +30,10 @@ constexpr std::array kSourceFields = {
 constexpr auto kSource = parcel_structure<SourceStatus>(3, kSourceFields);
 
 constexpr std::array kDatabaseFields = {
-    PARCEL_FIELD(DatabaseStatus, name),      PARCEL_FIELD(DatabaseStatus, path),
-    PARCEL_FIELD(DatabaseStatus, problem),   PARCEL_FIELD(DatabaseStatus, kibibytes),
-    PARCEL_FIELD(DatabaseStatus, set_aside),
+    PARCEL_FIELD(DatabaseStatus, name),       PARCEL_FIELD(DatabaseStatus, path),
+    PARCEL_FIELD(DatabaseStatus, problem),    PARCEL_FIELD(DatabaseStatus, kibibytes),
+    PARCEL_FIELD(DatabaseStatus, set_aside),  PARCEL_FIELD(DatabaseStatus, quarantined),
+    PARCEL_FIELD(DatabaseStatus, quarantine),
 };
 constexpr auto kDatabase = parcel_structure<DatabaseStatus>(4, kDatabaseFields);
 

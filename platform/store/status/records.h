@@ -40,10 +40,12 @@ struct DatabaseStatus {
   char* name;
   char* path;
   char* problem;
-  std::uint32_t kibibytes;  // with its log
-  std::uint32_t set_aside;  // files that were renamed because they could not be used
+  std::uint32_t kibibytes;    // with its log
+  std::uint32_t set_aside;    // files that were renamed because they could not be used
+  std::uint32_t quarantined;  // rows that could not be used
+  char* quarantine;           // the tables that have them
 };
-static_assert(sizeof(DatabaseStatus) == 32);
+static_assert(sizeof(DatabaseStatus) == 48);
 
 struct RouteModuleFailure {
   char* text;

@@ -77,8 +77,13 @@ std::uint64_t octets_of(const std::string& path) {
 
 DatabaseStatus status_of(DatabaseFact& fact) {
   const std::uint64_t octets = octets_of(fact.path) + octets_of(fact.path + "-wal");
-  return {fact.name.data(), fact.path.data(), fact.problem.data(), saturated((octets + 1023) / 1024),
-          count_unusable(fact.path)};
+  return {fact.name.data(),
+          fact.path.data(),
+          fact.problem.data(),
+          saturated((octets + 1023) / 1024),
+          count_unusable(fact.path),
+          saturated(fact.quarantine.rows),
+          fact.quarantine.tables.data()};
 }
 
 RouteModuleFailure status_of(std::string& failure) {

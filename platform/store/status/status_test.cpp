@@ -119,7 +119,9 @@ TEST_F(ProcessStatusTest, StatesSizeAndFilesSetAsideOfEachDatabase) {
   std::ofstream(path) << std::string(1024, 'x');
   std::ofstream(path + "-wal") << 'x';
   for (const char* number : {"1", "2", "4"}) std::ofstream(path + ".unusable." + number) << 'x';
-  const auto databases = [&path] { return std::vector<DatabaseFact>{{"some", path, "the disk is full"}}; };
+  const auto databases = [&path] {
+    return std::vector<DatabaseFact>{{"some", path, "the disk is full", {3, "quarantine_a"}}};
+  };
   ASSERT_EQ(process_status_start(manager, {.databases = databases}), kStatusOk);
   const DecodedStatus status = Read();
   const auto shown = DecodedStatus::elements<DatabaseStatus>(status->databases);
@@ -128,6 +130,8 @@ TEST_F(ProcessStatusTest, StatesSizeAndFilesSetAsideOfEachDatabase) {
   EXPECT_STREQ(shown[0].problem, "the disk is full");
   EXPECT_EQ(shown[0].kibibytes, 2U);
   EXPECT_EQ(shown[0].set_aside, 2U);
+  EXPECT_EQ(shown[0].quarantined, 3U);
+  EXPECT_STREQ(shown[0].quarantine, "quarantine_a");
 }
 
 TEST_F(ProcessStatusTest, StatesTrapsAndRouteModules) {

@@ -33,6 +33,7 @@
 #include "platform/core/base/clock.h"
 #include "platform/core/base/status.h"
 #include "platform/core/evm/evm.h"
+#include "platform/core/sqlite/quarantine.h"
 #include "platform/store/tree/columns.h"
 
 // --- What handlers receive -----------------------------------------------------------------------
@@ -334,6 +335,8 @@ std::optional<KvRetained> kvtree_retained_notifications(std::string_view path, s
 [[nodiscard]] Status kvtree_keep_configuration(const std::string& directory);
 // Why the last commit could not be written there; empty if it could, or if none was made.
 std::string kvtree_configuration_problem();
+// What could not be used of it, as it was when the database was opened; none before.
+sqlite::Quarantine kvtree_configuration_quarantine();
 
 // --- Key texts -----------------------------------------------------------------------------------
 
