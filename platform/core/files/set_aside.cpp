@@ -7,6 +7,8 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "platform/core/base/fault.h"
+
 namespace {
 
 constexpr std::uint32_t kMostUnusable = 1000;
@@ -38,6 +40,7 @@ std::uint32_t count_unusable(const std::string& path) {
 }
 
 Status set_aside(const std::string& path, std::string* name) {
+  if (const Status status = fault_check("set_aside")) return status;
   *name = free_unusable_name(path);
   if (name->empty()) return EEXIST;
   if (link(path.c_str(), name->c_str()) == 0) return kStatusOk;

@@ -13,5 +13,6 @@ std::string free_unusable_name(const std::string& path, std::initializer_list<co
 // How many there are, up to the first name that no file has.
 std::uint32_t count_unusable(const std::string& path);
 // The file also has this name from now on, if the file system can do that, otherwise instead of its own: then
-// it is not lost when the caller ends before it has written another one. The system's error.
+// it is not lost when the caller ends before it has written another one. The system's error. Fault point
+// "set_aside".
 [[nodiscard]] Status set_aside(const std::string& path, std::string* name);

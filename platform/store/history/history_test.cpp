@@ -227,12 +227,15 @@ TEST_F(HistoryProvider, ContinuesAfterARestart) {
 
 TEST_F(HistoryProvider, FileThatCannotBeUsedLeavesTheHistoryInMemory) {
   notification_history_stop();
-  std::filesystem::remove(directory.path() + "/history");
-  std::filesystem::create_directory(directory.path() + "/history");
+  fault_arm("read_file", EIO);
+  fault_arm("set_aside", EROFS);
   ::testing::internal::CaptureStderr();
   ASSERT_EQ(Begin(), kStatusOk);
-  EXPECT_THAT(::testing::internal::GetCapturedStderr(),
-              ::testing::HasSubstr("so the history of notifications ends with this process"));
+  EXPECT_THAT(
+      ::testing::internal::GetCapturedStderr(),
+      ::testing::HasSubstr("/history is not used: it cannot be read (Input/output error) nor set aside "
+                           "(Read-only file system), and is left as it is; the latest notifications "
+                           "are lost if the process ends"));
   Raise(0, "a");
   EXPECT_EQ(Get("latest/10"), "1: 1 0 0; 1@0.0 0 a");
 }

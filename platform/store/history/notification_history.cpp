@@ -43,13 +43,9 @@ std::optional<Past> past_of(const QueuedNotification& entry, std::vector<std::ui
 }  // namespace
 
 Status History::store_in(const std::string& path) {
-  auto file = std::make_unique<kvtree::QueueFile>(path, "the latest notifications");
+  file_ = std::make_unique<kvtree::QueueFile>(path, "the latest notifications");
   state_.instance = clock_stamp();
-  if (const Status status = file->open_or_retry(&state_)) {
-    problem_ = err_text(status);
-    return status;
-  }
-  file_ = std::move(file);
+  if (const Status status = file_->open_or_retry(&state_)) return status;
   continue_counts();
   return kStatusOk;
 }

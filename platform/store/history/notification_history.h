@@ -28,8 +28,8 @@ class History {
   // Lists the latest `limit` notifications of types below `types`. REQUIRES: limit > 0.
   History(std::size_t limit, std::size_t types) : limit_(limit), counts_(types) {}
 
-  // Continues with what an earlier process stored. The system's error if the file cannot be read; then the
-  // history is in memory only. A file that cannot be written is written later.
+  // Continues with what an earlier process stored. The system's error, which is logged, if the file is not
+  // used; then the history is in memory only. A file that cannot be written is written later.
   [[nodiscard]] Status store_in(const std::string& path);
   // Whose thread writes the file anew. Null: again in the caller.
   void use_thread(EventManager* manager) {
@@ -41,7 +41,7 @@ class History {
   // The latest, at most so many, the oldest of them first.
   std::vector<Past> latest(std::size_t most) const;
   // Why its file cannot be used or written; empty if it can.
-  std::string problem() const { return file_ == nullptr ? problem_ : file_->problem(); }
+  std::string problem() const { return file_ == nullptr ? "" : file_->problem(); }
   // By type, since the file exists.
   const std::vector<std::uint64_t>& counts() const { return counts_; }
 
@@ -52,7 +52,6 @@ class History {
   std::vector<std::uint64_t> counts_;
   kvtree::QueueState state_;
   std::unique_ptr<kvtree::QueueFile> file_;  // may be null
-  std::string problem_;                      // of store_in()
 };
 
 }  // namespace notification_history

@@ -18,11 +18,10 @@ NotificationQueue::NotificationQueue(std::string subscriber, std::size_t limit)
       state_{clock_stamp(), 1, {}} {}
 
 Status NotificationQueue::store_in(const std::string& path) {
-  auto file = std::make_unique<QueueFile>(path);
-  if (const Status status = file->open_or_retry(&state_)) return status;
-  file_ = std::move(file);
+  file_ = std::make_unique<QueueFile>(path);
+  const Status status = file_->open_or_retry(&state_);
   may_have_arrived_ = std::min(window_, size());
-  return kStatusOk;
+  return status;
 }
 
 std::uint64_t NotificationQueue::lost() const {

@@ -23,7 +23,8 @@ class NotificationQueue {
   NotificationQueue(std::string subscriber, std::size_t limit);
 
   // From now on the queue outlives the process in this file, and continues with what an earlier process left.
-  // The system's error if the file cannot be read; one that cannot be written is written later.
+  // The system's error, which is logged, if the file is not used (queue_file.h): then the queue ends with the
+  // process. One that cannot be written is written later.
   [[nodiscard]] Status store_in(const std::string& path);
 
   // Whose thread writes the file anew (queue_file.h).

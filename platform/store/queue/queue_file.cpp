@@ -59,9 +59,14 @@ Status QueueFile::load(QueueState* state) {
 Status QueueFile::read(QueueState* state) {
   std::string text;
   std::string error;
-  const Status status = read_file(path_, kMostQueueOctets, &text, &error);
+  Status status = fault_check("queue_file_read");
+  if (status != kStatusOk) {
+    error = err_text(status);
+  } else {
+    status = read_file(path_, kMostQueueOctets, &text, &error);
+  }
   if (status == kStatusNoSuchRow) return kStatusOk;
-  if (status != kStatusOk && status != kStatusMessageTooLarge) return status;
+  if (status != kStatusOk && status != kStatusMessageTooLarge) return store_unreadable(error);
   const wire::OctetSpan octets(reinterpret_cast<const std::uint8_t*>(text.data()), text.size());
   const QueueReading reading = read_queue(octets, state);
   if (!reading.has_header) return store_aside(reading);
@@ -86,6 +91,21 @@ Status QueueFile::store_aside(const QueueReading& reading) {
                 name.c_str());
   }
   return kStatusOk;
+}
+
+// What it has may still be wanted, so nothing may replace it under its name.
+Status QueueFile::store_unreadable(const std::string& why) {
+  std::string name;
+  const Status status = set_aside(path_, &name);
+  if (status == kStatusOk) {
+    log_error("kvtree", "%s cannot be read (%s) and is stored as %s: the notifications in it are not sent",
+              path_.c_str(), why.c_str(), name.c_str());
+    return kStatusOk;
+  }
+  problem_ = "it cannot be read (" + why + ") nor set aside (" + err_text(status) + "), and is left as it is";
+  log_error("kvtree", "%s is not used: %s; %s are lost if the process ends", path_.c_str(), problem_.c_str(),
+            contents_.c_str());
+  return status;
 }
 
 void QueueFile::added(const QueueState& state) {
@@ -113,6 +133,7 @@ bool QueueFile::is_to_be_written_anew() const {
 }
 
 void QueueFile::append(const wire::Octets& record, const QueueState& state) {
+  if (state_ == nullptr) return;
   if (is_writing_anew_) keep_since(record);
   if (is_to_be_written_anew()) {
     if (worker_ == nullptr) return report(write_anew(state));

@@ -32,8 +32,9 @@ class QueueFile {
   // Replaces *state by what the file has; a missing file gets *state. A damaged record is skipped and logged,
   // and a notification that it had counts as lost. A file without a header is also stored as
   // FILE.unusable.N (platform/core/files/set_aside.h) and logged, and what can be read in it gets the
-  // instance of *state. The system's error if the file can be neither read nor written. The state must
-  // outlive this.
+  // instance of *state; so is one that cannot be read at all, whose notifications are not sent. The system's
+  // error, which is logged, for a file that can be neither read nor stored aside: it is left as it is, and
+  // nothing is written. The system's error if the file cannot be written. The state must outlive this.
   [[nodiscard]] Status open(QueueState* state);
   // The same, but a file that was read and cannot be written is logged and written later, as after any other
   // failure to write.
@@ -54,6 +55,7 @@ class QueueFile {
   Status load(QueueState* state);
   Status read(QueueState* state);
   Status store_aside(const QueueReading& reading);
+  Status store_unreadable(const std::string& why);
   void append(const wire::Octets& record, const QueueState& state);
   void keep_since(const wire::Octets& record);
   Status write_at_end(const wire::Octets& record);
@@ -71,7 +73,7 @@ class QueueFile {
 
   std::string path_;
   std::string contents_;
-  const QueueState* state_ = nullptr;  // of open()
+  const QueueState* state_ = nullptr;  // of open(); null: nothing is written
   int fd_ = -1;                        // none after a failure
   std::size_t size_ = 0;
   std::size_t needed_ = 0;  // octets when it was last written anew

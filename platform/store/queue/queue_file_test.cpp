@@ -444,10 +444,57 @@ TEST_F(StoredQueue, FailureIsLoggedOnceAndEverythingIsWrittenOnceItIsOver) {
   EXPECT_THAT(TakeAll(), ElementsAre("1-0:a", "2-0:b", "3-0:c", "4-0:d"));
 }
 
-TEST_F(StoredQueue, FileThatCannotBeReadIsAnError) {
+TEST_F(StoredQueue, FileThatCannotBeReadIsSetAsideUnchanged) {
+  Push("a");
+  const std::uint64_t instance = queue->instance();
+  const std::string octets = Read();
+  fault_arm("read_file", EIO);
+  clock.advance(kNanosecondsPerSecond);
+  ::testing::internal::CaptureStderr();
+  Restart();
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+            "kvtree: " + File() + " cannot be read (Input/output error) and is stored as " + File() +
+                ".unusable.1: the notifications in it are not sent\n");
+  EXPECT_EQ(ReadFile(File() + ".unusable.1"), octets);
+  EXPECT_NE(queue->instance(), instance);
+  EXPECT_EQ(queue->problem(), "");
+  last_taken = 0;
+  Push("b");
+  Restart();
+  EXPECT_THAT(TakeAll(), ElementsAre("1-0:b"));
+}
+
+TEST_F(StoredQueue, DirectoryInItsPlaceIsSetAside) {
   std::filesystem::remove(File());
   std::filesystem::create_directory(File());
-  EXPECT_EQ(NotificationQueue("a test", kLimit).store_in(File()), kStatusInvalid);
+  Restart();
+  EXPECT_TRUE(std::filesystem::is_directory(File() + ".unusable.1"));
+  Push("a");
+  Restart();
+  EXPECT_THAT(TakeAll(), ElementsAre("1-0:a"));
+}
+
+TEST_F(StoredQueue, FileThatCanBeNeitherReadNorSetAsideIsLeftAsItIs) {
+  Push("a");
+  const std::string octets = Read();
+  fault_arm("read_file", EACCES);
+  fault_arm("set_aside", EROFS);
+  queue = std::make_unique<NotificationQueue>("a test", kLimit);
+  ::testing::internal::CaptureStderr();
+  EXPECT_EQ(queue->store_in(File()), static_cast<Status>(EROFS));
+  const std::string why =
+      "it cannot be read (Permission denied) nor set aside (Read-only file system), and is left as it is";
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+            "kvtree: " + File() + " is not used: " + why +
+                "; the waiting notifications are lost if the process ends\n");
+  EXPECT_EQ(queue->problem(), why);
+  last_taken = 0;
+  Push("b");
+  clock.advance(60 * kNanosecondsPerSecond);
+  Push("c");
+  EXPECT_THAT(TakeAll(), ElementsAre("1-0:b", "2-0:c"));
+  EXPECT_EQ(queue->problem(), why);
+  EXPECT_EQ(Read(), octets);
 }
 
 TEST_F(ServedQueue, FileThatCannotBeWrittenAtTheStartIsWrittenLater) {

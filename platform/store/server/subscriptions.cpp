@@ -204,9 +204,8 @@ Status kvtree_retain_notifications(std::string_view path, std::string_view name,
   if (kvtree::find_retained(path, name) != nullptr) return kStatusExists;
   const std::string subscriber = "\"" + std::string(name) + "\" of " + std::string(path);
   const auto queue = std::make_shared<kvtree::NotificationQueue>(subscriber, limit);
-  if (!file.empty()) {
-    if (const Status status = queue->store_in(file)) return status;
-  }
+  // A queue without its file, which is logged and stated, is better than none.
+  if (!file.empty()) static_cast<void>(queue->store_in(file));
   if (kvtree::the_server() != nullptr) queue->use_thread(kvtree::the_server()->manager);
   kvtree::store().retained.push_back({std::string(path), std::string(name), queue});
   return kStatusOk;

@@ -309,7 +309,7 @@ struct KvProviderNotification {
 // in order, until it acknowledges them, even while it is not connected. Beyond `limit` the oldest are lost;
 // the loss is logged and reported to the subscriber with the next one. kStatusExists if they are retained
 // already, kStatusInvalid for an invalid path, no name or a limit below 2. In a file they outlive the
-// process: the system's error if it cannot be used.
+// process, if it can be used (KvRetained::problem).
 [[nodiscard]] Status kvtree_retain_notifications(std::string_view path, std::string_view name,
                                                  std::size_t limit, const std::string& file = {});
 // How many are retained for this subscriber and not acknowledged; 0 if none are retained.
