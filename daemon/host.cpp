@@ -65,7 +65,6 @@ namespace daemon_host {
 namespace {
 
 constexpr char kMainManager[] = "/dev/mpls/vpn/main";
-constexpr std::uint64_t kReadingInterval = 100 * kNanosecondsPerMillisecond;
 
 Host& host() {
   static auto* const instance = new Host;  // never destroyed: services have pointers into it
@@ -150,10 +149,9 @@ void provide_interface_states(EventManager* manager) {
     log_error("mpls_vpn_mib", "\"mplsvpn show interfaces\" has no states: %s", err_text(status));
 }
 
-void watch_routes_once_read(EventManager* manager) {
-  const auto has_read = [](const auto& source) { return source->has_read_routes(); };
-  if (std::ranges::all_of(host().sources, has_read)) return route_watch_begin();
-  event_timer_start(manager, kReadingInterval, [manager] { watch_routes_once_read(manager); });
+bool has_read_routes(router::RouteTableId table) {
+  return std::ranges::all_of(host().sources,
+                             [table](const auto& source) { return source->has_read_routes(table); });
 }
 
 void provide_metrics(EventManager* manager) {
@@ -185,12 +183,12 @@ void start_on_main_manager(EventManager* manager) {
   check_route_modules();
   std::string error;
   route_watch_store_in(state_directory() + "/route_watch");
+  route_watch_ask(has_read_routes);
   if (router_services_start(&host().model, manager, &error) != kStatusOk) {
     log_error("mpls_vpn_mib", "%s", error.c_str());
     std::exit(1);
   }
   start_sources(manager);
-  watch_routes_once_read(manager);
   provide_metrics(manager);
   if (const Status status = follow_service_manager(manager, &host())) {
     log_error("mpls_vpn_mib", "cannot follow signals: %s", err_text(status));

@@ -14,6 +14,7 @@
 
 #include "platform/core/base/status.h"
 #include "platform/core/evm/evm.h"
+#include "platform/router/model/route_store.h"
 #include "platform/store/status/facts.h"
 
 class Source {
@@ -35,8 +36,9 @@ class Source {
   // How the source is, in a few words for operators: "FRR: bgpd and zebra answer"; empty if there is nothing
   // to say.
   virtual std::string state() const { return {}; }
-  // Whether the model has had all routes since the start; the default is for a source that loads them.
-  virtual bool has_read_routes() const { return true; }
+  // Whether the model has had all routes of the table since the start; the default is for a source that loads
+  // them.
+  virtual bool has_read_routes(router::RouteTableId /*table*/) const { return true; }
   // What it asks, and how that answers; none for a source that asks nothing but the model.
   virtual std::vector<process_status::SourceFact> facts() const { return {}; }
   // How much of the model later readings had to correct because changes had not been announced; none for a

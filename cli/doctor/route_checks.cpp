@@ -22,6 +22,12 @@ std::string since_text(std::uint32_t changed) {
 }
 
 Finding finding_of(const std::string& vrf, const WatchedTableRecord& table) {
+  if (table.is_unread != 0)
+    return {Level::kWarning,
+            fmt::format("VRF {}: its {} routes are not read for {} s; until they are, its low-water mark and "
+                        "watched prefixes are not compared",
+                        vrf, family_of(table), table.unread_for),
+            "mplsvpn doctor --only sources; journalctl -u mpls_vpn_mib"};
   return {
       Level::kWarning,
       fmt::format("VRF {}: {} {} routes, below its low-water mark of {}{}", vrf, table.routes,
@@ -35,6 +41,10 @@ Finding finding_of(const std::string& vrf, const WatchedPrefixRecord& prefix) {
       Level::kWarning,
       fmt::format("VRF {}: the watched prefix {} has no route{}", vrf, text, since_text(prefix.changed)),
       fmt::format("mplsvpn explain {} {}; then look at the neighbor that sends it", shell_word(vrf), text)};
+}
+
+bool is_overdue(const WatchedTableRecord& table) {
+  return table.unread_for >= route_watch::kLongReading;
 }
 
 template <typename Take>
@@ -70,10 +80,10 @@ class BoundedFindings {
 }  // namespace
 
 Findings check_low_tables(Facts& facts) {
-  BoundedFindings findings("tables below their low-water marks");
+  BoundedFindings findings("tables below their low-water marks or not read");
   for_each_watched(facts, [&findings](const WatchedVrfRecord& vrf) {
     for (const WatchedTableRecord& table : tables_in(vrf)) {
-      if (table.is_low != 0) findings.add(vrf, table);
+      if (table.is_unread != 0 ? is_overdue(table) : table.is_low != 0) findings.add(vrf, table);
     }
   });
   return findings.take();
@@ -84,7 +94,7 @@ Findings check_watched_prefixes(Facts& facts) {
   std::uint64_t not_watched = 0;
   for_each_watched(facts, [&](const WatchedVrfRecord& vrf) {
     for (const WatchedPrefixRecord& prefix : prefixes_in(vrf)) {
-      if (prefix.is_watched != 0 && prefix.is_present == 0) absent.add(vrf, prefix);
+      if (is_absent(prefix)) absent.add(vrf, prefix);
     }
     not_watched += vrf.not_watched;
   });

@@ -34,12 +34,14 @@ struct WatchedPrefixView {
 };
 
 const char* state_of(const WatchedTableRecord& table) {
+  if (table.is_unread != 0) return "not read";
   if (table.is_low != 0) return "low";
   if (table.maximum != 0 && table.routes >= table.maximum) return "maximum";
   return table.mid != 0 && table.routes > table.mid ? "mid" : "ok";
 }
 const char* state_of(const WatchedPrefixRecord& prefix) {
   if (prefix.is_watched == 0) return "not watched";
+  if (prefix.is_unread != 0) return "not read";
   return prefix.is_present != 0 ? "present" : "absent";
 }
 
@@ -103,14 +105,15 @@ Json table_json(const WatchedTableRecord& table) {
           {"lowSeconds", number_or_null(table.hold, table.low != 0)},
           {"mid", number_or_null(table.mid, table.mid != 0)},
           {"maximum", number_or_null(table.maximum, table.maximum != 0)},
-          {"state", state_of(table)},
+          {"state", table.is_unread != 0 ? "notRead" : state_of(table)},
           {"lowChanged", number_or_null(table.changed, table.changed != 0)}};
 }
 
 Json watched_prefix_json(const WatchedPrefixRecord& prefix) {
+  const bool is_known = prefix.is_watched != 0 && prefix.is_unread == 0;
   return {{"prefix", text_or_empty(prefix.prefix)},
           {"watched", prefix.is_watched != 0},
-          {"present", prefix.is_watched != 0 ? Json(prefix.is_present != 0) : Json(nullptr)},
+          {"present", is_known ? Json(prefix.is_present != 0) : Json(nullptr)},
           {"changed", number_or_null(prefix.changed, prefix.changed != 0)}};
 }
 

@@ -24,10 +24,13 @@ const RowTable<WatchedVrfRecord> kWatchedVrfTable = {
     [](const WatchedVrfRecord& row) { return watched_path(text_or_empty(row.vrf)); }};
 
 void count_in(const WatchedVrfRecord& vrf, MissingRoutes* missing) {
-  for (const WatchedTableRecord& table : tables_in(vrf)) missing->low_tables += table.is_low;
+  for (const WatchedTableRecord& table : tables_in(vrf)) {
+    missing->low_tables += table.is_low;
+    missing->unread_tables += table.is_unread;
+  }
   for (const WatchedPrefixRecord& prefix : prefixes_in(vrf)) {
     missing->watched_prefixes += prefix.is_watched;
-    missing->absent_prefixes += prefix.is_watched != 0 && prefix.is_present == 0 ? 1 : 0;
+    missing->absent_prefixes += is_absent(prefix) ? 1 : 0;
   }
   missing->not_watched += vrf.not_watched;
 }
@@ -42,6 +45,10 @@ std::span<const WatchedTableRecord> tables_in(const WatchedVrfRecord& vrf) {
 std::span<const WatchedPrefixRecord> prefixes_in(const WatchedVrfRecord& vrf) {
   return {static_cast<const WatchedPrefixRecord*>(vrf.prefixes.elements),
           static_cast<std::size_t>(vrf.prefixes.count)};
+}
+
+bool is_absent(const WatchedPrefixRecord& prefix) {
+  return prefix.is_watched != 0 && prefix.is_unread == 0 && prefix.is_present == 0;
 }
 
 const char* family_of(const WatchedTableRecord& table) {
@@ -72,8 +79,10 @@ std::string missing_routes_text(const std::optional<MissingRoutes>& missing) {
   if (!missing) return "unknown";
   const std::string beyond =
       missing->not_watched == 0 ? "" : fmt::format(", {} not watched", missing->not_watched);
-  return fmt::format("{} tables low, {} of {} watched prefixes absent{}", missing->low_tables,
-                     missing->absent_prefixes, missing->watched_prefixes, beyond);
+  const std::string unread =
+      missing->unread_tables == 0 ? "" : fmt::format(", {} tables not read yet", missing->unread_tables);
+  return fmt::format("{} tables low, {} of {} watched prefixes absent{}{}", missing->low_tables,
+                     missing->absent_prefixes, missing->watched_prefixes, beyond, unread);
 }
 
 Json missing_routes_json(const std::optional<MissingRoutes>& missing) {
@@ -81,7 +90,8 @@ Json missing_routes_json(const std::optional<MissingRoutes>& missing) {
   return {{"lowTables", missing->low_tables},
           {"absentPrefixes", missing->absent_prefixes},
           {"watchedPrefixes", missing->watched_prefixes},
-          {"notWatchedPrefixes", missing->not_watched}};
+          {"notWatchedPrefixes", missing->not_watched},
+          {"unreadTables", missing->unread_tables}};
 }
 
 }  // namespace cli

@@ -148,6 +148,7 @@ void add_thresholds(const Facts& facts, const route_watch::WatchedVrf& vrf, Samp
 
 void add_watched_prefixes(const Facts& /*facts*/, const route_watch::WatchedVrf& vrf, Samples* samples) {
   vrf.for_each_prefix([&](const router::Address& prefix, const route_watch::WatchedPrefix& watched) {
+    if (vrf.table(prefix.family == router::Family::kIpv4 ? 0 : 1).unread_since != 0) return;
     samples->add({{"vrf", vrf.name()}, {"prefix", router::format_address(prefix)}},
                  watched.is_present ? 1 : 0);
   });

@@ -63,8 +63,8 @@ KernelSourceCounters KernelSource::counters() const {
   return {state_->links.counters(), state_->routes.counters()};
 }
 
-bool KernelSource::has_read_routes() const {
-  return state_->routes.has_read_all();
+bool KernelSource::has_read_routes(router::RouteTableId table) const {
+  return state_->routes.has_read(table);
 }
 
 bool KernelSource::settled() const {

@@ -42,7 +42,7 @@ class KernelSource : public Source {
   KernelSourceCounters counters() const;
   // True when everything that was received is in the model and nothing is being read.
   bool settled() const;
-  bool has_read_routes() const override;
+  bool has_read_routes(router::RouteTableId table) const override;
 
  private:
   struct State;

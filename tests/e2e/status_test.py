@@ -37,13 +37,13 @@ class Status(SystemTest):
     def test_missing_routes_are_counted(self):
         system = self.started()
         self.assertEqual(self.status(system)["missingRoutes"],
-                         {"lowTables": 0, "absentPrefixes": 0, "watchedPrefixes": 0, "notWatchedPrefixes": 0})
+                         {"lowTables": 0, "absentPrefixes": 0, "watchedPrefixes": 0, "notWatchedPrefixes": 0, "unreadTables": 0})
         system.cli("config", "set", "vrf", "red", "low-water", "ipv6", "2", "0", check=True)
         for prefix in "10.1.0.0/16", "10.2.0.0/16":
             system.cli("config", "set", "vrf", "red", "watch", prefix, check=True)
         system.cli("router", "add-route", "red", "10.1.0.0/16", "via", "10.1.0.2", check=True)
         self.becomes("the counts", lambda: self.status(system)["missingRoutes"],
-                     {"lowTables": 1, "absentPrefixes": 1, "watchedPrefixes": 2, "notWatchedPrefixes": 0})
+                     {"lowTables": 1, "absentPrefixes": 1, "watchedPrefixes": 2, "notWatchedPrefixes": 0, "unreadTables": 0})
         self.assertRegex(system.cli("show", "status").stdout, r"\n *missing routes +1 tables low, 1 of 2 watched prefixes absent\n")
 
     def test_databases_are_those_of_the_state_directory(self):

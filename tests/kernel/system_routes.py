@@ -6,6 +6,7 @@ After every step the walk of the route table, value by value, the number of rout
 missing of a VRF must equal `ip -j route show vrf`.
 """
 import ipaddress
+import json
 import os
 import subprocess
 import unittest
@@ -13,7 +14,7 @@ import unittest
 from guest_system import GuestSystemTest  # before system
 from kernel import Kernel, batch, member_lines, vrf_lines
 from routes import LOCAL, REMOTE, vrf_routes
-from system import PERF_ENTRY, RAW, ROUTE_ENTRY, SLOW, dotted, name_index, route_index
+from system import PERF_ENTRY, RAW, ROUTE_ENTRY, SLOW, SystemTest, dotted, name_index, route_index, wait_until
 
 WATCHED = ("0.0.0.0/0", "192.168.4.0/24", "10.0.0.0/24", "192.168.1.0/24", "192.168.8.0/24", "192.168.9.0/24",
            "2001:db8:10::/64", "2001:db8:cccc::/48")
@@ -127,6 +128,31 @@ class RoutesOnAKernel(GuestSystemTest):
         self.step("link set d0 up")
         self.step("link set d1 master blue")
         self.step("link del red")
+
+
+class TablesThatAreNotRead(SystemTest):
+    def test_table_that_is_never_read_is_not_low_and_is_reported(self):
+        batch(["link add red type vrf table 1010", "link set red up"])
+        self.addCleanup(batch, ["link del red"])
+        system = self.new_system(source="kernel", environment={"MPLS_VPN_MIB_FAULTS": "netlink_route_dump_request=5@1+0"})
+        system.start_daemon()
+        system.cli("config", "set", "vrf", "red", "low-water", "ipv4", "1", "0", check=True)
+        system.cli("config", "set", "vrf", "red", "watch", "2001:db8::/32", check=True)
+        missing = {"lowTables": 0, "absentPrefixes": 0, "watchedPrefixes": 1, "notWatchedPrefixes": 0, "unreadTables": 2}
+        self.becomes("what is not known", lambda: system.cli_json("show", "status")["missingRoutes"], missing)
+        self.assertIn(", 2 tables not read yet\n", system.cli("show", "status").stdout)
+        red, = system.cli_json("show", "thresholds")
+        self.assertEqual([(table["family"], table["state"]) for table in red["tables"]], [("ipv4", "notRead"), ("ipv6", "notRead")])
+        self.assertEqual(red["prefixes"][0]["present"], None)
+
+        def findings():
+            return [finding["text"] for check in ("routes-low", "watched-prefix") for finding in
+                    json.loads(system.cli("--json", "doctor", "--only", check).stdout)[0]["findings"]]
+        wait_until("the warning", findings, 60)
+        self.assertRegex(findings()[0], r"^VRF red: its ipv4 routes are not read for 2\d s; until they are, its low-water mark and watched "
+                         "prefixes are not compared$")
+        self.assertNotIn("below its low-water mark of 1", system.log("daemon"))
+        self.assertEqual(system.log("daemon").count("routes are not read after 20 s"), 2)
 
 
 if __name__ == "__main__":

@@ -19,10 +19,12 @@ std::vector<WatchedTableRecord> tables_of(const WatchedVrf& vrf) {
   std::vector<WatchedTableRecord> records;
   for (std::size_t family = 0; family < kFamilies; ++family) {
     const WatchedTable& table = vrf.table(family);
-    if (!table.is_configured()) continue;
+    const bool is_unread = table.unread_since != 0;
+    if (!table.is_configured() && !is_unread) continue;
     records.push_back({static_cast<std::uint32_t>(family + 1),
                        WatchedVrf::routes_of(provided_service()->model(), vrf.name(), family), table.low,
-                       table.hold, table.is_low ? 1U : 0U, table.changed, table.mid, table.maximum});
+                       table.hold, table.is_low ? 1U : 0U, table.changed, table.mid, table.maximum,
+                       is_unread ? 1U : 0U, seconds_unread(table)});
   }
   return records;
 }
@@ -35,11 +37,13 @@ Status encode(const WatchedVrf& vrf, KvReply* reply) {
   texts.reserve(vrf.prefix_count() + listed);
   vrf.for_each_prefix([&](const router::Address& prefix, const WatchedPrefix& watched) {
     texts.push_back(router::format_address(prefix));
-    prefixes.push_back({texts.back().data(), watched.is_present ? 1U : 0U, watched.changed, 1});
+    const bool is_unread = vrf.table(prefix.family == router::Family::kIpv4 ? 0 : 1).unread_since != 0;
+    prefixes.push_back(
+        {texts.back().data(), watched.is_present ? 1U : 0U, watched.changed, 1, is_unread ? 1U : 0U});
   });
   vrf.for_each_waiting(listed, [&](const router::Address& prefix) {
     texts.push_back(router::format_address(prefix));
-    prefixes.push_back({texts.back().data(), 0, 0, 0});
+    prefixes.push_back({texts.back().data(), 0, 0, 0, 0});
   });
   std::string name = vrf.name();
   const WatchedVrfRecord record{name.data(),

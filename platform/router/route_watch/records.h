@@ -21,10 +21,15 @@ struct WatchedTableRecord {
   std::uint32_t hold;    // seconds
   std::uint32_t is_low;  // 1: there have been fewer routes than `low` for `hold` seconds
   std::uint32_t changed;
-  std::uint32_t mid;      // 0: none
-  std::uint32_t maximum;  // 0: none
+  std::uint32_t mid;         // 0: none
+  std::uint32_t maximum;     // 0: none
+  std::uint32_t is_unread;   // 1: its routes are not read yet, so `is_low` is of an earlier process
+  std::uint32_t unread_for;  // ... for so many seconds
 };
-static_assert(sizeof(WatchedTableRecord) == 32);
+static_assert(sizeof(WatchedTableRecord) == 40);
+
+inline constexpr std::uint32_t kLongReading =
+    20;  // seconds, from which on a table that is not read is reported
 
 inline constexpr std::size_t kMostPrefixes = 1000;  // that are watched, of all VRFs
 
@@ -33,12 +38,13 @@ struct WatchedPrefixRecord {
   std::uint32_t is_present;
   std::uint32_t changed;
   std::uint32_t is_watched;  // 0: it is beyond the limit
+  std::uint32_t is_unread;   // 1: the routes of its table are not read yet
 };
 static_assert(sizeof(WatchedPrefixRecord) == 24);
 
 struct WatchedVrfRecord {
   char* vrf;
-  ParcelArray tables;         // of WatchedTableRecord: those with a mark or a threshold
+  ParcelArray tables;  // of WatchedTableRecord: those with a mark or a threshold, and those that are not read
   ParcelArray prefixes;       // of WatchedPrefixRecord; of those that are not watched at most kMostPrefixes
   std::uint32_t not_watched;  // how many there are
 };

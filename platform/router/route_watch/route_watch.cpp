@@ -29,6 +29,11 @@ std::string& stored_file() {
   return file;
 }
 
+HasRead& asked() {
+  static HasRead has_read;
+  return has_read;
+}
+
 // --- The configuration
 
 bool is_set(const KvNotifyInfo& info) {
@@ -78,8 +83,8 @@ constexpr KvPathTable kItemTable{kItems, std::size(kItems)};
 
 }  // namespace
 
-Service::Service(router::Router* model, EventManager* manager, const std::string& file)
-    : model_(model), manager_(manager), has_begun_(file.empty()) {
+Service::Service(router::Router* model, EventManager* manager, const std::string& file, HasRead has_read)
+    : model_(model), manager_(manager), has_read_(std::move(has_read)) {
   model_->observe(router::ObserverRank::kOther, this);
   if (file.empty()) return;
   stored_ = read_states(file);
@@ -103,11 +108,6 @@ Status Service::start() {
   return status;
 }
 
-void Service::begin() {
-  if (std::exchange(has_begun_, true)) return;
-  if (!marked_.empty()) check_at(clock_monotonic());
-}
-
 void Service::write_states() {
   if (file_ != nullptr) file_->write_now();
 }
@@ -128,7 +128,7 @@ void Service::end_change(const std::string& vrf) {
   const auto watched = watched_.find(vrf);
   if (file_ != nullptr) file_->write_soon();
   if (watched->second.is_compared()) return mark_changed(vrf);
-  watched->second.evaluate(*model_);  // logs the recovery
+  watched->second.evaluate(*model_, has_read_);  // logs the recovery
   unlink_tables(vrf);
   check_later(vrf, 0);
   marked_.erase(vrf);
@@ -249,7 +249,6 @@ void Service::mark(const std::string& vrf) {
 }
 
 void Service::check_at(std::uint64_t time) {
-  if (!has_begun_) return;
   if (timer_ != 0 && timer_at_ <= time) return;
   if (timer_ != 0) event_timer_cancel(manager_, timer_);
   const std::uint64_t now = clock_monotonic();
@@ -283,7 +282,7 @@ bool Service::compare_next(std::uint64_t now) {
     return false;
   }
   WatchedVrf& watched = watched_.at(vrf);
-  check_later(vrf, watched.evaluate(*model_));
+  check_later(vrf, watched.evaluate(*model_, has_read_));
   if (watched.take_changed() && file_ != nullptr) file_->write_soon();
   return true;
 }
@@ -310,8 +309,8 @@ void route_watch_store_in(const std::string& file) {
   route_watch::stored_file() = file;
 }
 
-void route_watch_begin() {
-  if (route_watch::service() != nullptr) route_watch::service()->begin();
+void route_watch_ask(route_watch::HasRead has_read) {
+  route_watch::asked() = std::move(has_read);
 }
 
 void route_watch_write_states() {
@@ -321,7 +320,8 @@ void route_watch_write_states() {
 Status route_watch_attach(router::Router* model, EventManager* manager) {
   auto& service = route_watch::service();
   if (service != nullptr) return kStatusExists;
-  service = std::make_unique<route_watch::Service>(model, manager, route_watch::stored_file());
+  service = std::make_unique<route_watch::Service>(model, manager, route_watch::stored_file(),
+                                                   route_watch::asked());
   const Status status = service->start();
   if (status != kStatusOk) service.reset();
   return status;

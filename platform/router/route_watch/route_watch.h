@@ -19,7 +19,10 @@
 //
 // Cost: a change of routes marks the watched VRFs of its table, in O(log VRFs). Marked VRFs are compared at
 // most every kCheckInterval, in steps on the event loop, a prefix in O(log routes): what changes and returns
-// meanwhile is not seen. No polling. Main thread only.
+// meanwhile is not seen. Only a table that was not read yet is polled. Main thread only.
+//
+// A table is compared once its routes have been read: before, all of them look lost. One that is not read
+// after kLongReading is logged, and answered as not read for as long as it is.
 #pragma once
 
 #include <cstddef>
@@ -44,10 +47,10 @@ const WatchedVrf* watched_after(const std::string& vrf);
 // Follows the configuration on this manager. Model and manager must live until route_watch_detach.
 // kStatusExists when attached, or the status of binding or subscribing, with nothing attached.
 [[nodiscard]] Status route_watch_attach(router::Router* model, EventManager* manager);
-// The file of the next attachment, which then compares nothing before route_watch_begin(): until the routes
-// are read, all of them look lost. Empty: none.
+// The file of the next attachment. Empty: none.
 void route_watch_store_in(const std::string& file);
-void route_watch_begin();
+// How the next attachment asks whether a table has been read since the start. Null: each one is.
+void route_watch_ask(route_watch::HasRead has_read);
 // Writes what has changed and waits for the disk: for the end of the process.
 void route_watch_write_states();
 void route_watch_detach();  // ignored when it is not attached

@@ -20,15 +20,13 @@ namespace route_watch {
 
 class Service final : public router::Observer {
  public:
-  // With a file, nothing is compared before begin().
-  Service(router::Router* model, EventManager* manager, const std::string& file);
+  Service(router::Router* model, EventManager* manager, const std::string& file, HasRead has_read);
   ~Service() override;
   Service(const Service&) = delete;
   Service& operator=(const Service&) = delete;
 
   // The status of binding, registering or following.
   [[nodiscard]] Status start();
-  void begin();
   void write_states();  // waits for the disk
   void set_low(const std::string& vrf, std::size_t family, const Pair& low_and_hold);
   void set_thresholds(const std::string& vrf, std::size_t family, const Pair& maximum_and_mid);
@@ -82,7 +80,7 @@ class Service final : public router::Observer {
   std::uint64_t last_place_ = 0;
   std::unique_ptr<StateFile> file_;  // may be null
   StoredStates stored_;              // of an earlier process, for what is configured while this starts
-  bool has_begun_;
+  HasRead has_read_;
   EventTimerId timer_ = 0;
   std::uint64_t timer_at_ = 0;    // clock_monotonic()
   std::uint64_t checked_at_ = 0;  // likewise; the end of the last pass

@@ -104,14 +104,16 @@ class RouteWatch : public router::RouterTest {
     for (std::uint64_t at = 0; at < record.tables.count; ++at, ++table) {
       lines->push_back(std::string(record.vrf) + " " + (table->afi == 1 ? "ipv4 " : "ipv6 ") +
                        std::to_string(table->routes) + "<" + std::to_string(table->low) + "/" +
-                       std::to_string(table->hold) + (table->is_low != 0 ? " low" : " ok"));
+                       std::to_string(table->hold) + (table->is_low != 0 ? " low" : " ok") +
+                       (table->is_unread != 0 ? ", not read" : ""));
     }
     const auto* prefix = static_cast<const WatchedPrefixRecord*>(record.prefixes.elements);
     for (std::uint64_t at = 0; at < record.prefixes.count; ++at, ++prefix)
       lines->push_back(std::string(record.vrf) + " " + prefix->prefix +
                        (prefix->is_watched == 0   ? " not watched"
                         : prefix->is_present != 0 ? " present"
-                                                  : " absent"));
+                                                  : " absent") +
+                       (prefix->is_unread != 0 ? ", not read" : ""));
   }
   // What is logged meanwhile.
   template <typename Action>

@@ -5,6 +5,7 @@
 
 #include "platform/core/base/clock.h"
 #include "platform/core/base/log.h"
+#include "platform/router/route_watch/records.h"
 
 namespace route_watch {
 namespace {
@@ -14,6 +15,15 @@ constexpr std::array<const char*, kFamilies> kFamilyNames = {"IPv4", "IPv6"};
 
 std::uint32_t seconds_now() {
   return static_cast<std::uint32_t>(clock_stamp() / kNanosecondsPerSecond);
+}
+
+std::size_t family_of(const std::pair<router::Family, router::RouteKey>& key) {
+  return key.first == router::Family::kIpv4 ? 0 : 1;
+}
+
+// Of a table that is not read: many may stay so.
+std::uint64_t reading_interval(const WatchedTable& table) {
+  return seconds_unread(table) < kLongReading ? kCheckInterval : kNanosecondsPerSecond;
 }
 
 bool is_of_prefix(const router::RouteKey& key, const router::RouteKey& prefix) {
@@ -38,6 +48,11 @@ bool has_route(const router::Router& model, router::RouteTableId table, const ro
 }
 
 }  // namespace
+
+std::uint32_t seconds_unread(const WatchedTable& table) {
+  if (table.unread_since == 0) return 0;
+  return static_cast<std::uint32_t>((clock_monotonic() - table.unread_since) / kNanosecondsPerSecond);
+}
 
 router::RouteTableId table_of(const router::Vrf& vrf, std::size_t family) {
   if (family == 0) return {router::Family::kIpv4, vrf.ipv4_table};
@@ -123,18 +138,49 @@ std::uint32_t WatchedVrf::routes_of(const router::Router& model, const std::stri
   return static_cast<std::uint32_t>(std::min(model.routes().count(table_of(*record, family)), kMost));
 }
 
-std::uint64_t WatchedVrf::evaluate(const router::Router& model) {
+std::uint64_t WatchedVrf::evaluate(const router::Router& model, const HasRead& has_read) {
+  const router::Vrf* vrf = model.find_vrf(name_);
   std::uint64_t due = 0;
   for (std::size_t family = 0; family < kFamilies; ++family) {
-    const std::uint64_t each = evaluate_low(family, routes_of(model, name_, family));
+    const router::RouteTableId table =
+        vrf == nullptr ? router::RouteTableId{router::Family::kIpv4, 0} : table_of(*vrf, family);
+    const bool is_read = table.table == 0 || !is_compared(family) || !has_read || has_read(table);
+    const std::uint64_t each = note_reading(family, is_read)
+                                   ? evaluate_low(family, routes_of(model, name_, family))
+                                   : clock_monotonic() + reading_interval(tables_[family]);
     if (each != 0) due = due == 0 ? each : std::min(due, each);
   }
-  const router::Vrf* vrf = model.find_vrf(name_);
   for (auto& [key, watched] : prefixes_) {
-    const std::size_t family = key.first == router::Family::kIpv4 ? 0 : 1;
+    const std::size_t family = family_of(key);
+    if (tables_[family].unread_since != 0) continue;
     evaluate_prefix(key, vrf != nullptr && has_route(model, table_of(*vrf, family), key.second), &watched);
   }
   return due;
+}
+
+bool WatchedVrf::is_compared(std::size_t family) const {
+  return tables_[family].low != 0 || std::ranges::any_of(prefixes_, [family](const auto& each) {
+           return family_of(each.first) == family;
+         });
+}
+
+bool WatchedVrf::note_reading(std::size_t family, bool is_read) {
+  WatchedTable& table = tables_[family];
+  if (is_read) {
+    table.unread_since = 0;
+    if (std::exchange(table.is_unread_reported, false))
+      log_notice(kArea, "VRF %s: its %s routes are read and compared now", name_.c_str(),
+                 kFamilyNames[family]);
+    return true;
+  }
+  if (table.unread_since == 0) table.unread_since = clock_monotonic();
+  if (table.is_unread_reported || seconds_unread(table) < kLongReading) return false;
+  table.is_unread_reported = true;
+  log_warning(kArea,
+              "VRF %s: its %s routes are not read after %u s; until they are, its low-water mark and "
+              "watched prefixes are not compared",
+              name_.c_str(), kFamilyNames[family], kLongReading);
+  return false;
 }
 
 std::uint64_t WatchedVrf::evaluate_low(std::size_t family, std::uint32_t routes) {
@@ -177,7 +223,7 @@ void WatchedVrf::report_low(std::size_t family, std::uint32_t routes) {
   }
 }
 
-// One that was never there is not logged: at the start the routes are not read yet.
+// One that was never there is not logged.
 void WatchedVrf::evaluate_prefix(const PrefixKey& key, bool is_present, WatchedPrefix* watched) {
   if (watched->is_present == is_present) return;
   is_changed_ = true;

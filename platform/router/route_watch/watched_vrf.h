@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 #include <utility>
@@ -15,6 +16,9 @@ namespace route_watch {
 
 inline constexpr std::size_t kFamilies = 2;  // IPv4, IPv6
 inline constexpr std::uint64_t kCheckInterval = 100 * kNanosecondsPerMillisecond;
+
+// Whether the model has had all routes of the table since the start.
+using HasRead = std::function<bool(router::RouteTableId table)>;
 
 struct Pair {
   std::uint32_t first = 0;
@@ -30,6 +34,8 @@ struct WatchedTable {
   std::uint64_t below_since = 0;   // clock_monotonic(); 0: it is not below the mark
   std::uint64_t below_before = 0;  // for how long it had been then, in earlier processes
   std::uint32_t changed = 0;       // seconds since 1970; 0: not since the process started
+  std::uint64_t unread_since = 0;  // clock_monotonic(); 0: its routes are read, or not compared
+  bool is_unread_reported = false;
 
   bool is_configured() const { return low != 0 || mid != 0 || maximum != 0; }
 };
@@ -78,9 +84,9 @@ class WatchedVrf {
   // Whether a state has changed since the last call.
   bool take_changed() { return std::exchange(is_changed_, false); }
 
-  // Compares with the routes now, and logs what has changed. When the next comparison is due although no
-  // route changes, clock_monotonic(); 0 if never.
-  std::uint64_t evaluate(const router::Router& model);
+  // Compares with the routes now, in tables that are read, and logs what has changed. When the next
+  // comparison is due although no route changes, clock_monotonic(); 0 if never.
+  std::uint64_t evaluate(const router::Router& model, const HasRead& has_read);
 
   const std::string& name() const { return name_; }
   const WatchedTable& table(std::size_t family) const { return tables_[family]; }
@@ -103,6 +109,8 @@ class WatchedVrf {
   using PrefixKey = std::pair<router::Family, router::RouteKey>;
   static PrefixKey key_of(const router::Address& prefix);
   static router::Address address_of(const PrefixKey& key);
+  bool is_compared(std::size_t family) const;
+  bool note_reading(std::size_t family, bool is_read);
   std::uint64_t evaluate_low(std::size_t family, std::uint32_t routes);
   void report_low(std::size_t family, std::uint32_t routes);
   void evaluate_prefix(const PrefixKey& key, bool is_present, WatchedPrefix* watched);
@@ -115,6 +123,8 @@ class WatchedVrf {
   bool is_changed_ = false;
 };
 
+// For how long it has not been read; 0 for one that is read.
+std::uint32_t seconds_unread(const WatchedTable& table);
 // The table of a VRF; its number is 0 if the VRF has none.
 router::RouteTableId table_of(const router::Vrf& vrf, std::size_t family);
 

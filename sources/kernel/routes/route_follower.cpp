@@ -98,9 +98,9 @@ bool RouteFollower::settled() const {
          mark_timer_ == 0 && walking_.empty() && (manager_ == nullptr || events_.is_open());
 }
 
-bool RouteFollower::has_read_all() const {
-  return std::ranges::none_of(tables_,
-                              [](const auto& each) { return each.second.knowledge == Knowledge::kNone; });
+bool RouteFollower::has_read(router::RouteTableId table) const {
+  const auto found = tables_.find(table);
+  return found != tables_.end() && found->second.knowledge != Knowledge::kNone;
 }
 
 std::string RouteFollower::text_of(router::RouteTableId id) {

@@ -49,8 +49,8 @@ class RouteFollower final : public router::Observer, private EventListener::Clie
   const Corrections& table_corrections() const { return table_corrections_; }
   // True when the store has everything that the kernel had announced when its messages were last read.
   bool settled() const;
-  // Whether each table of a VRF has been read once.
-  bool has_read_all() const;
+  // Whether the table is that of a VRF and has been read once.
+  bool has_read(router::RouteTableId table) const;
 
   void vrf_created(const router::Vrf& vrf) override;
   void vrf_changed(const router::Vrf& before, const router::Vrf& now) override;
