@@ -8,6 +8,7 @@
 #include "mpls/vpn/mib/src/records/layouts.h"
 #include "mpls/vpn/mib/src/records/mib_constants.h"
 #include "mpls/vpn/mib/src/traps/info.h"
+#include "platform/core/base/clock.h"
 #include "platform/core/base/log.h"
 #include "platform/core/files/directories.h"
 #include "platform/store/history/history.h"
@@ -49,7 +50,8 @@ Status retain_notifications() {
 std::optional<process_status::TrapsFact> waiting_notifications() {
   const std::optional<KvRetained> queue = kvtree_retained_notifications(kMplsVpnPath, kTrapSubscriber);
   if (!queue) return std::nullopt;
-  return process_status::TrapsFact{queue->waiting, queue->limit, queue->lost, queue->subscriber};
+  return process_status::TrapsFact{queue->waiting, queue->limit, queue->lost, queue->subscriber,
+                                   queue->alone_for / kNanosecondsPerSecond};
 }
 
 std::vector<process_status::DatabaseFact> notification_files() {

@@ -114,7 +114,8 @@ std::string front_end_version_text(const ProcessStatus& status) {
 
 std::string front_end_text(const ProcessStatus& status) {
   const ClientStatus* const client = front_end_of(status);
-  if (client == nullptr) return "none is connected; traps wait";
+  if (client == nullptr)
+    return fmt::format("none is connected for {}; traps wait", duration_text(status.traps_alone_for));
   const std::string program = program_of(client->process);
   const std::string kind = front_end_kind(program);
   const std::string what = kind == "subAgent" ? "sub-agent" : kind == "module" ? "module in snmpd" : program;
@@ -130,8 +131,11 @@ std::string traps_text(const ProcessStatus& status) {
 
 Json traps_json(const ProcessStatus& status) {
   if (status.has_traps == 0) return nullptr;
-  return {
-      {"waiting", status.traps_waiting}, {"capacity", status.traps_capacity}, {"lost", status.traps_lost}};
+  const Json alone_for = status.traps_subscriber != 0 ? Json(nullptr) : Json(status.traps_alone_for);
+  return {{"waiting", status.traps_waiting},
+          {"capacity", status.traps_capacity},
+          {"lost", status.traps_lost},
+          {"withoutFrontEnd", alone_for}};
 }
 
 Lines route_module_lines(const ProcessStatus& status) {

@@ -114,23 +114,23 @@ TEST_F(ShowStatus, DaemonOfAnotherVersionIsNamed) {
 }
 
 ProcessIdentity identity_with_facts() {
-  return {
-      .version = MPLS_VERSION,
-      .source = "the kernel",
-      .sources =
-          [] {
-            return std::vector<process_status::SourceFact>{{"kernel", "6.1.0", true, 1'700'000'000, ""},
-                                                           {"bgpd", "", false, 0, "it does not run"}};
-          },
-      .databases =
-          [] {
-            return std::vector<process_status::DatabaseFact>{{"checkpoint", "/nowhere/c.db", "disk full"}};
-          },
-      .route_module_failures = [] { return std::vector<std::string>{"mib/x.dll: missing"}; },
-      .traps =
-          [] {
-            return std::optional(process_status::TrapsFact{3, 4096, 2, 1});
-          }};
+  return {.version = MPLS_VERSION,
+          .source = "the kernel",
+          .sources =
+              [] {
+                return std::vector<process_status::SourceFact>{{"kernel", "6.1.0", true, 1'700'000'000, ""},
+                                                               {"bgpd", "", false, 0, "it does not run"}};
+              },
+          .databases =
+              [] {
+                return std::vector<process_status::DatabaseFact>{
+                    {"checkpoint", "/nowhere/c.db", "disk full", {3, "quarantine_record"}}};
+              },
+          .route_module_failures = [] { return std::vector<std::string>{"mib/x.dll: missing"}; },
+          .traps =
+              [] {
+                return std::optional(process_status::TrapsFact{3, 4096, 2, 1});
+              }};
 }
 
 TEST_F(ShowStatus, TextHasSourcesDatabasesTrapsAndRouteModules) {
@@ -162,7 +162,8 @@ TEST_F(ShowStatus, JsonOfFactsIsTyped) {
                                         {"lastAnswer", nullptr},
                                         {"problem", "it does not run"}}));
   EXPECT_EQ(status["routeModules"], Json({{"loaded", false}, {"problems", {"mib/x.dll: missing"}}}));
-  EXPECT_EQ(status["traps"], Json({{"waiting", 3}, {"capacity", 4096}, {"lost", 2}}));
+  EXPECT_EQ(status["traps"],
+            Json({{"waiting", 3}, {"capacity", 4096}, {"lost", 2}, {"withoutFrontEnd", nullptr}}));
   EXPECT_EQ(status["frontEnd"]["kind"], "other");
   EXPECT_EQ(status["frontEnd"]["process"], getpid());
   EXPECT_EQ(status["databases"][0]["problem"], "disk full");
@@ -180,10 +181,11 @@ TEST_F(ShowStatus, FrontEndThatWasNotStartedAgainAfterAnUpgradeIsNamed) {
 }
 
 TEST_F(ShowStatus, FrontEndThatIsNotConnectedIsNull) {
-  StartStatus({.traps = [] { return std::optional(process_status::TrapsFact{0, 4096, 0, 0}); }});
+  StartStatus({.traps = [] { return std::optional(process_status::TrapsFact{0, 4096, 0, 0, 65}); }});
   EXPECT_THAT(AskForText({"show", "status"}),
-              HasSubstr("SNMP front end              none is connected; traps wait\n"));
+              HasSubstr("SNMP front end              none is connected for 00:01:05; traps wait\n"));
   EXPECT_TRUE(AskForJson({"show", "status"})["frontEnd"].is_null());
+  EXPECT_EQ(AskForJson({"show", "status"})["traps"]["withoutFrontEnd"], 65);
 }
 
 TEST_F(ShowStatus, OlderDaemonIsReported) {

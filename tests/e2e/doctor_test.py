@@ -382,9 +382,30 @@ class Snmp(DoctorTest):
 
     def test_front_end_that_is_not_connected_is_an_error(self):
         system = self.started()
-        self.assert_found(system, "snmp-front-end", "error", "neither the sub-agent nor the module is connected")
+        self.assert_found(system, "snmp-front-end", "error", "neither the sub-agent, which does not run, nor the module is connected",
+                          wrapper=ALONE)
+        self.assertEqual(self.fixes(system, "snmp-front-end", wrapper=ALONE), ["systemctl start mpls_vpn_snmp"])
         system.start_snmpd()
         system.start_agent()
+        self.becomes_ok(system, "snmp-front-end")
+
+    def test_sub_agent_that_runs_without_a_connection_is_not_reported_as_ended(self):
+        system = self.started()
+        system.module = None
+        system.start_snmpd()
+        system.start_agent()
+        self.becomes_ok(system, "snmp-front-end")
+        agent = system.processes["agent"]
+        agent.send_signal(signal.SIGSTOP)  # it does not connect again
+        self.addCleanup(agent.send_signal, signal.SIGCONT)
+        system.kill("daemon")
+        system.start_daemon()
+        self.assert_found(system, "snmp-front-end", "warning", "but it is not connected to the daemon for ")
+        self.assertRegex(self.diagnose(system, "snmp-front-end")[1], r"^the sub-agent runs \(process \d+\), .* for \d+ s; 0 traps wait$")
+        self.assertEqual(self.fixes(system, "snmp-front-end"), ["wait 10 s and run mplsvpn doctor again"])
+        self.becomes("an error", lambda: self.diagnose(system, "snmp-front-end")[0], "error")
+        self.assertEqual(self.fixes(system, "snmp-front-end"), ["journalctl -u mpls_vpn_snmp; systemctl restart mpls_vpn_snmp"])
+        agent.send_signal(signal.SIGCONT)
         self.becomes_ok(system, "snmp-front-end")
 
     def asking(self, system):

@@ -24,16 +24,23 @@ using process_status::ClientStatus;
 
 constexpr char kIfName[] = ".1.3.6.1.2.1.31.1.1.1.1";
 constexpr std::chrono::seconds kPatience{20};
+constexpr char kSubAgent[] = "mpls_vpn_snmp";
+constexpr std::uint32_t kReconnection = 10;  // seconds, after a restart of snmpd or of the daemon
 constexpr char kOneNamespace[] = "run snmpd and the daemon in one network namespace";
 
-bool runs(const std::string& program) {
+// Its number; empty if none runs.
+std::string process_of(const std::string& program) {
   std::error_code ignored;
   for (const auto& entry : std::filesystem::directory_iterator("/proc", ignored)) {
     std::ifstream name(entry.path() / "comm");
     std::string text;
-    if (std::getline(name, text) && text == program) return true;
+    if (std::getline(name, text) && text == program) return entry.path().filename();
   }
-  return false;
+  return "";
+}
+
+bool runs(const std::string& program) {
+  return !process_of(program).empty();
 }
 
 // ifIndex by ifName.
@@ -72,6 +79,18 @@ Findings judge_absent(Facts& facts, const std::vector<std::string>& absent) {
   return findings;
 }
 
+// It connects to snmpd first, and tries that every few seconds.
+Finding judge_running(Facts& facts, const std::string& process) {
+  const auto& status = facts.status();
+  const std::string text = fmt::format(
+      "the sub-agent runs (process {}), but it is not connected to the daemon for {} s; {} traps wait",
+      process, status->traps_alone_for, status->traps_waiting);
+  if (!runs("snmpd")) return {Level::kError, text + "; it waits for snmpd", "systemctl start snmpd"};
+  if (status->traps_alone_for < kReconnection)
+    return {Level::kWarning, text, fmt::format("wait {} s and run mplsvpn doctor again", kReconnection)};
+  return {Level::kError, text, "journalctl -u mpls_vpn_snmp; systemctl restart mpls_vpn_snmp"};
+}
+
 }  // namespace
 
 bool is_hidden(const std::string& answer) {
@@ -96,7 +115,7 @@ std::string ask_snmpd(Facts& facts, const char* program, const std::string& obje
 void require_programs() {
   if (!runs("snmpd") && !is_installed("snmpd"))
     throw NotPossible("snmpd is not installed", "apt-get install snmpd");
-  if (!is_installed("mpls_vpn_snmp"))
+  if (!is_installed(kSubAgent))
     throw NotPossible("the sub-agent is not installed: managers cannot read the MIB",
                       "apt install ./mplsvpn-snmp_*.deb, in the folder with the packages");
 }
@@ -110,10 +129,14 @@ Findings check_snmpd(Facts& /*facts*/) {
 Findings check_front_end(Facts& facts) {
   if (facts.status()->traps_subscriber != 0) return {};
   require_programs();
-  return {{Level::kError,
-           fmt::format("neither the sub-agent nor the module is connected to the daemon; {} traps wait",
-                       facts.status()->traps_waiting),
-           "systemctl start mpls_vpn_snmp"}};
+  const std::string sub_agent = process_of(kSubAgent);
+  if (!sub_agent.empty()) return {judge_running(facts, sub_agent)};
+  return {
+      {Level::kError,
+       fmt::format("neither the sub-agent, which does not run, nor the module is connected to the daemon; {} "
+                   "traps wait",
+                   facts.status()->traps_waiting),
+       "systemctl start mpls_vpn_snmp"}};
 }
 
 Findings check_if_indexes(Facts& facts) {

@@ -12,6 +12,7 @@
 #include <memory>
 #include <string>
 
+#include "platform/core/base/clock.h"
 #include "platform/core/wire/wire.h"
 #include "platform/store/queue/queue_file.h"
 
@@ -39,7 +40,12 @@ class NotificationQueue {
   // Removes everything sent up to this number. Numbers that were not sent are ignored.
   void acknowledge(std::uint64_t sequence);
   // The subscriber disconnected: the next one is sent everything again.
-  void rewind() { sent_ = 0; }
+  void rewind() {
+    sent_ = 0;
+    left_at_ = clock_monotonic();
+  }
+  // clock_monotonic() when the last subscriber disconnected, or when the queue was made.
+  std::uint64_t left_at() const { return left_at_; }
 
   std::size_t size() const { return state_.entries.size(); }
   std::size_t limit() const { return limit_; }
@@ -57,6 +63,7 @@ class NotificationQueue {
   std::string subscriber_;
   std::size_t limit_;
   std::size_t window_;
+  std::uint64_t left_at_ = clock_monotonic();
   std::uint64_t burst_ = 0;  // lost since the queue was last half empty
   QueueState state_;
   std::unique_ptr<QueueFile> file_;   // may be null

@@ -229,7 +229,8 @@ std::optional<KvRetained> kvtree_retained_notifications(std::string_view path, s
   if (retained == nullptr) return std::nullopt;
   const kvtree::NotificationQueue& queue = *retained->queue;
   const std::uint64_t subscriber = kvtree::the_server() != nullptr ? kvtree::find_subscriber(&queue) : 0;
-  return KvRetained{queue.size(), queue.limit(), queue.lost(), subscriber, queue.problem()};
+  const std::uint64_t alone_for = subscriber != 0 ? 0 : clock_monotonic() - queue.left_at();
+  return KvRetained{queue.size(), queue.limit(), queue.lost(), subscriber, alone_for, queue.problem()};
 }
 
 Status kvtree_prov_notify(KvConnection* connection, const KvProviderNotification* notification) {

@@ -42,6 +42,7 @@ struct TrapsFact {
   std::uint64_t capacity = 0;
   std::uint64_t lost = 0;        // of which the front end does not know yet
   std::uint64_t subscriber = 0;  // the client of the data store that receives them; 0: none
+  std::uint64_t alone_for = 0;   // seconds without one
 };
 
 // As the process states them now; empty while it provides no status. Main thread.

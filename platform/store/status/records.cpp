@@ -62,6 +62,7 @@ constexpr std::array kStatusFields = {
     PARCEL_FIELD(ProcessStatus, traps_subscriber),
     PARCEL_FIELD(ProcessStatus, settings_problem),
     PARCEL_FIELD(ProcessStatus, front_end_version),
+    PARCEL_FIELD(ProcessStatus, traps_alone_for),
 };
 constexpr auto kStatus = parcel_structure<ProcessStatus>(1, kStatusFields);
 

@@ -76,8 +76,9 @@ struct ProcessStatus {
   std::uint32_t traps_subscriber;  // the id of the front end among the clients; 0: none
   char* settings_problem;          // why the settings in the file are not those in effect; empty if they are
   char* front_end_version;         // empty: none is connected, or it does not state it
+  std::uint32_t traps_alone_for;   // seconds without a front end; 0 with one
 };
-static_assert(sizeof(ProcessStatus) == 152);
+static_assert(sizeof(ProcessStatus) == 160);
 
 extern const ParcelDescription kProcessStatusParcel;
 

@@ -111,6 +111,7 @@ void set_traps(const std::optional<TrapsFact>& traps, ProcessStatus* status) {
   status->traps_capacity = saturated(traps->capacity);
   status->traps_lost = saturated(traps->lost);
   status->traps_subscriber = saturated(traps->subscriber);
+  status->traps_alone_for = saturated(traps->alone_for);
 }
 
 // What the client stated when it subscribed.

@@ -140,7 +140,7 @@ TEST_F(ProcessStatusTest, StatesTrapsAndRouteModules) {
                 manager, {.route_module_failures = [] { return std::vector<std::string>{"x.dll: missing"}; },
                           .traps =
                               [] {
-                                return std::optional(TrapsFact{3, 4096, 2, 7});
+                                return std::optional(TrapsFact{3, 4096, 2, 7, 5});
                               }}),
             kStatusOk);
   const DecodedStatus status = Read();
@@ -152,6 +152,7 @@ TEST_F(ProcessStatusTest, StatesTrapsAndRouteModules) {
   EXPECT_EQ(status->traps_capacity, 4096U);
   EXPECT_EQ(status->traps_lost, 2U);
   EXPECT_EQ(status->traps_subscriber, 7U);
+  EXPECT_EQ(status->traps_alone_for, 5U);
 }
 
 TEST_F(ProcessStatusTest, HasNoOtherItems) {

@@ -325,7 +325,8 @@ struct KvRetained {
   std::size_t limit;
   std::uint64_t lost;        // before those that wait
   std::uint64_t subscriber;  // the client that receives them, 0: none
-  std::string problem;       // why their file cannot be written; empty if it can
+  std::uint64_t alone_for;   // nanoseconds without one; 0 with one
+  std::string problem;       // why their file cannot be used or written; empty if it can
 };
 std::optional<KvRetained> kvtree_retained_notifications(std::string_view path, std::string_view name);
 // Sets the nodes that earlier processes stored in the directory's configuration.db, and from now on stores
