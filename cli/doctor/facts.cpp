@@ -66,7 +66,7 @@ const SuiteConfiguration& Facts::suite_configuration() {
   return suite_configuration_.get([this] {
     const std::string text = suite.ask("show running-config");
     // Asked afterwards: it may have ended meanwhile.
-    if (!suite.programs().contains("bgpd"))
+    if (!suite.runs("bgpd"))
       throw Failure(kExitFailed, "bgpd does not run: the configuration of VPN routes is unknown");
     return std::make_unique<SuiteConfiguration>(parse_suite_configuration(text));
   });

@@ -104,8 +104,8 @@ std::string restart_fix(Facts& facts, const std::string& before) {
 }
 
 // bgpd may be left out on purpose, unless the saved configuration is for it.
-Findings judge_programs(Facts& facts, const std::set<std::string>& programs) {
-  if (programs.contains("bgpd")) return {};
+Findings judge_programs(Facts& facts) {
+  if (facts.suite.runs("bgpd")) return {};
   const std::string file = find_saved_file(facts);
   if (file.empty() || !parse_suite_configuration(read_saved_file(file)).has_bgp) return {};
   return {{Level::kError,
@@ -134,7 +134,7 @@ Findings check_mgmtd(Facts& facts) {
   facts.require_kernel_source();
   const unsigned major = major_version(facts.suite);
   if (major < kFirstWithMgmtd) return {};
-  if (facts.suite.programs().contains("mgmtd")) return {};
+  if (facts.suite.runs("mgmtd")) return {};
   return {{Level::kError,
            fmt::format(
                "version {} of the suite runs without mgmtd: static routes and VRFs of its configuration are "

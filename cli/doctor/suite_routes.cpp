@@ -153,7 +153,7 @@ MissingByVrf look_again(Facts& facts, const MissingByVrf& first, Findings* findi
 
 Findings check_suite_routes(Facts& facts) {
   const std::vector<Vrf>& vrfs = facts.vrfs();
-  if (!facts.suite.programs().contains("zebra")) throw NotPossible("zebra does not run");
+  if (!facts.suite.runs("zebra")) throw NotPossible("zebra does not run");
   if (vrfs.empty()) return {};
   RouteLook first(facts.suite, kAnswersOfFirstLook * facts.suite.patience());
   first.look(vrfs);

@@ -119,9 +119,9 @@ void Evidence::require_device() {
 
 void Evidence::require_bgp() {
   require_device();
-  const auto& programs =
-      programs_.get([this] { return patiently([this] { return owned(facts.suite.programs()); }); });
-  if (!programs.contains(kBgpProgram)) throw Failure(kExitFailed, "bgpd does not run");
+  const bool runs =
+      runs_bgp_.get([this] { return patiently([this] { return owned(facts.suite.runs(kBgpProgram)); }); });
+  if (!runs) throw Failure(kExitFailed, "bgpd does not run");
 }
 
 const doctor::SuiteConfiguration& Evidence::configuration() {

@@ -127,7 +127,7 @@ class Evidence {
   std::optional<Prefix> route_;
   OfRoute of_route_{};
   std::optional<Failure> timeout_{};  // of the suite
-  doctor::Once<std::set<std::string>> programs_;
+  doctor::Once<bool> runs_bgp_;
   doctor::Once<std::set<std::string>> vpn_labels_;
   doctor::Once<std::optional<VrfFacts>> vrf_;
   doctor::Once<std::vector<Target>> targets_;

@@ -76,7 +76,9 @@ bool collect(int input, std::chrono::milliseconds patience, const OutputTaker& t
     if (ready <= 0) ran->problem = fmt::format("it did not end within {} ms", patience.count());
     if (ready <= 0) return false;
     const ssize_t length = read(input, octets.data(), octets.size());
-    if (length <= 0) return true;
+    if (length < 0 && errno == EINTR) continue;
+    if (length < 0) ran->problem = fmt::format("its output cannot be read: {}", std::strerror(errno));
+    if (length <= 0) return length == 0;
     ran->problem = take({octets.data(), static_cast<std::size_t>(length)});
     if (!ran->problem.empty()) return false;
   }

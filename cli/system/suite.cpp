@@ -2,8 +2,13 @@
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <thread>
 
 #include "cli/session.h"
 #include "cli/system/json_objects.h"
@@ -14,6 +19,22 @@ namespace cli {
 namespace {
 
 constexpr std::size_t kMostOctets = std::size_t{64} << 20;  // of an answer
+
+constexpr std::chrono::milliseconds kNextLook{300};  // for a program that the shell does not reach
+
+// Whether a process serves the socket. One with a full queue does.
+bool listens(const std::string& path) {
+  sockaddr_un address{AF_UNIX, {}};
+  if (path.size() >= sizeof address.sun_path) return false;
+  path.copy(address.sun_path, path.size());
+  const int descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+  if (descriptor < 0) return false;
+  const bool is_served =
+      connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 ||
+      errno == EAGAIN;
+  close(descriptor);
+  return is_served;
+}
 
 std::string with_path_space(const std::string& folder, const std::string& path_space) {
   return path_space.empty() ? folder : folder + "/" + path_space;
@@ -62,9 +83,25 @@ Suite::Answers Suite::ask_each(const std::vector<std::string>& commands, std::ch
   return {count, said.empty() ? fmt::format("no answer to \"{}\"", commands[count]) : said};
 }
 
+// Warnings of the shell, which name programs too, precede the list.
 std::set<std::string> Suite::programs() const {
-  const std::vector<std::string> names = command_words(ask("show daemons"));
+  const std::vector<std::string> names = command_words(last_line(ask("show daemons")));
   return {names.begin(), names.end()};
+}
+
+// The shell leaves out a program that it does not reach, also one that is busy or starts. A shell whose
+// sockets are elsewhere, such as a script, is only asked a second time.
+bool Suite::runs(const std::string& program) const {
+  const auto deadline = std::chrono::steady_clock::now() + patience_;
+  for (bool is_first = true;; is_first = false) {
+    if (programs().contains(program)) return true;
+    const bool is_there = listens(socket_folder() + "/" + program + ".vty");
+    if (!is_first && !is_there) return false;
+    if (std::chrono::steady_clock::now() >= deadline)
+      throw Failure(kExitFailed, fmt::format("{} runs, but {} has not reached it within {} ms", program,
+                                             words(), patience_.count()));
+    std::this_thread::sleep_for(kNextLook);
+  }
 }
 
 std::string Suite::option(const char* name) const {

@@ -36,8 +36,9 @@ class Suite {
   // For an answer.
   std::chrono::milliseconds patience() const { return patience_; }
 
-  // The programs of the suite that the shell reaches: "zebra", "bgpd". Failures as of ask().
-  std::set<std::string> programs() const;
+  // Whether the program runs. Failure(kExitFailed) as of ask(), and for one that runs and that the shell does
+  // not reach in the time for an answer.
+  bool runs(const std::string& program) const;
 
   // The folders of the suite's sockets and of its saved configuration, as its shell finds them.
   std::string socket_folder() const;
@@ -46,6 +47,8 @@ class Suite {
   std::string words() const;
 
  private:
+  // Those that the shell reaches: "zebra", "bgpd".
+  std::set<std::string> programs() const;
   std::string option(const char* name) const;
 
   std::vector<std::string> shell_;

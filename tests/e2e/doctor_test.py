@@ -28,11 +28,12 @@ ALONE = ("unshare", "--pid", "--fork", "--mount-proc")  # without the processes 
 WITHOUT = (*ALONE, "sh", "-c", 'for file in $(which -a "$0"); do mount --bind /dev/null "$file"; done; exec "$@"')
 # What the suite's shell prints, as seen with versions 8 and 10.
 SUITE_SHELL = """#!/bin/sh
-case $2 in
-"show daemons") cat "$0.daemons" ;;
+for command; do :; done
+case $command in
+"show daemons") cat "$0.daemons"; [ ! -f "$0.later" ] || mv "$0.later" "$0.daemons" ;;
 "show version") echo "FRRouting 10.3 (pe1) on Linux(6.1.0)." ;;
 "show running-config") cat "$0.running" ;;
-*) echo "% Unknown command: $2"; exit 1 ;;
+*) echo "% Unknown command: $command"; exit 1 ;;
 esac
 """
 
@@ -525,7 +526,8 @@ class RoutingSuite(DoctorTest):
         pathlib.Path(f"{self.shell}.daemons").write_text(" " + " ".join(names) + "\n")
 
     def words(self, system, *words):
-        return super().words(system, "--suite-shell", str(self.shell), "--suite-conf", str(self.saved), *words)
+        shell = () if "--suite-shell" in words else ("--suite-shell", str(self.shell))
+        return super().words(system, *shell, "--suite-conf", str(self.saved), *words)
 
     def test_bgpd_that_has_ended_makes_checks_of_its_configuration_impossible(self):
         self.programs("zebra", "mgmtd")
@@ -547,6 +549,27 @@ class RoutingSuite(DoctorTest):
         self.assertEqual(text, f"{before}when that file has all that is needed: systemctl restart frr, which interrupts the "
                                "routing and loads it")
         self.assertNotIn("write", fix)
+
+    def test_program_that_the_shell_reaches_later_runs(self):
+        for check in "suite-mgmtd", "suite-access", "suite-saved":
+            with self.subTest(check):
+                self.programs("zebra")
+                pathlib.Path(f"{self.shell}.later").write_text(" zebra bgpd mgmtd\n")
+                self.assertEqual(self.diagnose(self.system, check), ("ok", ""))
+
+    def test_program_that_listens_and_is_not_reached_is_not_reported_as_ended(self):
+        self.programs("zebra")
+        with socket.socket(socket.AF_UNIX) as mgmtd:
+            mgmtd.bind(str(self.system.folder / "mgmtd.vty"))
+            mgmtd.listen()
+            shell = f"{self.shell} --vty_socket {self.system.folder}"
+            self.assert_found(self.system, "suite-mgmtd", "notPossible", f"mgmtd runs, but {shell} has not reached it within 1000 ms",
+                              "--suite-shell", shell, "--suite-timeout", "1s")
+        self.assert_found(self.system, "suite-mgmtd", "error", "runs without mgmtd", "--suite-shell", shell, "--suite-timeout", "1s")
+
+    def test_warning_of_the_shell_that_names_a_program_is_no_sign_of_it(self):
+        pathlib.Path(f"{self.shell}.daemons").write_text("Warning: closing connection to mgmtd because of an I/O error!\n zebra bgpd\n")
+        self.assert_found(self.system, "suite-mgmtd", "error", "runs without mgmtd")
 
     def test_missing_mgmtd_is_no_reason_for_a_restart_without_a_look(self):
         self.programs("zebra", "bgpd")
