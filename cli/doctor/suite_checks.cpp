@@ -86,6 +86,13 @@ std::string closed_path(const std::string& folder) {
   return "";
 }
 
+// A user who may not ask the daemon does not know whether it needs the suite.
+Finding judge_permission(Facts& facts, const std::string& closed, const std::string& failure) {
+  return {is_expected(facts) ? Level::kError : Level::kNotPossible,
+          fmt::format("the user {} has no permission for {}: {}", user_name(), closed, failure),
+          fmt::format("usermod -aG {} {}; then log in again", group_of(closed), user_name())};
+}
+
 // A start does nothing for programs that run.
 std::string fix_of_failure(std::string_view failure) {
   return failure.find("failed to connect") == std::string_view::npos
@@ -119,14 +126,12 @@ Findings judge_programs(Facts& facts) {
 Findings check_suite_access(Facts& facts) {
   facts.require_kernel_source();
   try {
-    return judge_programs(facts, facts.suite.programs());
+    return judge_programs(facts);
   } catch (const Failure& failure) {
-    if (!is_expected(facts)) throw;
     const std::string closed = closed_path(facts.suite.socket_folder());
-    if (closed.empty()) return {{Level::kError, failure.what(), fix_of_failure(failure.what())}};
-    return {{Level::kError,
-             fmt::format("the user {} has no permission for {}: {}", user_name(), closed, failure.what()),
-             fmt::format("usermod -aG {} {}; then log in again", group_of(closed), user_name())}};
+    if (!closed.empty()) return {judge_permission(facts, closed, failure.what())};
+    if (!is_expected(facts)) throw;
+    return {{Level::kError, failure.what(), fix_of_failure(failure.what())}};
   }
 }
 

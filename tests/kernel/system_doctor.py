@@ -4,16 +4,18 @@ suite.py). Each check of the kernel and of the suite is triggered, and is quiet 
 the same by hand, has been run. Runs in the guest (see uml-run), as root.
 """
 import ctypes
+import grp
 import json
 import os
 import pathlib
+import pwd
 import re
 import struct
 import subprocess
 
 from suite_system import BGP, SuiteSystemTest, main, vpn_instance  # before system
 from kernel import batch, member_lines, vrf_lines
-from suite import run
+from suite import SHELL as SHELL_PATH, run
 from system import BIN, wait_until
 
 VRFS = {"red": 10, "blue": 20}
@@ -21,6 +23,7 @@ MEMBERS = {"red1": "red", "blue1": "blue"}
 ADJ_MAX_ERROR, ADJ_ESTIMATED_ERROR, ADJ_STATUS, UNSYNCHRONIZED = 0x4, 0x8, 0x10, 0x40  # adjtimex(2)
 PATIENCE = "2m"  # on a machine that does much else
 OTHER_USER = ("setpriv", "--reuid", "65534", "--regid", "65534", "--clear-groups")
+OTHER_NAME = pwd.getpwuid(65534).pw_name
 SELECTED = """echo '{"10.8.0.0/16": [{"selected": true, "protocol": "static"}]}'"""
 SHELL = """#!/usr/bin/env python3
 import subprocess, sys
@@ -177,12 +180,29 @@ class Doctor(SuiteSystemTest):
     # --- the suite ---
 
     def test_user_without_rights_for_the_suite(self):
+        """The user may not ask the daemon either, so whether it needs the suite is not known. The shell is this machine's: that of a
+        root folder needs chroot."""
         os.chmod(self.system.folder, 0o755)
         os.chmod(self.system.folder / "run", 0o755)
+        sockets = pathlib.Path("/var/run/frr")
+        if not sockets.exists():
+            sockets.mkdir()
+            run("mount", "--bind", str(self.suite.run), str(sockets))
+            self.addCleanup(run, "umount", str(sockets))
         os.chmod(self.suite.run, 0o750)
         self.addCleanup(os.chmod, self.suite.run, 0o755)
-        state, findings = self.diagnose("suite-access", wrapper=OTHER_USER)
-        self.assertNotEqual(state, "ok", findings)
+        self.assert_has_no_permission(sockets)
+        os.chmod(self.suite.run, 0o755)
+        self.assert_has_no_permission(next(path for path in sockets.iterdir() if path.suffix == ".vty"))
+
+    def assert_has_no_permission(self, path):
+        fix = self.assert_found("suite-access", "notPossible", f"the user {OTHER_NAME} has no permission for {path}: {SHELL_PATH} does not "
+                                "answer: ", shell=SHELL_PATH, wrapper=OTHER_USER)
+        try:
+            group = grp.getgrgid(path.stat().st_gid).gr_name
+        except KeyError:  # it is one of the root folder
+            group = "frrvty"
+        self.assertEqual(fix, f"usermod -aG {group} {OTHER_NAME}; then log in again")
 
     def test_suite_without_its_shell_is_an_error_if_it_is_followed(self):
         self.assert_found("suite-access", "error", "No such file", shell="/nonexistent/vtysh")
@@ -370,6 +390,21 @@ class Doctor(SuiteSystemTest):
         self.assert_found("suite-routes", "error", "VRF red: the suite has selected routes that the kernel does not have: 10.9.0.0/16")
         self.suite.configure("vrf red", "no ip route 10.9.0.0/16 10.1.0.9", "exit-vrf")
         self.assert_ok("suite-routes")
+
+    def test_route_that_only_tables_of_others_have(self):
+        prefix, others = "10.7.0.0/16", (("vrf blue", "dev blue1"), ("table main", "dev core"))
+        for table, device in others:
+            run("ip", "route", "add", *table.split(), prefix, *device.split())
+            self.addCleanup(run, "ip", "route", "del", *table.split(), prefix, *device.split())
+        self.suite.configure("vrf red", f"ip route {prefix} 10.1.0.9", "exit-vrf")
+        self.addCleanup(self.suite.configure, "vrf red", f"no ip route {prefix} 10.1.0.9", "exit-vrf")
+        wait_until("the route", lambda: self.kernel_routes(prefix), 20)
+        self.assert_ok("suite-routes")
+        run("ip", "nexthop", "del", "id", str(self.kernel_routes(prefix)[0]["nhid"]))
+        self.assertEqual(self.kernel_routes(prefix), [])
+        state, findings = self.diagnose("suite-routes")
+        self.assertEqual((state, [finding["text"] for finding in findings]),
+                         ("error", [f"VRF red: the suite has selected routes that the kernel does not have: {prefix}"]))
 
     def kernel_routes(self, prefix):
         return json.loads(run("ip", "-j", "route", "show", "vrf", "red", prefix) or "[]")
