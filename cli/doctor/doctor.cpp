@@ -87,20 +87,29 @@ bool is_chosen(const Check& check, const DoctorRequest& request) {
   return (request.only.empty() || has(request.only)) && !has(request.skip);
 }
 
+// Whether both are in a group and were not possible for the same reason, and for no other.
+bool lack_the_same(const Result& one, const Result& other) {
+  const auto is_impossible = [](const Result& result) {
+    return result.level == Level::kNotPossible && result.findings.size() == 1;
+  };
+  return is_impossible(one) && is_impossible(other) &&
+         std::string_view(one.check.group) == other.check.group &&
+         one.findings[0].text == other.findings[0].text && one.findings[0].fix == other.findings[0].fix;
+}
+
+// Checks of a group that follow each other and lack the same are one line: a result of which the next one may
+// be the same waits for it.
 class TextReport {
  public:
   explicit TextReport(const Session& session) : out_(session.out), width_(session.terminal.width) {}
   void add(const Result& result) {
-    if (group_ != result.check.group)
-      fmt::print(out_, "{}{}\n", group_.empty() ? "" : "\n", result.check.group);
-    group_ = result.check.group;
-    print(fmt::format("{:4}  {:12}  {:17}  {}", result.number, text_of(result.level), result.check.id,
-                      result.check.title));
-    for (const Finding& finding : result.findings) add(finding, result.number);
+    if (!alike_.empty() && !lack_the_same(alike_.back(), result)) print_alike();
+    alike_.push_back(result);
     ++counts_.at(static_cast<std::size_t>(result.level));
-    out_.flush();
+    if (!lack_the_same(result, result)) print_alike();
   }
   void end() {
+    print_alike();
     out_ << '\n';
     for (const Level level : kLevels)
       fmt::print(out_, "{}{} {}", level == Level::kOk ? "" : ", ",
@@ -109,6 +118,29 @@ class TextReport {
   }
 
  private:
+  void print_alike() {
+    if (alike_.empty()) return;
+    print_group(alike_.front().check.group);
+    alike_.size() == 1 ? print(alike_.front()) : print_range(alike_.front(), alike_.back());
+    alike_.clear();
+    out_.flush();
+  }
+  void print_group(const char* group) {
+    if (group_ != group) fmt::print(out_, "{}{}\n", group_.empty() ? "" : "\n", group);
+    group_ = group;
+  }
+  void print(const Result& result) {
+    print(fmt::format("{:4}  {:12}  {:17}  {}", result.number, text_of(result.level), result.check.id,
+                      result.check.title));
+    for (const Finding& finding : result.findings) print(finding, result.number);
+  }
+  void print_range(const Result& first, const Result& last) {
+    const Finding& finding = first.findings[0];
+    reasons_.emplace(finding.text, first.number);
+    print(fmt::format("{:>4}  {:12}  {} to {}: {}", fmt::format("{}-{}", first.number, last.number),
+                      text_of(first.level), first.check.id, last.check.id, printable(finding.text)));
+    if (!finding.fix.empty()) print_fix(finding.fix);
+  }
   void print(const std::string& line) { out_ << (width_ == 0 ? line + '\n' : wrapped(line, width_)); }
 
   // What is broken here could not be copied: the terminal breaks a fix, without ends of lines.
@@ -117,14 +149,15 @@ class TextReport {
   }
 
   // A reason that makes several checks impossible is printed once.
-  void add(const Finding& finding, std::size_t number) {
+  void print(const Finding& finding, std::size_t number) {
     const auto [first, is_new] = reasons_.emplace(finding.text, number);
     print("      " + (is_new ? printable(finding.text) : fmt::format("as in check {}", first->second)));
     if (!finding.fix.empty()) print_fix(finding.fix);
   }
 
   std::ostream& out_;
-  const std::size_t width_;  // of the terminal; 0: there is none
+  std::vector<Result> alike_;  // not printed yet
+  const std::size_t width_;    // of the terminal; 0: there is none
   std::string group_;
   std::map<std::string, std::size_t> reasons_;  // with the number of the first check
   std::array<unsigned, kLevels.size()> counts_{};

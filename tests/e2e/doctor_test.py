@@ -641,6 +641,19 @@ class Command(DoctorTest):
                          r"      as in check 1\n"
                          r"\n0 ok, 1 not possible, 0 warning, 1 error\n\Z")
 
+    def test_checks_of_a_group_that_lack_the_same_are_one_line(self):
+        system = self.started()
+        shown = self.doctor(system).stdout
+        reason = "the daemon reads a router file, not this kernel"
+        lines = [line for line in shown.splitlines() if reason in line]
+        self.assertEqual(lines, [f"13-17  not possible  vrf-device-down to mpls-labels: {reason}",
+                                 f"18-25  not possible  suite-access to suite-routes: {reason}"])
+        checks = json.loads(subprocess.run(self.words(system), env=system.environment, capture_output=True, text=True,
+                                           check=False).stdout)
+        alike = [check["id"] for check in checks if [finding["text"] for finding in check["findings"]] == [reason]]
+        self.assertEqual((len(alike), alike[0], alike[-1]), (13, "vrf-device-down", "suite-routes"))
+        self.assertIn(f", {sum(check['state'] == 'notPossible' for check in checks)} not possible, ", shown.splitlines()[-1])
+
     def test_check_that_is_left_out_is_not_shown(self):
         system = self.new_system(ROUTER)
         shown = self.doctor(system, "--only", "disk", "--only", "daemon-running", "--skip", "daemon-running")
