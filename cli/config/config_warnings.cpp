@@ -6,7 +6,10 @@
 #include <algorithm>
 #include <map>
 #include <set>
+#include <span>
+#include <string>
 #include <variant>
+#include <vector>
 
 #include "cli/output/notices.h"
 #include "cli/output/table.h"
@@ -21,6 +24,7 @@ namespace cli {
 namespace {
 
 constexpr std::size_t kMostChecked = 100;  // VRFs, and interfaces, each a request
+constexpr std::size_t kMostNeedless = 100;
 constexpr char kDefaultVrf[] = "default";  // always exists, without a row
 
 std::set<std::string> named_vrfs(const std::vector<ConfigEdit>& edits) {
@@ -28,7 +32,6 @@ std::set<std::string> named_vrfs(const std::vector<ConfigEdit>& edits) {
   for (const ConfigEdit& edit : edits) {
     const bool names_vrf = edit.verb == EditVerb::kSet && edit.words.size() > 1 && edit.words[0] == "vrf";
     if (names_vrf && edit.words[1] != kDefaultVrf) names.insert(edit.words[1]);
-    if (names.size() == kMostChecked) break;
   }
   return names;
 }
@@ -61,11 +64,17 @@ std::string counts_text(const std::map<std::string, std::size_t>& counts) {
 
 void warn_of_missing_vrfs(const Session& session, kvtree::Client& client,
                           const std::vector<ConfigEdit>& edits) {
-  for (const std::string& name : named_vrfs(edits)) {
+  const std::set<std::string> named = named_vrfs(edits);
+  std::size_t checked = 0;
+  for (const std::string& name : named) {
+    if (checked++ == kMostChecked) break;
     if (client.get(provider_path("vrf", name)).status != kStatusNoSuchRow) continue;
     warn(session,
          fmt::format("VRF {} does not exist; its configuration waits until it is created", printable(name)));
   }
+  if (named.size() > kMostChecked)
+    warn(session, fmt::format("whether {} more VRFs exist is not checked; \"show vrf\" lists all",
+                              named.size() - kMostChecked));
 }
 
 void warn_of_missing_interfaces(const Session& session, kvtree::Client& client,
@@ -90,9 +99,13 @@ void warn_of_default_vrf(const Session& session, const std::vector<ConfigEdit>& 
 }
 
 void warn_of_needless_suppression(const Session& session, const WorkingCopy& copy) {
-  for (const std::string& words : copy.needless_suppressions()) {
+  const std::vector<std::string>& needless = copy.needless_suppressions();
+  for (const std::string& words : std::span(needless).first(std::min(needless.size(), kMostNeedless))) {
     warn(session, fmt::format("no other owner sets {}; it is suppressed as soon as one does", words));
   }
+  if (needless.size() > kMostNeedless)
+    warn(session, fmt::format("no other owner sets {} more items that are suppressed",
+                              needless.size() - kMostNeedless));
 }
 
 void warn_of_taking_over(const Session& session, const CommitChanges& foreseen) {

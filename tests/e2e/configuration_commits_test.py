@@ -112,6 +112,16 @@ class Commits(SystemTest):
         self.assertIn("set vrf typo rd 65000:7 ipv4\n", self.config("show").stdout)
         self.assertEqual(self.config("set", "vrf", "red", "rd", "65000:8").stderr, "")
 
+    def test_warnings_say_how_many_more_there_are(self):
+        lines = self.system.folder / "lines"
+        lines.write_text("".join(f"set vrf none{number} rd 65000:{number}\n" for number in range(130)))
+        warnings = self.config("load", str(lines)).stderr.splitlines()
+        self.assertEqual((len(warnings), warnings[-1]), (101, "mplsvpn: warning: whether 30 more VRFs exist is not checked; \"show vrf\" "
+                                                         "lists all"))
+        lines.write_text("".join(f"suppress vrf red rt import 65000:{number} ipv4\n" for number in range(1000, 1130)))
+        warnings = self.config("load", str(lines)).stderr.splitlines()
+        self.assertEqual((len(warnings), warnings[-1]), (101, "mplsvpn: warning: no other owner sets 30 more items that are suppressed"))
+
     def test_item_of_a_missing_interface_is_set_with_a_warning(self):
         warning = "mplsvpn: warning: interface nosuch0 does not exist; its configuration waits until it is created\n"
         for words in ("rip", "interface"), ("ospf", "1", "area", "0", "interface"), ("static", "10.1.0.0/16", "interface"):
