@@ -217,7 +217,7 @@ TEST_F(ShowVrf, DetailNamesTheInterfacesThatAreNotActiveWithTheReason) {
   fake.vrfs["red"].interfaces = {"ge1", "ge2", "ge3", "removed"};
   const std::string line = "4, 1 active: ge1 ge2 (down) ge3 (no address) removed\n";
   EXPECT_THAT(AskForText({"show", "vrf", "red", "detail"}), HasSubstr(line));
-  EXPECT_THAT(AskForText({"show", "vrf", "detail"}), HasSubstr(line)) << "all states in one walk";
+  EXPECT_THAT(AskForText({"show", "vrf", "detail"}), HasSubstr(line));
   interface_states_stop();
 }
 

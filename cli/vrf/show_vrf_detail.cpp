@@ -9,7 +9,6 @@
 
 #include <map>
 #include <memory>
-#include <optional>
 
 #include "cli/datalist_pages.h"
 #include "cli/output/table.h"
@@ -35,9 +34,7 @@ class DetailsWriter {
         are_routes_counted_(are_routes_counted(session, client)),
         model_rd_owner_(model_rd_owner(session, client)),
         nodes_(session, client),
-        list_(session.out) {
-    if (!session.json) states_.emplace(session, client, request.name.empty());
-  }
+        list_(session.out) {}
 
   void add(const mpls_vpn_mib_vrf& row, const kvtree::Octets& record) {
     const ShownVrf shown(session_, provider_path("vrf-detail"), kShowVrfParcel, record);
@@ -45,8 +42,9 @@ class DetailsWriter {
     const std::span<const kvtree::Node> nodes = nodes_.of(name);
     const VrfOrigins origins(name, nodes, model_rd_owner_);
     const EvpnTable evpn(session_, client_, name, origins, request_);
+    RouterStates states(session_, client_, false);  // of one VRF: their number is not bounded
     VrfDetails details{*shown, thresholds_among(nodes, name, request_), origins,
-                       wanted_tables(*shown, request_), states_ ? &*states_ : nullptr};
+                       wanted_tables(*shown, request_), session_.json ? nullptr : &states};
     details.tables.insert(details.tables.end(), evpn.tables().begin(), evpn.tables().end());
     const VrfView vrf{row, are_routes_counted_};
     if (session_.json) {
@@ -68,7 +66,6 @@ class DetailsWriter {
   const bool are_routes_counted_;
   const std::string model_rd_owner_;
   VrfNodes nodes_;
-  std::optional<RouterStates> states_;
   JsonList list_;
   bool is_first_ = true;
 };
