@@ -25,6 +25,7 @@ struct VrfEntry {
   ConfiguredItems configuration;
   Mark name_mark;
   Mark id_mark;
+  bool id_is_of_table = false;
   Mark table_mark;  // of table or tables
   Mark rd_mark;
 };
@@ -164,6 +165,7 @@ void complete_identity(const Node& item, VrfEntry* entry) {
   if (vrf.id == 0) {
     vrf.id = first_table(vrf);
     entry->id_mark = entry->table_mark;
+    entry->id_is_of_table = true;
     if (vrf.id == 0) refuse(item.mark(), "the VRF " + quoted(vrf.name) + " needs an id or a table");
     if (vrf.id < kFirstVrfId)
       refuse(entry->id_mark, "table 1 gives no id (1 is the id of \"default\"): write an id");
@@ -314,12 +316,14 @@ constexpr Key<Document> kDocumentKeys[] = {
 template <typename T>
 class Once {
  public:
-  // `shown` is what messages call the value.
-  void take(const T& value, const std::string& shown, const Mark& mark, bool generated) {
+  // `shown` is what messages call the value, `advice` what they end with.
+  void take(const T& value, const std::string& shown, const Mark& mark, bool generated,
+            const char* advice = "") {
     const auto [used, is_new] = lines_.try_emplace(value, generated ? 0 : mark.line);
     if (is_new) return;
     refuse(mark, shown + " is used already" +
-                     (used->second == 0 ? std::string() : ", in line " + std::to_string(used->second)));
+                     (used->second == 0 ? std::string() : ", in line " + std::to_string(used->second)) +
+                     advice);
   }
 
  private:
@@ -331,8 +335,9 @@ class Checker {
   void vrf_name(const std::string& name, const Mark& mark, bool generated = false) {
     vrf_names_.take(name, "the VRF name " + quoted(name), mark, generated);
   }
-  void vrf_id(std::uint32_t id, const Mark& mark, bool generated = false) {
-    vrf_ids_.take(id, "the VRF id " + std::to_string(id), mark, generated);
+  void vrf_id(std::uint32_t id, const Mark& mark, bool generated = false, bool of_table = false) {
+    vrf_ids_.take(id, "the VRF id " + std::to_string(id) + (of_table ? " (taken from the table)" : ""), mark,
+                  generated, of_table ? "; write an id" : "");
   }
   void interface(const router::Interface& interface, const Mark& name_mark, const Mark& index_mark,
                  bool generated = false) {
@@ -365,7 +370,7 @@ void add_written(Document* document, Checker* checker, RouterFile* file) {
       file->references.push_back(entry.vrf.name);
       continue;
     }
-    checker->vrf_id(entry.vrf.id, entry.id_mark);
+    checker->vrf_id(entry.vrf.id, entry.id_mark, false, entry.id_is_of_table);
     file->vrfs.push_back(entry.vrf);
   }
   for (InterfaceEntry& entry : document->interfaces) {

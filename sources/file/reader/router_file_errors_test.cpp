@@ -219,7 +219,9 @@ TEST(RouterFileError, DuplicatesNameTheLineOfTheFirst) {
   EXPECT_EQ(ErrorIn("vrfs:\n- {name: red, id: 2}\n- {name: red, state: referenced}\n"),
             "3:10: the VRF name \"red\" is used already, in line 2");
   EXPECT_EQ(ErrorIn("vrfs:\n- {name: a, id: 2}\n- {name: b, table: 2}\n"),
-            "3:20: the VRF id 2 is used already, in line 2");
+            "3:20: the VRF id 2 (taken from the table) is used already, in line 2; write an id");
+  EXPECT_EQ(ErrorIn("vrfs:\n- {name: a, id: 2}\n- {name: b, id: 2}\n"),
+            "3:17: the VRF id 2 is used already, in line 2");
   EXPECT_EQ(ErrorIn("interfaces:\n- {name: a, index: 2}\n- {name: a, index: 3}\n"),
             "3:10: the interface name \"a\" is used already, in line 2");
   EXPECT_EQ(ErrorIn("interfaces:\n- {name: a, index: 2}\n- {name: b, index: 2}\n"),
