@@ -12,6 +12,8 @@ namespace cli::explain {
 
 namespace {
 
+constexpr char kNoVrf[] = "there is no such VRF";
+
 std::string create_device(const std::string& vrf) {
   return fmt::format("ip link add {0} type vrf table NUMBER; ip link set dev {0} up", shell_word(vrf));
 }
@@ -76,6 +78,7 @@ std::map<std::string, std::set<std::string>> used_targets(Evidence& evidence, bo
 Judgement without_targets(Evidence& evidence, bool is_import) {
   const std::set<std::string> unused = evidence.own_targets(is_import);
   const char* const verb = is_import ? "import" : "export";
+  if (unused.empty() && evidence.vrf() == nullptr) return not_checked(kNoVrf);
   if (unused.empty()) return not_checked(fmt::format("the VRF {}s no route target", verb));
   return not_checked(
       fmt::format("the VRF has {0} targets ({1}) and no family with \"{0} vpn\"", verb, list_of(unused)));
@@ -120,7 +123,7 @@ Judgement judge_device(Evidence& evidence) {
 
 Judgement judge_rd(Evidence& evidence) {
   const VrfFacts* const vrf = evidence.vrf();
-  if (vrf == nullptr) return not_checked("there is no such VRF");
+  if (vrf == nullptr) return not_checked(kNoVrf);
   std::set<std::string> rds;
   for (const doctor::SuiteFamily& each : families_or_none(evidence)) {
     if (each.exports && each.rd.empty())

@@ -21,6 +21,14 @@ TEST_F(ExplainVrf, DistinguisherOfTheSuiteIsThereBeforeTheMibHasIt) {
   EXPECT_EQ(rd.text, "65000:10; the MIB differs: none");
 }
 
+TEST_F(ExplainVrf, LinksOfAVrfThatDoesNotExistSaySo) {
+  fake.vrfs.clear();
+  Configure("");
+  auto judged = Explain();
+  for (const char* link : {"rd", "imports", "exports"})
+    EXPECT_EQ(judged[link].text, "there is no such VRF") << link;
+}
+
 TEST_F(ExplainVrf, FamilyThatExportsWithoutADistinguisherIsBroken) {
   Configure("  no rd\n export vpn\n exit-address-family\n address-family ipv6 unicast\n  export vpn\n");
   const Judgement rd = Explain()["rd"];
