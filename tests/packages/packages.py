@@ -199,6 +199,7 @@ class Packages(unittest.TestCase):
         for name in NAMES:
             shutil.copy(built(name, LATER), self.folder)
         programs = self.programs()
+        self.doctor_finds_a_daemon_of_an_earlier_version(new)
         self.machine.run("apt-get -q install " + " ".join(f"./{built(name, LATER).name}" for name in NAMES))
         self.assertEqual(self.machine.output("dpkg-query -W -f '${Version} ' mplsvpn mplsvpn-snmp"), f"{new} {new}")
         for before, now in zip(programs, self.programs()):
@@ -214,6 +215,18 @@ class Packages(unittest.TestCase):
         self.refuse_downgrade(old, new)
         wait_until("the daemon", lambda: self.times() == times)
         self.assertEqual(self.states(), ["active", "active"])
+
+    def doctor_finds_a_daemon_of_an_earlier_version(self, new):
+        """Of a command line that was installed while the daemon went on."""
+        self.machine.run(f"dpkg-deb -x {built('mplsvpn', LATER).name} later")
+        doctor = "--json doctor --only daemon-version"
+        shown = self.machine.run(f"later/usr/bin/mplsvpn {doctor}", check=False)
+        self.assertEqual(shown.returncode, 1, shown.stderr)
+        check, = json.loads(shown.stdout)
+        running, installed = self.machine.output("mplsvpn --version"), new.partition("+")[0]
+        self.assertEqual([finding["text"] for finding in check["findings"]],
+                         [f"the daemon is of version {running}, this command line of {installed}"])
+        self.assertEqual(json.loads(self.machine.output(f"mplsvpn {doctor}"))[0]["state"], "ok")
 
     def refuse_downgrade(self, old, new):
         for name in NAMES:
