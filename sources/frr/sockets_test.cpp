@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <vector>
 
 #include "platform/core/evm/test_run_directory.h"
 #include "sources/frr/fake_suite_test_support.h"
@@ -68,6 +69,19 @@ TEST_F(SuitePermission, UserWithoutANameIsRefusedByTheShell) {
 TEST_F(SuitePermission, ProgramThatDoesNotRunNeedsNoPermission) {
   ASSERT_TRUE(std::filesystem::remove(Socket()));
   EXPECT_EQ(MissingFor(kUser), "");
+}
+
+TEST(SuiteSockets, AreWhereTheShellLooksForThem) {
+  EXPECT_EQ(frr::socket_folder({"/usr/bin/vtysh"}), "/var/run/frr");
+  for (const std::vector<std::string>& words :
+       {std::vector<std::string>{"-N", "pe1"}, {"-Npe1"}, {"--pathspace", "pe1"}, {"--pathspace=pe1"}}) {
+    std::vector<std::string> shell{"/usr/bin/vtysh"};
+    shell.insert(shell.end(), words.begin(), words.end());
+    EXPECT_EQ(frr::socket_folder(shell), "/var/run/frr/pe1") << words[0];
+    shell.insert(shell.end(), {"--vty_socket", "/run/x"});
+    EXPECT_EQ(frr::socket_folder(shell), "/run/x/pe1") << words[0];
+  }
+  EXPECT_EQ(frr::socket_folder({"/usr/bin/vtysh", "--vty_socket=/run/x"}), "/run/x");
 }
 
 TEST(SuiteSockets, ProgramThatDoesNotListenDoesNotRunIfOthersListen) {
