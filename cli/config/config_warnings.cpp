@@ -81,13 +81,19 @@ void warn_of_missing_interfaces(const Session& session, kvtree::Client& client,
                                 const std::vector<ConfigEdit>& edits) {
   std::set<std::string> names;
   for (const ConfigEdit& edit : edits) {
-    if (names.size() < kMostChecked) add_interfaces(edit, &names);
+    add_interfaces(edit, &names);
   }
+  std::size_t checked = 0;
   for (const std::string& name : names) {
+    if (checked++ == kMostChecked) break;
     if (!is_missing_interface(client, name)) continue;
     warn(session, fmt::format("interface {} does not exist; its configuration waits until it is created",
                               printable(name)));
   }
+  if (names.size() > kMostChecked)
+    warn(session,
+         fmt::format("whether {} more interfaces exist is not checked; \"show interfaces\" lists all",
+                     names.size() - kMostChecked));
 }
 
 void warn_of_default_vrf(const Session& session, const std::vector<ConfigEdit>& edits) {

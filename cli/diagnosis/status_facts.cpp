@@ -66,11 +66,11 @@ constexpr Column<DatabaseStatus> kDatabaseColumns[] = {
     {"kibibytes", member_json<&DatabaseStatus::kibibytes>, number("SIZE"), size_text},
     {"setAside", member_json<&DatabaseStatus::set_aside>, number("SET ASIDE")},
     {"quarantined", member_json<&DatabaseStatus::quarantined>, number("QUARANTINED")},
-    {"path", member_json<&DatabaseStatus::path>, {"FILE"}},
     {"problem",
      member_or_null<&DatabaseStatus::problem>,
      {"PROBLEM"},
      member_or_dash<&DatabaseStatus::problem>},
+    {"path", member_json<&DatabaseStatus::path>, {"FILE"}},
 };
 
 template <typename Row, std::size_t kColumns>

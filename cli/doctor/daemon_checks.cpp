@@ -67,16 +67,20 @@ Finding finding_of(const SourceStatus& source) {
 Finding finding_of_quarantine(const std::string& path, const DatabaseStatus& database) {
   const std::string tables = text_or_empty(database.quarantine);
   std::string_view rest = tables;
+  std::string shows;
   std::string drops;
-  while (!rest.empty())
-    drops += fmt::format("{}DROP TABLE {}", drops.empty() ? "" : ";", text::take_until(&rest, ','));
-  return {
-      Level::kWarning,
-      fmt::format("{}: {} rows could not be used and have no effect; they are stored in its tables {}", path,
-                  database.quarantined, tables),
-      fmt::format("{} -g quarantine; set again what is missing; then systemctl stop mpls_vpn_mib; sqlite3 {} "
-                  "'{}'; systemctl start mpls_vpn_mib",
-                  kLog, path, drops)};
+  while (!rest.empty()) {
+    const std::string_view table = text::take_until(&rest, ',');
+    shows += fmt::format("{}SELECT * FROM {}", shows.empty() ? "" : ";", table);
+    drops += fmt::format("{}DROP TABLE {}", drops.empty() ? "" : ";", table);
+  }
+  return {Level::kWarning,
+          fmt::format("{}: {} rows could not be used and have no effect; they are stored in its tables {}",
+                      path, database.quarantined, tables),
+          fmt::format(
+              "systemctl stop mpls_vpn_mib; sqlite3 {0} '{1}'; systemctl start mpls_vpn_mib; set again what "
+              "is missing; then the same with '{2}'",
+              path, shows, drops)};
 }
 
 }  // namespace
@@ -142,7 +146,7 @@ Findings check_databases(Facts& facts) {
          fmt::format("{} could not be used {} times and was begun anew; the former files are {}"
                      ".unusable.N",
                      path, database.set_aside, path),
-         fmt::format("{} -g unusable; then rm {}.unusable.*", kLog, path)});
+         fmt::format("{} -g unusable; set again what is missing; then rm -r {}.unusable.*", kLog, path)});
   }
   return findings;
 }

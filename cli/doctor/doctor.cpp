@@ -81,8 +81,9 @@ Result result_of(std::size_t number, const Check& check, doctor::Facts& facts) {
 }
 
 bool is_chosen(const Check& check, const DoctorRequest& request) {
-  const auto has = [&check](const std::vector<std::string>& ids) {
-    return std::ranges::find(ids, check.id) != ids.end();
+  const auto has = [&check](const std::vector<std::string>& words) {
+    return std::ranges::any_of(
+        words, [&check](const auto& word) { return word == check.id || word == check.group; });
   };
   return (request.only.empty() || has(request.only)) && !has(request.skip);
 }
@@ -211,7 +212,10 @@ void diagnose(const Session& session, const DoctorRequest& request) {
 
 std::vector<std::string> doctor_checks() {
   std::vector<std::string> ids;
-  for (const Check& check : doctor::checks()) ids.emplace_back(check.id);
+  for (const Check& check : doctor::checks()) {
+    if (std::ranges::find(ids, check.group) == ids.end()) ids.emplace_back(check.group);
+    ids.emplace_back(check.id);
+  }
   return ids;
 }
 
@@ -219,8 +223,10 @@ void add_doctor(CLI::App& app, DoctorRequest* request, ChosenCommand* chosen) {
   CLI::App* command = app.add_subcommand("doctor", "Finds out what is wrong, and what corrects it");
   const std::vector<std::string> ids = doctor_checks();
   for (const auto& [name, list, help] :
-       {std::tuple{"--only", &request->only, "Makes only this check; may be repeated"},
-        std::tuple{"--skip", &request->skip, "Leaves this check out; may be repeated"}})
+       {std::tuple{"--only", &request->only,
+                   "Makes only this check, or those of this group; may be repeated"},
+        std::tuple{"--skip", &request->skip,
+                   "Leaves this check out, or those of this group; may be repeated"}})
     command->add_option(name, *list, help)
         ->type_name("CHECK")
         ->expected(1)

@@ -15,6 +15,7 @@ namespace {
 struct LongestMatch {
   std::optional<inet::Prefix> prefix{};  // none: no route contains the address
   const char* discards = nullptr;        // how; null: it does not
+  std::string unread{};                  // why the routes of the VRF are not known
 
   bool is_weak() const { return !prefix || prefix->length == 0 || discards != nullptr; }
   bool is_absence() const { return !prefix || (prefix->length == 0 && discards != nullptr); }
@@ -45,9 +46,13 @@ LongestMatch match_of_kernel(Evidence& evidence) {
   } catch (const Failure&) {
   } catch (const doctor::NotPossible&) {
   }
-  try_reading([&] {
+  try {
     if (!evidence.mib_routes().empty()) match.prefix = evidence.mib_routes().front().prefix;
-  });
+  } catch (const Failure& failure) {
+    match.unread = failure.what();
+  } catch (const doctor::NotPossible& reason) {
+    match.unread = reason.what();
+  }
   return match;
 }
 
@@ -101,6 +106,8 @@ Judgement judge_address(Evidence& evidence) {
                           inet::prefix_text(*of_bgp), text_of(match)));
   }
   evidence.narrow_to(match.is_absence() ? evidence.prefix() : *match.prefix);
+  if (!match.prefix && !match.unread.empty())
+    return not_checked(fmt::format("the routes of the VRF are not known: {}", match.unread));
   if (match.is_absence()) return not_checked(fmt::format("the VRF has {} for {}", text_of(match), address));
   return ok(fmt::format("the longest route to {} is that of {}", address, text_of(match)));
 }

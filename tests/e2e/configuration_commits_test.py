@@ -112,6 +112,13 @@ class Commits(SystemTest):
         self.assertIn("set vrf typo rd 65000:7 ipv4\n", self.config("show").stdout)
         self.assertEqual(self.config("set", "vrf", "red", "rd", "65000:8").stderr, "")
 
+    def test_warnings_of_interfaces_say_how_many_more_there_are(self):
+        lines = self.system.folder / "lines"
+        lines.write_text("".join(f"set vrf red rip interface none{number}\n" for number in range(130)))
+        warnings = self.config("load", str(lines)).stderr.splitlines()
+        self.assertEqual((len(warnings), warnings[-1]), (101, "mplsvpn: warning: whether 30 more interfaces exist is not checked; "
+                                                              "\"show interfaces\" lists all"))
+
     def test_warnings_say_how_many_more_there_are(self):
         lines = self.system.folder / "lines"
         lines.write_text("".join(f"set vrf none{number} rd 65000:{number}\n" for number in range(130)))

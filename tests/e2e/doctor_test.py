@@ -660,6 +660,12 @@ class Command(DoctorTest):
         self.assertNotIn("daemon-running", shown.stdout)
         self.assertIn("disk", shown.stdout)
 
+    def test_name_of_a_group_chooses_its_checks(self):
+        shown = self.doctor(self.new_system(ROUTER), "--only", "routes").stdout
+        self.assertIn("routes-low", shown)
+        self.assertIn("watched-prefix", shown)
+        self.assertNotIn("suite-routes", shown)
+
     def test_unknown_check_is_a_usage_error(self):
         shown = self.doctor(self.new_system(ROUTER), "--only", "nosuch")
         self.assertEqual(shown.returncode, 2)

@@ -4,7 +4,7 @@ are. tests/kernel/system_explain.py has the links of a real provider-edge router
 import json
 import unittest
 
-from system import ROOT, SharedSystemTest, wait_until
+from system import ROOT, SharedSystemTest, System, wait_until
 
 PREFIX, ABSENT = "10.11.0.0/16", "10.99.0.0/16"
 
@@ -28,6 +28,13 @@ class Explain(SharedSystemTest):
         self.assertTrue(all((link["fix"] is not None) == (link["state"] == "broken") for link in links), links)
         self.assertEqual(broken, next((link["id"] for link in links if link["state"] == "broken"), None))
         return broken, {link["id"]: link["state"] for link in links}, {link["id"]: link["text"] for link in links}
+
+    def test_routes_that_cannot_be_read_are_not_absent(self):
+        with System() as alone:  # without a daemon
+            shown = json.loads(alone.cli("--json", "explain", "red", "10.11.0.1").stdout)
+        address, = (link for link in shown["links"] if link["id"] == "address")
+        self.assertEqual(address["state"], "notChecked")
+        self.assertIn("the routes of the VRF are not known: ", address["text"])
 
     def test_row_of_the_daemon_decides(self):
         broken, states, texts = self.explain("red", PREFIX)

@@ -25,11 +25,14 @@ class StateFiles(DoctorTest):
         return next(each for each in system.cli_json("show", "status")["databases"] if each["name"] == name)
 
     def follow(self, advice):
-        """Its command of sqlite3, which is for a daemon that does not run."""
-        words = re.search(r"; then systemctl stop mpls_vpn_mib; sqlite3 (\S+) '(.+)'; systemctl start mpls_vpn_mib$", advice)
+        """Its commands of sqlite3, which are for a daemon that does not run. Returns the rows that the first one shows."""
+        words = re.fullmatch(r"systemctl stop mpls_vpn_mib; sqlite3 (\S+) '(.+?)'; systemctl start mpls_vpn_mib; set again what is "
+                             r"missing; then the same with '(.+)'", advice)
         self.assertIsNotNone(words, advice)
-        with contextlib.closing(sqlite3.connect(words.group(1))) as database, database:
-            database.executescript(words.group(2))
+        with contextlib.closing(sqlite3.connect(words[1])) as database, database:
+            shown = [row for part in words[2].split(";") for row in database.execute(part)]
+            database.executescript(words[3])
+        return shown
 
     def test_rows_in_quarantine_are_counted_until_they_are_removed(self):
         system = self.started()
@@ -49,8 +52,10 @@ class StateFiles(DoctorTest):
         advice = self.fixes(system, "databases")
         self.assertEqual(len(advice), 2)
         system.kill("daemon")
-        for each in advice:
-            self.follow(each)
+        shown = str([self.follow(each) for each in advice])
+        for lost in "10.1.0.0", "10.2.0.0":
+            self.assertIn(lost, shown)
+        self.assertNotIn("10.3.0.0", shown)
         system.start_daemon()
         self.assertEqual(self.diagnose(system, "databases"), ("ok", ""))
 
