@@ -64,8 +64,7 @@ class Changes(SystemTest):
         self.seen = 0
 
     def lines(self):
-        return [json.loads(line) for line in self.system.log("watch").splitlines(keepends=True)
-                if line.startswith("{") and line.endswith("\n")]
+        return self.system.events("watch")
 
     def shows(self, *expected):
         """Exactly these lines are printed, in any order: "rd red 65000:1 operator -> none"."""

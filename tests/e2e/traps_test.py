@@ -226,10 +226,11 @@ class Traps(TrapCase):
 
     def test_watch_shows_the_traps_that_are_sent(self):
         self.config("set", "traps", "all")
-        for options, check in (([], self.check_text), (["--json"], self.check_json)):
+        begins = "watching for traps and changes"
+        for options, check, first in (([], self.check_text, begins), (["--json"], self.check_json, f'{{"note":{{"message":"{begins}"}}}}')):
             watch = subprocess.Popen([str(BIN / "mplsvpn"), *options, "watch", "--count", "2", "--timeout", str(20 * SLOW)],
                                      env=self.system.environment, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
-            self.assertEqual(watch.stderr.readline(), "watching for traps and changes\n")
+            self.assertEqual(watch.stderr.readline(), first + "\n")
             self.flap()
             output, errors = watch.communicate(timeout=30 * SLOW)
             self.assertEqual(watch.returncode, 0, errors)
