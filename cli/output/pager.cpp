@@ -65,6 +65,10 @@ void Pager::start() {
   }
   if (process_ > 0) {
     dup2(ends[1], STDOUT_FILENO);
+    if (isatty(STDERR_FILENO) != 0) {
+      error_ = dup(STDERR_FILENO);
+      dup2(ends[1], STDERR_FILENO);
+    }
     signal(SIGINT, SIG_IGN);  // Ctrl-C is for the pager, which keeps the terminal
   }
   close(ends[0]);
@@ -75,6 +79,7 @@ Pager::~Pager() {
   if (process_ <= 0) return;
   std::cout.flush();
   close(STDOUT_FILENO);
+  if (error_ >= 0) dup2(error_, STDERR_FILENO);
   while (waitpid(process_, nullptr, 0) < 0 && errno == EINTR) {
   }
 }

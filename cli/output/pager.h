@@ -1,4 +1,5 @@
-// $PAGER, or less, between standard output and the terminal.
+// $PAGER, or less, between the terminal and standard output, with the notes on standard error where they
+// belong.
 #pragma once
 
 #include <sys/types.h>
@@ -12,13 +13,14 @@ class Pager {
   Pager() = default;
   Pager(const Pager&) = delete;
   Pager& operator=(const Pager&) = delete;
-  ~Pager();  // closes standard output and waits until the user has left the pager
+  ~Pager();  // closes standard output, restores standard error and waits until the user has left the pager
 
-  // Connects standard output to the pager, if one can be started.
+  // Connects standard output to the pager, and standard error if that is a terminal, if one can be started.
   void start();
 
  private:
   pid_t process_ = -1;
+  int error_ = -1;  // standard error as it was
 };
 
 // Of standard output. NO_COLOR and a TERM of "dumb" switch colors off, an empty PAGER or "cat" the pager. The

@@ -82,6 +82,13 @@ class Terminal(SharedSystemTest):
         for words in (("--no-pager", "show", "vrf"), ("--json", "show", "vrf"), ("config", "words")):
             self.assertNotIn("paged:", self.shown(*words, PAGER=marker), words)
 
+    def test_pager_shows_notes_after_what_they_are_of(self):
+        for number in range(22):
+            self.system.cli("config", "set", "vrf", "blue", "description", str(number), check=True)
+        lines = self.shown("config", "history", PAGER="sed s/^/paged:/").splitlines()
+        self.assertRegex(lines[-1], r"^paged:.*\d older: --last all$")
+        self.assertIn("unknown", self.shown("config", "histories", PAGER="cat > /dev/null", statuses=(2,)), "no pager is started")
+
     def test_missing_pager_hides_nothing(self):
         for pager in "no-such-pager -R", "/nowhere/pager":
             self.assertIn("head office", self.shown("show", "vrf", PAGER=pager), pager)
