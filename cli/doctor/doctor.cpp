@@ -98,6 +98,8 @@ bool lack_the_same(const Result& one, const Result& other) {
          one.findings[0].text == other.findings[0].text && one.findings[0].fix == other.findings[0].fix;
 }
 
+constexpr std::size_t kTitleColumn = 39;  // after number, state and id
+
 // Checks of a group that follow each other and lack the same are one line: a result of which the next one may
 // be the same waits for it.
 class TextReport {
@@ -132,7 +134,8 @@ class TextReport {
   }
   void print(const Result& result) {
     print(fmt::format("{:4}  {:12}  {:17}  {}", result.number, text_of(result.level), result.check.id,
-                      result.check.title));
+                      result.check.title),
+          kTitleColumn);
     for (const Finding& finding : result.findings) print(finding, result.number);
   }
   void print_range(const Result& first, const Result& last) {
@@ -142,7 +145,9 @@ class TextReport {
                       text_of(first.level), first.check.id, last.check.id, printable(finding.text)));
     if (!finding.fix.empty()) print_fix(finding.fix);
   }
-  void print(const std::string& line) { out_ << (width_ == 0 ? line + '\n' : wrapped(line, width_)); }
+  void print(const std::string& line, std::size_t indent = 0) {
+    out_ << (width_ == 0 ? line + '\n' : wrapped(line, width_, indent));
+  }
 
   // What is broken here could not be copied: the terminal breaks a fix, without ends of lines.
   void print_fix(const std::string& fix) {

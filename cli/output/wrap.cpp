@@ -18,8 +18,8 @@ std::size_t indentation(std::string_view line, std::size_t width) {
   return second * 4 > width * 3 ? first : second;
 }
 
-void add_wrapped(std::string line, std::size_t width, std::string* text) {
-  const std::size_t indent = indentation(line, width);
+void add_wrapped(std::string line, std::size_t width, std::size_t wanted, std::string* text) {
+  const std::size_t indent = wanted > 0 && wanted * 4 <= width * 3 ? wanted : indentation(line, width);
   while (line.size() > width) {
     std::size_t blank = line.rfind(' ', width);
     if (blank == std::string::npos || blank <= indent) blank = line.find(' ', width);
@@ -32,10 +32,10 @@ void add_wrapped(std::string line, std::size_t width, std::string* text) {
 
 }  // namespace
 
-std::string wrapped(const std::string& text, std::size_t width) {
+std::string wrapped(const std::string& text, std::size_t width, std::size_t indent) {
   std::string result;
   std::string_view rest = text;
-  while (!rest.empty()) add_wrapped(std::string(text::take_until(&rest, '\n')), width, &result);
+  while (!rest.empty()) add_wrapped(std::string(text::take_until(&rest, '\n')), width, indent, &result);
   return result;
 }
 

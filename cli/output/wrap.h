@@ -7,7 +7,8 @@
 namespace cli {
 
 // Breaks lines that are longer than `width` at their blanks. The rest of a line begins below its second
-// column, which follows two blanks or more, or else below its first word.
-std::string wrapped(const std::string& text, std::size_t width);
+// column, which follows two blanks or more, or else below its first word; with an `indent` there, if the
+// width has room for it.
+std::string wrapped(const std::string& text, std::size_t width, std::size_t indent = 0);
 
 }  // namespace cli

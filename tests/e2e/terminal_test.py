@@ -72,6 +72,8 @@ class Terminal(SharedSystemTest):
         self.assertIn("  description         word word word word word word word", details)
         self.assertTrue(all(len(line) <= 60 for line in details), details)
         checks = self.shown("doctor", columns=60, statuses=(0, 1, 2)).splitlines()
+        title, = (number for number, line in enumerate(checks) if "snmp-front-end" in line)
+        self.assertRegex(checks[title + 1], "^ {39}[a-z]", "the rest of a title is below it")
         wide = [line for line in checks if len(line) > 60 and not line.startswith("      fix: ") and " " in line.strip()]
         self.assertEqual(wide, [], "a fix is not broken: it is to be copied")
         self.assertIn("paged:", self.shown("doctor", "--only", "disk", statuses=(0, 1, 2), PAGER="sed s/^/paged:/"))
