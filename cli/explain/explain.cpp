@@ -16,6 +16,7 @@
 #include "cli/explain/evidence.h"
 #include "cli/option_values.h"
 #include "cli/output/table.h"
+#include "cli/output/wrap.h"
 
 namespace cli {
 
@@ -84,13 +85,16 @@ void print_cause(const Session& session, const Chain& chain) {
                printable(broken->judgement.fix, Backslashes::kUnchanged));
 }
 
+constexpr std::size_t kTextColumn = 24;  // after state and id
+
 // A reason for which several links were not checked is printed once.
 void print_text(const Session& session, const Chain& chain) {
   std::map<std::string, std::string> reasons;  // with the id of the first link
   for (const auto& [link, judgement] : chain) {
     const auto [first, is_new] = reasons.emplace(judgement.text, link->id);
-    fmt::print(session.out, "{:12} {:10} {}\n", text_of(judgement.state), link->id,
-               is_new ? printable(judgement.text) : "as for " + first->second);
+    const std::string line = fmt::format("{:12} {:10} {}\n", text_of(judgement.state), link->id,
+                                         is_new ? printable(judgement.text) : "as for " + first->second);
+    session.out << (session.terminal.width == 0 ? line : wrapped(line, session.terminal.width, kTextColumn));
   }
   print_cause(session, chain);
 }

@@ -76,6 +76,8 @@ class Terminal(SharedSystemTest):
         self.assertRegex(checks[title + 1], "^ {39}[a-z]", "the rest of a title is below it")
         wide = [line for line in checks if len(line) > 60 and not line.startswith("      fix: ") and " " in line.strip()]
         self.assertEqual(wide, [], "a fix is not broken: it is to be copied")
+        links = self.shown("explain", "red", columns=60).splitlines()
+        self.assertEqual([line for line in links if len(line) > 60 and not line.startswith("fix: ")], [])
         self.assertIn("paged:", self.shown("doctor", "--only", "disk", statuses=(0, 1, 2), PAGER="sed s/^/paged:/"))
 
     def test_pager_shows_what_is_printed_on_a_terminal_alone(self):
