@@ -79,6 +79,17 @@ TEST_F(RestartedRouteWatch, TableOfANewVrfIsNotComparedBeforeItIsRead) {
   EXPECT_THAT(Shown(), ElementsAre("red ipv4 1<1/0 ok", "red 10.0.1.0/24 present"));
 }
 
+TEST_F(RestartedRouteWatch, TableOfADeletedVrfIsNotSaidToBeRead) {
+  SetLow(1, 0);
+  route_watch_detach();
+  route_watch_ask([](router::RouteTableId) { return false; });
+  ASSERT_EQ(route_watch_attach(&router_, manager_), kStatusOk);
+  Pass(100);
+  EXPECT_THAT(LogOf([this] { Pass(kLongReading * 1000 + 1000); }), HasSubstr("are not read after 20 s"));
+  ASSERT_EQ(router_.delete_vrf("red"), kStatusOk);
+  EXPECT_THAT(LogOf([this] { Pass(1000); }), ::testing::Not(HasSubstr("are read and compared now")));
+}
+
 TEST_F(RestartedRouteWatch, TableThatIsNotReadForLongIsReportedOnceAndOthersAreCompared) {
   AddVrf("blue", 20);
   SetLow(1, 0);

@@ -144,7 +144,9 @@ std::uint64_t WatchedVrf::evaluate(const router::Router& model, const HasRead& h
   for (std::size_t family = 0; family < kFamilies; ++family) {
     const router::RouteTableId table =
         vrf == nullptr ? router::RouteTableId{router::Family::kIpv4, 0} : table_of(*vrf, family);
-    const bool is_read = table.table == 0 || !is_compared(family) || !has_read || has_read(table);
+    const bool is_wanted = table.table != 0 && is_compared(family);
+    if (!is_wanted) tables_[family].is_unread_reported = false;  // nothing is compared later, either
+    const bool is_read = !is_wanted || !has_read || has_read(table);
     const std::uint64_t each = note_reading(family, is_read)
                                    ? evaluate_low(family, routes_of(model, name_, family))
                                    : clock_monotonic() + reading_interval(tables_[family]);
