@@ -77,7 +77,7 @@ class ClockTest(SystemTest):
             wait_until("the rows", lambda: self.system.get_value(SCALARS + ".1.0") == "1", 10)
 
 
-@unittest.skipUnless(LIBRARY.exists() and not IN_SNMPD, "SKIPPED: stepped_clock.so is not built, or the module is tested")
+@unittest.skipUnless(LIBRARY.exists(), "SKIPPED: stepped_clock.so is not built (a build for another kind of tests)")
 class ViewTest(SystemTest):
     """A stock snmpd that shows a view of the MIB tree only, as that of Debian does."""
 
@@ -113,6 +113,10 @@ class ViewTest(SystemTest):
         self.after_an_hour_of_walks(system, step)
         system.kill("agent", signal.SIGTERM)  # it ends what it does before
         self.assertNotIn(NOT_ASKED, system.log("agent"))
+
+
+if IN_SNMPD:
+    del ViewTest  # the module notices no missing query
 
 
 if __name__ == "__main__":
