@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """The service files under systemd itself, in the guest: the daemon and the sub-agent run confined, as their own users and with the
 capabilities that the files grant; the shell of the routing suite answers the daemon; reload, stop, a killed process, a process
-that hangs and wrong settings have the effects that the files state.
+that hangs and wrong settings have the effects that the files state; metrics are served in a VRF.
 
 Usage: system_units.py BIN_DIRECTORY
 """
@@ -9,6 +9,7 @@ import os
 import pathlib
 import shutil
 import signal
+import socket
 import subprocess
 import unittest
 
@@ -23,6 +24,7 @@ AGENTX_PERMISSIONS = [line for line in (ROOT / "packaging/snmpd.conf").read_text
                       if line.startswith("agentXPerms")]
 DAEMON, AGENT = "mpls_vpn_mib", "mpls_vpn_snmp"
 CAP_NET_ADMIN = 12
+METRICS_PORT = 10166
 BGPD = """\
 vrf red
 exit-vrf
@@ -38,6 +40,17 @@ router bgp 65000 vrf red
 
 def run(*command, check=True):
     return subprocess.run([str(word) for word in command], check=check, capture_output=True, text=True, timeout=120).stdout.strip()
+
+
+def scrape(address, device=""):
+    """What /metrics answers to a client in this VRF, or outside of VRFs."""
+    with socket.socket() as client:
+        client.settimeout(10)
+        client.setsockopt(socket.SOL_SOCKET, socket.SO_BINDTODEVICE, device.encode())
+        client.connect((address, METRICS_PORT))
+        client.sendall(b"GET /metrics HTTP/1.0\r\n\r\n")
+        with client.makefile() as answer:
+            return answer.read()
 
 
 def install():
@@ -67,6 +80,7 @@ class Manager:
             shutil.copy(service, UNITS)
             (UNITS / f"{service.name}.d").mkdir()
             (UNITS / f"{service.name}.d/log.conf").write_text(f"[Service]\nStandardError=append:/root/{service.stem}.log\n")
+        (UNITS / f"{DAEMON}.service.d/metrics.conf").write_text("[Service]\nIPAddressAllow=10.1.0.0/24\n")  # as docs/metrics.md
         with open(LOG, "w") as log:
             self.process = subprocess.Popen(
                 ["unshare", "--fork", "--kill-child", "--pid", "--mount", "--mount-proc", "/lib/systemd/systemd", "--system",
@@ -99,6 +113,9 @@ class Manager:
 def start_kernel_and_suite():
     run("ip", "link", "add", "red", "type", "vrf", "table", "10")
     run("ip", "link", "set", "red", "up")
+    run("ip", "link", "set", "lo", "up")
+    run("ip", "link", "add", "ge1", "master", "red", "up", "type", "dummy")
+    run("ip", "address", "add", "10.1.0.1/24", "dev", "ge1")
     pathlib.Path("/run/frr").mkdir()
     shutil.chown("/run/frr", "frr", "frr")
     pathlib.Path("/etc/frr/test.conf").write_text(BGPD)
@@ -134,14 +151,22 @@ class Units(unittest.TestCase):
         for kind in "CapEff", "CapPrm", "CapBnd", "CapAmb":
             self.assertEqual(int(process[kind], 16), 1 << CAP_NET_ADMIN, kind)
         self.assertEqual((process["NoNewPrivs"], process["Seccomp"]), ("1", "2"))
-        self.manager.becomes(DAEMON, "StatusText", "1 VRF and 1 interface from the kernel")
+        self.manager.becomes(DAEMON, "StatusText", "1 VRF and 2 interfaces from the kernel")
         self.manager.becomes(DAEMON, "StatusText", "FRR: ", 150)
         wait_until("the RD of the suite", lambda: "65000:10" in run("mplsvpn", "show", "vrf"), 60)
         run("mplsvpn", "config", "set", "vrf", "red", "description", "of", "the", "guest")
 
+    def reload_and_scrape_metrics_in_the_vrf(self):
+        SETTINGS.write_text("source: kernel\nfrr: true\nmetrics: {address: 0.0.0.0, vrf: red}\n")
+        self.manager.control("reload", DAEMON)
+        served = f"metrics: /metrics is served at 0.0.0.0:{METRICS_PORT} in VRF red\n"
+        wait_until(served, lambda: served in pathlib.Path(f"/root/{DAEMON}.log").read_text())
+        self.assertIn('\nmplsvpn_vrf_interfaces{vrf="red",', scrape("10.1.0.1", "red"))
+        self.assertRaises(ConnectionRefusedError, scrape, "127.0.0.1")
+
     def test_reload_stop_and_kill(self):
         self.start(DAEMON)
-        self.manager.control("reload", DAEMON)
+        self.reload_and_scrape_metrics_in_the_vrf()
         self.assertEqual(self.manager.show(DAEMON, "NRestarts"), "0")
         self.manager.send(DAEMON, signal.SIGKILL)
         self.manager.becomes(DAEMON, "NRestarts", "1")
