@@ -29,15 +29,18 @@ ASAN_OPTIONS = ":".join(filter(None, [os.environ.get("ASAN_OPTIONS"), "quarantin
 
 
 def wait_until(what, condition, seconds=10.0, every=0.02):
-    """Polls until the condition is true and returns its value; AssertionError after that time."""
+    """Polls until the condition is true and returns its value; AssertionError after that time. A condition that takes long pauses as
+    long: it starts programs, which take the CPU from those that it waits for."""
     deadline = time.monotonic() + seconds * SLOW
     while True:
+        start = time.monotonic()
         result = condition()
         if result:
             return result
-        if time.monotonic() > deadline:
+        now = time.monotonic()
+        if now > deadline:
             raise AssertionError(f"{what}: not within {seconds * SLOW:g} s")
-        time.sleep(every)
+        time.sleep(max(every, now - start))
 
 
 def unused_port():
@@ -98,7 +101,7 @@ def route_index(vrf, network, hop, is_local):
 class System:
     def __init__(self, router="vrfs: []\ninterfaces: []\n", source="file", environment=None, frr=None):
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="mpls_vpn_e2e."))
-        for sub in ("run", "state", "etc", "snmp"):
+        for sub in ("run", "state", "etc", "snmp", "mibs"):
             (self.folder / sub).mkdir()
         self.router_file = self.folder / "etc/router.yaml"
         self.router_file.write_text(router)
@@ -108,7 +111,9 @@ class System:
         self.environment = dict(
             os.environ, MPLS_VPN_MIB_RUN_DIR=str(self.folder / "run"), MPLS_VPN_MIB_STATE_DIR=str(self.folder / "state"),
             MPLS_VPN_MIB_CONFIG_DIR=str(self.folder / "etc"), MPLS_VPN_MIB_LIB_DIR=str(BIN.parent / "lib"),
-            SNMP_PERSISTENT_DIR=str(self.folder / "snmp"), MIBS="", MIBDIRS=str(self.folder), **(environment or {}))
+            SNMP_PERSISTENT_DIR=str(self.folder / "snmp"), MIBS="", **(environment or {}))
+        # Programs of net-snmp read each file of this folder when they start.
+        self.environment["MIBDIRS"] = str(self.folder / "mibs")
         self.processes = {}
         self.port = 0
         self.trap_port = 0  # of snmptrapd; when set, snmpd sends traps there
