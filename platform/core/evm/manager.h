@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <deque>
 #include <functional>
 #include <map>
@@ -47,6 +48,8 @@ struct EventListener {
   std::uint64_t device = 0;
   std::uint64_t inode = 0;
 };
+
+inline constexpr std::uint64_t kForever = UINT64_MAX;  // nanoseconds
 
 struct EventManager {
   std::string name;
@@ -104,3 +107,14 @@ void event_listener_close(EventListener* listener);
 void event_listener_accept(EventManager* manager);
 // event_fd_add without its fault point.
 Status event_slot_add(EventManager* manager, int fd, std::uint32_t events, EventFdHandler handler);
+// Null for a descriptor that is not watched.
+inline EventSlot* event_slot_find(const EventManager* manager, int fd) {
+  if (fd < 0 || static_cast<std::size_t>(fd) >= manager->slots.size()) return nullptr;
+  return manager->slots[static_cast<std::size_t>(fd)].get();
+}
+// Adds what the wait collected to what earlier dispatches have left.
+void event_collected_take(EventContext* context);
+// Runs the timers that were due when the dispatch began, for their share of its time.
+void event_timers_run_due(EventManager* manager, std::uint64_t start);
+// Runs a batch of the posted functions.
+void event_posted_run(EventManager* manager);
