@@ -16,7 +16,7 @@
 #include "platform/config/items.h"
 #include "platform/router/model/router.h"
 #include "platform/store/configuration/configuration.h"
-#include "sources/frr/running_config.h"
+#include "sources/frr/parser/running_config.h"
 
 namespace frr {
 

@@ -5,7 +5,7 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
-#include "sources/frr/parser.h"
+#include "sources/frr/parser/parser.h"
 
 namespace frr {
 

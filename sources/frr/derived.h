@@ -16,7 +16,7 @@
 #include <vector>
 
 #include "platform/store/configuration/configuration.h"
-#include "sources/frr/running_config.h"
+#include "sources/frr/parser/running_config.h"
 
 namespace frr {
 

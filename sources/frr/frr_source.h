@@ -38,6 +38,10 @@
 #include "sources/frr/sockets.h"
 #include "sources/source.h"
 
+namespace frr {
+struct Follower;
+}  // namespace frr
+
 class FrrSource : public Source {
  public:
   struct Options {
@@ -74,7 +78,7 @@ class FrrSource : public Source {
   [[nodiscard]] static Status remove_configured(std::string* error);
 
  private:
-  struct Follower;
+  using Follower = frr::Follower;
   // What the tree should contain of an owner.
   struct Owned {
     std::string_view owner;

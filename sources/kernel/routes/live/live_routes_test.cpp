@@ -13,7 +13,7 @@
 #include <nlohmann/json.hpp>
 
 #include "platform/router/model/router_test_support.h"
-#include "sources/kernel/routes/live_routes_test_support.h"
+#include "sources/kernel/routes/live/live_routes_test_support.h"
 #include "sources/reconcile/reconcile.h"
 
 namespace kernel {

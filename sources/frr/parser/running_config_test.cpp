@@ -1,4 +1,4 @@
-#include "sources/frr/running_config.h"
+#include "sources/frr/parser/running_config.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <array>
 
-#include "sources/frr/parser.h"
+#include "sources/frr/parser/parser.h"
 
 namespace frr {
 

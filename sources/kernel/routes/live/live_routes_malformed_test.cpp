@@ -1,5 +1,5 @@
 // Messages of a real kernel, some of which count as malformed: no row is lost.
-#include "sources/kernel/routes/live_routes_test_support.h"
+#include "sources/kernel/routes/live/live_routes_test_support.h"
 
 namespace kernel {
 namespace {

@@ -3,7 +3,7 @@
 //
 // Any line in the first column ends the open stanza: the suite closes some with "exit", others with
 // "exit-vrf", and in older versions with "!" only.
-#include "sources/frr/running_config.h"
+#include "sources/frr/parser/running_config.h"
 
 #include <algorithm>
 #include <optional>
@@ -12,7 +12,7 @@
 
 #include "platform/core/text/numbers.h"
 #include "platform/core/text/words.h"
-#include "sources/frr/parser.h"
+#include "sources/frr/parser/parser.h"
 
 namespace frr {
 

@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <iterator>
 
-#include "sources/kernel/routes/live_routes_test_support.h"
+#include "sources/kernel/routes/live/live_routes_test_support.h"
 
 namespace kernel {
 namespace {

@@ -11,7 +11,7 @@
 #include <string_view>
 #include <vector>
 
-#include "sources/frr/running_config.h"
+#include "sources/frr/parser/running_config.h"
 
 namespace frr {
 

@@ -11,7 +11,7 @@
 #include <optional>
 #include <utility>
 
-#include "sources/frr/parser.h"
+#include "sources/frr/parser/parser.h"
 
 namespace frr {
 
