@@ -16,6 +16,7 @@
 #include "platform/core/evm/evm.h"
 #include "platform/core/files/directories.h"
 #include "platform/store/client/client.h"
+#include "platform/store/tree/actions.h"
 #include "platform/store/tree/kvtree.h"
 
 namespace agent_test {

@@ -7,6 +7,7 @@
 #include "platform/core/trace/trace.h"
 #include "platform/router/interface_states/interface_states.h"
 #include "platform/router/model/router.h"
+#include "platform/store/tree/actions.h"
 
 namespace cli {
 namespace {

@@ -6,6 +6,7 @@
 #include "cli/show/show_test_fixture.h"
 #include "platform/router/interface_states/interface_states.h"
 #include "platform/router/model/router.h"
+#include "platform/store/tree/actions.h"
 
 namespace cli {
 namespace {

@@ -15,6 +15,7 @@
 #include "platform/store/codec/value_codec.h"
 #include "platform/store/server/protocol.h"
 #include "platform/store/server/store.h"
+#include "platform/store/tree/actions.h"
 #include "platform/store/tree/columns.h"
 
 namespace {

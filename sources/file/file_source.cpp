@@ -23,6 +23,7 @@
 #include "platform/core/base/fault.h"
 #include "platform/core/base/log.h"
 #include "platform/store/configuration/configuration.h"
+#include "platform/store/tree/actions.h"
 #include "platform/store/tree/kvtree.h"
 #include "sources/file/apply_router.h"
 

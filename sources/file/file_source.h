@@ -15,6 +15,7 @@
 #include "platform/core/base/status.h"
 #include "platform/core/evm/evm.h"
 #include "platform/router/model/router.h"
+#include "platform/store/tree/actions.h"
 #include "sources/file/apply_router.h"
 #include "sources/file/commands/router_action.h"
 #include "sources/file/file_reader.h"

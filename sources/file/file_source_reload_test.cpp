@@ -13,6 +13,7 @@
 #include "platform/store/client/client.h"
 #include "platform/store/server/protocol.h"
 #include "platform/store/server/server.h"
+#include "platform/store/tree/actions.h"
 #include "sources/file/watched_router_test_support.h"
 
 namespace {

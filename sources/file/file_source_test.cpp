@@ -7,6 +7,7 @@
 #include <functional>
 #include <thread>
 
+#include "platform/store/tree/actions.h"
 #include "sources/file/watched_router_test_support.h"
 
 namespace {

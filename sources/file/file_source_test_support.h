@@ -16,6 +16,7 @@
 #include "platform/core/base/clock.h"
 #include "platform/core/base/fault.h"
 #include "platform/core/evm/test_run_directory.h"
+#include "platform/store/tree/actions.h"
 #include "platform/store/tree/kvtree.h"
 #include "sources/file/file_source.h"
 

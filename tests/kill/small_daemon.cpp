@@ -11,6 +11,7 @@
 #include "platform/core/chkpt/chkpt.h"
 #include "platform/core/evm/evm.h"
 #include "platform/core/files/directories.h"
+#include "platform/store/tree/actions.h"
 #include "platform/store/tree/kvtree.h"
 
 namespace kill9 {

@@ -6,6 +6,7 @@
 #include "platform/store/server/protocol.h"
 #include "platform/store/server/server.h"
 #include "platform/store/server/steps.h"
+#include "platform/store/tree/actions.h"
 
 namespace kvtree {
 

@@ -9,6 +9,7 @@
 #include "platform/core/base/fault.h"
 #include "platform/store/server/protocol.h"
 #include "platform/store/server/store.h"
+#include "platform/store/tree/actions.h"
 
 namespace kvtree {
 

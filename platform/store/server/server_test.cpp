@@ -16,6 +16,7 @@
 #include "platform/store/server/server.h"
 #include "platform/store/server/store.h"
 #include "platform/store/server/test_served_store.h"
+#include "platform/store/tree/actions.h"
 
 namespace {
 

@@ -14,6 +14,7 @@
 #include "platform/store/configuration/config_tree.h"
 #include "platform/store/configuration/node_store.h"
 #include "platform/store/queue/notification_queue.h"
+#include "platform/store/tree/actions.h"
 #include "platform/store/tree/key_text.h"
 #include "platform/store/tree/kvtree.h"
 

@@ -6,6 +6,7 @@
 #include "platform/core/base/clock.h"
 #include "platform/core/base/test_fault.h"
 #include "platform/store/server/test_store.h"
+#include "platform/store/tree/actions.h"
 
 namespace {
 

@@ -12,6 +12,7 @@
 #include "platform/store/server/protocol.h"
 #include "platform/store/server/store.h"
 #include "platform/store/server/test_store.h"
+#include "platform/store/tree/actions.h"
 
 inline const std::string kSubtree = "/oper/mpls_vpn/gl/";
 

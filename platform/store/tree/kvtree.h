@@ -370,28 +370,6 @@ std::string kvtree_encode_text(std::string_view text);
 // may remove itself. Null removes it.
 void kvtree_guard(std::string_view path, Status (*check)());
 
-// Actions: commands of the process itself (not of the daemon) that change something, such as those of a
-// source ("router/..."). They take words and return text for the user.
-using KvActionEnd = std::function<void(Status, const std::string& text)>;
-struct KvActionContext {
-  bool may_change;  // the peer is root, the process's own user, or in the administrators' group
-  // For an action that takes long: it returns kStatusInProgress, and calls this once on the main thread with
-  // its result when it has one. Null if no user waits.
-  KvActionEnd end{};
-  // For an action that answers in steps, as a handler does: null if the result has to be complete.
-  KvSteps* steps = nullptr;
-};
-using KvAction = Status (*)(const KvActionContext&, const std::vector<std::string>& words, std::string* text,
-                            void* argument);
-// kStatusExists for a name that is taken, kStatusInvalid for an empty name or no action.
-[[nodiscard]] Status kvtree_register_action(const char* name, KvAction action, void* argument);
-void kvtree_unregister_action(const char* name);
-
-// kStatusUnknownPath for an unregistered action, kStatusInvalid without words, or the action's status:
-// kStatusInProgress if it calls `context.end` later (or has called it already), or kStatusUnfinished.
-[[nodiscard]] Status kvtree_run_action(const KvActionContext& context, const std::vector<std::string>& words,
-                                       std::string* text);
-
 // Serves clients on the manager's named socket. Limits: 64 clients, 64 KiB per request, 4 MiB per answer. The
 // server stops reading a client with 256 answers or 1 MiB of answers unread until it takes them, and closes
 // one with 16 MiB unread (answers and notifications). Answers are sent in the order of the requests.

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "platform/core/text/words.h"
+#include "platform/store/tree/actions.h"
 #include "sources/file/commands/router_commands.h"
 
 namespace {

@@ -7,6 +7,7 @@
 
 #include "platform/core/base/status.h"
 #include "platform/router/model/router.h"
+#include "platform/store/tree/actions.h"
 #include "platform/store/tree/kvtree.h"
 
 struct RouterCommandContext {

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "platform/core/base/fault.h"
+#include "platform/store/tree/actions.h"
 #include "sources/file/commands/router_action.h"
 
 class RouterCommands : public ::testing::Test {
