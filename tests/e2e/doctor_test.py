@@ -454,6 +454,7 @@ class Snmp(DoctorTest):
         self.assertIn(example, " ".join((ROOT / "README.md").read_text().split()))
         fix, = self.fixes(system, "snmp-view", "--snmpd-conf", str(stock))
         self.assertIn(example if not pathlib.Path("/etc/snmp/snmpd.conf.d/mpls_vpn_mib.conf").exists() else "MANAGER", fix)
+        self.assertIn('"rocommunity COMMUNITY MANAGER -V l3vpn"', fix)
         stock.write_text(stock.read_text().replace("includeDir", "#"))
         fix, = self.fixes(system, "snmp-view", "--snmpd-conf", str(stock))
         self.assertIn('"rocommunity COMMUNITY MANAGER -V l3vpn"', fix)

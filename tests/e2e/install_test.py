@@ -56,6 +56,7 @@ PACKAGES = {  # component, which has the name of its package: files
 if MODULE.exists():  # built with libsnmp-dev only
     PACKAGES["mplsvpn-snmp"]["usr/lib/mpls_vpn_mib/mpls_vpn_snmpd.so"] = None
 PROGRAMS = {name: mode for files in PACKAGES.values() for name, mode in files.items()}
+ADDRESS = "127.0.0.3"  # of the router, at which the package's snmpd does not listen
 STRIPPED = sorted(name for name in PROGRAMS if "bin/" in name or name.endswith((".dll", ".so")))
 
 
@@ -91,13 +92,27 @@ def sections(file):
 
 
 class RouterWithSnmpd(System):
-    """The system with the package's own snmpd.conf, to which the project's file is added."""
+    """The system with the package's own snmpd.conf, whose addresses get another port, and the project's file, with its lines for a
+    manager on another host."""
+
+    def snmpd_place(self):
+        return ""
 
     def snmpd_settings(self):
         package = pathlib.Path("/etc/snmp/snmpd.conf").read_text()
-        lines = [line for line in package.splitlines() if not re.match(r"agentaddress|includeDir", line, re.IGNORECASE)]
-        ours = (ROOT / "packaging/snmpd.conf").read_text()
-        return "\n".join(lines) + "\n" + ours.replace(" mpls_vpn_snmp", " root")  # a group of this machine
+        stock = re.sub(r"(?m)^includeDir.*", "", re.sub(r"(?m)^(agentaddress +)(.*)", self.with_port, package))
+        ours = (ROOT / "packaging/snmpd.conf").read_text().replace(" mpls_vpn_snmp", " root")  # a group of this machine
+        ours = re.sub(r"(?m)^#(agentaddress|rocommunity) ", r"\1 ", ours).replace(":161\n", f":{self.port}\n")
+        return f"{stock}\n" + ours.replace("ADDRESS", ADDRESS).replace(" COMMUNITY MANAGER", " remote 127.0.0.1")
+
+    def with_port(self, line):
+        has_ipv6 = pathlib.Path("/proc/net/if_inet6").exists()
+        return line[1] + ",".join(f"{address}:{self.port}" for address in line[2].split(",") if has_ipv6 or "[" not in address)
+
+    def configured_vrfs(self, community, address="127.0.0.1"):
+        result = subprocess.run(["snmpget", "-v2c", "-c", community, "-Oqv", "-t", str(5 * SLOW), "-r", "0", f"{address}:{self.port}",
+                                 SCALARS + ".1.0"], env=self.environment, capture_output=True, text=True, check=False)
+        return result.stdout.strip()
 
 
 class Installed(unittest.TestCase):
@@ -205,17 +220,15 @@ class Installed(unittest.TestCase):
         for group in ("mpls_vpn_mib", "mpls_vpn_agent"):
             self.assertEqual(members[group], ["mpls_vpn_snmp"])
 
-    def test_manager_reads_the_mib_through_the_packages_snmpd_with_the_lines_to_add(self):
+    def test_managers_here_and_on_other_hosts_read_the_mib_through_the_packages_snmpd_with_the_lines_to_add(self):
+        self.assertRegex(pathlib.Path("/etc/snmp/snmpd.conf").read_text(), r"(?m)^agentaddress +127\.0\.0\.1,\[::1\]$")
         with RouterWithSnmpd(ROUTER) as lab:
             lab.start_daemon()
             lab.start_snmpd()
             lab.spawn("agent", str(self.root / "usr/sbin/mpls_vpn_snmp"), "--agentx-socket", str(lab.agentx))
-
-            def configured_vrfs(community):
-                return lab.snmp("get", SCALARS + ".1.0", options=("-c", community)).stdout.split()[1:]
-
-            wait_until("the sub-agent", lambda: configured_vrfs("l3vpn") == ["1"])
-            self.assertNotEqual(configured_vrfs("public"), ["1"])  # the package's view does not have the MIB
+            wait_until("the sub-agent", lambda: lab.configured_vrfs("l3vpn") == "1")
+            self.assertEqual(lab.configured_vrfs("remote", ADDRESS), "1")
+            self.assertNotEqual(lab.configured_vrfs("public"), "1")  # the package's view does not have the MIB
 
     def test_installed_daemon_counts_routes_with_the_installed_modules(self):
         with System(ROUTER) as lab:

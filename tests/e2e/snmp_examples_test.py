@@ -17,6 +17,7 @@ interfaces: [{name: ge0, index: 11, vrf: red, state: up, addresses: [10.0.0.1/24
 """
 V3 = (EXAMPLES / "snmpv3.conf").read_text()
 CREATE_USER = re.search(r"^createUser .*$", V3, re.MULTILINE)[0]
+ADDRESS = "127.0.0.3"  # of the router for its managers
 AUTHENTICATION, ENCRYPTION = re.findall(r'"(.*?)"', CREATE_USER)
 
 
@@ -24,7 +25,8 @@ class Station(System):
     """A router with the example's settings, and a station that accepts its informs."""
 
     def snmpd_settings(self):
-        ours = V3.replace(" STATION", f" 127.0.0.1:{self.trap_port}").replace(" 0 mpls_vpn_snmp", " 0 root")
+        ours = V3.replace(" STATION", f" 127.0.0.1:{self.trap_port}").replace(" mpls_vpn_snmp", " root")
+        ours = ours.replace("udp:ADDRESS:161\n", f"udp:{ADDRESS}:{self.port}\n")
         return ours + "\nrocommunity public\n"  # for the tests' own look at the sub-agent
 
     def trap_sink(self):
@@ -41,7 +43,7 @@ class Station(System):
         """Exit status and output of a walk with this security level."""
         result = subprocess.run(
             ["snmpwalk", "-v3", "-u", "manager", "-l", level, "-a", "SHA-256", "-A", AUTHENTICATION, "-x", "AES", "-X", ENCRYPTION,
-             "-t", str(2 * SLOW), "-r", "1", *MIBS, f"127.0.0.1:{self.port}", oid],
+             "-t", str(2 * SLOW), "-r", "1", *MIBS, f"{ADDRESS}:{self.port}", oid],
             env=self.environment, capture_output=True, text=True, timeout=60 * SLOW, check=False)
         return result.returncode, result.stdout + result.stderr
 

@@ -184,11 +184,14 @@ class System:
     def start_snmpd(self):
         def command(port):
             self.port, conf = port, self.folder / "snmpd.conf"
-            conf.write_text(f"agentAddress udp:127.0.0.1:{port}\nagentXSocket {self.agentx}\n" + self.snmpd_settings() +
+            conf.write_text(self.snmpd_place() + f"agentXSocket {self.agentx}\n" + self.snmpd_settings() +
                             self.more_snmpd_settings + self.trap_sink())
             return *self.snmpd_wrapper, "snmpd", "-f", *self.snmpd_options, "-C", "-c", str(conf), "-p", str(self.folder / "snmpd.pid")
         self.start_on_a_port("snmpd", self.port, command, lambda _: self.agentx.exists() and
                              self.snmp("get", "1.3.6.1.2.1.1.3.0", timeout=1).returncode == 0)
+
+    def snmpd_place(self):
+        return f"agentAddress udp:127.0.0.1:{self.port}\n"
 
     def snmpd_settings(self):
         module = f"dlmod mpls_vpn_snmpd {self.module}\n" if self.module else ""

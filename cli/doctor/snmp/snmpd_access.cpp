@@ -173,9 +173,10 @@ std::string advise_manager(const SnmpdConfiguration& configuration, const Oid& s
   const bool is_new = view == kNewName && !std::filesystem::exists(kDropIn);
   if (is_new && configuration.folders.contains(std::filesystem::path(kDropIn).parent_path()))
     return fmt::format(
-        "install -m 640 -g Debian-snmp {} {}; replace the community and 127.0.0.1 in it by those "
-        "of your managers",
-        kExample, kDropIn);
+        "install -m 640 -g Debian-snmp {} {}; add \"rocommunity COMMUNITY MANAGER -V {}\" to it for each "
+        "manager "
+        "on another host",
+        kExample, kDropIn, view);
   return fmt::format("add {} and \"rocommunity COMMUNITY MANAGER -V {}\" to snmpd.conf",
                      included(view, subtree), view);
 }
