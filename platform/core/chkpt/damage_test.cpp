@@ -1,13 +1,11 @@
 // Tests of databases that cannot be used, and of directories that cannot be written.
 #include <gmock/gmock.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
 #include <random>
 
+#include "platform/core/chkpt/damage_test_support.h"
 #include "platform/core/chkpt/test_checkpoint.h"
 
 namespace {
@@ -17,83 +15,6 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::internal::CaptureStderr;
 using ::testing::internal::GetCapturedStderr;
-
-constexpr uid_t kUnprivileged = 65534;
-
-class CheckpointDamageTest : public CheckpointTest {
- protected:
-  // A closed database with one record.
-  void MakeDatabase() {
-    Start();
-    Put("key1", "one");
-    chkpt_end();
-  }
-  // Starts on what is there, which must be set aside as it was, with a reason.
-  void ExpectSetAside(const char* reason) {
-    const std::string file = ReadFile(File());
-    const std::string log = ReadFile(Log());
-    CaptureStderr();
-    EXPECT_FALSE(Start());
-    const std::string text = GetCapturedStderr();
-    EXPECT_THAT(text, HasSubstr(reason));
-    EXPECT_THAT(text, HasSubstr("it is set aside as " + Aside()));
-    EXPECT_THAT(Rows(), IsEmpty());
-    EXPECT_EQ(ReadFile(Aside()), file);
-    EXPECT_EQ(ReadFile(Aside() + "-wal"), log);
-    Put("key1", "new");
-    EXPECT_TRUE(Restart());
-    EXPECT_THAT(Rows(), ElementsAre(Row{"key1", "new"}));
-  }
-  // Starts on what is there, which must be set aside, with the records that it had.
-  void ExpectSalvaged(const std::vector<Row>& rows, const char* reason) {
-    CaptureStderr();
-    EXPECT_TRUE(Start());
-    const std::string log = GetCapturedStderr();
-    EXPECT_THAT(log, HasSubstr(File() + " is damaged (" + reason));
-    EXPECT_THAT(log, HasSubstr(" and is set aside as " + Aside() + "; starting with the " +
-                               std::to_string(rows.size()) + " records that can be read\n"));
-    EXPECT_EQ(Rows(), rows);
-    EXPECT_FALSE(Exists(File() + ".copy"));
-    EXPECT_FALSE(Exists(File() + ".copy-wal"));
-  }
-  // The second of three records is invalid after the SQL.
-  void ExpectQuarantined(const std::string& sql) {
-    UseStateDirectory(directory.path() + "/" + std::to_string(std::hash<std::string>{}(sql)));
-    Start();
-    for (const char* key : {"key1", "key2", "key3"}) Put(key, "old");
-    chkpt_end();
-    Sql(sql.c_str());
-    CaptureStderr();
-    EXPECT_TRUE(Start());
-    EXPECT_THAT(GetCapturedStderr(), HasSubstr("1 records are invalid, the first is "));
-    const sqlite::Quarantine expected{1, "quarantine_record"};
-    EXPECT_EQ(chkpt_quarantine(), expected);
-    EXPECT_FALSE(Exists(Aside()));
-    EXPECT_THAT(Rows(), ElementsAre(Row{"key1", "old"}, Row{"key3", "old"})) << sql;
-    Put("key2", "new");
-    EXPECT_EQ(Map("key2"), 4U);
-    CaptureStderr();
-    EXPECT_TRUE(Restart());
-    EXPECT_EQ(GetCapturedStderr(), "");
-    EXPECT_EQ(chkpt_quarantine(), expected);
-    EXPECT_THAT(Rows(), ElementsAre(Row{"key1", "old"}, Row{"key3", "old"}, Row{"key2", "new"}));
-    chkpt_end();
-    Sql("CREATE TABLE expected(rows CHECK(rows = 1)); INSERT INTO expected SELECT count(*) FROM "
-        "quarantine_record");
-  }
-  // chkpt_init's status in a process that is subject to permissions.
-  Status InitUnprivileged() {
-    const pid_t child = fork();
-    if (child == 0) {
-      if (geteuid() == 0 && setresuid(kUnprivileged, kUnprivileged, kUnprivileged) != 0) _exit(255);
-      _exit(static_cast<int>(chkpt_init(&application, manager)));
-    }
-    int status = 0;
-    EXPECT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_TRUE(WIFEXITED(status));
-    return static_cast<Status>(WEXITSTATUS(status));
-  }
-};
 
 TEST_F(CheckpointDamageTest, FileThatIsNotADatabaseIsSetAside) {
   WriteFile(File(), std::string(10000, 'x'));
@@ -321,99 +242,6 @@ TEST_F(CheckpointDamageTest, EmptyFileIsANewDatabase) {
   WriteFile(File(), "");
   EXPECT_FALSE(Start());
   EXPECT_FALSE(Exists(Aside()));
-}
-
-TEST_F(CheckpointDamageTest, DatabaseInUseIsRefusedAndLeftAlone) {
-  MakeDatabase();
-  sqlite3* raw = nullptr;
-  ASSERT_EQ(sqlite3_open(File().c_str(), &raw), SQLITE_OK);
-  sqlite::Connection other(raw);
-  ASSERT_EQ(sqlite::run(raw, "PRAGMA locking_mode=EXCLUSIVE; BEGIN EXCLUSIVE"), SQLITE_OK);
-  sqlite::busy_timeout = std::chrono::milliseconds(1);
-  CaptureStderr();
-  EXPECT_EQ(chkpt_init(&application, manager), static_cast<Status>(EBUSY));
-  EXPECT_THAT(GetCapturedStderr(), HasSubstr(File() + ": another process has it locked"));
-  other.reset();
-  EXPECT_FALSE(Exists(Aside()));
-  EXPECT_TRUE(Start());
-  EXPECT_THAT(Rows(), ElementsAre(Row{"key1", "one"}));
-}
-
-TEST_F(CheckpointDamageTest, SecondProcessIsRefusedWhileTheFirstRuns) {
-  Start();
-  Put("key1", "one");
-  ASSERT_EQ(chkpt_flush(), kStatusOk);
-  sqlite3* raw = nullptr;
-  ASSERT_EQ(sqlite3_open(File().c_str(), &raw), SQLITE_OK);
-  const sqlite::Connection other(raw);
-  EXPECT_EQ(sqlite::run(raw, "SELECT * FROM record"), SQLITE_BUSY);
-}
-
-// --- Directories
-
-TEST_F(CheckpointDamageTest, StateDirectoryIsMade) {
-  UseStateDirectory(directory.path() + "/state");
-  EXPECT_FALSE(Start());
-  EXPECT_TRUE(Exists(File()));
-}
-
-TEST_F(CheckpointDamageTest, StateDirectoryThatCannotBeCreatedIsAnError) {
-  UseStateDirectory(directory.path() + "/no/such");
-  CaptureStderr();
-  EXPECT_EQ(chkpt_init(&application, manager), static_cast<Status>(ENOENT));
-  EXPECT_THAT(GetCapturedStderr(), HasSubstr("No such file or directory"));
-  UseStateDirectory(directory.path() + "/file/state");
-  WriteFile(directory.path() + "/file", "");
-  EXPECT_EQ(chkpt_init(&application, manager), static_cast<Status>(ENOTDIR));
-}
-
-TEST_F(CheckpointDamageTest, UnwritableDirectoryIsAnError) {
-  ASSERT_EQ(chmod(state.c_str(), 0555), 0);
-  EXPECT_EQ(InitUnprivileged(), kStatusAccess);
-  ASSERT_EQ(chmod(state.c_str(), 0755), 0);
-  EXPECT_FALSE(Exists(File()));
-}
-
-TEST_F(CheckpointDamageTest, UnwritableDatabaseIsAnErrorAndLeftAlone) {
-  MakeDatabase();
-  const std::string file = ReadFile(File());
-  ASSERT_EQ(chmod(File().c_str(), 0444), 0);
-  if (geteuid() == 0) {
-    ASSERT_EQ(chown(state.c_str(), kUnprivileged, kUnprivileged), 0);
-  }
-  EXPECT_EQ(InitUnprivileged(), kStatusAccess);
-  ASSERT_EQ(chown(state.c_str(), geteuid(), getegid()), 0);
-  EXPECT_EQ(ReadFile(File()), file);
-  EXPECT_FALSE(Exists(Aside()));
-}
-
-TEST_F(CheckpointDamageTest, UnusableDatabaseThatCannotBeSetAsideIsAnErrorAndLeftAlone) {
-  WriteFile(File(), "precious");
-  ASSERT_EQ(chmod(File().c_str(), 0666), 0);
-  ASSERT_EQ(chmod(state.c_str(), 0555), 0);
-  EXPECT_EQ(InitUnprivileged(), kStatusAccess);
-  ASSERT_EQ(chmod(state.c_str(), 0755), 0);
-  EXPECT_EQ(ReadFile(File()), "precious");
-}
-
-TEST_F(CheckpointDamageTest, FullDiskIsAnErrorOfTheStart) {
-  {
-    const FileSizeLimit limit(2000);
-    EXPECT_NE(chkpt_init(&application, manager), kStatusOk);
-  }
-  EXPECT_FALSE(Exists(Aside()));
-  EXPECT_FALSE(Start());
-}
-
-TEST_F(CheckpointDamageTest, FullDiskUnderAGoodDatabaseIsAnErrorOfTheStartAndKeepsIt) {
-  MakeDatabase();
-  {
-    const FileSizeLimit limit(100);
-    EXPECT_NE(chkpt_init(&application, manager), kStatusOk);
-  }
-  EXPECT_FALSE(Exists(Aside()));
-  EXPECT_TRUE(Start());
-  EXPECT_THAT(Rows(), ElementsAre(Row{"key1", "one"}));
 }
 
 }  // namespace
