@@ -12,6 +12,7 @@
 #include "platform/core/evm/test_run_directory.h"
 #include "platform/router/model/router_test_support.h"
 #include "platform/router/vmap/vmap.h"
+#include "platform/router/vtab/service.h"
 #include "platform/router/vtab/vtab.h"
 
 namespace vtab {
@@ -160,5 +161,10 @@ class Records : public router::RouterTest {
   TestRunDirectory directory_;
   std::unique_ptr<EventManager, void (*)(EventManager*)> manager_;
 };
+
+// Records that are deleted and not freed.
+inline std::size_t removed_count() {
+  return service().vrfs.removed_count();
+}
 
 }  // namespace vtab

@@ -8,7 +8,7 @@
 // A refresh is a generation of eight bits: begin_refresh() increments it, put() stamps rows with it,
 // end_refresh() removes the rows of any other generation. A row whose stamp is exactly 256 abandoned
 // refreshes old survives one refresh too many.
-#include "platform/router/model/route_table.h"
+#include "platform/router/model/routes/route_table.h"
 
 #include <absl/container/btree_set.h>
 

@@ -12,7 +12,7 @@
 #include "platform/core/base/clock.h"
 #include "platform/core/base/fault.h"
 #include "platform/router/model/address.h"
-#include "platform/router/model/route_table.h"
+#include "platform/router/model/routes/route_table.h"
 
 namespace router {
 

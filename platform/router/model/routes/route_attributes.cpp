@@ -1,6 +1,6 @@
 // The sets are the keys of an ordered map, whose nodes do not move; an array maps numbers to nodes. Most
 // routers need a few sets; a router with a label per route needs as many as routes.
-#include "platform/router/model/route_attributes.h"
+#include "platform/router/model/routes/route_attributes.h"
 
 namespace router {
 

@@ -5,8 +5,8 @@
 #include <functional>
 #include <memory>
 
-#include "platform/router/model/route_attributes.h"
 #include "platform/router/model/route_store.h"
+#include "platform/router/model/routes/route_attributes.h"
 
 namespace router {
 
