@@ -4,10 +4,14 @@
 #include <array>
 #include <cstdlib>
 #include <string>
+#include <vector>
 
 #include "mpls/vpn/mib/src/records/layouts.h"
 #include "mpls/vpn/mib/src/support/daemon_test_fixture.h"
 #include "platform/core/parcel/parcel.h"
+
+// The calls of the data store, as "call "path" numbers" (store_calls_test_support.cpp).
+extern std::vector<std::string> store_calls;
 
 // The argument block of a request for a VRF name and a number; what is not given is absent.
 class NameAndNumber {
