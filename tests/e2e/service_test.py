@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""The daemon and the sub-agent as services: signals, what the service manager is notified of, wrong settings, a second daemon,
+"""The daemon as a service: signals, what the service manager is notified of, wrong settings, a second daemon,
 and --check."""
 import contextlib
 import os
@@ -7,72 +7,12 @@ import signal
 import socket
 import sqlite3
 import subprocess
-import tempfile
 import threading
 import time
 import unittest
 
-from system import BIN, SCALARS, SLOW, SystemTest, fetch, unused_port, wait_until
-
-ROUTER = "vrfs: [{name: red, table: 10}]\ninterfaces: []\n"
-DAEMON = str(BIN / "mpls_vpn_mib")
-
-
-class ServiceManager:
-    """The notification socket of a service manager; collects what arrives."""
-
-    def __init__(self):
-        self.folder = tempfile.TemporaryDirectory(prefix="mpls_vpn_e2e.")
-        self.path = os.path.join(self.folder.name, "notify")
-        self.socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
-        self.socket.bind(self.path)
-        self.lines = []
-
-    def close(self):
-        self.socket.close()
-        self.folder.cleanup()
-
-    def environment(self, **more):
-        return {"NOTIFY_SOCKET": self.path, **more}
-
-    def read(self):
-        self.socket.setblocking(False)
-        try:
-            while True:
-                self.lines += self.socket.recv(4096).decode().split("\n")
-        except BlockingIOError:
-            return self.lines
-
-    def wait_for(self, line, seconds=10):
-        wait_until(line, lambda: line in self.read(), seconds)
-
-    def states(self):
-        return [line.removeprefix("STATUS=") for line in self.read() if line.startswith("STATUS=")]
-
-
-class ServiceTest(SystemTest):
-    def started(self, router=ROUTER, **environment):
-        system = self.new_system(router, environment=environment)
-        system.start_daemon()
-        return system
-
-    def service_manager(self):
-        manager = ServiceManager()
-        self.addCleanup(manager.close)
-        return manager
-
-    def refused(self, system, *arguments, **environment):
-        """What a start that fails prints, and its status."""
-        result = subprocess.run([DAEMON, *arguments], env=dict(system.environment, **environment), capture_output=True,
-                                text=True, timeout=60 * SLOW, check=False)
-        return result.returncode, result.stderr
-
-    def ended(self, system, name, number):
-        system.processes[name].send_signal(number)
-        return system.processes[name].wait(timeout=20 * SLOW)
-
-    def wait_for_line(self, system, name, text):
-        wait_until(text, lambda: text in system.log(name))
+from service_system import DAEMON, ROUTER, ServiceTest
+from system import BIN, SLOW, fetch, unused_port, wait_until
 
 
 class EndOfDaemon(ServiceTest):
@@ -263,65 +203,6 @@ class Notifications(ServiceTest):
         system.router_file.write_text("vrfs: [{name: red, table: 10}, {name: blue, table: 11}]\ninterfaces: []\n")
         manager.wait_for(f"STATUS=2 VRFs and 0 interfaces from {system.router_file}")
         self.assertEqual(manager.read().count("WATCHDOG=1"), 0)
-
-
-class SubAgent(ServiceTest):
-    def test_service_manager_learns_state_life_and_end(self):
-        manager = self.service_manager()
-        system = self.new_system(ROUTER)
-        system.module = None
-        socket_of_daemon = f"{system.folder}/run/dev.mpls.vpn.main"
-        system.environment |= manager.environment(WATCHDOG_USEC="200000")
-        system.spawn("agent", str(BIN / "mpls_vpn_snmp"), "--agentx-socket", str(system.agentx))
-        manager.wait_for("READY=1")
-        manager.wait_for(f"STATUS=waiting for the daemon at {socket_of_daemon}")
-        del system.environment["NOTIFY_SOCKET"]
-        system.start_daemon()
-        manager.wait_for(f"STATUS=waiting for the master agent at {system.agentx}")
-        system.start_snmpd()
-        manager.wait_for(f"STATUS=registered with the master agent at {system.agentx}")
-        system.kill("daemon")
-        manager.wait_for(f"STATUS=registered with the master agent at {system.agentx}; "
-                         f"waiting for the daemon at {socket_of_daemon}")
-        manager.lines.clear()
-        wait_until("signs of life", lambda: manager.read().count("WATCHDOG=1") > 3)
-        self.assertEqual(self.ended(system, "agent", signal.SIGTERM), 0)
-        self.assertIn(f"ended by SIGTERM from process {os.getpid()}\n", system.log("agent"))
-        manager.wait_for("STOPPING=1")
-
-    def test_signals_without_a_meaning_are_logged_and_end_nothing(self):
-        system = self.new_system(ROUTER)
-        system.module = None
-        system.start_all()
-        for number in signal.SIGUSR1, signal.SIGUSR2:
-            system.processes["agent"].send_signal(number)
-            self.wait_for_line(system, "agent", f"{number.name} from process {os.getpid()} has no effect; SIGHUP connects again\n")
-        self.assertEqual(system.get_value(SCALARS + ".1.0"), "1")
-        self.assertEqual(system.log("agent").count(": registered "), 1)
-        self.assertEqual(self.ended(system, "agent", signal.SIGTERM), 0)
-
-    def test_sighup_connects_again(self):
-        system = self.new_system(ROUTER)
-        system.module = None
-        system.start_all()
-        system.processes["agent"].send_signal(signal.SIGHUP)
-        self.wait_for_line(system, "agent", f"SIGHUP from process {os.getpid()}: connecting again\n")
-        wait_until("its second registration", lambda: system.log("agent").count(": registered ") == 2)
-        self.assertEqual(system.get_value(SCALARS + ".1.0"), "1")
-        self.assertNotIn("away", system.log("agent"))
-
-
-    def test_wrong_words_are_named_with_the_closest_option(self):
-        system = self.new_system(ROUTER)
-        for words, reason in ((("--agent-socket", "/x"), 'unknown option "--agent-socket"; did you mean "--agentx-socket"\\?'),
-                              (("--agentx-sockt=/x",), 'unknown option "--agentx-sockt=/x"; did you mean "--agentx-socket"\\?'),
-                              (("--zzzzzzzzz",), 'unknown option "--zzzzzzzzz"'), (("start",), 'unexpected argument "start"'),
-                              (("--row-age", "x"), "--row-age: .*0.*60000.*")):
-            with self.subTest(words):
-                result = subprocess.run([str(BIN / "mpls_vpn_snmp"), *words], env=system.environment, capture_output=True, text=True,
-                                        timeout=60 * SLOW, check=False)
-                self.assertEqual(result.returncode, 2)
-                self.assertRegex(result.stderr, rf'\Ampls_vpn_snmp: {reason}; "mpls_vpn_snmp --help" lists the options\n\Z')
 
 
 class Refusals(ServiceTest):
