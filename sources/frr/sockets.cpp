@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <filesystem>
 #include <fstream>
 #include <optional>
 
@@ -38,6 +39,12 @@ std::optional<std::string> value_of(std::string_view name, std::string_view lett
   return std::nullopt;
 }
 
+// The programs may have another name for the folder than the shell: 10.3 binds below /run, which is /var/run.
+bool is_same_folder(const std::filesystem::path& left, const std::filesystem::path& right) {
+  std::error_code error;
+  return left == right || std::filesystem::equivalent(left, right, error);
+}
+
 }  // namespace
 
 namespace frr {
@@ -65,17 +72,16 @@ std::string missing_permission(const std::string& folder, std::string_view progr
 }
 
 bool runs_without(const std::string& folder, std::string_view program) {
-  constexpr std::string_view kExtension = ".vty";
   constexpr std::string_view kListens = " 00010000 ";  // flags of a socket; proc(5) has the columns
-  const std::string wanted = folder + "/" + std::string(program) + std::string(kExtension);
   bool has_others = false;
   std::ifstream sockets("/proc/net/unix");
   for (std::string line; std::getline(sockets, line);) {
     const std::size_t start = line.find('/');
     if (start == std::string::npos || line.find(kListens) == std::string::npos) continue;
-    const std::string_view path = std::string_view(line).substr(start);
-    if (path == wanted) return false;
-    has_others = has_others || (path.ends_with(kExtension) && path.substr(0, path.rfind('/')) == folder);
+    const std::filesystem::path path = line.substr(start);
+    if (path.extension() != ".vty" || !is_same_folder(path.parent_path(), folder)) continue;
+    if (path.stem() == program) return false;
+    has_others = true;
   }
   return has_others;
 }

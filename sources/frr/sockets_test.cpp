@@ -100,4 +100,14 @@ TEST(SuiteSockets, ProgramThatDoesNotListenDoesNotRunIfOthersListen) {
   EXPECT_FALSE(frr::runs_without(folder.path(), "bgpd"));
 }
 
+TEST(SuiteSockets, FolderMayHaveAnotherNameThanWhereTheProgramsListen) {
+  const TestRunDirectory folder;
+  const TestRunDirectory links;
+  const std::string link = links.path() + "/frr";
+  std::filesystem::create_directory_symlink(folder.path(), link);
+  const SuiteSocket zebra(folder.path() + "/zebra.vty");
+  EXPECT_TRUE(frr::runs_without(link, "bgpd"));
+  EXPECT_FALSE(frr::runs_without(link, "zebra"));
+}
+
 }  // namespace
