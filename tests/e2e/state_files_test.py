@@ -9,7 +9,7 @@ import sqlite3
 import subprocess
 import unittest
 
-from doctor_test import DoctorTest
+from doctor_system import DoctorTest
 from system import wait_until
 
 
