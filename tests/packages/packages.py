@@ -2,7 +2,8 @@
 """The Debian packages on clean machines with systemd and a stock snmpd: the commands of README.md, the packages' own test, an
 upgrade and a refused downgrade while the services run, and what is left after a purge.
 
-Usage: packages.py RELEASE [TEST...], after scripts/package RELEASE; or with MPLS_TEST_PACKAGES, the folder of other packages
+Usage: packages.py RELEASE [TEST...], after scripts/package RELEASE; or with MPLS_TEST_PACKAGES, the folder of other packages. The
+class Upgrade needs packages of a later version, too, which scripts/package --test builds.
 """
 import json
 import os
@@ -67,7 +68,7 @@ def blocks_of_readme(title):
     return [[line.strip() for line in block.replace("\\\n", " ").splitlines()] for block in blocks]
 
 
-class Packages(unittest.TestCase):
+class PackagesTest(unittest.TestCase):
     def setUp(self):
         holder = tempfile.TemporaryDirectory(prefix="mpls_vpn_packages.")
         self.addCleanup(holder.cleanup)
@@ -108,6 +109,8 @@ class Packages(unittest.TestCase):
         pruned = " -o ".join(f"-path /{folder}" for folder in VOLATILE)
         return set(self.machine.output(f"find / \\( {pruned} \\) -prune -o -print").splitlines())
 
+
+class Installation(PackagesTest):
     def test_commands_of_the_readme_serve_the_mib(self):
         self.machine.run("useradd --create-home operator1")
         install, *others, look = blocks_of_readme("Install on a router")
@@ -183,6 +186,24 @@ class Packages(unittest.TestCase):
         self.assertEqual(result.returncode, 0, result.stdout + result.stderr)
         self.assertRegex(result.stdout, r"(?m)^walk +PASS$")
 
+    def test_purge_leaves_no_file(self):
+        depends = " ".join(re.sub(r"\(.*?\)|\|[^,]*", "", field(built(name), "Depends")).replace(",", " ") for name in NAMES)
+        self.machine.run(f"apt-get -q install snmpd snmp {depends.replace('mplsvpn', '')}")
+        before = self.files()
+        self.install()
+        self.configure()
+        during = self.files() - before
+        for expected in ("/usr/sbin/mpls_vpn_mib", "/etc/mpls_vpn_mib/router.yaml", "/run/mpls_vpn_mib/dev.mpls.vpn.main"):
+            self.assertIn(expected, during)
+        self.assertTrue([path for path in during if path.startswith("/var/lib/mpls_vpn_mib/")])
+        self.machine.run("rm /etc/snmp/snmpd.conf.d/mpls_vpn_mib.conf")  # of the operator
+        self.machine.run("apt-get -q purge mplsvpn mplsvpn-snmp")
+        self.machine.run("systemctl daemon-reload; systemctl restart snmpd")
+        self.assertEqual(sorted(self.files() - before), [])
+        self.assertEqual(self.states("LoadState"), ["not-found", "not-found"])
+
+
+class Upgrade(PackagesTest):
     def programs(self):
         files = "/usr/sbin/mpls_vpn_mib /usr/sbin/mpls_vpn_snmp /usr/bin/mplsvpn"
         return [line.split()[0] for line in self.machine.output(f"sha256sum {files}").splitlines()]
@@ -238,22 +259,6 @@ class Packages(unittest.TestCase):
         self.assertNotEqual(result.returncode, 0)
         self.assertEqual(self.machine.output("dpkg-query -W -f '${Version} ${Status}\\n' mplsvpn mplsvpn-snmp"),
                          "\n".join([f"{new} install ok installed"] * 2))
-
-    def test_purge_leaves_no_file(self):
-        depends = " ".join(re.sub(r"\(.*?\)|\|[^,]*", "", field(built(name), "Depends")).replace(",", " ") for name in NAMES)
-        self.machine.run(f"apt-get -q install snmpd snmp {depends.replace('mplsvpn', '')}")
-        before = self.files()
-        self.install()
-        self.configure()
-        during = self.files() - before
-        for expected in ("/usr/sbin/mpls_vpn_mib", "/etc/mpls_vpn_mib/router.yaml", "/run/mpls_vpn_mib/dev.mpls.vpn.main"):
-            self.assertIn(expected, during)
-        self.assertTrue([path for path in during if path.startswith("/var/lib/mpls_vpn_mib/")])
-        self.machine.run("rm /etc/snmp/snmpd.conf.d/mpls_vpn_mib.conf")  # of the operator
-        self.machine.run("apt-get -q purge mplsvpn mplsvpn-snmp")
-        self.machine.run("systemctl daemon-reload; systemctl restart snmpd")
-        self.assertEqual(sorted(self.files() - before), [])
-        self.assertEqual(self.states("LoadState"), ["not-found", "not-found"])
 
 
 if __name__ == "__main__":
