@@ -200,16 +200,49 @@ TEST_F(RestartedRouteWatch, DamagedLineCostsOnlyItself) {
   }
 }
 
+TEST_F(RestartedRouteWatch, TimeBelowTheMarkContinuesOverProcessesThatWriteIt) {
+  SetLow(1, 10);
+  ReadRoutes();
+  Pass(100);
+  for (const char* prefix : {"10.0.1.0/24", "10.0.2.0/24", "10.0.3.0/24"}) {
+    clock_.advance(3 * kNanosecondsPerSecond);
+    WatchPrefix(prefix);  // each process has something to write
+    End();
+    Restart();
+    ReadRoutes();
+    Pass(100);
+  }
+  EXPECT_EQ(Shown().front(), "red ipv4 0<1/10 ok");
+  EXPECT_THAT(LogOf([this] { Pass(900); }), HasSubstr("below its low-water mark of 1 for 10 s"));
+}
+
 TEST_F(RestartedRouteWatch, FileThatCannotBeWrittenIsWrittenLater) {
   WatchPrefix("10.0.1.0/24");
-  fault_arm("replace_file", ENOSPC);
-  EXPECT_THAT(LogOf([this] { route_watch_write_states(); }), HasSubstr("/route_watch cannot be written"));
+  AwaitFile("10.0.1.0/24");
+  route_watch_write_states();  // waits for the thread; no timer is left
+  WatchPrefix("10.0.2.0/24");
+  fault_arm("replace_file", ENOSPC, 1, 0);
   EXPECT_THAT(LogOf([this] {
-                clock_.advance(10 * kNanosecondsPerSecond);
-                EXPECT_THAT(AwaitFile("prefix red"), HasSubstr("prefix red"));
+                Pass(1000);
+                route_watch_write_states();
+              }),
+              HasSubstr("/route_watch cannot be written"));
+  fault_disarm_all();
+  Pass(9000);
+  EXPECT_THAT(Content(), Not(HasSubstr("10.0.2.0/24")));
+  EXPECT_THAT(LogOf([this] {
+                EXPECT_THAT(AwaitFile("10.0.2.0/24"), HasSubstr("10.0.2.0/24"));
                 route_watch_write_states();  // waits for the thread
               }),
               HasSubstr("/route_watch is written again"));
+}
+
+TEST_F(RestartedRouteWatch, FileThatCannotBeWrittenIsWrittenAtTheEnd) {
+  WatchPrefix("10.0.1.0/24");
+  fault_arm("replace_file", ENOSPC);
+  EXPECT_THAT(LogOf([this] { route_watch_write_states(); }), HasSubstr("/route_watch cannot be written"));
+  End();
+  EXPECT_THAT(Content(), HasSubstr("prefix red 10.0.1.0/24"));
 }
 
 }  // namespace
