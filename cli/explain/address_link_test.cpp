@@ -67,6 +67,13 @@ TEST_F(ExplainAddress, DefaultRouteThatRejectsIsNotItsRoute) {
   EXPECT_EQ(judged["next-hop"].text, "the core has no route to the next hop 10.255.0.2");
 }
 
+TEST_F(ExplainAddress, DefaultRouteIsNotItsRouteIfTheVrfImportsALongerOne) {
+  AddKernelRoute("0.0.0.0/0");
+  AnswerPaths("65000:10", true);
+  EXPECT_EQ(Explain(kAddress)["address"].text,
+            "10.21.0.77 is in 10.21.0.0/24, which BGP has; the VRF has 0.0.0.0/0 for it");
+}
+
 TEST_F(ExplainAddress, PrefixOfAnotherVpnIsNamedIfTheVrfHasNone) {
   AddKernelRoute("0.0.0.0/0", RTN_UNREACHABLE);
   AnswerPaths("65000:99", false);
