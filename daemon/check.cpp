@@ -16,7 +16,9 @@ namespace daemon_host {
 
 namespace {
 
+// The error is the last line also for a reader of both streams.
 int fail(const std::string& error, int status) {
+  std::fflush(stdout);
   std::fprintf(stderr, "%s\n", error.c_str());
   return status;
 }

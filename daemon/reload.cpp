@@ -9,6 +9,7 @@
 #include "platform/core/base/log.h"
 #include "platform/core/files/directories.h"
 #include "platform/core/proc/proc.h"
+#include "platform/store/status/records.h"
 
 namespace daemon_host {
 
@@ -32,7 +33,7 @@ void require_restart(const std::string& key, const std::string& signal, Host* ho
   log_warning("mpls_vpn_mib", "%s: the setting '%s' has changed; restart the daemon, then it takes effect",
               signal.c_str(), key.c_str());
   std::string& problem = host->settings_problem;
-  problem += (problem.empty() ? "restart the daemon for the changed " : ", ") + key;
+  problem += (problem.empty() ? process_status::kRestartForSettings : ", ") + key;
 }
 
 void apply_setting(const std::string& key, const Settings& settings, const std::string& signal, Host* host) {

@@ -13,6 +13,7 @@ namespace {
 constexpr Check kChecks[] = {
     {"daemon-running", "daemon", "the daemon answers", check_daemon},
     {"daemon-version", "daemon", "daemon and command line are of one version", check_version},
+    {"settings", "daemon", "the settings are valid and in effect", check_settings},
     {"sources", "daemon", "the kernel, the router file and the suite's programs answer", check_sources},
     {"route-modules", "daemon", "the route modules are loaded", check_route_modules},
     {"databases", "daemon", "the databases are sound and can be written", check_databases},

@@ -2,14 +2,17 @@
 
 #include <fmt/format.h>
 #include <sys/statvfs.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <filesystem>
 
 #include "cli/doctor/facts.h"
 #include "cli/output/times.h"
+#include "cli/system/program.h"
 #include "platform/core/files/directories.h"
 #include "platform/core/text/words.h"
 
@@ -21,6 +24,9 @@ using process_status::DatabaseStatus;
 using process_status::RouteModuleFailure;
 using process_status::SourceStatus;
 
+constexpr char kDaemon[] = "mpls_vpn_mib";
+constexpr int kExitInvalidFiles = 78;  // of --check
+constexpr std::chrono::seconds kCheckPatience{20};
 constexpr char kStart[] = "systemctl start mpls_vpn_mib";
 constexpr char kRestartDaemon[] = "journalctl -u mpls_vpn_mib; systemctl restart mpls_vpn_mib";
 constexpr char kLog[] = "journalctl -u mpls_vpn_mib";
@@ -61,6 +67,38 @@ Finding finding_of(const SourceStatus& source) {
                                 : fmt::format(" (last answer {} ago)", age_text(source.last_answer));
   return {is_up ? Level::kWarning : Level::kError, fmt::format("{}: {}{}", name, problem, since),
           fix_of(name, problem, is_up)};
+}
+
+// As a start would read them.
+Ran check_files() {
+  const std::string daemon = installed_program(kDaemon);
+  if (daemon.empty()) throw NotPossible("the daemon's program is not installed here");
+  Ran ran = run_program({daemon, "--check"}, kCheckPatience);
+  if (ran.status < 0) throw NotPossible(fmt::format("{} --check: {}", daemon, ran.problem));
+  return ran;
+}
+
+// With another status it may start, without the routing suite.
+Finding finding_of_files(const Ran& ran, const std::string& problem) {
+  const bool is_refused = ran.status == kExitInvalidFiles;
+  return {Level::kError,
+          (is_refused ? "the daemon would not start again: " : "mpls_vpn_mib --check fails: ") + problem,
+          "correct it until \"mpls_vpn_mib --check\" accepts it; systemctl reload mpls_vpn_mib"};
+}
+
+// Empty without a daemon: a start reads the files.
+std::string settings_problem(Facts& facts) {
+  try {
+    return text_or_empty(facts.status()->settings_problem);
+  } catch (const Failure&) {
+    return "";
+  }
+}
+
+Finding finding_of_settings(const std::string& problem) {
+  const bool needs_restart = problem.starts_with(process_status::kRestartForSettings);
+  return {Level::kWarning, "the settings in effect are not those of the file: " + problem,
+          needs_restart ? "systemctl restart mpls_vpn_mib" : "systemctl reload mpls_vpn_mib"};
 }
 
 // The daemon has its databases locked while it runs.
@@ -113,6 +151,18 @@ Findings check_version(Facts& facts) {
   return {{Level::kWarning,
            fmt::format("the daemon is of version {}, this command line of {}", version, MPLS_VERSION),
            "systemctl restart mpls_vpn_mib"}};
+}
+
+// The files first: with an invalid one a restart would end the service.
+Findings check_settings(Facts& facts) {
+  const Ran ran = check_files();
+  const std::string problem = last_line(ran.output);
+  const bool is_readable = geteuid() == 0 || !problem.ends_with(std::strerror(EACCES));
+  if (ran.status != 0 && is_readable) return {finding_of_files(ran, problem)};
+  const std::string known = settings_problem(facts);
+  if (!known.empty()) return {finding_of_settings(known)};
+  if (ran.status != 0) throw NotPossible(problem, "run mplsvpn doctor as root");
+  return {};
 }
 
 Findings check_sources(Facts& facts) {

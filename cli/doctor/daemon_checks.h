@@ -12,6 +12,7 @@ std::string state_folder(Facts& facts);
 
 Findings check_daemon(Facts& facts);
 Findings check_version(Facts& facts);
+Findings check_settings(Facts& facts);
 Findings check_sources(Facts& facts);
 Findings check_route_modules(Facts& facts);
 Findings check_databases(Facts& facts);

@@ -140,17 +140,22 @@ std::vector<std::string> command_words(const std::string& command) {
   return words;
 }
 
-bool is_installed(const std::string& name) {
+std::string installed_program(const std::string& name) {
   std::error_code ignored;  // then the folder is empty
-  std::vector<std::filesystem::path> folders = {
-      "/usr/sbin", "/sbin", "/usr/local/sbin",
-      std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path()};
+  const std::filesystem::path own = std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path();
+  std::vector<std::filesystem::path> folders = {own, own.parent_path() / "sbin", "/usr/sbin", "/sbin",
+                                                "/usr/local/sbin"};
   const char* const path = getenv("PATH");
   for (const std::string_view folder : text::split(path == nullptr ? "" : path, ':'))
     folders.emplace_back(folder);
-  return std::ranges::any_of(folders, [&name](const std::filesystem::path& folder) {
+  const auto found = std::ranges::find_if(folders, [&name](const std::filesystem::path& folder) {
     return !folder.empty() && access((folder / name).c_str(), X_OK) == 0;
   });
+  return found == folders.end() ? "" : (*found / name).string();
+}
+
+bool is_installed(const std::string& name) {
+  return !installed_program(name).empty();
 }
 
 std::string shell_word(const std::string& word) {

@@ -34,8 +34,9 @@ std::string last_line(std::string output);
 // The words of a command as a user writes it; quotes as in a shell are not known.
 std::vector<std::string> command_words(const std::string& command);
 
-// Whether a program of that name is installed: in a folder of PATH, in those of system programs, which the
-// PATH of users lacks, or beside this program.
+// The path of the program of that name: beside this one, in a folder of system programs, which the PATH of
+// users lacks, or in one of PATH. Empty if it is not installed.
+std::string installed_program(const std::string& name);
 bool is_installed(const std::string& name);
 
 // The word as a shell reads it back, for commands that users copy; quoted only if it has to be.

@@ -28,6 +28,48 @@ class Daemon(DoctorTest):
         self.assertEqual(self.diagnose(system, "daemon-running"), ("ok", ""))
         self.assertEqual(self.diagnose(system, "daemon-version"), ("ok", ""))
 
+    def test_settings_that_a_start_refuses_are_an_error_before_and_after_a_reload(self):
+        system = self.started()
+        self.assertEqual(self.diagnose(system, "settings"), ("ok", ""))
+        settings = system.folder / "etc/platform.yaml"
+        valid = settings.read_text()
+        settings.write_text(valid.replace("source: file", "source: fil"))
+        wrong = f"the daemon would not start again: {settings}:1:9: 'source' is 'kernel' or 'file', not 'fil'"
+        self.assert_found(system, "settings", "error", wrong)
+        self.reload(system, "the former settings remain")
+        self.assert_found(system, "settings", "error", wrong)
+        settings.write_text(valid)
+        self.assert_found(system, "settings", "warning", "in effect are not those of the file: " + wrong.split(": ", 1)[1])
+        self.assertEqual(self.fixes(system, "settings"), ["systemctl reload mpls_vpn_mib"])
+        self.reload(system, "the settings have not changed")
+        self.assertEqual(self.diagnose(system, "settings"), ("ok", ""))
+        system.kill("daemon")
+        self.assertEqual(self.diagnose(system, "settings"), ("ok", ""))
+        system.router_file.write_text("vrfs: 1\n")
+        self.assert_found(system, "settings", "error", f"would not start again: {system.router_file}:1:7: ")
+
+    def test_settings_that_wait_for_a_restart_are_a_warning(self):
+        system = self.started()
+        settings = system.folder / "etc/platform.yaml"
+        valid = settings.read_text()
+        settings.write_text("source: kernel\n")
+        self.reload(system, "the setting 'source' has changed")
+        self.assert_found(system, "settings", "warning", "not those of the file: restart the daemon for the changed source")
+        self.assertEqual(self.fixes(system, "settings"), ["systemctl restart mpls_vpn_mib"])
+        settings.write_text(valid + "frr: /nonexistent/vtysh\n")
+        self.assert_found(system, "settings", "error", "mpls_vpn_mib --check fails: /nonexistent/vtysh: the shell of the routing suite")
+
+    @unittest.skipUnless(IS_ROOT, "SKIPPED: only root runs the doctor as another user")
+    def test_settings_that_the_user_may_not_read_are_not_possible(self):
+        system = self.started()
+        (system.folder / "etc/platform.yaml").chmod(0o600)
+        system.folder.chmod(0o755)
+        self.assert_found(system, "settings", "notPossible", "platform.yaml: Permission denied", wrapper=OTHER_USER)
+
+    def reload(self, system, line):
+        system.processes["daemon"].send_signal(signal.SIGHUP)
+        self.becomes("the reload", lambda: line in system.log("daemon"), True)
+
     def test_invalid_router_file_is_a_source_that_is_down(self):
         system = self.started()
         self.assertEqual(self.diagnose(system, "sources"), ("ok", ""))
@@ -259,8 +301,8 @@ class Command(DoctorTest):
         shown = self.doctor(system).stdout
         reason = "the daemon reads a router file, not this kernel"
         lines = [line for line in shown.splitlines() if reason in line]
-        self.assertEqual(lines, [f"13-17  not possible  vrf-device-down to mpls-labels: {reason}",
-                                 f"18-25  not possible  suite-access to suite-routes: {reason}"])
+        self.assertEqual(lines, [f"14-18  not possible  vrf-device-down to mpls-labels: {reason}",
+                                 f"19-26  not possible  suite-access to suite-routes: {reason}"])
         checks = json.loads(subprocess.run(self.words(system), env=system.environment, capture_output=True, text=True,
                                            check=False).stdout)
         alike = [check["id"] for check in checks if [finding["text"] for finding in check["findings"]] == [reason]]

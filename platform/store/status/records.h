@@ -52,6 +52,9 @@ struct RouteModuleFailure {
 };
 static_assert(sizeof(RouteModuleFailure) == 8);
 
+// How settings_problem begins if only a restart helps.
+inline constexpr char kRestartForSettings[] = "restart the daemon for the changed ";
+
 // Times of day are seconds since 1970. An iteration of the event loop is long from kLongIteration
 // (platform/core/evm/evm.h).
 struct ProcessStatus {
