@@ -59,7 +59,8 @@ void describe(CLI::App* app, CommandLine* line) {
 }
 
 int refuse(const std::string& reason) {
-  log_error("mpls_vpn_snmp", "%s; \"mpls_vpn_snmp --help\" lists the options", reason.c_str());
+  const std::string message = text::continued(reason, "\"mpls_vpn_snmp --help\" lists the options");
+  log_error("mpls_vpn_snmp", "%s", message.c_str());
   return kWrongArguments;
 }
 
@@ -70,9 +71,8 @@ std::string unknown_word(const CLI::App& app, const std::string& word) {
   for (const CLI::Option* option : app.get_options()) {
     for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
   }
-  const std::string near = text::closest(word.substr(0, word.find('=')), names);
-  return "unknown option " + text::quoted(word) +
-         (near.empty() ? "" : "; did you mean " + text::quoted(near) + "?");
+  return text::continued("unknown option " + text::quoted(word),
+                         text::hint(word.substr(0, word.find('=')), names, ""));
 }
 
 agent::SubAgentOptions to_options(const CommandLine& line) {

@@ -29,16 +29,19 @@ struct VrfRequest {
   std::string name;         // empty: every VRF
   bool is_invalid = false;  // VRFs that do not exist, though interfaces are bound to them
   bool detail = false;
-  std::uint32_t afi = 0;    // 1 ipv4, 2 ipv6; 0: both
-  std::uint32_t safi = 0;   // 1 unicast, 2 multicast; 0: both
-  bool structured = false;  // in the structured (XML) form
-  bool brief = false;       // fewer columns
-  std::string state;        // only VRFs of this operational state; empty: any
-  std::string protocol;     // only VRFs with an interface of this routing protocol; empty: any
-  std::string sort;         // one of vrf_orders(); empty: the daemon's order
+  std::uint32_t afi = 0;     // 1 ipv4, 2 ipv6; 0: both
+  std::uint32_t safi = 0;    // 1 unicast, 2 multicast; 0: both
+  bool structured = false;   // in the structured (XML) form
+  bool may_be_word = false;  // the name may be one of vrf_words() that is abbreviated or misspelled
+  bool brief = false;        // fewer columns
+  std::string state;         // only VRFs of this operational state; empty: any
+  std::string protocol;      // only VRFs with an interface of this routing protocol; empty: any
+  std::string sort;          // one of vrf_orders(); empty: the daemon's order
 };
 // What may follow the name in "show vrf".
 std::vector<std::string> vrf_words();
+// Those that the user may have meant by the name of the request, with "invalid".
+std::vector<std::string> meant_vrf_words(const VrfRequest& request);
 // The words after "show vrf", abbreviated unless they may be a name; `name` is a name that is one of
 // these words. Failure(kExitUsage).
 VrfRequest parse_vrf_words(const std::vector<std::string>& words, const std::string& name);

@@ -2,8 +2,10 @@
 // failed. Settings are files and environment variables (README.md), not arguments.
 #include <signal.h>
 
+#include <algorithm>
 #include <cstdio>
-#include <string_view>
+#include <string>
+#include <vector>
 
 #include "daemon/check.h"
 #include "daemon/host.h"
@@ -11,6 +13,7 @@
 #include "platform/core/base/log.h"
 #include "platform/core/base/status.h"
 #include "platform/core/chkpt/chkpt.h"
+#include "platform/core/text/words.h"
 
 namespace {
 
@@ -40,17 +43,21 @@ int print(const char* text) {
   return std::fputs(text, stdout) == EOF || std::fflush(stdout) == EOF ? 1 : 0;
 }
 
-int answer_arguments(int argc, char** argv) {
-  const std::string_view first = argv[1];
-  const bool is_known = first == "--help" || first == "--version" || first == "--check";
-  if (is_known && argc == 2) {
-    if (first == "--check") return daemon_host::check_settings();
-    return print(first == "--help" ? kUsage : MPLS_VERSION "\n");
-  }
-  std::fprintf(stderr,
-               "mpls_vpn_mib: unexpected argument \"%s\"; \"mpls_vpn_mib --help\" lists the arguments\n",
-               argv[is_known ? 2 : 1]);
+int refuse(const std::string& argument, const std::string& hint) {
+  const std::string reason = text::continued("unexpected argument " + text::quoted(argument), hint);
+  const std::string message = text::continued(reason, "\"mpls_vpn_mib --help\" lists the arguments");
+  std::fprintf(stderr, "mpls_vpn_mib: %s\n", message.c_str());
   return kWrongArguments;
+}
+
+int answer_arguments(int argc, char** argv) {
+  const std::string first = argv[1];
+  const std::vector<std::string> known = {"--help", "--version", "--check"};
+  const bool is_known = std::find(known.begin(), known.end(), first) != known.end();
+  if (!is_known) return refuse(first, text::hint(first, known, ""));
+  if (argc > 2) return refuse(argv[2], "");
+  if (first == "--check") return daemon_host::check_settings();
+  return print(first == "--help" ? kUsage : MPLS_VERSION "\n");
 }
 
 }  // namespace

@@ -58,11 +58,12 @@ CLI::Validator time_to_confirm() {
   return {convert, ""};
 }
 
-// "all" becomes the largest number.
+// "all", also abbreviated, becomes the largest number.
 CLI::Validator number_or_all() {
-  const auto convert = [](std::string& text) {
-    if (text == "all") text = std::to_string(UINT32_MAX);
-    return std::string();
+  const auto convert = [](std::string& text) -> std::string {
+    if (!text::candidates(text, {"all"}).empty()) text = std::to_string(UINT32_MAX);
+    if (text::parse_number(text).value_or(0) > 0) return {};
+    return fmt::format("{} is neither a number from 1 to {} nor \"all\"", printable(text), UINT32_MAX);
   };
   return {convert, ""};
 }
@@ -181,7 +182,6 @@ void add_history(const Builder& builder) {
   CLI::Option* commit = history->add_option("COMMIT", options->commit, "A commit's number");
   history->add_option("--last,--max", options->most, "The latest N commits, or all of them (default 20)")
       ->type_name("N|all")
-      ->check(CLI::Range(1U, UINT32_MAX).description(""))
       ->transform(number_or_all())
       ->excludes(commit);
   CLI::App* rollback = builder.add(

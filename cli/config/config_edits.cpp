@@ -41,8 +41,9 @@ std::optional<ConfigEdit> parse_edit(std::string_view line, const std::string& p
   const std::string verb = words.front();
   const auto* const found = std::ranges::find(kVerbs, verb);
   if (found == kVerbs.end()) {
-    throw line_failure(place, fmt::format("unknown word \"{}\"; expected {}", printable(verb),
-                                          text::alternatives({kVerbs.begin(), kVerbs.end()})));
+    const std::vector<std::string> verbs = {kVerbs.begin(), kVerbs.end()};
+    throw line_failure(place, fmt::format("unknown word \"{}\"; {}", printable(verb),
+                                          text::hint(verb, verbs, "expected " + text::alternatives(verbs))));
   }
   words.erase(words.begin());
   return ConfigEdit{static_cast<EditVerb>(found - kVerbs.begin()), std::move(words), place};

@@ -289,7 +289,11 @@ TEST_F(ConfigurationHistory, CommentIsShownAsTheWordsWereQuoted) {
 
 TEST_F(ConfigurationHistory, AtMostNoneIsRefused) {
   EXPECT_EQ(Ask({"config", "history", "--max", "0"}), kExitUsage);
-  EXPECT_THAT(Err(), ContainsRegex("--last: Value 0 not in range (1 to 4294967295|\\[1 - 4294967295\\])"));
+  EXPECT_THAT(Err(), HasSubstr("--last: 0 is neither a number from 1 to 4294967295 nor \"all\""));
+  EXPECT_EQ(Ask({"config", "history", "--last", "most"}), kExitUsage);
+  EXPECT_THAT(Err(), HasSubstr("most is neither a number from 1 to 4294967295 nor \"all\""));
+  Done("set vrf red description one");
+  EXPECT_EQ(Done("history --last al"), Done("history --last all"));
   EXPECT_EQ(Ask({"config", "history", "1", "--max", "5"}), kExitUsage);
 }
 

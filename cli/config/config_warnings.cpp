@@ -69,8 +69,10 @@ void warn_of_missing_vrfs(const Session& session, kvtree::Client& client,
   for (const std::string& name : named) {
     if (checked++ == kMostChecked) break;
     if (client.get(provider_path("vrf", name)).status != kStatusNoSuchRow) continue;
-    warn(session,
-         fmt::format("VRF {} does not exist; its configuration waits until it is created", printable(name)));
+    const std::string text =
+        fmt::format("VRF {} does not exist; its configuration waits until it is created", printable(name));
+    // The names of many new VRFs are similar to each other.
+    warn(session, text::continued(text, named.size() == 1 ? hint_of_vrf(client, name) : ""));
   }
   if (named.size() > kMostChecked)
     warn(session, fmt::format("whether {} more VRFs exist is not checked; \"show vrf\" lists all",

@@ -10,6 +10,7 @@
 #include "cli/output/row_writer.h"
 #include "cli/output/times.h"
 #include "cli/words/known_words.h"
+#include "platform/core/text/words.h"
 
 namespace cli {
 
@@ -97,11 +98,11 @@ Verb verb_of(const std::vector<std::string>& words) {
   if (words.size() == 1) {
     const KnownWord known = find_known("word", words[0], {"list", "watch"});
     if (known.error.empty()) return known.word == "list" ? Verb::kList : Verb::kWatch;
-    throw Failure(kExitUsage, fmt::format("{}; usage: {}", known.error, kUsage));
+    throw Failure(kExitUsage, text::continued(known.error, fmt::format("usage: {}", kUsage)));
   }
   const KnownWord known = find_known("word", words[1], {"on", "off"});
   if (known.error.empty()) return known.word == "on" ? Verb::kOn : Verb::kOff;
-  throw Failure(kExitUsage, fmt::format("{}; usage: {}", known.error, kUsage));
+  throw Failure(kExitUsage, text::continued(known.error, fmt::format("usage: {}", kUsage)));
 }
 
 }  // namespace

@@ -33,7 +33,7 @@ std::size_t terminal_width() {
 }
 
 // $PAGER is a command of the shell; what follows its first word are options.
-bool is_installed(const std::string& pager) {
+bool is_pager_installed(const std::string& pager) {
   const std::string program = pager.substr(0, pager.find(' '));
   if (program.find('/') != std::string::npos) return access(program.c_str(), X_OK) == 0;
   const std::string path = environment("PATH");
@@ -57,7 +57,7 @@ bool is_installed(const std::string& pager) {
 void Pager::start() {
   const std::string pager = environment("PAGER", kUsualPager);
   std::array<int, 2> ends{};
-  if (!is_installed(pager) || pipe(ends.data()) != 0) return;
+  if (!is_pager_installed(pager) || pipe(ends.data()) != 0) return;
   process_ = fork();
   if (process_ == 0) {
     close(ends[1]);

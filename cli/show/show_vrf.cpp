@@ -19,7 +19,7 @@ using VrfRow = Record<mpls_vpn_mib_vrf>;
 void walk_named_vrf(const Session& session, kvtree::Client& client, const VrfRequest& request,
                     const VrfSink& sink) {
   const auto octets = find_vrf_row(session, client, request.name);
-  if (!octets) require_vrf(session, client, request.name);
+  if (!octets) require_vrf(session, client, request.name, meant_vrf_words(request));
   if (!octets)
     throw Failure(kExitFailed,
                   "VRF " + printable(request.name) + " was created just now; repeat the command");

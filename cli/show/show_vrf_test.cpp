@@ -115,6 +115,23 @@ TEST_F(ShowVrf, UnknownVrfIsReported) {
   }
 }
 
+TEST_F(ShowVrf, NameThatAbbreviatesAWordIsReportedWithTheWord) {
+  AddRed();
+  const auto refused = [this](const std::vector<std::string>& words) {
+    EXPECT_EQ(Ask(words), kExitFailed);
+    return Err();
+  };
+  EXPECT_EQ(refused({"show", "vrf", "br"}),
+            "mplsvpn: VRF br does not exist; did you mean the word \"brief\"?\n");
+  EXPECT_EQ(refused({"show", "vrf", "inv"}),
+            "mplsvpn: VRF inv does not exist; did you mean the word \"invalid\"?\n");
+  EXPECT_EQ(refused({"show", "vrf", "ipv", "detail"}),
+            "mplsvpn: VRF ipv does not exist; did you mean the word \"ipv4\" or \"ipv6\"?\n");
+  EXPECT_EQ(refused({"show", "vrf", "breif"}),
+            "mplsvpn: VRF breif does not exist; did you mean the word \"brief\"?\n");
+  EXPECT_EQ(refused({"show", "vrf", "--name", "br"}), "mplsvpn: VRF br does not exist\n");
+}
+
 TEST_F(ShowVrf, InvalidVrfIsNotReportedAsUnknown) {
   fake.invalid["orange"] = {"ge6"};
   EXPECT_EQ(Ask({"show", "vrf", "orange"}), kExitFailed);

@@ -5,6 +5,8 @@
 #include "cli/commands.h"
 #include "cli/output/address.h"
 #include "cli/output/table.h"
+#include "cli/show/interface_states.h"
+#include "cli/system/program.h"
 #include "mpls/vpn/mib/src/records/mib_constants.h"
 #include "platform/core/text/words.h"
 #include "platform/store/tree/kvtree.h"
@@ -84,20 +86,55 @@ bool are_routes_counted(const Session& session, kvtree::Client& client) {
   return status != kStatusNoRouteModule;
 }
 
-namespace {
-
 // Of the first VRFs; the whole list may be long. The failure to be reported is that of the name.
-std::string similar_vrf(kvtree::Client& client, const std::string& vrf) {
+std::string hint_of_vrf(kvtree::Client& client, const std::string& vrf) {
   const kvtree::ListResult page = client.list(provider_path("vrf-detail"), kKvMaxListItems);
   std::vector<std::string> names;
   for (const kvtree::ListItem& item : page.items) names.push_back(item.key);
   const std::string similar = text::closest(vrf, names);
-  return similar.empty() ? "" : "; did you mean " + printable(similar) + "?";
+  return similar.empty() ? "" : "did you mean " + printable(similar) + "?";
+}
+
+namespace {
+
+constexpr char kOutsideOfVrfs[] = "default";
+
+std::string hint_of_interface(const Session& session, kvtree::Client& client, const std::string& name) {
+  std::string hint;
+  const auto add = [&](const interface_states::InterfaceState& state) {
+    const std::string vrf = text_or_empty(state.vrf);
+    if (vrf == kOutsideOfVrfs) {
+      hint = "it is an interface in no VRF";
+      return;
+    }
+    hint = fmt::format("it is an interface of VRF {} (mplsvpn show interfaces {})", printable(vrf),
+                       printable(shell_word(vrf), Backslashes::kUnchanged));
+  };
+  try {
+    read_interface_state(session, client, name, add);
+  } catch (const Failure&) {  // the one to be reported is that of the name
+  }
+  return hint;
+}
+
+std::string hint_of_words(const std::string& word, const std::vector<std::string>& words) {
+  std::vector<std::string> meant = text::candidates(word, words);
+  for (std::string& each : meant) each = text::quoted(each);
+  return meant.empty() ? "" : fmt::format("did you mean the word {}?", text::alternatives(meant));
+}
+
+std::string hint_of_name(const Session& session, kvtree::Client& client, const std::string& name,
+                         const std::vector<std::string>& words) {
+  std::string hint = hint_of_interface(session, client, name);
+  if (hint.empty()) hint = hint_of_words(name, words);
+  if (hint.empty()) hint = hint_of_vrf(client, name);
+  return hint.empty() ? hint_of_words(text::closest(name, words), words) : hint;
 }
 
 }  // namespace
 
-void require_vrf(const Session& session, kvtree::Client& client, const std::string& vrf) {
+void require_vrf(const Session& session, kvtree::Client& client, const std::string& vrf,
+                 const std::vector<std::string>& words) {
   const std::string path = provider_path("vrf", vrf);
   const Status status = client.get(path).status;
   if (status == kStatusOk) return;
@@ -108,7 +145,8 @@ void require_vrf(const Session& session, kvtree::Client& client, const std::stri
                                    " is invalid: interfaces are bound to it, but it does not exist (mplsvpn "
                                    "show vrf invalid)");
   }
-  throw Failure(kExitFailed, "VRF " + shown + " does not exist" + similar_vrf(client, vrf));
+  throw Failure(kExitFailed, text::continued("VRF " + shown + " does not exist",
+                                             hint_of_name(session, client, vrf, words)));
 }
 
 }  // namespace cli

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "cli/output/json_list.h"
 #include "cli/row_walk.h"
@@ -31,8 +32,11 @@ void walk_rows_of(const Session& session, kvtree::Client& client, const RowTable
 }
 
 // Failure for a VRF that does not exist. An invalid one, to which interfaces are bound, has a message of its
-// own.
-void require_vrf(const Session& session, kvtree::Client& client, const std::string& vrf);
+// own; so have an interface, and an abbreviation of one of the `words` that the user may have meant.
+void require_vrf(const Session& session, kvtree::Client& client, const std::string& vrf,
+                 const std::vector<std::string>& words = {});
+// "did you mean red?" for a VRF that does not exist; empty if no other is similar.
+std::string hint_of_vrf(kvtree::Client& client, const std::string& vrf);
 
 // The same as walk_rows_of, but a named VRF without rows must exist. A VRF that does not exist may have rows,
 // as its route targets may be configured.

@@ -125,7 +125,7 @@ void add_filtered(const Session& session, kvtree::Client& client, const VrfReque
 
 void add_named(const Session& session, kvtree::Client& client, const VrfRequest& request,
                DetailsWriter* details) {
-  require_vrf(session, client, request.name);
+  require_vrf(session, client, request.name, meant_vrf_words(request));
   const auto octets = find_vrf_row(session, client, request.name);
   const auto record = find_show_record(session, client, request.name, request);
   if (octets && record) return details->add(**decode_row(session, *octets), *record);

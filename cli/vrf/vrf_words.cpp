@@ -5,6 +5,7 @@
 
 #include "cli/commands.h"
 #include "cli/words/known_words.h"
+#include "platform/core/text/words.h"
 
 namespace cli {
 
@@ -32,11 +33,10 @@ constexpr std::array kVrfWords = {
 };
 
 Failure usage(const std::string& what) {
-  return {
-      kExitUsage,
-      what +
-          "; usage: mplsvpn show vrf [NAME] [brief|detail] [ipv4|ipv6] [unicast|multicast], or mplsvpn show "
-          "vrf invalid"};
+  constexpr char kUsage[] =
+      "usage: mplsvpn show vrf [NAME] [brief|detail] [ipv4|ipv6] [unicast|multicast], or mplsvpn show vrf "
+      "invalid";
+  return {kExitUsage, text::continued(what, kUsage)};
 }
 
 const Word* find_word(const std::string& text) {
@@ -62,6 +62,13 @@ std::vector<std::string> vrf_words() {
   return words;
 }
 
+std::vector<std::string> meant_vrf_words(const VrfRequest& request) {
+  if (!request.may_be_word) return {};
+  std::vector<std::string> words = vrf_words();
+  words.emplace_back("invalid");
+  return words;
+}
+
 VrfRequest parse_vrf_words(const std::vector<std::string>& words, const std::string& name) {
   VrfRequest request;
   request.name = name;
@@ -73,6 +80,7 @@ VrfRequest parse_vrf_words(const std::vector<std::string>& words, const std::str
     const bool is_name = request.name.empty() && &word == &words[0] && find_word(word) == nullptr;
     if (is_name) {
       request.name = word;
+      request.may_be_word = true;
     } else {
       take_word(word, &request);
     }

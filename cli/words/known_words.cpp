@@ -10,10 +10,8 @@ namespace cli {
 namespace {
 
 std::string unknown_text(const char* kind, const std::string& word, const std::vector<std::string>& known) {
-  const std::string similar = text::closest(word, known);
-  const std::string start = fmt::format("unknown {} {}", kind, text::quoted(printable(word)));
-  if (!similar.empty()) return fmt::format("{}; did you mean {}?", start, text::quoted(similar));
-  return fmt::format("{}; expected {}", start, text::alternatives(known));
+  return fmt::format("unknown {} {}; {}", kind, text::quoted(printable(word)),
+                     text::hint(word, known, "expected " + text::alternatives(known)));
 }
 
 }  // namespace

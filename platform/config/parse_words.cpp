@@ -104,9 +104,11 @@ void WordReader::fail_unknown() const {
   const Texts fixed = texts_of(fixed_words(expected_), &WordType::name);
   const Texts meant = text::candidates(word, fixed);
   if (meant.size() > 1) throw BadWord(text::quoted(word) + " is ambiguous: " + text::alternatives(meant));
-  const std::string similar = text::closest(word, fixed);
-  const std::string hint = similar.empty() ? "" : "did you mean " + text::quoted(similar) + "? ";
-  throw BadWord("unknown word " + text::quoted(word) + "; " + hint + "expected " + expected_names());
+  if (meant.size() == 1)
+    throw BadWord(text::quoted(word) + " abbreviates " + text::quoted(meant[0]) +
+                  "; lines of files have whole words");
+  throw BadWord("unknown word " + text::quoted(word) + "; " +
+                text::hint(word, fixed, "expected " + expected_names()));
 }
 
 void WordReader::require_word() const {

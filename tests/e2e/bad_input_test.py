@@ -59,7 +59,10 @@ class Arguments(unittest.TestCase):
                 self.assertIn("--help", err)
                 if program != "mplsvpn":  # which reports its missing command first
                     self.assertIn(argument, err)
-
+        self.assertEqual(self.answer("mpls_vpn_mib", "--chek")[2], 'mpls_vpn_mib: unexpected argument "--chek"; did you mean "--check"? '
+                         '"mpls_vpn_mib --help" lists the arguments\n')
+        self.assertEqual(self.answer("mpls_vpn_mib", "--help", "me")[2],
+                         'mpls_vpn_mib: unexpected argument "me"; "mpls_vpn_mib --help" lists the arguments\n')
 
     def test_socket_of_the_master_agent_that_is_no_unix_socket_is_refused(self):
         status, _, err = self.answer("mpls_vpn_snmp", "--agentx-socket", "tcp:localhost:705")

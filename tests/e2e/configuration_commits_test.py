@@ -111,6 +111,7 @@ class Commits(SystemTest):
         self.assertEqual(result.stderr, "mplsvpn: warning: VRF typo does not exist; its configuration waits until it is created\n")
         self.assertIn("set vrf typo rd 65000:7 ipv4\n", self.config("show").stdout)
         self.assertEqual(self.config("set", "vrf", "red", "rd", "65000:8").stderr, "")
+        self.assertTrue(self.config("set", "vrf", "redd", "rd", "65000:9").stderr.endswith(" until it is created; did you mean red?\n"))
 
     def test_warnings_of_interfaces_say_how_many_more_there_are(self):
         lines = self.system.folder / "lines"

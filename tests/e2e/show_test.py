@@ -169,6 +169,9 @@ class SmallRouter(unittest.TestCase):
         self.refused(1, "VRF orange is invalid", "show", "routes", "orange")
         self.refused(1, "VRF pink does not exist", "show", "vrf", "pink")
         self.refused(1, "VRF pink does not exist", "show", "route-targets", "pink")
+        self.refused(1, "VRF ge1 does not exist; it is an interface of VRF red (mplsvpn show interfaces red)", "show", "interfaces", "ge1")
+        self.refused(1, "VRF ge0 does not exist; it is an interface in no VRF", "show", "vrf", "ge0")
+        self.refused(1, 'VRF br does not exist; did you mean the word "brief"?', "show", "vrf", "br")
 
     def test_routes_are_those_of_the_file(self):
         for vrf in VRFS:

@@ -79,4 +79,12 @@ TEST(Words, ClosestIsTheWordThatIsMisspelled) {
   EXPECT_EQ(text::closest(std::string(100000, 'a'), words), "");
 }
 
+TEST(Words, MessagesEndWithOneHint) {
+  EXPECT_EQ(text::hint("shwo", {"show", "get"}, "expected show or get"), "did you mean \"show\"?");
+  EXPECT_EQ(text::hint("nonsense", {"show", "get"}, "expected show or get"), "expected show or get");
+  EXPECT_EQ(text::continued("a question?", "more"), "a question? more");
+  EXPECT_EQ(text::continued("a statement", "more"), "a statement; more");
+  EXPECT_EQ(text::continued("a statement", ""), "a statement");
+}
+
 }  // namespace

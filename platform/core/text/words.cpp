@@ -77,4 +77,13 @@ std::string closest(std::string_view word, const std::vector<std::string>& words
   return found;
 }
 
+std::string hint(std::string_view word, const std::vector<std::string>& known, const std::string& otherwise) {
+  const std::string similar = closest(word, known);
+  return similar.empty() ? otherwise : "did you mean " + quoted(similar) + "?";
+}
+
+std::string continued(const std::string& message, const std::string& more) {
+  return more.empty() ? message : message + (message.ends_with('?') ? " " : "; ") + more;
+}
+
 }  // namespace text

@@ -26,4 +26,11 @@ std::vector<std::string> candidates(const std::string& word, const std::vector<s
 // exchanged letters count as one. Empty when there is none.
 std::string closest(std::string_view word, const std::vector<std::string>& words);
 
+// What a message says of an unknown word: the closest of the known ones, as `did you mean "vrf"?`, or else
+// `otherwise`.
+std::string hint(std::string_view word, const std::vector<std::string>& known, const std::string& otherwise);
+
+// A message with what follows it, after "; ", or after the blank that follows a question mark.
+std::string continued(const std::string& message, const std::string& more);
+
 }  // namespace text

@@ -29,10 +29,8 @@ std::string unknown_command(const std::string& name) {
   const std::vector<std::string> words = command_words();
   const std::vector<std::string> meant = text::candidates(name, words);
   if (meant.size() > 1) return text::quoted(name) + " is ambiguous: " + text::alternatives(meant);
-  const std::string similar = text::closest(name, words);
-  return "unknown command " + text::quoted(name) + "; " +
-         (similar.empty() ? "" : "did you mean " + text::quoted(similar) + "? ") +
-         "\"router help\" lists the commands";
+  return text::continued("unknown command " + text::quoted(name),
+                         text::hint(name, words, "\"router help\" lists the commands"));
 }
 
 std::string usage(const RouterCommand& command) {
