@@ -119,6 +119,9 @@ TEST_F(Completion, DestinationsOfTheVrfByTheirBeginning) {
   EXPECT_THAT(Offered({"show", "routes", "red", "2001:db8::"}), ElementsAre("2001:db8::/32"));
   EXPECT_THAT(Offered({"explain", "red", "2"}), ElementsAre("2001:db8::/32"));
   EXPECT_EQ(Offered({"explain", "red", ""}).size(), 6U);
+  EXPECT_THAT(Offered({"explain", "red", "0"}), ElementsAre("0.0.0.0/0"));
+  add("red", "00000000000000000000000000000000", 0);
+  EXPECT_THAT(Offered({"explain", "red", ":"}), ElementsAre("::/0"));
   EXPECT_THAT(Offered({"explain", "red", "x"}), IsEmpty());
   EXPECT_THAT(Offered({"explain", "red", "10.2.0.0/16", ""}), IsEmpty());
   EXPECT_THAT(Offered({"explain", "green", "1"}), IsEmpty());

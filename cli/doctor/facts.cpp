@@ -13,6 +13,7 @@ namespace cli::doctor {
 namespace {
 
 constexpr std::string_view kFileSource = "file";
+constexpr std::string_view kKernelSource = "kernel";
 
 using NamesByIndex = std::map<std::uint32_t, std::vector<std::string>>;
 
@@ -75,6 +76,13 @@ const SuiteConfiguration& Facts::suite_configuration() {
 std::span<const process_status::SourceStatus> sources_of(const Facts::Status& status) {
   return {static_cast<const process_status::SourceStatus*>(status->sources.elements),
           static_cast<std::size_t>(status->sources.count)};
+}
+
+bool has_suite(const Facts::Status& status) {
+  return std::ranges::any_of(sources_of(status), [](const auto& source) {
+    const std::string name = text_or_empty(source.name);
+    return name != kKernelSource && name != kFileSource;
+  });
 }
 
 }  // namespace cli::doctor

@@ -83,5 +83,7 @@ class Facts {
 
 // The sources of that state by name; null for one that it does not have.
 std::span<const process_status::SourceStatus> sources_of(const Facts::Status& status);
+// Whether a routing suite is one of them.
+bool has_suite(const Facts::Status& status);
 
 }  // namespace cli::doctor

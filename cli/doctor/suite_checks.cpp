@@ -26,12 +26,8 @@ namespace {
 constexpr unsigned kFirstWithMgmtd = 10;
 
 bool is_expected(Facts& facts) {
-  const auto is_of_suite = [](const auto& source) {
-    const std::string name = text_or_empty(source.name);
-    return name != "kernel" && name != "file";
-  };
   try {
-    return std::ranges::any_of(sources_of(facts.status()), is_of_suite);
+    return has_suite(facts.status());
   } catch (const Failure&) {
     return false;
   }

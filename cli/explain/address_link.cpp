@@ -7,6 +7,7 @@
 #include "cli/doctor/check.h"
 #include "cli/explain/evidence.h"
 #include "cli/explain/kernel_routes.h"
+#include "cli/system/program.h"
 
 namespace cli::explain {
 
@@ -47,7 +48,8 @@ LongestMatch match_of_kernel(Evidence& evidence) {
   } catch (const doctor::NotPossible&) {
   }
   try {
-    if (!evidence.mib_routes().empty()) match.prefix = evidence.mib_routes().front().prefix;
+    const auto& rows = evidence.mib_routes();
+    if (!rows.empty()) return {rows.front().prefix, rows.front().discards};
   } catch (const Failure& failure) {
     match.unread = failure.what();
   } catch (const doctor::NotPossible& reason) {
@@ -94,6 +96,23 @@ std::string text_of(const LongestMatch& match) {
   return match.discards == nullptr ? prefix : fmt::format("{}, which {}", prefix, match.discards);
 }
 
+// The links after this one look at what a suite has; without one nothing else says why there is no route.
+bool has_no_suite(Evidence& evidence) {
+  try {
+    return !doctor::has_suite(evidence.facts.status());
+  } catch (const Failure&) {
+    return false;
+  }
+}
+
+Judgement judge_absence(Evidence& evidence, const std::string& address, const LongestMatch& match) {
+  const std::string text = fmt::format("the VRF has {} for {}", text_of(match), address);
+  if (!has_no_suite(evidence)) return not_checked(text);
+  const std::string& vrf = evidence.request.vrf;
+  return broken(text, fmt::format("add a route to {} in VRF {}; mplsvpn show routes {} lists its routes",
+                                  address, vrf, shell_word(vrf)));
+}
+
 }  // namespace
 
 Judgement judge_address(Evidence& evidence) {
@@ -108,7 +127,7 @@ Judgement judge_address(Evidence& evidence) {
   evidence.narrow_to(match.is_absence() ? evidence.prefix() : *match.prefix);
   if (!match.prefix && !match.unread.empty())
     return not_checked(fmt::format("the routes of the VRF are not known: {}", match.unread));
-  if (match.is_absence()) return not_checked(fmt::format("the VRF has {} for {}", text_of(match), address));
+  if (match.is_absence()) return judge_absence(evidence, address, match);
   return ok(fmt::format("the longest route to {} is that of {}", address, text_of(match)));
 }
 

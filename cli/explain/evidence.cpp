@@ -43,14 +43,21 @@ inet::Prefix prefix_of(const mpls_vpn_mib_route& row) {
   return prefix;
 }
 
+// Of the type of a row.
+const char* discarding_row(std::int32_t type) {
+  const std::string name = name_of(mib::kRouteType, type);
+  if (name == "blackhole") return "drops packets (blackhole)";
+  return name == "reject" ? "rejects packets (reject)" : nullptr;
+}
+
 std::vector<MibRoute> read_mib_routes(const Session& session, const std::string& vrf, const Prefix& prefix) {
   const auto client = connect_to_daemon(session);
   std::vector<MibRoute> routes;
   const auto add = [&routes](const mpls_vpn_mib_route& row) {
     const auto octets = octets_of(row.nextHop);
     const bool has_hop = std::ranges::any_of(octets, [](std::uint8_t octet) { return octet != 0; });
-    routes.push_back(
-        {prefix_of(row), has_hop ? address_text(octets) : "", name_of(mib::kRouteProtocol, row.proto)});
+    routes.push_back({prefix_of(row), has_hop ? address_text(octets) : "",
+                      name_of(mib::kRouteProtocol, row.proto), discarding_row(row.type)});
   };
   find_routes(session, *client, vrf, prefix, {add});
   return routes;

@@ -27,6 +27,7 @@ struct MibRoute {
   inet::Prefix prefix{};
   std::string next_hop{};  // empty: none
   std::string protocol{};
+  const char* discards = nullptr;  // how; null: it does not
 };
 
 // Where the route of the prefix is, by the suite's tables. kVpn: at least one VPN route may be imported;

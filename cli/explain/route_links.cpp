@@ -290,10 +290,11 @@ Judgement judge_row(Evidence& evidence) {
     return broken(
         fmt::format("the MIB has no row for {}", evidence.prefix_name()),
         fmt::format("mplsvpn show routes {}; mplsvpn show status", shell_word(evidence.request.vrf)));
-  const std::string next_hop = rows.front().next_hop.empty() ? "none" : rows.front().next_hop;
-  return ok(fmt::format("{} in the MIB: next hop {}, protocol {}",
-                        rows.size() == 1 ? "a row" : std::to_string(rows.size()) + " rows", next_hop,
-                        rows.front().protocol));
+  const MibRoute& first = rows.front();
+  const std::string next_hop = "next hop " + (first.next_hop.empty() ? "none" : first.next_hop);
+  return ok(fmt::format("{} in the MIB: {}, protocol {}",
+                        rows.size() == 1 ? "a row" : std::to_string(rows.size()) + " rows",
+                        first.discards == nullptr ? next_hop : first.discards, first.protocol));
 }
 
 }  // namespace cli::explain

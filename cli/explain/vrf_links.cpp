@@ -134,8 +134,10 @@ Judgement judge_rd(Evidence& evidence) {
     if (!each.rd.empty()) rds.insert(each.rd);
   }
   const std::string of_mib = vrf->rd.empty() ? "none" : vrf->rd;
-  if (!rds.empty())
-    return ok(list_of(rds) + (rds.contains(vrf->rd) ? "" : fmt::format("; the MIB differs: {}", of_mib)));
+  // Their notations may differ: "bgp as-format" is that of the MIB.
+  const auto is_of_mib = [&](const std::string& rd) { return plain_target(rd) == plain_target(vrf->rd); };
+  const bool is_same = std::ranges::any_of(rds, is_of_mib);
+  if (!rds.empty()) return ok(list_of(rds) + (is_same ? "" : fmt::format("; the MIB differs: {}", of_mib)));
   if (!vrf->rd.empty()) return ok(vrf->rd);
   if (evidence.own_targets(false).empty()) return not_checked("the VRF exports nothing and has no RD");
   return broken("the VRF has export targets and no route distinguisher: its routes are not announced",

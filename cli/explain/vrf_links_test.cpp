@@ -21,6 +21,12 @@ TEST_F(ExplainVrf, DistinguisherOfTheSuiteIsThereBeforeTheMibHasIt) {
   EXPECT_EQ(rd.text, "65000:10; the MIB differs: none");
 }
 
+TEST_F(ExplainVrf, DistinguisherOfTheMibMayHaveAnotherNotation) {
+  fake.vrfs["red"].rd = "64086.59904:30";
+  Configure("  rd vpn export 4200000000:30\n");
+  EXPECT_EQ(Explain()["rd"].text, "4200000000:30");
+}
+
 TEST_F(ExplainVrf, LinksOfAVrfThatDoesNotExistSaySo) {
   fake.vrfs.clear();
   Configure("");

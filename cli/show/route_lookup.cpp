@@ -89,6 +89,8 @@ void add_destinations(const Session& session, kvtree::Client& client, const Want
     if (text.starts_with(wanted.beginning) && !is_known) found->push_back(text);
     return --left > 0 && found->size() < wanted.most;
   };
+  // The walk begins after its start, which is the key of a default route without next hop.
+  find_route_without_next_hop(session, client, wanted.vrf, start, {take});
   RowWalk<mpls_vpn_mib_route>(session, client, kRouteTable, take)
       .run(prefix_path("route-next", wanted.vrf, start));
 }

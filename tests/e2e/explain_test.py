@@ -46,12 +46,23 @@ class Explain(SharedSystemTest):
         self.assertEqual(self.explain("red", ABSENT)[0], "row")
 
     def test_address_is_explained_by_its_longest_route(self):
-        for address in ("10.11.1.2", "10.99.0.1"):
-            prefix, = {row["prefix"] for row in self.system.cli_json("show", "routes", "red", address)}
-            broken, states, texts = self.explain("red", address, prefix=prefix)
+        for vrf, address in ("red", "10.11.1.2"), ("blue", "2001:db8:99::1"):
+            prefix, = {row["prefix"] for row in self.system.cli_json("show", "routes", vrf, address)}
+            broken, states, texts = self.explain(vrf, address, prefix=prefix)
             self.assertEqual((broken, states["address"], states["row"]), (None, "ok", "ok"))
             self.assertTrue(texts["address"].endswith(f" is that of {prefix}"), texts)
-        self.assertEqual(self.explain("blue", "10.99.0.1", prefix="10.99.0.1/32")[0], "row")
+
+    def test_address_to_which_no_route_leads_is_the_broken_link(self):
+        row, = self.system.cli_json("show", "routes", "red", "10.99.0.1")
+        self.assertEqual((row["prefix"], row["typeName"]), ("0.0.0.0/0", "blackhole"))
+        broken, _, texts = self.explain("red", "10.99.0.1", prefix="10.99.0.1/32")
+        self.assertEqual((broken, texts["address"]),
+                         ("address", "the VRF has 0.0.0.0/0, which drops packets (blackhole) for 10.99.0.1"))
+        broken, _, texts = self.explain("blue", "10.99.0.1", prefix="10.99.0.1/32")
+        self.assertEqual((broken, texts["address"]), ("address", "the VRF has no route for 10.99.0.1"))
+        self.assertTrue(self.system.cli("explain", "blue", "10.99.0.1").stdout.endswith(
+            "\nFirst broken link: address\nfix: add a route to 10.99.0.1 in VRF blue; mplsvpn show routes blue lists its routes\n"))
+        self.assertIn("drops packets (blackhole), protocol ", self.explain("red", "0.0.0.0/0")[2]["row"])
 
     def test_route_that_is_removed_is_the_broken_link(self):
         self.system.cli("router", "add-route", "red", "10.77.0.0/16", "via", "10.10.1.2", check=True)
