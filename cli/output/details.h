@@ -18,13 +18,13 @@ class Details {
 
   void line(const char* label, const std::string& text) { lines(label, {text}); }
   // Below each other, the label on the first; "-" for none. Texts that are wider than the terminal are broken
-  // at their blanks.
+  // at their blanks, and begin below the label if there is too little room beside it.
   void lines(const char* label, const Lines& texts);
   // Words fill lines.
   void words(const char* label, const Lines& words);
 
  private:
-  std::size_t room() const;  // for texts
+  std::size_t room(std::size_t column) const;  // of the terminal from this column on
 
   std::ostream& out_;
   const std::size_t indent_;

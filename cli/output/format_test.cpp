@@ -12,6 +12,7 @@
 #include "cli/output/row_writer.h"
 #include "cli/output/table.h"
 #include "cli/output/times.h"
+#include "cli/output/wrap.h"
 #include "platform/core/base/clock.h"
 
 namespace cli {
@@ -205,6 +206,31 @@ TEST(Details, TextsAreBrokenAtTheWidthOfTheTerminal) {
             "  reason    the first words, and\n            the others below them\n"
             "  words     12345 12345 12345\n            12345 12345 12345\n"
             "  path      /a/path/that/is/longer/than/the/terminal\n");
+}
+
+TEST(Details, TextsWithoutRoomBesideTheirLabelAreBelowIt) {
+  std::ostringstream out;
+  Details details(out, 2, 12, 26);
+  details.line("state", "up");
+  details.line("reason", "the first words, and the others");
+  details.words("words", Lines(6, "12345"));
+  EXPECT_EQ(out.str(),
+            "  state     up\n"
+            "  reason\n"
+            "    the first words, and\n"
+            "    the others\n"
+            "  words\n"
+            "    12345 12345 12345\n"
+            "    12345 12345 12345\n");
+}
+
+TEST(Details, CharactersOfAnyScriptTakeOneColumn) {
+  std::ostringstream out;
+  Details(out, 2, 12, 34).line("text", "однадвіт рич отири пять шість");
+  EXPECT_EQ(out.str(),
+            "  text      однадвіт рич отири\n"
+            "            пять шість\n");
+  EXPECT_EQ(wrapped("одна два три\nx  чотири пять", 8), "одна два\nтри\nx  чотири\n   пять\n");
 }
 
 TEST(JsonList, ItemsAreOneALine) {

@@ -20,12 +20,6 @@ constexpr std::string_view kCut = "...";
 constexpr std::size_t kLeastWidth = 6;  // of a column that is cut
 constexpr std::size_t kGap = 2;         // between columns
 
-// In characters. Printable texts are UTF-8.
-std::size_t width_of(std::string_view text) {
-  return static_cast<std::size_t>(
-      std::count_if(text.begin(), text.end(), [](char octet) { return (octet & 0xC0) != 0x80; }));
-}
-
 // The beginning of a text that is wider than `width`.
 std::string cut(std::string_view text, std::size_t width) {
   const std::string_view mark = kCut.substr(0, width);
@@ -59,7 +53,7 @@ void Table::add(const std::vector<std::string>& cells) {
   std::vector<std::string>& row = rows_.emplace_back();
   for (std::size_t at = 0; at < columns_.size(); ++at) {
     row.push_back(printable(cells.at(at), columns_[at].backslashes));
-    if (!has_titles_) widths_[at] = std::max(widths_[at], width_of(row[at]));
+    if (!has_titles_) widths_[at] = std::max(widths_[at], columns_of(row[at]));
   }
 }
 
@@ -105,7 +99,7 @@ void Table::print_waiting() {
 
 std::string Table::cell(std::size_t at, const std::string& text, bool is_title, std::size_t* room) const {
   const bool is_last = at + 1 == columns_.size();
-  const std::size_t width = width_of(text);
+  const std::size_t width = columns_of(text);
   const std::size_t wanted = std::max(is_last && !columns_[at].is_number ? 0 : widths_[at], width);
   const std::size_t shown = std::min(wanted, *room);
   *room -= shown;

@@ -71,6 +71,10 @@ class Terminal(SharedSystemTest):
         details = self.shown("show", "vrf", "red", "detail", columns=60).splitlines()
         self.assertIn("  description         word word word word word word word", details)
         self.assertTrue(all(len(line) <= 60 for line in details), details)
+        for words in ("show", "status"), ("show", "scalars"), ("show", "vrf", "red", "detail"):
+            shown = self.shown(*words, columns=36, NO_COLOR="1").splitlines()
+            wide = [line for line in shown if len(line) > 36 and " " in line.strip()]
+            self.assertEqual(wide, [], words)
         checks = self.shown("doctor", columns=60, statuses=(0, 1, 2)).splitlines()
         title, = (number for number, line in enumerate(checks) if "snmp-front-end" in line)
         self.assertRegex(checks[title + 1], "^ {39}[a-z]", "the rest of a title is below it")
