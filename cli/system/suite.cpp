@@ -13,6 +13,7 @@
 #include "cli/session.h"
 #include "cli/system/json_objects.h"
 #include "cli/system/program.h"
+#include "sources/frr/shell/folders.h"
 
 namespace cli {
 
@@ -34,10 +35,6 @@ bool listens(const std::string& path) {
       errno == EAGAIN;
   close(descriptor);
   return is_served;
-}
-
-std::string with_path_space(const std::string& folder, const std::string& path_space) {
-  return path_space.empty() ? folder : folder + "/" + path_space;
 }
 
 }  // namespace
@@ -104,19 +101,12 @@ bool Suite::runs(const std::string& program) const {
   }
 }
 
-std::string Suite::option(const char* name) const {
-  const auto found = std::ranges::find(shell_, name);
-  return found == shell_.end() || found + 1 == shell_.end() ? "" : *(found + 1);
-}
-
 std::string Suite::socket_folder() const {
-  const std::string folder = option("--vty_socket");
-  return with_path_space(folder.empty() ? "/var/run/frr" : folder, option("-N"));
+  return frr::socket_folder(shell_);
 }
 
 std::string Suite::configuration_folder() const {
-  const std::string folder = option("--config_dir");
-  return with_path_space(folder.empty() ? "/etc/frr" : folder, option("-N"));
+  return frr::configuration_folder(shell_);
 }
 
 std::string Suite::words() const {

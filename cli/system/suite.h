@@ -49,7 +49,6 @@ class Suite {
  private:
   // Those that the shell reaches: "zebra", "bgpd".
   std::set<std::string> programs() const;
-  std::string option(const char* name) const;
 
   std::vector<std::string> shell_;
   std::chrono::milliseconds patience_;

@@ -35,6 +35,7 @@
 #include "platform/router/model/router.h"
 #include "sources/frr/config_nodes.h"
 #include "sources/frr/conversation.h"
+#include "sources/frr/shell/folders.h"
 #include "sources/frr/sockets.h"
 #include "sources/source.h"
 

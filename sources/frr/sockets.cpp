@@ -9,7 +9,6 @@
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
-#include <optional>
 
 namespace {
 
@@ -28,17 +27,6 @@ std::string group_of(const std::string& socket, const std::string& folder) {
   return owner == nullptr ? std::to_string(found.st_gid) : owner->gr_name;
 }
 
-// Of "--name VALUE", "--name=VALUE", "-N VALUE" and "-NVALUE"; `next` is the word after this one.
-std::optional<std::string> value_of(std::string_view name, std::string_view letter, std::string_view word,
-                                    const std::string& next) {
-  if (word == name || (!letter.empty() && word == letter)) return next;
-  if (word.starts_with(name) && word.substr(name.size()).starts_with('=')) {
-    return std::string(word.substr(name.size() + 1));
-  }
-  if (!letter.empty() && word.starts_with(letter)) return std::string(word.substr(letter.size()));
-  return std::nullopt;
-}
-
 // The programs may have another name for the folder than the shell: 10.3 binds below /run, which is /var/run.
 bool is_same_folder(const std::filesystem::path& left, const std::filesystem::path& right) {
   std::error_code error;
@@ -48,17 +36,6 @@ bool is_same_folder(const std::filesystem::path& left, const std::filesystem::pa
 }  // namespace
 
 namespace frr {
-
-std::string socket_folder(const std::vector<std::string>& shell, const std::string& folder) {
-  std::string base = folder;
-  std::string path_space;
-  for (std::size_t i = 0; i < shell.size(); ++i) {
-    const std::string next = i + 1 < shell.size() ? shell[i + 1] : "";
-    if (const auto name = value_of("--pathspace", "-N", shell[i], next)) path_space = "/" + *name;
-    if (const auto place = value_of("--vty_socket", "", shell[i], next)) base = *place;
-  }
-  return base + path_space;
-}
 
 std::string missing_permission(const std::string& folder, std::string_view program, std::string_view reason) {
   if (reason.find(kNameless) != std::string_view::npos) {

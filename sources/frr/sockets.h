@@ -4,15 +4,8 @@
 
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace frr {
-
-inline constexpr char kSocketFolder[] = "/var/run/frr";
-
-// Where the shell of these words looks for the programs' sockets: below `folder` for the path space that -N
-// names, or where --vty_socket says.
-std::string socket_folder(const std::vector<std::string>& shell, const std::string& folder = kSocketFolder);
 
 // What the user lacks, and how to add it, when the shell ended for this reason. Empty if it lacks nothing, or
 // if the program has no socket. Asks the name service only for the text.

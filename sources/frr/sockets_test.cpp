@@ -12,6 +12,7 @@
 
 #include "platform/core/evm/test_run_directory.h"
 #include "sources/frr/fake_suite_test_support.h"
+#include "sources/frr/shell/folders.h"
 
 namespace {
 
@@ -82,6 +83,8 @@ TEST(SuiteSockets, AreWhereTheShellLooksForThem) {
     EXPECT_EQ(frr::socket_folder(shell), "/run/x/pe1") << words[0];
   }
   EXPECT_EQ(frr::socket_folder({"/usr/bin/vtysh", "--vty_socket=/run/x"}), "/run/x");
+  EXPECT_EQ(frr::configuration_folder({"/usr/bin/vtysh", "-Npe1"}), "/etc/frr/pe1");
+  EXPECT_EQ(frr::configuration_folder({"/usr/bin/vtysh", "--config_dir=/etc/x"}), "/etc/x");
 }
 
 TEST(SuiteSockets, ProgramThatDoesNotListenDoesNotRunIfOthersListen) {
