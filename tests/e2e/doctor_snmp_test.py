@@ -130,6 +130,10 @@ class Snmp(DoctorTest):
         self.assert_found(system, "snmp-front-end", "warning", "but it is not connected to the daemon for ")
         self.assertRegex(self.diagnose(system, "snmp-front-end")[1], r"^the sub-agent runs \(process \d+\), .* for \d+ s; 0 traps wait$")
         self.assertEqual(self.fixes(system, "snmp-front-end"), ["wait 10 s and run mplsvpn doctor again"])
+        agentx, system.agentx = system.agentx, system.folder / "absent"
+        self.assert_found(system, "snmp-front-end", "error", "it cannot connect to snmpd, see agentx-socket")
+        self.assertEqual(self.fixes(system, "snmp-front-end"), self.fixes(system, "agentx-socket"))
+        system.agentx = agentx
         self.becomes("an error", lambda: self.diagnose(system, "snmp-front-end")[0], "error")
         self.assertEqual(self.fixes(system, "snmp-front-end"), ["journalctl -u mpls_vpn_snmp; systemctl restart mpls_vpn_snmp"])
         agent.send_signal(signal.SIGCONT)

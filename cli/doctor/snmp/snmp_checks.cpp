@@ -86,6 +86,8 @@ Finding judge_running(Facts& facts, const std::string& process) {
       "the sub-agent runs (process {}), but it is not connected to the daemon for {} s; {} traps wait",
       process, status->traps_alone_for, status->traps_waiting);
   if (!runs("snmpd")) return {Level::kError, text + "; it waits for snmpd", "systemctl start snmpd"};
+  if (const Findings socket = check_agentx_socket(facts); !socket.empty())
+    return {Level::kError, text + "; it cannot connect to snmpd, see agentx-socket", socket.front().fix};
   if (status->traps_alone_for < kReconnection)
     return {Level::kWarning, text, fmt::format("wait {} s and run mplsvpn doctor again", kReconnection)};
   return {Level::kError, text, "journalctl -u mpls_vpn_snmp; systemctl restart mpls_vpn_snmp"};
