@@ -164,6 +164,10 @@ const doctor::Vrf* Evidence::device() {
   return found == facts.vrfs().end() ? nullptr : &*found;
 }
 
+bool Evidence::is_configured() {
+  return configuration().vrfs.contains(request.vrf);
+}
+
 const std::vector<BgpPath>& Evidence::vpn_paths() {
   require_bgp();
   return of_route_.vpn_paths.get([this] {

@@ -57,6 +57,8 @@ class Evidence {
   const std::vector<Target>& mib_targets();
   // The VRF's device; null if the kernel has none.
   const doctor::Vrf* device();
+  // The suite's configuration names the VRF.
+  bool is_configured();
 
   // Of the prefix.
   const std::vector<BgpPath>& vpn_paths();  // those of the VRF itself excluded

@@ -1,4 +1,5 @@
-// The next hop precedes the best path: BGP selects no path whose next hop the core does not reach.
+// The device precedes the VRF: a daemon that reads the kernel has the VRFs of its devices. The next hop
+// precedes the best path: BGP selects no path whose next hop the core does not reach.
 #include "cli/explain/address_link.h"
 #include "cli/explain/chain.h"
 #include "cli/explain/route_links.h"
@@ -9,8 +10,8 @@ namespace cli::explain {
 namespace {
 
 constexpr Link kLinks[] = {
-    {"vrf", Subject::kBoth, false, judge_vrf},
     {"device", Subject::kBoth, false, judge_device},
+    {"vrf", Subject::kBoth, false, judge_vrf},
     {"address", Subject::kAddress, false, judge_address},
     {"rd", Subject::kVrf, false, judge_rd},
     {"sessions", Subject::kVrf, false, judge_sessions},

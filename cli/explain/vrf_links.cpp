@@ -93,6 +93,20 @@ std::vector<doctor::SuiteFamily> families_or_none(Evidence& evidence) {
   return {};
 }
 
+// Of a daemon that reads the kernel: one that cannot be asked may read a router file.
+Judgement without_device(Evidence& evidence) {
+  const std::string& name = evidence.request.vrf;
+  const std::string text = fmt::format("the kernel has no VRF device {}", name);
+  if (evidence.vrf() != nullptr) return broken(text, create_device(name));
+  try {
+    if (!evidence.is_configured()) return not_checked(kNoVrf);
+  } catch (const Failure& failure) {
+    return not_checked(
+        fmt::format("{}; whether the suite configures it is unknown: {}", text, failure.what()));
+  }
+  return broken(text + ", which the suite configures", create_device(name));
+}
+
 std::string export_command(const std::set<std::string>& targets) {
   return fmt::format("on the router that has the routes: rt vpn export {}, export vpn", list_of(targets));
 }
@@ -113,8 +127,7 @@ Judgement judge_vrf(Evidence& evidence) {
 Judgement judge_device(Evidence& evidence) {
   const doctor::Vrf* const device = evidence.device();
   const std::string& name = evidence.request.vrf;
-  if (device == nullptr)
-    return broken(fmt::format("the kernel has no VRF device {}", name), create_device(name));
+  if (device == nullptr) return without_device(evidence);
   if (!device->is_enabled)
     return broken(fmt::format("the device {} is down", name),
                   fmt::format("ip link set dev {} up", shell_word(name)));

@@ -35,6 +35,39 @@ TEST_F(ExplainVrf, LinksOfAVrfThatDoesNotExistSaySo) {
     EXPECT_EQ(judged[link].text, "there is no such VRF") << link;
 }
 
+TEST_F(ExplainVrf, DeviceThatTheSuiteConfiguresIsTheCauseOfAnAbsentVrf) {
+  fake.vrfs.clear();
+  links_.clear();
+  const Judgement device = Explain()["device"];
+  EXPECT_EQ(device.text, "the kernel has no VRF device red, which the suite configures");
+  EXPECT_EQ(device.fix, "ip link add red type vrf table NUMBER; ip link set dev red up");
+  EXPECT_EQ(BrokenAndUnknown(), std::pair(std::string("device"), std::string()));
+}
+
+TEST_F(ExplainVrf, VrfThatNothingKnowsNeedsNoDevice) {
+  fake.vrfs.clear();
+  links_.clear();
+  Answer("show running-config", "router bgp 65000\nexit\n");
+  EXPECT_EQ(Explain()["device"].text, "there is no such VRF");
+  EXPECT_EQ(BrokenAndUnknown(), std::pair(std::string("vrf"), std::string()));
+}
+
+TEST_F(ExplainVrf, AbsentDeviceIsNotCheckedIfTheSuiteIsSilent) {
+  fake.vrfs.clear();
+  links_.clear();
+  std::filesystem::remove(Shell());
+  const Judgement device = Explain()["device"];
+  EXPECT_EQ(device.state, State::kNotChecked);
+  EXPECT_THAT(device.text, HasSubstr("no VRF device red; whether the suite configures it is unknown: "));
+}
+
+TEST_F(ExplainVrf, AbsentDeviceIsNotBrokenWithoutADaemonThatReadsTheKernel) {
+  links_.clear();
+  socket_ = "nothing";
+  EXPECT_EQ(Explain()["device"].state, State::kNotChecked);
+  EXPECT_EQ(BrokenAndUnknown(), std::pair(std::string(), std::string("device")));
+}
+
 TEST_F(ExplainVrf, FamilyThatExportsWithoutADistinguisherIsBroken) {
   Configure("  no rd\n export vpn\n exit-address-family\n address-family ipv6 unicast\n  export vpn\n");
   const Judgement rd = Explain()["rd"];

@@ -36,6 +36,12 @@ class Explain(SharedSystemTest):
         self.assertEqual(address["state"], "notChecked")
         self.assertIn("the routes of the VRF are not known: ", address["text"])
 
+    def test_device_is_not_missing_without_a_daemon_that_reads_the_kernel(self):
+        with System() as alone:
+            shown = alone.cli("explain", "nosuch-vrf")
+        self.assertNotIn("\nbroken", "\n" + shown.stdout)
+        self.assertIn("No link is known to be broken: device could not be looked at (", shown.stdout)
+
     def test_row_of_the_daemon_decides(self):
         broken, states, texts = self.explain("red", PREFIX)
         self.assertIsNone(broken)

@@ -322,6 +322,14 @@ exec cat {answer}
     def test_5_unknown_vrf(self):
         self.assert_broken("vrf", "the daemon has no VRF nosuch", "nosuch")
 
+    def test_5_vrf_of_the_suite_without_device(self):
+        self.suite.configure("router bgp 65000 vrf orange", "exit")
+        fix = self.assert_broken("device", "the kernel has no VRF device orange, which the suite configures", "orange")
+        run("sh", "-c", fix.replace("NUMBER", "40"))
+        self.becomes("orange", lambda: self.explain("orange")[1]["device"]["text"], "the device orange is up, with table 40")
+        self.suite.configure("no router bgp 65000 vrf orange")
+        run("ip", "link", "del", "orange")
+
     # --- parts of the system that are absent ---
 
     def test_7_suite_that_is_absent(self):
