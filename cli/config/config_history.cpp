@@ -74,6 +74,9 @@ std::string time_of(const KvConfigCommit& commit) {
 Json seconds_of(const KvConfigCommit& commit) {
   return commit.time / kNanosecondsPerSecond;
 }
+Json time_json(const KvConfigCommit& commit) {
+  return local_time_json(commit.time / kNanosecondsPerSecond);
+}
 
 std::string user_text(const KvConfigCommit& commit) {
   return commit.user.empty() ? "-" : commit.user;
@@ -82,6 +85,7 @@ std::string user_text(const KvConfigCommit& commit) {
 constexpr Column<KvConfigCommit> kCommitColumns[] = {
     {"id", [](const KvConfigCommit& commit) { return commit_json(commit.id); }, number("COMMIT")},
     {"time", seconds_of, {"TIME"}, time_of},
+    {"timeText", time_json},
     {"owner", member_json<&KvConfigCommit::owner>, {"OWNER"}},
     {"user", [](const KvConfigCommit& commit) { return user_json(commit.user); }, escaped("USER"), user_text},
     {"changes", member_json<&KvConfigCommit::changes>, number("CHANGES")},

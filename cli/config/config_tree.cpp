@@ -179,19 +179,20 @@ std::string deadline_text(std::uint64_t deadline) {
   return local_time_text(static_cast<std::uint32_t>(deadline / kNanosecondsPerSecond));
 }
 
-// Its deadline in seconds; null if it does not wait for a confirmation.
-Json deadline_json(const KvConfigConfirmation& waiting, const std::string& id) {
-  if (id.empty() || waiting.id != id) return nullptr;
-  return waiting.deadline / kNanosecondsPerSecond;
+// Null if it does not wait for a confirmation.
+Json commit_result_json(const kvtree::CommitResult& made, const KvConfigConfirmation& waiting) {
+  const bool is_waiting = !made.id.empty() && waiting.id == made.id;
+  const std::uint64_t deadline = is_waiting ? waiting.deadline / kNanosecondsPerSecond : 0;
+  return {{"commit", commit_json(made.id)},
+          {"user", user_json(made.user)},
+          {"confirmBefore", is_waiting ? Json(deadline) : Json(nullptr)},
+          {"confirmBeforeText", local_time_json(deadline)}};
 }
 
 void print_commit(const Session& session, const kvtree::CommitResult& made,
                   const KvConfigConfirmation& waiting) {
   if (session.json) {
-    session.out << json_line({{"commit", commit_json(made.id)},
-                              {"user", user_json(made.user)},
-                              {"confirmBefore", deadline_json(waiting, made.id)}})
-                << '\n';
+    session.out << json_line(commit_result_json(made, waiting)) << '\n';
     return;
   }
   if (made.id.empty()) {

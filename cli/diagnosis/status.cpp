@@ -136,9 +136,11 @@ Json figure_json(std::uint32_t is_known, std::uint32_t figure) {
 // Null if no commit waits for its confirmation.
 Json confirmation_json(const KvConfigConfirmation& waiting) {
   if (waiting.id.empty()) return nullptr;
+  const std::uint64_t deadline = waiting.deadline / kNanosecondsPerSecond;
   return {{"commit", commit_json(waiting.id)},
           {"user", user_json(waiting.user)},
-          {"confirmBefore", waiting.deadline / kNanosecondsPerSecond}};
+          {"confirmBefore", deadline},
+          {"confirmBeforeText", local_time_json(deadline)}};
 }
 
 void print_json(const Session& session, const ProcessStatus& status, const KvConfigConfirmation& waiting,
@@ -153,6 +155,7 @@ void print_json(const Session& session, const ProcessStatus& status, const KvCon
                {"longIterations", status.long_iterations},
                {"longestIteration", status.longest_iteration},
                {"longestIterationTime", status.longest_iteration_time},
+               {"longestIterationTimeText", local_time_json(status.longest_iteration_time)},
                {"routeCorrections", figure_json(status.is_corrected, status.corrections)},
                {"malformedMessages", figure_json(status.has_messages, status.malformed)},
                {"confirmation", confirmation_json(waiting)},

@@ -45,6 +45,10 @@ Json last_answer_json(const SourceStatus& source) {
   return source.last_answer == 0 ? Json(nullptr) : Json(source.last_answer);
 }
 
+Json last_answer_text_json(const SourceStatus& source) {
+  return local_time_json(source.last_answer);
+}
+
 std::string last_answer_text(const SourceStatus& source) {
   return age_text(source.last_answer);
 }
@@ -54,6 +58,7 @@ constexpr Column<SourceStatus> kSourceColumns[] = {
     {"state", state_json, state("STATE")},
     {"version", member_or_null<&SourceStatus::version>, {"VERSION"}, member_or_dash<&SourceStatus::version>},
     {"lastAnswer", last_answer_json, number("LAST ANSWER"), last_answer_text},
+    {"lastAnswerText", last_answer_text_json},
     {"problem", member_or_null<&SourceStatus::problem>, {"PROBLEM"}, member_or_dash<&SourceStatus::problem>},
 };
 

@@ -4,6 +4,7 @@
 
 #include <memory>
 
+#include "cli/output/times.h"
 #include "cli/served_test_fixture.h"
 #include "platform/core/debug/debug.h"
 #include "platform/store/server/server.h"
@@ -155,11 +156,13 @@ TEST_F(ShowStatus, JsonOfFactsIsTyped) {
                                         {"state", "up"},
                                         {"version", "6.1.0"},
                                         {"lastAnswer", 1'700'000'000},
+                                        {"lastAnswerText", local_time_text(1'700'000'000)},
                                         {"problem", nullptr}}));
   EXPECT_EQ(status["sources"][1], Json({{"name", "bgpd"},
                                         {"state", "down"},
                                         {"version", nullptr},
                                         {"lastAnswer", nullptr},
+                                        {"lastAnswerText", nullptr},
                                         {"problem", "it does not run"}}));
   EXPECT_EQ(status["routeModules"], Json({{"loaded", false}, {"problems", {"mib/x.dll: missing"}}}));
   EXPECT_EQ(status["traps"],

@@ -12,6 +12,7 @@
 #include <filesystem>
 
 #include "cli/commands.h"
+#include "cli/output/notices.h"
 #include "cli/output/row_writer.h"
 #include "cli/words/known_words.h"
 #include "platform/core/base/clock.h"
@@ -53,19 +54,29 @@ std::vector<TraceEntry> read_buffer(const Session& session, const std::string& n
 struct BufferRow {
   std::string name;
   std::size_t entries;
-  std::string last;  // empty without entries
+  std::uint64_t last;  // the stamp; 0 without entries
 };
+Json last_json(const BufferRow& row) {
+  return row.last == 0 ? Json(nullptr) : Json(row.last / kNanosecondsPerSecond);
+}
+Json last_text_json(const BufferRow& row) {
+  return row.last == 0 ? Json(nullptr) : Json(time_text(row.last));
+}
+std::string last_text(const BufferRow& row) {
+  return row.last == 0 ? "" : time_text(row.last);
+}
 constexpr Column<BufferRow> kBufferColumns[] = {
     {"buffer", member_json<&BufferRow::name>, {"BUFFER"}},
     {"entries", member_json<&BufferRow::entries>, number("ENTRIES")},
-    {"last", member_json<&BufferRow::last>, {"LAST"}},
+    {"last", last_json, {"LAST"}, last_text},
+    {"lastText", last_text_json},
 };
 
 void list_buffers(const Session& session, const std::vector<std::string>& names) {
   RowWriter<BufferRow> writer(session, kBufferColumns);
   for (const std::string& name : names) {
     const std::vector<TraceEntry> entries = read_buffer(session, name);
-    writer.add({name, entries.size(), entries.empty() ? "" : time_text(entries.back().stamp)});
+    writer.add({name, entries.size(), entries.empty() ? 0 : entries.back().stamp});
   }
   writer.end();
 }
@@ -124,7 +135,9 @@ void trace(const Session& session, const TraceRequest& request) {
     list_buffers(session, names);
     return;
   }
-  const std::vector<TraceEntry> entries = read_buffer(session, whole_name(names, request.buffer));
+  const std::string name = whole_name(names, request.buffer);
+  const std::vector<TraceEntry> entries = read_buffer(session, name);
+  if (entries.empty() && !session.json) note(session, fmt::format("trace buffer {} is empty", name));
   const bool is_cut = request.last != 0 && request.last < entries.size();
   show_entries(session, entries, is_cut ? entries.size() - request.last : 0);
 }

@@ -46,8 +46,10 @@ TEST_F(TraceCommand, BuffersAreListed) {
             "mpls_vpn/error        0\n"
             "mpls_vpn/init         2  2026-01-02T03:04:05.000006Z\n");
   EXPECT_EQ(Run({"--json", "trace"}), kExitOk);
-  EXPECT_EQ(Json::parse(Out())[1],
-            (Json{{"buffer", "mpls_vpn/init"}, {"entries", 2}, {"last", "2026-01-02T03:04:05.000006Z"}}));
+  EXPECT_EQ(Json::parse(Out())[1], (Json{{"buffer", "mpls_vpn/init"},
+                                         {"entries", 2},
+                                         {"last", 1'767'323'045},
+                                         {"lastText", "2026-01-02T03:04:05.000006Z"}}));
 }
 
 TEST_F(TraceCommand, EntriesAreShownOldestFirst) {
@@ -68,6 +70,13 @@ TEST_F(TraceCommand, CodeIsShownWithItsText) {
   Write("mpls_vpn/error", {"no luck"}, kStatusArgumentMissing);
   EXPECT_EQ(Run({"trace", "error"}), kExitOk);
   EXPECT_THAT(Out(), HasSubstr("no luck [A path argument is missing]\n"));
+}
+
+TEST_F(TraceCommand, EmptyBufferIsNamed) {
+  Write("mpls_vpn/error", {});
+  EXPECT_EQ(Run({"trace", "error"}), kExitOk);
+  EXPECT_EQ(Out(), "");
+  EXPECT_EQ(Err(), "mplsvpn: trace buffer mpls_vpn/error is empty\n");
 }
 
 TEST_F(TraceCommand, LastBoundsTheEntries) {

@@ -32,6 +32,11 @@ std::string local_time_text(std::uint32_t seconds) {
   return text.data();
 }
 
+Json local_time_json(std::uint64_t seconds) {
+  if (seconds == 0) return nullptr;
+  return local_time_text(static_cast<std::uint32_t>(seconds));
+}
+
 std::string age_text(std::uint32_t seconds) {
   if (seconds == 0) return "-";
   const std::uint64_t now = clock_stamp() / kNanosecondsPerSecond;

@@ -11,6 +11,8 @@ namespace cli {
 
 // Seconds since 1970 as "2026-01-31 08:05:09 CET", in local time; "-" for 0.
 std::string local_time_text(std::uint32_t seconds);
+// The same for JSON, null for 0.
+Json local_time_json(std::uint64_t seconds);
 // How long ago that was, as duration_text(); "-" for 0. A time in the future counts as now.
 std::string age_text(std::uint32_t seconds);
 // "08:05:09" below a day, "31d08h" above.

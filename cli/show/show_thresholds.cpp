@@ -106,7 +106,8 @@ Json table_json(const WatchedTableRecord& table) {
           {"mid", number_or_null(table.mid, table.mid != 0)},
           {"maximum", number_or_null(table.maximum, table.maximum != 0)},
           {"state", table.is_unread != 0 ? "notRead" : state_of(table)},
-          {"lowChanged", number_or_null(table.changed, table.changed != 0)}};
+          {"lowChanged", number_or_null(table.changed, table.changed != 0)},
+          {"lowChangedText", local_time_json(table.changed)}};
 }
 
 Json watched_prefix_json(const WatchedPrefixRecord& prefix) {
@@ -114,7 +115,8 @@ Json watched_prefix_json(const WatchedPrefixRecord& prefix) {
   return {{"prefix", text_or_empty(prefix.prefix)},
           {"watched", prefix.is_watched != 0},
           {"present", is_known ? Json(prefix.is_present != 0) : Json(nullptr)},
-          {"changed", number_or_null(prefix.changed, prefix.changed != 0)}};
+          {"changed", number_or_null(prefix.changed, prefix.changed != 0)},
+          {"changedText", local_time_json(prefix.changed)}};
 }
 
 Json watched_vrf_json(const WatchedVrfRecord& vrf) {

@@ -67,9 +67,13 @@ TEST_F(ShowThresholds, JsonHasNullForWhatIsNotConfigured) {
                                          {"mid", 800},
                                          {"maximum", 1000},
                                          {"state", "ok"},
-                                         {"lowChanged", nullptr}}));
-  EXPECT_EQ(shown[0]["prefixes"][1],
-            (Json{{"prefix", "2001:db8::/32"}, {"watched", true}, {"present", false}, {"changed", nullptr}}));
+                                         {"lowChanged", nullptr},
+                                         {"lowChangedText", nullptr}}));
+  EXPECT_EQ(shown[0]["prefixes"][1], (Json{{"prefix", "2001:db8::/32"},
+                                           {"watched", true},
+                                           {"present", false},
+                                           {"changed", nullptr},
+                                           {"changedText", nullptr}}));
   EXPECT_EQ(shown[0]["notWatched"], 0);
 }
 
@@ -81,9 +85,11 @@ TEST_F(ShowThresholds, PrefixesBeyondTheLimitAreNotWatched) {
   event_run_pending(manager_);
   const Json shown = AskForJson({"show", "thresholds"});
   EXPECT_EQ(shown[0]["notWatched"], 2);
-  EXPECT_EQ(
-      shown[0]["prefixes"].back(),
-      (Json{{"prefix", "10.3.233.0/24"}, {"watched", false}, {"present", nullptr}, {"changed", nullptr}}));
+  EXPECT_EQ(shown[0]["prefixes"].back(), (Json{{"prefix", "10.3.233.0/24"},
+                                               {"watched", false},
+                                               {"present", nullptr},
+                                               {"changed", nullptr},
+                                               {"changedText", nullptr}}));
   const std::string text = AskForText({"show", "thresholds"});
   EXPECT_THAT(text, HasSubstr("red  10.3.233.0/24  not watched  -\n"));
   EXPECT_THAT(text, HasSubstr("\n2 prefixes are not watched: 1000 of all VRFs are the limit\n"));

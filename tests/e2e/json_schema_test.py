@@ -1,7 +1,9 @@
 #!/usr/bin/env python3
 """The JSON of every command is as docs/mplsvpn.schema.json states, which names every key, and every command has a schema."""
 import json
+import re
 import subprocess
+import time
 import unittest
 
 try:
@@ -37,6 +39,23 @@ def commands_below(*words):
     return offered.stdout.split()
 
 
+# These print the records of the data store, or the forms of other systems.
+OTHER_NAMES = ("get", "list", "datalist", "export")
+A_DAY = 86400
+
+
+def wrong_times(value, key=""):
+    """The keys of numbers that are times of these days, without the same for people; of texts of times under another name."""
+    if isinstance(value, list):
+        return [wrong for each in value for wrong in wrong_times(each)]
+    if isinstance(value, dict):
+        lonely = [name for name, each in value.items()
+                  if isinstance(each, int) and abs(each - time.time()) < A_DAY and not isinstance(value.get(name + "Text"), str)]
+        return lonely + [wrong for name, each in value.items() for wrong in wrong_times(each, name)]
+    is_text = isinstance(value, str) and re.match(r"20\d\d-\d\d-\d\d[T ]\d\d:\d\d:\d\d", value)
+    return [key] if is_text and not key.endswith("Text") else []
+
+
 def closed(schema):
     """The same without room for keys that it does not name."""
     if isinstance(schema, list):
@@ -70,6 +89,8 @@ class Schema(SharedSystemTest):
                 shown = subprocess.run([str(BIN / "mplsvpn"), "--json", *words], env=self.system.environment, check=True,
                                        input="set vrf red description loaded\nset bgp as-format asdot\n", capture_output=True, text=True)
                 self.check(name, shown.stdout)
+                if not command.startswith(OTHER_NAMES):
+                    self.assertEqual(wrong_times(json.loads(shown.stdout)), [])
 
     def test_findings_of_the_doctor_are_as_their_schema_states(self):
         shown = subprocess.run([str(BIN / "mplsvpn"), "--json", "doctor"], env=self.system.environment, capture_output=True, text=True,
@@ -88,6 +109,7 @@ class Schema(SharedSystemTest):
         self.assertEqual(len(shown.splitlines()), 3)
         for line in shown.splitlines():
             self.check("watch", line)
+            self.assertEqual(wrong_times(json.loads(line)), [])
 
     def test_changes_of_tables_are_objects_on_lines(self):
         for words in (("vrf",), ("interfaces",), ("routes", "--vrf", "red")):
