@@ -2,9 +2,11 @@
 // 4.2). The administrator determines the type: an IPv4 address, an AS number up to 65535, a greater AS
 // number, or one in asdot notation (RFC 5396), which always has four octets.
 #include "platform/config/paths.h"
+#include "platform/config/target_fault.h"
 #include "platform/config/vrf_config.h"
 #include "platform/core/address/address.h"
 #include "platform/core/text/numbers.h"
+#include "platform/core/text/words.h"
 
 namespace vrf_config {
 
@@ -37,7 +39,24 @@ std::optional<Target> parse_administrator(std::string_view text) {
   return address ? std::optional(Target{Target::Type::kIpv4Address, *address, 0}) : std::nullopt;
 }
 
+bool is_digits(std::string_view text) {
+  return !text.empty() && text.find_first_not_of("0123456789") == std::string_view::npos;
+}
+
+// What is before the ":" is correct, and a number follows that is too large.
+bool has_large_number(const std::string& word) {
+  const std::size_t colon = word.find(':');
+  if (colon == std::string::npos || !is_digits(std::string_view(word).substr(colon + 1))) return false;
+  return parse_administrator(word.substr(0, colon)).has_value();
+}
+
 }  // namespace
+
+std::string target_fault(const std::string& word, std::string_view what) {
+  if (!has_large_number(word)) return text::quoted(word) + " is not " + std::string(what);
+  return text::quoted(word) +
+         ": the number after \":\" must be 0-4294967295 (0-65535 after an address or a large AS)";
+}
 
 std::optional<Target> route_target_of(std::string_view path) {
   if (path.find("-rt/") == std::string_view::npos) return std::nullopt;  // spares most paths the rest

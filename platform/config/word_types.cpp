@@ -4,6 +4,7 @@
 #include <cmath>
 #include <iterator>
 
+#include "platform/config/target_fault.h"
 #include "platform/core/address/address.h"
 #include "platform/core/text/numbers.h"
 #include "platform/core/text/words.h"
@@ -52,34 +53,17 @@ Fault read_description(const WordType& /*type*/, const std::string& word, Draft*
   return std::nullopt;
 }
 
-bool is_digits(std::string_view text) {
-  return !text.empty() && text.find_first_not_of("0123456789") == std::string_view::npos;
-}
-
-// What is before the ":" is correct, and a number follows that is too large.
-bool has_large_number(const std::string& word) {
-  const std::size_t colon = word.find(':');
-  if (colon == std::string::npos || !is_digits(std::string_view(word).substr(colon + 1))) return false;
-  return parse_target(word.substr(0, colon) + ":0").has_value();
-}
-
-Fault is_not_a_target(const WordType& type, const std::string& word) {
-  if (!has_large_number(word)) return is_not(word, type.what);
-  return text::quoted(word) +
-         ": the number after \":\" must be 0-4294967295 (0-65535 after an address or a large AS)";
-}
-
 // A route distinguisher is the value of its item.
 Fault read_rd(const WordType& type, const std::string& word, Draft* draft) {
   const std::optional<Target> rd = parse_target(word);
-  if (!rd) return is_not_a_target(type, word);
+  if (!rd) return target_fault(word, type.what);
   draft->fields.text = target_text(*rd);
   return std::nullopt;
 }
 
 Fault read_rt(const WordType& type, const std::string& word, Draft* draft) {
   const std::optional<Target> target = parse_target(word);
-  if (!target) return is_not_a_target(type, word);
+  if (!target) return target_fault(word, type.what);
   draft->fields.target = *target;
   return std::nullopt;
 }

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <string_view>
 
+#include "platform/config/target_fault.h"
+
 namespace router_file {
 
 namespace {
@@ -39,7 +41,7 @@ Target read_target(const Node& value) {
   const std::string text = read_text(value, "a route target");
   const std::optional<Target> target = vrf_config::parse_target(text);
   if (!target)
-    refuse(value.mark(), quoted(text) + " is not a route target such as 65000:100 or 192.0.2.1:100");
+    refuse(value.mark(), vrf_config::target_fault(text, "a route target such as 65000:100 or 192.0.2.1:100"));
   return *target;
 }
 

@@ -145,6 +145,10 @@ TEST(RouterFileConfigurationError, NumbersAreInRange) {
 TEST(RouterFileConfigurationError, MalformedTextsAreRefused) {
   EXPECT_EQ(ErrorInRed("route_targets: {import: [65000]}"),
             "2:50: \"65000\" is not a route target such as 65000:100 or 192.0.2.1:100");
+  EXPECT_EQ(
+      ErrorInRed("route_targets: {import: ['65000:4294967296']}"),
+      "2:50: \"65000:4294967296\": the number after \":\" must be 0-4294967295 (0-65535 after an address "
+      "or a large AS)");
   EXPECT_EQ(ErrorInRed("bgp: {as: 1, neighbors: [10.0.0]}"),
             "2:50: \"10.0.0\" is neither an address nor the name of a neighbor");
   EXPECT_EQ(ErrorInRed("bgp: {as: 1, neighbors: [10.0.0.0/8]}"),

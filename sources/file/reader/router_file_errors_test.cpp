@@ -202,6 +202,10 @@ TEST(RouterFileError, UnknownStatesAreRefused) {
 TEST(RouterFileError, BadRouteDistinguisherIsRefused) {
   EXPECT_EQ(ErrorInVrf("name: red, rd: '65000'"),
             "2:21: \"65000\" is not a route distinguisher such as 65000:100 or 192.0.2.1:100");
+  EXPECT_EQ(
+      ErrorInVrf("name: red, rd: '192.0.2.1:65536'"),
+      "2:21: \"192.0.2.1:65536\": the number after \":\" must be 0-4294967295 (0-65535 after an address "
+      "or a large AS)");
 }
 
 TEST(RouterFileError, AddressesAreValidAndWrittenOnce) {

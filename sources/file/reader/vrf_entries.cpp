@@ -1,5 +1,6 @@
 #include <utility>
 
+#include "platform/config/target_fault.h"
 #include "sources/file/reader/router_entries.h"
 
 namespace router_file {
@@ -44,8 +45,8 @@ void read_tables(const Node& value, VrfEntry* entry) {
 void read_rd(const Node& value, VrfEntry* entry) {
   entry->vrf.rd = read_text(value, "a route distinguisher");
   if (!vrf_config::parse_target(entry->vrf.rd)) {
-    refuse(value.mark(),
-           quoted(entry->vrf.rd) + " is not a route distinguisher such as 65000:100 or 192.0.2.1:100");
+    refuse(value.mark(), vrf_config::target_fault(
+                             entry->vrf.rd, "a route distinguisher such as 65000:100 or 192.0.2.1:100"));
   }
   entry->rd_mark = value.mark();
 }
