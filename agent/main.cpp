@@ -7,9 +7,11 @@
 
 #include <CLI/CLI.hpp>
 #include <cerrno>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -18,6 +20,7 @@
 #include "agent/service/run.h"
 #include "agent/sub_agent.h"
 #include "platform/core/base/log.h"
+#include "platform/core/text/numbers.h"
 #include "platform/core/text/words.h"
 #include "platform/store/client/client.h"
 
@@ -44,18 +47,43 @@ std::string check_agentx_socket(const std::string& socket) {
   return {};
 }
 
+// Turns a duration into milliseconds, which it counts without a unit.
+std::string take_row_age(std::string& word) {
+  constexpr double kSecond = 1000;
+  const std::optional<double> seconds = text::parse_duration(word, 1 / kSecond);
+  const double milliseconds = std::ceil(seconds.value_or(-1) * kSecond);
+  if (!(milliseconds >= 0 && milliseconds <= tables::kMostRowAgeMs))
+    return text::quoted(word) + " is not a time from 0 to " + std::to_string(tables::kMostRowAgeMs / 1000) +
+           "s, such as 500ms or 2s";
+  word = std::to_string(static_cast<unsigned>(milliseconds));
+  return {};
+}
+
 void describe(CLI::App* app, CommandLine* line) {
-  app->add_option("--agentx-socket", line->agentx_socket, "Unix socket of the SNMP master agent")
+  app->add_option(
+         "--agentx-socket", line->agentx_socket,
+         "Unix socket of the SNMP master agent (default: $AGENTX_SOCKET, or " + line->agentx_socket + ")")
       ->envname("AGENTX_SOCKET")
       ->check(check_agentx_socket)
-      ->capture_default_str();
+      ->option_text("PATH");
   app->add_option("--daemon-socket", line->daemon_socket,
-                  "Unix socket of the daemon (default: in the run directory)");
-  app->add_option("--run-dir", line->run_directory, "run directory of the daemon");
-  app->add_option("--row-age", line->row_age_ms, "milliseconds for which a row that was read is served again")
-      ->check(CLI::Range(0U, tables::kMostRowAgeMs))
-      ->capture_default_str();
+                  "Unix socket of the daemon (default: in the run directory)")
+      ->option_text("PATH");
+  app->add_option("--run-dir", line->run_directory, "run directory of the daemon")->option_text("DIR");
+  app->add_option(
+         "--row-age", line->row_age_ms,
+         "time for which a row that was read is served again: 500ms, 2s; milliseconds without a unit "
+         "(default " +
+             std::to_string(line->row_age_ms) + ")")
+      ->transform(CLI::Validator(take_row_age, ""))
+      ->option_text("TIME");
   app->add_flag("--verbose", line->verbose, "print a line for each request");
+}
+
+// The library names the option before a ':'.
+std::string missing_value(const CLI::ArgumentMismatch& error) {
+  const std::string_view what = error.what();
+  return "a value is missing after " + text::quoted(std::string(what.substr(0, what.find(':'))));
 }
 
 int refuse(const std::string& reason) {
@@ -93,6 +121,8 @@ int parse_and_run(int argc, char** argv) {
   app.allow_extras();
   try {
     app.parse(argc, argv);
+  } catch (const CLI::ArgumentMismatch& error) {
+    return refuse(missing_value(error));
   } catch (const CLI::ParseError& error) {
     const bool is_answer = error.get_exit_code() == EXIT_SUCCESS;  // of --help and --version
     return is_answer ? app.exit(error) : refuse(error.what());

@@ -55,12 +55,24 @@ class SubAgent(ServiceTest):
         self.assertNotIn("away", system.log("agent"))
 
 
+    def test_help_has_no_words_of_the_programming_language(self):
+        shown = subprocess.run([str(BIN / "mpls_vpn_snmp"), "--help"], capture_output=True, text=True, check=True).stdout
+        self.assertNotRegex(shown, r"UINT|TEXT|INT in")
+        self.assertRegex(shown, r"--row-age TIME ")
+
+    def test_age_of_rows_is_a_time_with_a_unit(self):
+        for age in "1s", "0.5s", "60s", "0", "1000":
+            result = subprocess.run([str(BIN / "mpls_vpn_snmp"), "--row-age", age, "--version"], capture_output=True, text=True, check=False)
+            self.assertEqual((result.returncode, result.stderr), (0, ""), age)
+
     def test_wrong_words_are_named_with_the_closest_option(self):
         system = self.new_system(ROUTER)
         for words, reason in ((("--agent-socket", "/x"), 'unknown option "--agent-socket"; did you mean "--agentx-socket"\\?'),
                               (("--agentx-sockt=/x",), 'unknown option "--agentx-sockt=/x"; did you mean "--agentx-socket"\\?'),
                               (("--zzzzzzzzz",), 'unknown option "--zzzzzzzzz"'), (("start",), 'unexpected argument "start"'),
-                              (("--row-age", "x"), "--row-age: .*0.*60000.*")):
+                              (("--row-age", "x"), '--row-age: "x" is not a time from 0 to 60s, such as 500ms or 2s'),
+                              (("--row-age", "61s"), '--row-age: "61s" is not a time from 0 to 60s, such as 500ms or 2s'),
+                              (("--row-age",), 'a value is missing after "--row-age"')):
             with self.subTest(words):
                 result = subprocess.run([str(BIN / "mpls_vpn_snmp"), *words], env=system.environment, capture_output=True, text=True,
                                         timeout=60 * SLOW, check=False)
