@@ -50,6 +50,7 @@ class Resolver {
 
   std::vector<std::string> resolve(const std::vector<std::string>& words) {
     for (const std::string& word : words) take(word);
+    if (is_value_) throw missing_value();
     if (is_help_) resolved_.emplace_back("--help");
     if (!is_help_ && !is_version_ && !subcommands_of(*command_).empty()) throw missing_word();
     return std::move(resolved_);
@@ -61,6 +62,11 @@ class Resolver {
         fmt::format("a word is missing after {}; expected {}", text::quoted(full_name(*command_)),
                     text::alternatives(names_of(subcommands_of(*command_)))),
         *command_);
+  }
+
+  Failure missing_value() const {
+    return usage_failure(fmt::format("a value is missing after {}", text::quoted(resolved_.back())),
+                         *command_);
   }
 
   void take(const std::string& word) {
@@ -168,9 +174,13 @@ std::vector<std::string> resolve_words(const CLI::App& app, const std::vector<st
   return Resolver(app).resolve(words);
 }
 
+std::string unmarked(const std::string& word) {
+  return word.starts_with(kMark) ? word.substr(1) : word;
+}
+
 void unmark_words(CLI::App* app) {
   const auto unmark = [](std::string& word) {
-    if (word.starts_with(kMark)) word.erase(0, 1);
+    word = unmarked(word);
     return std::string();
   };
   for (CLI::Option* option : app->get_options([](const CLI::Option* any) { return any->get_positional(); }))

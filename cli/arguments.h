@@ -23,6 +23,9 @@ std::vector<std::string> resolve_words(const CLI::App& app, const std::vector<st
 // Call it once, when all commands are described.
 void unmark_words(CLI::App* app);
 
+// The word of resolve_words() as the user typed it.
+std::string unmarked(const std::string& word);
+
 // The commands below this one that --help lists.
 std::vector<const CLI::App*> subcommands_of(const CLI::App& command);
 

@@ -48,6 +48,15 @@ TEST_F(Arguments, MissingWordIsNamedWithTheAlternatives) {
 TEST_F(Arguments, MissingValueIsReportedWithTheHelpOfTheCommand) {
   EXPECT_EQ(Wrong({"show", "routes"}), "mplsvpn: VRF is required (mplsvpn show routes --help)\n");
   EXPECT_EQ(Wrong({"export"}), "mplsvpn: --format is required (mplsvpn export --help)\n");
+  EXPECT_EQ(Wrong({"show", "traps", "--last"}),
+            "mplsvpn: a value is missing after \"--last\" (mplsvpn show traps --help)\n");
+  EXPECT_EQ(Wrong({"show", "traps", "--last", "0"}),
+            "mplsvpn: --last: 0 is not a number from 1 to 500 (mplsvpn show traps --help)\n");
+}
+
+TEST_F(Arguments, WrongValueIsReportedWithTheHelpThatHasTheOption) {
+  EXPECT_THAT(Wrong({"show", "vrf", "--timeout", "soon"}), HasSubstr(" (mplsvpn --help)\n"));
+  EXPECT_THAT(Wrong({"watch", "--timeout", "soon"}), HasSubstr(" (mplsvpn watch --help)\n"));
 }
 
 TEST_F(Arguments, UnambiguousBeginningsOfWordsAndOptionsAreAccepted) {

@@ -62,8 +62,8 @@ constexpr char kFooter[] =
     "Exit status: 0 done, 1 the request failed, 2 usage error, 3 the daemon is not running, 4 it does not "
     "respond in time, 5 permission denied.\n"
     "\n"
-    "With --json an answer is one object on one line, and a list is one array, which a failure may cut "
-    "short. "
+    "With --json an answer is one object on one line, and a list is one array, which is valid "
+    "though shorter after a failure. "
     "An error is one object on standard error: {\"error\":{\"status\":3,\"name\":\"notRunning\",\"message\":"
     "\"...\"}}. Debug output, traps and changes are one object for each line.\n"
     "\n"
@@ -160,7 +160,7 @@ void add_list_command(CLI::App& app, Options* options, PathCommand command, cons
   add_path_command(app, options, command, name, description)
       ->add_option("--max", options->path.most, "At most N items (default and maximum 1024)")
       ->type_name("N")
-      ->check(CLI::Range(1U, kKvMaxListItems));
+      ->check(number_from(1, kKvMaxListItems));
 }
 
 void add_raw(CLI::App& app, Options* options) {
@@ -188,7 +188,7 @@ void add_trace(CLI::App& app, Options* options) {
   command->add_option("BUFFER", options->trace.buffer, "A buffer, with or without \"mpls_vpn/\" before it");
   command->add_option("--last", options->trace.last, "Only the latest N entries")
       ->type_name("N")
-      ->check(CLI::Range(1U, kMostCount).description(""));
+      ->check(number_from(1, kMostCount));
   command->footer("Examples:\n  mplsvpn trace\n  mplsvpn trace error --last 20");
   on_choice(command, &options->command, trace, &options->trace);
 }
@@ -304,15 +304,22 @@ std::string typed_command(const CLI::App& app, const std::vector<std::string>& w
   const auto first =
       chosen.empty() ? words.begin() : std::find(words.begin(), words.end(), chosen[0]->get_name());
   std::string typed;
-  for (auto word = first; word != words.end(); ++word) typed += (typed.empty() ? "" : " ") + printable(*word);
+  for (auto word = first; word != words.end(); ++word)
+    typed += (typed.empty() ? "" : " ") + printable(unmarked(*word));
   return typed;
 }
 
-// What CLI11 refuses, such as a missing word, with the help of the command.
+// What CLI11 refuses, such as a missing word, with the help of the command, or of the one above it that has
+// the option.
 Failure usage_failure(const CLI::App& app, const CLI::ParseError& error) {
+  const std::string what = error.what();
+  const std::string option = what.starts_with("--") ? what.substr(0, what.find(':')) : "";
   const CLI::App* command = &app;
   while (!command->get_subcommands().empty()) command = command->get_subcommands().front();
-  return {kExitUsage, fmt::format("{} ({} --help)", error.what(), full_name(*command))};
+  if (find_option(*command, option) != nullptr) {
+    while (command->get_option_no_throw(option) == nullptr) command = command->get_parent();
+  }
+  return {kExitUsage, fmt::format("{} ({} --help)", what, full_name(*command))};
 }
 
 // Wrong words may end the parsing before --json is seen.

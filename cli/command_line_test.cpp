@@ -96,9 +96,8 @@ TEST_F(CommandLine, TimesAndCountsOfWatchingAreBounded) {
       std::vector<std::string> all = words;
       all.emplace_back(count);
       EXPECT_EQ(Run(all), kExitUsage) << ::testing::PrintToString(all);
-      // How a range is written depends on the version of CLI11.
-      EXPECT_THAT(Err(), ContainsRegex(std::string("Value ") + count +
-                                       " not in range ([01] to 4294967295|\\[[01] - 4294967295\\])"));
+      EXPECT_THAT(Err(),
+                  ContainsRegex(std::string(": ") + count + " is not a number from [01] to 4294967295 "));
     }
   }
 }

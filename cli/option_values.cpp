@@ -31,10 +31,19 @@ CLI::Validator one_of(const std::vector<std::string>& words) {
   return {complete, ""};
 }
 
+CLI::Validator number_from(std::uint32_t least, std::uint32_t most) {
+  const auto check = [least, most](const std::string& text) {
+    const std::optional<std::uint32_t> number = text::parse_number(text, most);
+    if (number && *number >= least) return std::string();
+    return fmt::format("{} is not a number from {} to {}", printable(text), least, most);
+  };
+  return {check, ""};
+}
+
 void add_count(CLI::App* command, const char* name, std::uint64_t* count, const char* description) {
-  command->add_option(name, *count, description)
+  command->add_option(name, *count, std::string(description) + "; 0: no limit")
       ->type_name("N")
-      ->check(CLI::Range(0U, kMostCount).description(""));
+      ->check(number_from(0, kMostCount));
 }
 
 void add_structured(CLI::App* command, bool* structured) {

@@ -28,6 +28,9 @@ CLI::Validator duration_of(const Duration& duration);
 // Turns an abbreviation of one of these words into the word.
 CLI::Validator one_of(const std::vector<std::string>& words);
 
+// A number in this range.
+CLI::Validator number_from(std::uint32_t least, std::uint32_t most);
+
 // 0: no limit.
 void add_count(CLI::App* command, const char* name, std::uint64_t* count, const char* description);
 

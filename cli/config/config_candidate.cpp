@@ -83,12 +83,19 @@ std::string commit_of(std::string_view text) {
   return std::string(text.substr(0, text.find('\n')));
 }
 
+std::vector<ConfigEdit> parse_candidate(const std::string& text, const std::string& path) try {
+  return parse_edits(text, path);
+} catch (const Failure& failure) {
+  throw Failure(failure.exit_status(),
+                fmt::format("{}; \"mplsvpn config discard\" drops the candidate", failure.what()));
+}
+
 }  // namespace
 
 // Delegates, so that the destructor closes the file if it cannot be read.
 Candidate::Candidate(const Session& session) : Candidate() {
   const std::string text = open(session);
-  edits_ = parse_edits(text, path_);
+  edits_ = parse_candidate(text, path_);
   begun_after_ = commit_of(text);
 }
 

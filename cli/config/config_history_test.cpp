@@ -68,7 +68,9 @@ TEST_F(ConfigurationCandidate, ThatCannotBeReadIsDropped) {
   Done("set --candidate vrf red rd 65000:1");
   const std::string file = CandidateFile();
   std::ofstream(file) << "set vrf \"red\n\nbroken\n";
-  EXPECT_THAT(Refused("diff"), HasSubstr(file + ":1: the quotes do not end"));
+  EXPECT_THAT(Refused("diff"),
+              ::testing::AllOf(HasSubstr(file + ":1: the quotes do not end"),
+                               HasSubstr("; \"mplsvpn config discard\" drops the candidate\n")));
   EXPECT_EQ(DoneAsJson("discard")["discardedLines"], 3);
   EXPECT_EQ(Done("diff"), "");
   std::filesystem::remove(file);

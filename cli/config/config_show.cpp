@@ -104,11 +104,18 @@ ConfigNodes read_shown(const Session& session, kvtree::Client& client, const Con
                                                  : read_config(session, client, request.owner);
 }
 
-// An empty output is correct for a VRF that exists and has no configuration; any other name is an error.
+bool is_configured(const Session& session, kvtree::Client& client, const std::string& vrf) {
+  return std::ranges::any_of(read_config(session, client),
+                             [&](const auto& node) { return vrf_config::vrf_of(node.first) == vrf; });
+}
+
+// An empty output is correct for a VRF that exists, or that another owner configures; any other name is an
+// error.
 void check_vrf(const Session& session, kvtree::Client& client, const ConfigShowRequest& request) {
-  if (request.words.size() < 2 || request.words[0] != "vrf" || !request.owner.empty()) return;
+  if (request.words.size() < 2 || request.words[0] != "vrf") return;
   const std::string& vrf = request.words[1];
-  if (client.get(provider_path("vrf", vrf)).status == kStatusNoSuchRow) require_vrf(session, client, vrf);
+  if (client.get(provider_path("vrf", vrf)).status != kStatusNoSuchRow) return;
+  if (request.owner.empty() || !is_configured(session, client, vrf)) require_vrf(session, client, vrf);
 }
 
 }  // namespace

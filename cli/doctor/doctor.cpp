@@ -114,9 +114,12 @@ class TextReport {
   void end() {
     print_alike();
     out_ << '\n';
-    for (const Level level : kLevels)
-      fmt::print(out_, "{}{} {}", level == Level::kOk ? "" : ", ",
-                 counts_.at(static_cast<std::size_t>(level)), text_of(level));
+    for (const Level level : kLevels) {
+      const unsigned count = counts_.at(static_cast<std::size_t>(level));
+      const bool is_plural = count != 1 && level >= Level::kWarning;
+      fmt::print(out_, "{}{} {}{}", level == Level::kOk ? "" : ", ", count, text_of(level),
+                 is_plural ? "s" : "");
+    }
     out_ << '\n';
   }
 

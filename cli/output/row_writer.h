@@ -22,6 +22,7 @@ class RowWriter {
         table_(session.out, table_columns(), &session.terminal) {}
 
   void add(const Row& row) {
+    is_empty_ = false;
     if (!is_json_) return table_.add(cells_of(row));
     list_.add(to_json_ != nullptr ? to_json_(row) : row_json(columns_, row));
   }
@@ -30,6 +31,7 @@ class RowWriter {
     if (!is_json_) table_.flush();
   }
   void end() { is_json_ ? list_.end() : table_.end(); }
+  bool is_empty_table() const { return is_empty_ && !is_json_; }
 
  private:
   std::vector<TableColumn> table_columns() const {
@@ -49,6 +51,7 @@ class RowWriter {
   }
 
   const bool is_json_;
+  bool is_empty_ = true;
   const std::span<const Column<Row>> columns_;
   const ToJson to_json_;
   JsonList list_;

@@ -112,7 +112,7 @@ void add_show_traps(CLI::App& show, ShowOptions* options, ChosenCommand* chosen)
   CLI::App* traps = show.add_subcommand("traps", "Shows how many traps were raised, and the latest of them");
   traps->add_option("--last", options->traps.last, "Only the latest N traps (default 20, at most 500)")
       ->type_name("N")
-      ->check(CLI::Range(0U, notification_history::kMostListed).description(""));
+      ->check(number_from(1, notification_history::kMostListed));
   traps->footer(kTrapsFooter);
   on_choice(traps, chosen, show_traps, &options->traps);
 }

@@ -1,7 +1,10 @@
 // "show interfaces": the VRF interface table, printed batch by batch, with the state and the addresses that
 // the router has of each interface.
+#include <fmt/format.h>
+
 #include "cli/commands.h"
 #include "cli/output/mib_json.h"
+#include "cli/output/notices.h"
 #include "cli/output/row_writer.h"
 #include "cli/show/router_states.h"
 #include "cli/show/tables.h"
@@ -68,6 +71,9 @@ void show_interfaces(const Session& session, const std::string& vrf) {
   const auto add = [&](const Interface& row) { writer.add({row, states.find(row.ifConfIndex)}); };
   walk_rows_of_known<Interface>(session, *client, kInterfaceTable, vrf, {add, [&] { writer.flush(); }});
   writer.end();
+  if (!writer.is_empty_table()) return;
+  note(session, vrf.empty() ? "no interface is in a VRF; \"mplsvpn doctor\" finds out why"
+                            : fmt::format("no interface is in VRF {}", printable(vrf)));
 }
 
 }  // namespace cli

@@ -3,6 +3,7 @@
 #include <optional>
 
 #include "cli/datalist_pages.h"
+#include "cli/output/notices.h"
 #include "cli/output/row_writer.h"
 #include "cli/vrf/show_vrf_detail.h"
 #include "cli/vrf/vrf_lookup.h"
@@ -39,6 +40,12 @@ void walk_all_vrfs(const Session& session, kvtree::Client& client, const VrfRequ
       .run(kVrfTable.first_path(""));
 }
 
+std::string empty_note(const VrfRequest& request) {
+  const bool is_any =
+      request.state.empty() && request.protocol.empty() && request.afi == 0 && request.safi == 0;
+  return is_any ? "there is no VRF; \"mplsvpn doctor\" finds out why" : "no VRF is as requested";
+}
+
 void show_vrfs(const Session& session, const VrfRequest& request) {
   const auto client = connect_to_daemon(session);
   const bool is_counted = are_routes_counted(session, *client);
@@ -55,6 +62,7 @@ void show_vrfs(const Session& session, const VrfRequest& request) {
   walk(session, *client, request, {take, [&] { writer.flush(); }});
   if (sorted) sorted->visit(session, add);
   writer.end();
+  if (writer.is_empty_table()) note(session, empty_note(request));
 }
 
 // --- Invalid VRFs -------------------------------------------------------------------------------
@@ -98,6 +106,7 @@ void show_invalid(const Session& session) {
   };
   for_each_invalid_vrf(session, add, [&writer] { writer.flush(); });
   writer.end();
+  if (writer.is_empty_table()) note(session, "no VRF is invalid");
 }
 
 }  // namespace

@@ -564,7 +564,19 @@ TEST_F(ShowVrf, InvalidVrfsAreShownWithTheirInterfaces) {
 
 TEST_F(ShowVrf, NoInvalidVrfIsAnEmptyList) {
   EXPECT_EQ(AskForText({"show", "vrf", "invalid"}), "VRF  INTERFACE\n");
+  EXPECT_EQ(Err(), "mplsvpn: no VRF is invalid\n");
   EXPECT_EQ(AskForJson({"show", "vrf", "invalid"}), Json::array());
+  EXPECT_EQ(Err(), "");
+}
+
+TEST_F(ShowVrf, EmptyTableSaysThatNothingIsThere) {
+  AskForText({"show", "vrf", "--state", "up", "--protocol", "bgp"});
+  EXPECT_EQ(Err(), "mplsvpn: no VRF is as requested\n");
+  fake.vrfs.clear();
+  AskForText({"show", "vrf"});
+  EXPECT_EQ(Err(), "mplsvpn: there is no VRF; \"mplsvpn doctor\" finds out why\n");
+  EXPECT_EQ(AskForJson({"show", "vrf"}), Json::array());
+  EXPECT_EQ(Err(), "");
 }
 
 TEST_F(ShowVrf, ManyInvalidVrfsAreReadInPages) {

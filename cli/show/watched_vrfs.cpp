@@ -75,13 +75,23 @@ std::optional<MissingRoutes> count_missing_routes(const Session& session, kvtree
   return missing;
 }
 
+namespace {
+
+template <typename Count>
+std::string tables_text(Count count) {
+  return fmt::format("{} table{}", count, count == 1 ? "" : "s");
+}
+
+}  // namespace
+
 std::string missing_routes_text(const std::optional<MissingRoutes>& missing) {
   if (!missing) return "unknown";
   const std::string beyond =
       missing->not_watched == 0 ? "" : fmt::format(", {} not watched", missing->not_watched);
-  const std::string unread =
-      missing->unread_tables == 0 ? "" : fmt::format(", {} tables not read yet", missing->unread_tables);
-  return fmt::format("{} tables low, {} of {} watched prefixes absent{}{}", missing->low_tables,
+  const std::string unread = missing->unread_tables == 0
+                                 ? ""
+                                 : fmt::format(", {} not read yet", tables_text(missing->unread_tables));
+  return fmt::format("{} low, {} of {} watched prefixes absent{}{}", tables_text(missing->low_tables),
                      missing->absent_prefixes, missing->watched_prefixes, beyond, unread);
 }
 

@@ -130,6 +130,13 @@ class Commits(SystemTest):
         warnings = self.config("load", str(lines)).stderr.splitlines()
         self.assertEqual((len(warnings), warnings[-1]), (101, "mplsvpn: warning: no other owner sets 30 more items that are suppressed"))
 
+    def test_unknown_vrf_is_an_error_with_any_owner(self):
+        self.config("set", "vrf", "later", "description", "waits")
+        for words in ("vrf", "nosuch"), ("--owner", "file", "vrf", "nosuch"):
+            shown = self.config("show", *words, check=False)
+            self.assertEqual((shown.returncode, shown.stdout, shown.stderr), (1, "", "mplsvpn: VRF nosuch does not exist\n"), words)
+        self.assertEqual(self.config("show", "--owner", "file", "vrf", "later").stdout, "")
+
     def test_item_of_a_missing_interface_is_set_with_a_warning(self):
         warning = "mplsvpn: warning: interface nosuch0 does not exist; its configuration waits until it is created\n"
         for words in ("rip", "interface"), ("ospf", "1", "area", "0", "interface"), ("static", "10.1.0.0/16", "interface"):

@@ -294,7 +294,7 @@ class Command(DoctorTest):
                          r"      fix: systemctl start mpls_vpn_mib\n"
                          r"   2  not possible  daemon-version     daemon and command line are of one version\n"
                          r"      as in check 1\n"
-                         r"\n0 ok, 1 not possible, 0 warning, 1 error\n\Z")
+                         r"\n0 ok, 1 not possible, 0 warnings, 1 error\n\Z")
 
     def test_checks_of_a_group_that_lack_the_same_are_one_line(self):
         system = self.started()

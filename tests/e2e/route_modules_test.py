@@ -41,6 +41,8 @@ class WithoutRouteModules(SystemTest):
             self.assertEqual(result.returncode, 1, words)
             self.assertEqual(result.stdout, "", words)
             self.assertIn("A route module cannot be loaded", result.stderr, words)
+            self.assertNotIn("\\x", result.stderr, words)
+        self.assertTrue(self.system.cli("show", "routes", "v10").stderr.startswith("mplsvpn: show routes v10: A route module"))
 
     def test_route_table_is_an_error_and_not_empty_over_snmp(self):
         answer = self.system.snmp("walk", ROUTES)

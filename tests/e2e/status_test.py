@@ -44,7 +44,7 @@ class Status(SystemTest):
         system.cli("router", "add-route", "red", "10.1.0.0/16", "via", "10.1.0.2", check=True)
         self.becomes("the counts", lambda: self.status(system)["missingRoutes"],
                      {"lowTables": 1, "absentPrefixes": 1, "watchedPrefixes": 2, "notWatchedPrefixes": 0, "unreadTables": 0})
-        self.assertRegex(system.cli("show", "status").stdout, r"\n *missing routes +1 tables low, 1 of 2 watched prefixes absent\n")
+        self.assertRegex(system.cli("show", "status").stdout, r"\n *missing routes +1 table low, 1 of 2 watched prefixes absent\n")
 
     def test_databases_are_those_of_the_state_directory(self):
         system = self.new_system(ROUTER)
