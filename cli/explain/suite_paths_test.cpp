@@ -114,6 +114,7 @@ TEST_P(RecordedAnswers, ThatAreErrorsAreNotJson) {
 
 TEST_P(RecordedAnswers, ThatEndEarlyAreNotJson) {
   const std::string whole = Read("vpn-path");
+  ASSERT_FALSE(whole.empty());
   EXPECT_THROW(Ask(whole.substr(0, whole.size() / 2)), Failure);
   const std::size_t end = whole.find_last_of('}');
   for (std::size_t length = 0; length < end; ++length)

@@ -8,7 +8,9 @@
 #include <string>
 
 #include "mpls/vpn/mib/src/support/daemon_test_fixture.h"
+#include "platform/config/items.h"
 #include "platform/router/model/route_test_support.h"
+#include "platform/router/route_watch/route_watch.h"
 
 namespace daemon_metrics {
 namespace {
@@ -96,6 +98,29 @@ TEST_F(MetricsOfTheDaemon, InterfacesAndTheDefaultVrfAreLeftOutWhereTheyAreNotWa
   const std::string text = ScrapeAtOnce();
   EXPECT_THAT(text, Not(HasSubstr("ge0")));
   EXPECT_THAT(text, Not(HasSubstr("default")));
+}
+
+// 0 would be an alert for each prefix of a table that the source reads late.
+TEST_F(MetricsOfTheDaemon, WatchedPrefixOfATableThatIsNotReadHasNoValue) {
+  AddVrf("red");
+  Run();
+  bool is_read = false;
+  route_watch_ask([&is_read](router::RouteTableId) { return is_read; });
+  ASSERT_EQ(route_watch_attach(&router_, manager_), kStatusOk);
+  const KvConfigNode watched =
+      vrf_config::node_of(vrf_config::Kind::kWatchedPrefix, {.vrf = "red", .prefix = "10.1.0.0/16"});
+  ASSERT_EQ(kvtree_set(watched.path, watched.value), kStatusOk);
+  PassSeconds(1);
+  Run();
+  EXPECT_THAT(ScrapeAtOnce(), Not(HasSubstr("prefix=")));
+  is_read = true;
+  PassSeconds(1);
+  Run();
+  EXPECT_THAT(ScrapeAtOnce(), HasSubstr("prefix=\"10.1.0.0/16\"} 0\n"));
+  ASSERT_EQ(kvtree_delete(watched.path), kStatusOk);
+  Run();
+  route_watch_detach();
+  route_watch_ask(nullptr);
 }
 
 TEST_F(MetricsOfTheDaemon, ProtocolThatLostItsRoutesIsZeroAndStays) {
