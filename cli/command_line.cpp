@@ -252,7 +252,9 @@ int report(const Failure& failure, bool json, std::ostream& err) {
 }
 
 // The output of the command may be longer than a screen, and ends without the user.
-bool may_be_long(const CLI::App& app) {
+bool may_be_long(const CLI::App& app, const Options& options) {
+  if (app.got_subcommand("router"))
+    return !options.router_words.empty() && std::string("show").starts_with(options.router_words[0]);
   for (const char* name :
        {"show", "get", "list", "datalist", "trace", "doctor", "explain", "export", "graph"}) {
     if (app.got_subcommand(name)) return true;
@@ -350,7 +352,8 @@ int run(const std::vector<std::string>& words, std::ostream& out, std::ostream& 
   } catch (const CLI::ParseError& error) {
     return report(usage_failure(app, error), wants_json(options, words), err);
   }
-  if (terminal.start_pager && may_be_long(app) && !options.no_pager && !options.json) terminal.start_pager();
+  if (terminal.start_pager && may_be_long(app, options) && !options.no_pager && !options.json)
+    terminal.start_pager();
   return run_command(options, out, err, terminal);
 }
 

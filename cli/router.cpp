@@ -1,11 +1,14 @@
 // "router": hands its words to the daemon's action of this name and shows the answer.
 #include <algorithm>
 #include <chrono>
+#include <utility>
 
 #include "cli/commands.h"
 #include "cli/output/json_list.h"
+#include "cli/output/notices.h"
 #include "cli/output/table.h"
 #include "platform/core/text/words.h"
+#include "platform/store/tree/action_warning.h"
 
 namespace cli {
 
@@ -45,6 +48,14 @@ std::vector<std::string> action_words(const std::vector<std::string>& words, boo
   return action;
 }
 
+// The last line of the answer to a change may be a warning.
+std::pair<std::string, std::string> with_warning(const std::string& command, const std::string& text) {
+  const std::size_t at = text.rfind(kKvActionWarning);
+  const bool is_last = at != std::string::npos && text.find('\n', at + 1) == std::string::npos;
+  if (abbreviates(command, "show") || !is_last) return {text, ""};
+  return {text.substr(0, at), text.substr(at + kKvActionWarning.size())};
+}
+
 }  // namespace
 
 void router(const Session& session, const std::vector<std::string>& words) {
@@ -63,11 +74,16 @@ void router(const Session& session, const std::vector<std::string>& words) {
                           printable(result.text, Backslashes::kUnchanged));
   if (is_object) {
     session.out << result.text << '\n';
-  } else if (session.json) {
-    session.out << json_line({{"text", result.text}}) << '\n';
-  } else {
-    print_lines(session.out, result.text);
+    return;
   }
+  const auto [answer, warning] = with_warning(words[0], result.text);
+  if (session.json) {
+    session.out << json_line({{"text", answer}}) << '\n';
+  } else {
+    print_lines(session.out, answer);
+  }
+  session.out.flush();
+  if (!warning.empty()) warn(session, printable(warning, Backslashes::kUnchanged));
 }
 
 }  // namespace cli

@@ -13,9 +13,9 @@ namespace {
 
 constexpr char kAdministrators[] = "mpls_vpn_admin";
 
-// Of the socket or, if its directory cannot be entered, of that.
-gid_t group_of(const std::string& socket) {
-  std::filesystem::path path = std::filesystem::absolute(socket);
+// Of the path or, if its directory cannot be entered, of that.
+gid_t group_of(const std::string& of) {
+  std::filesystem::path path = std::filesystem::absolute(of);
   struct stat status {};
   while (stat(path.c_str(), &status) != 0 && path.has_relative_path()) path = path.parent_path();
   return status.st_gid;
@@ -26,17 +26,17 @@ std::string group_name(gid_t group) {
   return found == nullptr ? std::to_string(group) : found->gr_name;
 }
 
+}  // namespace
+
 // Without an advice to join the group of root, which may do more.
-Failure not_permitted(const std::string& socket) {
-  const gid_t group = group_of(socket);
+Failure not_permitted(const std::string& path) {
+  const gid_t group = group_of(path);
   const std::string name = group_name(group);
   const std::string advice =
       group == 0 ? "" : fmt::format("; \"adduser USER {}\" adds a user, from the next login on", name);
-  return {kExitNoRight, fmt::format("{}: permission denied; only root and the group {} may use it{}", socket,
-                                    name, advice)};
+  return {kExitNoRight,
+          fmt::format("{}: permission denied; only root and the group {} may use it{}", path, name, advice)};
 }
-
-}  // namespace
 
 std::unique_ptr<kvtree::Client> connect_to_daemon(const Session& session) {
   auto client = std::make_unique<kvtree::Client>(session.socket, session.timeout);

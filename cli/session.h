@@ -73,6 +73,8 @@ Failure request_failure(const Session& session, const std::string& what, Status 
 Failure request_failure(const Session& session, Status status);
 // The Failure of a user who may not configure.
 Failure no_right(const std::string& to_what);
+// The user may not use this path; it names its group.
+Failure not_permitted(const std::string& path);
 // The Failure for a socket that cannot be connected.
 Failure no_daemon(const std::string& socket, Status status);
 

@@ -9,6 +9,7 @@
 #include <span>
 
 #include "cli/output/table.h"
+#include "cli/vrf/vrf_origins.h"
 #include "platform/config/owners.h"
 #include "platform/core/text/words.h"
 
@@ -124,11 +125,26 @@ void WorkingCopy::remove(const Words& words) {
   if (nodes != nullptr && remove_exactly(words, *nodes)) return;
   if (remove_all_below(words)) return;
   const std::string owner = other_owner(words, nodes);
-  if (owner.empty()) throw Failure(kExitFailed, shown(words) + " is not set");
+  if (owner.empty()) throw not_set(words, "");
   throw Failure(
       kExitFailed,
       fmt::format("{} is not set by the command line, but by \"{}\"; \"config suppress\" disables it",
                   shown(words), printable(owner)));
+}
+
+// Of a route distinguisher that a source states with the VRF, outside of the configuration; empty for other
+// words.
+std::string WorkingCopy::owner_outside(const Words& words) const {
+  if (words.size() < 3 || words[0] != "vrf" || words[2] != "rd") return {};
+  return owner_of_model_rd(session_, client_, words[1], words.size() > 3 ? words[3] : "");
+}
+
+Failure WorkingCopy::not_set(const Words& words, const std::string& what) const {
+  const std::string owner = owner_outside(words);
+  if (owner.empty()) return {kExitFailed, fmt::format("{} is not set{}", shown(words), what)};
+  return {kExitFailed, fmt::format("{} is set by \"{}\" with the VRF: change it there, or override it with "
+                                   "\"config set vrf {} rd RD\"",
+                                   shown(words), printable(owner), shown({words[1]}))};
 }
 
 // The other owner of one of the nodes or, when the words are only the beginning of an item, of an item that
@@ -205,7 +221,7 @@ void WorkingCopy::suppress_below(const Words& words) {
     suppress_node(path, node.value, std::move(item));
     is_any = true;
   }
-  if (!is_any) throw Failure(kExitFailed, shown(words) + " is not set by another owner");
+  if (!is_any) throw not_set(words, " by another owner");
 }
 
 void WorkingCopy::unsuppress(const Words& words) {

@@ -57,6 +57,8 @@ class WorkingCopy {
   void unsuppress(const vrf_config::Words& words);
   void suppress_below(const vrf_config::Words& words);
   void suppress_node(const std::string& path, KvValue value, std::optional<vrf_config::Words> words);
+  std::string owner_outside(const vrf_config::Words& words) const;
+  Failure not_set(const vrf_config::Words& words, const std::string& what) const;
   bool remove_exactly(const vrf_config::Words& words, const std::vector<KvConfigNode>& nodes);
   bool remove_all_below(const vrf_config::Words& words);
   std::string other_owner(const vrf_config::Words& words, const std::vector<KvConfigNode>* nodes) const;

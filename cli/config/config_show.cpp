@@ -56,10 +56,10 @@ std::string marked_text(const Shown& shown) {
   return shown_text(shown) + (shown.node.value.is_suppressed ? " (suppressed)" : "");
 }
 Json shown_value(const Shown& shown) {
-  return value_json(shown.node.value);
+  return value_json(shown.path, shown.node.value);
 }
 std::string shown_value_text(const Shown& shown) {
-  return value_text(shown.node.value);
+  return value_text(shown.path, shown.node.value);
 }
 Json trap_item(const Shown& shown) {
   return shown.path.substr(vrf_config::kTrapScope.size());

@@ -78,8 +78,8 @@ Json change_json(const KvConfigCommitChange& change) {
   return {{"path", change.path},
           {"wordsBefore", words_json(change.path, change.before)},
           {"wordsAfter", words_json(change.path, change.after)},
-          {"before", value_json(change.before)},
-          {"after", value_json(change.after)},
+          {"before", value_json(change.path, change.before)},
+          {"after", value_json(change.path, change.after)},
           {"ownerBefore", owner_json(change.owner_before)},
           {"ownerAfter", owner_json(change.owner_after)},
           {"suppressedBefore", is_suppressed(change.before)},
@@ -112,15 +112,25 @@ std::vector<std::string> read_trap_items(const Session& session, kvtree::Client&
   return items;
 }
 
-std::string value_text(const KvValue& value) {
+namespace {
+
+bool is_switch(const std::string& path) {
+  return path.starts_with(vrf_config::kTrapScope) && !path.ends_with(vrf_config::kTrapReissueTime);
+}
+
+}  // namespace
+
+std::string value_text(const std::string& path, const KvValue& value) {
+  if (is_switch(path)) return value.number != 0 ? "true" : "false";
   if (value.type == KvValueType::kText) return value.text;
   if (value.type == KvValueType::kNumber) return std::to_string(value.number);
   if (value.type == KvValueType::kTuple) return fmt::format("({})", fmt::join(value.tuple, ", "));
   return "";
 }
 
-Json value_json(const std::optional<KvValue>& value) {
+Json value_json(const std::string& path, const std::optional<KvValue>& value) {
   if (!value) return nullptr;
+  if (is_switch(path)) return value->number != 0;
   if (value->type == KvValueType::kText) return value->text;
   if (value->type == KvValueType::kNumber) return value->number;
   if (value->type == KvValueType::kTuple) return value->tuple;
@@ -129,7 +139,7 @@ Json value_json(const std::optional<KvValue>& value) {
 
 std::string node_text(const std::string& path, const KvValue& value) {
   if (const std::optional<std::string> words = vrf_config::words_of({path, value})) return *words;
-  return printable(path) + " = " + printable(value_text(value));
+  return printable(path) + " = " + printable(value_text(path, value));
 }
 
 bool begins_with(const Words& words, const Words& beginning) {

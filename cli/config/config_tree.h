@@ -26,8 +26,9 @@ ConfigNodes read_config(const Session& session, kvtree::Client& client, std::str
 // The items of "traps" that are set: "vrf-up", "all" ...
 std::vector<std::string> read_trap_items(const Session& session, kvtree::Client& client);
 
-std::string value_text(const KvValue& value);
-Json value_json(const std::optional<KvValue>& value);  // null for none
+// A trap switch is true or false, whatever its number.
+std::string value_text(const std::string& path, const KvValue& value);
+Json value_json(const std::string& path, const std::optional<KvValue>& value);  // null for none
 // The node in words or, if words cannot express it, as "PATH = VALUE". Printable.
 std::string node_text(const std::string& path, const KvValue& value);
 

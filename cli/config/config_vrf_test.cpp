@@ -74,9 +74,10 @@ TEST_F(Configuration, TrapSwitchesAreShownWithTheirValues) {
   EXPECT_EQ(Done("show traps"), "ITEM  VALUE\n");
   Done("set traps vrf-up");
   Done("set traps notif-reissue-time 60");
-  EXPECT_EQ(Done("show traps"), "ITEM                VALUE\nnotif-reissue-time  60\nvrf-up              1\n");
+  EXPECT_EQ(Done("show traps"),
+            "ITEM                VALUE\nnotif-reissue-time  60\nvrf-up              true\n");
   EXPECT_EQ(DoneAsJson("show traps"),
-            (Json{{{"item", "notif-reissue-time"}, {"value", 60}}, {{"item", "vrf-up"}, {"value", 1}}}));
+            (Json{{{"item", "notif-reissue-time"}, {"value", 60}}, {{"item", "vrf-up"}, {"value", true}}}));
   EXPECT_EQ(DoneAsJson("show traps vrf-up").size(), 1U);
   EXPECT_EQ(DoneAsJson("show traps all"), Json::array());
   Done("delete traps vrf-up");

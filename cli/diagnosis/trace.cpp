@@ -32,7 +32,7 @@ std::string time_text(std::uint64_t stamp) {
 
 void check_readable(const std::string& path, int mode) {
   if (access(path.c_str(), mode) == 0 || errno != EACCES) return;
-  throw Failure(kExitNoRight, path + ": permission denied; only root and the daemon's group may read it");
+  throw not_permitted(path);
 }
 
 // A directory can be readable while its files are not.

@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -21,6 +22,7 @@ namespace {
 using ::testing::HasSubstr;
 
 constexpr uid_t kUnprivileged = 65534;
+constexpr gid_t kDaemonGroup = 1;                                                // "daemon"
 constexpr std::uint64_t kStamp = 1'767'323'045 * kNanosecondsPerSecond + 6'000;  // 2026-01-02 03:04:05.000006
 
 class TraceCommand : public CommandLine {
@@ -121,16 +123,25 @@ TEST_F(TraceCommand, DirectoryWithoutBuffersIsAFailure) {
                        "; --run-dir sets the daemon's run directory\n");
 }
 
-// Runs the command as another user and returns its exit status.
-int run_unprivileged(const std::vector<std::string>& words) {
+// Runs the command as another user and returns its exit status, and what it prints to standard error.
+int run_unprivileged(const std::vector<std::string>& words, std::string* printed = nullptr) {
+  std::array<int, 2> ends{};
+  if (pipe(ends.data()) != 0) return -1;
   const pid_t child = fork();
   if (child == 0) {
     std::ostringstream out;
     std::ostringstream err;
-    _exit(setgroups(0, nullptr) == 0 && setgid(kUnprivileged) == 0 && setuid(kUnprivileged) == 0
-              ? run(words, out, err)
-              : -1);
+    const bool is_other =
+        setgroups(0, nullptr) == 0 && setgid(kUnprivileged) == 0 && setuid(kUnprivileged) == 0;
+    const int status = is_other ? run(words, out, err) : -1;
+    const bool is_written = write(ends[1], err.str().data(), err.str().size()) >= 0;
+    _exit(is_written ? status : -1);
   }
+  close(ends[1]);
+  std::array<char, 4096> text{};
+  const ssize_t length = read(ends[0], text.data(), text.size());
+  close(ends[0]);
+  if (printed != nullptr && length >= 0) printed->assign(text.data(), static_cast<std::size_t>(length));
   int status = 0;
   waitpid(child, &status, 0);
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
@@ -141,7 +152,12 @@ TEST_F(TraceCommand, BuffersThatTheUserMayNotReadHaveAStatusOfTheirOwn) {
   Write("mpls_vpn/init", {"one"});
   const std::string trace = Directory() + "/trace";
   for (const std::string& path : {Directory(), trace}) ASSERT_EQ(chmod(path.c_str(), 0755), 0);
-  EXPECT_EQ(run_unprivileged({"trace", "init"}), kExitNoRight);
+  ASSERT_EQ(chown((trace + "/mpls_vpn.init").c_str(), 0, kDaemonGroup), 0);
+  std::string printed;
+  EXPECT_EQ(run_unprivileged({"trace", "init"}, &printed), kExitNoRight);
+  EXPECT_THAT(printed,
+              HasSubstr("mpls_vpn.init: permission denied; only root and the group daemon may use it; "
+                        "\"adduser USER daemon\" adds a user"));
   EXPECT_EQ(run_unprivileged({"trace"}), kExitNoRight);
   ASSERT_EQ(chmod((trace + "/mpls_vpn.init").c_str(), 0644), 0);
   EXPECT_EQ(run_unprivileged({"trace", "init"}), kExitOk);

@@ -15,6 +15,7 @@
 #include "cli/system/program.h"
 #include "platform/core/files/directories.h"
 #include "platform/core/text/words.h"
+#include "platform/store/queue/queue_file.h"
 
 namespace cli::doctor {
 
@@ -99,6 +100,15 @@ Finding finding_of_settings(const std::string& problem) {
   const bool needs_restart = problem.starts_with(process_status::kRestartForSettings);
   return {Level::kWarning, "the settings in effect are not those of the file: " + problem,
           needs_restart ? "systemctl restart mpls_vpn_mib" : "systemctl reload mpls_vpn_mib"};
+}
+
+// What a file that cannot be read has may still be wanted.
+Finding finding_of_problem(const std::string& path, const std::string& problem) {
+  if (!problem.starts_with(kvtree::kNotUsed))
+    return {Level::kError, fmt::format("{} cannot be written: {}", path, problem), "df " + path};
+  return {Level::kError, fmt::format("{} is not used: {}", path, problem),
+          fmt::format("{} -g 'is not used'; mv {} to another folder; systemctl restart mpls_vpn_mib", kLog,
+                      path)};
 }
 
 // The daemon has its databases locked while it runs.
@@ -188,8 +198,7 @@ Findings check_databases(Facts& facts) {
     const std::string path = text_or_empty(database.path);
     if (database.quarantined != 0) findings.push_back(finding_of_quarantine(path, database));
     if (const std::string problem = text_or_empty(database.problem); !problem.empty())
-      findings.push_back(
-          {Level::kError, fmt::format("{} cannot be written: {}", path, problem), "df " + path});
+      findings.push_back(finding_of_problem(path, problem));
     if (database.set_aside == 0) continue;
     findings.push_back(
         {Level::kWarning,

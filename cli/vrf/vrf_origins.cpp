@@ -1,5 +1,7 @@
 #include "cli/vrf/vrf_origins.h"
 
+#include "cli/output/record.h"
+#include "cli/show/tables.h"
 #include "platform/config/owners.h"
 #include "platform/router/vpn_events/records.h"
 #include "platform/store/configuration/configuration.h"
@@ -18,6 +20,17 @@ std::string model_rd_owner(const Session& session, kvtree::Client& client) {
   const kvtree::NodesResult found = client.nodes(vpn_events::kRdOwnerPath, 1);
   if (found.status) throw request_failure(session, found.status);
   return found.nodes.empty() ? std::string() : found.nodes.front().value.text;
+}
+
+std::string owner_of_model_rd(const Session& session, kvtree::Client& client, const std::string& vrf,
+                              const std::string& rd) {
+  const std::string path = provider_path("vrf", vrf);
+  const kvtree::GetResult result = client.get(path);
+  if (result.status) return {};  // the failure to be reported is that of the words
+  const Record<mpls_vpn_mib_vrf> row(session, path, kMibVrfParcel, result.record);
+  const std::string shown = text_or_empty(row->rd);
+  const bool is_meant = rd.empty() || vrf_config::parse_target(rd) == vrf_config::parse_target(shown);
+  return shown.empty() || !is_meant ? std::string() : model_rd_owner(session, client);
 }
 
 VrfOrigins::VrfOrigins(const std::string& vrf, std::span<const kvtree::Node> nodes,

@@ -15,6 +15,10 @@ namespace cli {
 // The owner of the RDs in the router model; empty if its source sets none. Throws Failure.
 std::string model_rd_owner(const Session& session, kvtree::Client& client);
 
+// The same if this VRF has such an RD, with this value unless it is empty; empty also if that cannot be read.
+std::string owner_of_model_rd(const Session& session, kvtree::Client& client, const std::string& vrf,
+                              const std::string& rd);
+
 // Origins as vrf_config::origin() names them; empty for an item that is not configured.
 class VrfOrigins {
  public:

@@ -215,7 +215,7 @@ TEST(ConfigurationWords, ErrorsNameTheWordAndWhatIsExpected) {
             "\"2147483648\" is not a time of whole seconds (300, 5m), at most 2147483647");
   EXPECT_EQ(error_in("vrf red low-water ipv4 10 25h"),
             "\"25h\" is not a time of whole seconds (60, 1m), at most 24h");
-  for (const char* time : {"1500ms", "-1", "nan", "1x", "m"})
+  for (const char* time : {"1500ms", "1e1", "-1", "nan", "1x", "m"})
     EXPECT_THAT(error_in(std::string("traps notif-reissue-time ") + time), HasSubstr("is not a time"))
         << time;
 }

@@ -113,6 +113,25 @@ class Commits(SystemTest):
         self.assertEqual(self.config("set", "vrf", "red", "rd", "65000:8").stderr, "")
         self.assertTrue(self.config("set", "vrf", "redd", "rd", "65000:9").stderr.endswith(" until it is created; did you mean red?\n"))
 
+    def test_distinguisher_of_the_router_file_is_deleted_there(self):
+        wait_until("the VRF", lambda: [row["rd"] for row in self.system.cli_json("show", "vrf")] == ["65000:10"])
+        for verb, words in ("delete", ("rd",)), ("delete", ("rd", "65000:10")), ("suppress", ("rd",)):
+            refused = self.config(verb, "vrf", "red", *words, check=False)
+            self.assertEqual(refused.returncode, 1)
+            self.assertEqual(refused.stderr, f'mplsvpn: vrf red {" ".join(words)} is set by "file" with the VRF: change it there, or '
+                             'override it with "config set vrf red rd RD"\n')
+        self.assertEqual(self.config("delete", "vrf", "red", "rd", "65000:11", check=False).stderr, "mplsvpn: vrf red rd 65000:11 is not set\n")
+
+    def test_interface_that_joins_a_missing_vrf_is_a_warning(self):
+        self.system.cli("router", "add-interface", "ge7", "index", "7", check=True)
+        warning = 'VRF nosuch does not exist; "router add-vrf nosuch" creates it'
+        moved = self.system.cli("router", "join", "ge7", "nosuch", check=True)
+        self.assertEqual((moved.stdout, moved.stderr), ("interface ge7 is in VRF nosuch\n", f"mplsvpn: warning: {warning}\n"))
+        moved = self.system.cli("--json", "router", "join", "ge7", "nosuch", check=True)
+        self.assertEqual(json.loads(moved.stdout), {"text": "interface ge7 is in VRF nosuch"})
+        self.assertEqual(json.loads(moved.stderr), {"warning": {"message": warning}})
+        self.assertEqual(self.system.cli("router", "join", "ge7", "red", check=True).stderr, "")
+
     def test_warnings_of_interfaces_say_how_many_more_there_are(self):
         lines = self.system.folder / "lines"
         lines.write_text("".join(f"set vrf red rip interface none{number}\n" for number in range(130)))

@@ -87,7 +87,9 @@ class Terminal(SharedSystemTest):
     def test_pager_shows_what_is_printed_on_a_terminal_alone(self):
         marker = "sed s/^/paged:/"
         self.assertIn("paged:VRF", self.shown("show", "vrf", PAGER=marker))
-        for words in (("--no-pager", "show", "vrf"), ("--json", "show", "vrf"), ("config", "words")):
+        self.assertRegex(self.shown("router", "sh", PAGER=marker), "paged:.*red")
+        self.assertIn("paged:set vrf red", self.shown("config", "show", PAGER=marker))
+        for words in (("router", "help"), ("--no-pager", "show", "vrf"), ("--json", "show", "vrf"), ("config", "words")):
             self.assertNotIn("paged:", self.shown(*words, PAGER=marker), words)
 
     def test_pager_shows_notes_after_what_they_are_of(self):

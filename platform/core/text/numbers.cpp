@@ -19,6 +19,7 @@ std::optional<double> parse_duration(std::string_view duration, double unit) {
     unit = known.seconds;
     break;
   }
+  if (duration.find_first_not_of("0123456789.") != std::string_view::npos) return std::nullopt;
   const std::optional<double> number = parse_real(duration);
   return number ? std::optional(*number * unit) : std::nullopt;
 }

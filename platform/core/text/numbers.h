@@ -32,6 +32,7 @@ inline std::optional<double> parse_real(std::string_view digits) {
 }
 
 // Seconds of a duration such as "500ms", "2s", "1.5m", "1h" or "1d". A number alone counts `unit` seconds.
+// Not "1e1s", "inf" or "-1s".
 std::optional<double> parse_duration(std::string_view duration, double unit);
 
 }  // namespace text

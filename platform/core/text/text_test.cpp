@@ -41,7 +41,8 @@ TEST(Numbers, DurationsMayHaveAUnit) {
   EXPECT_EQ(text::parse_duration("1.5m", 1), 90.0);
   EXPECT_EQ(text::parse_duration("1h", 1), 3600.0);
   EXPECT_EQ(text::parse_duration("1d", 1), 86400.0);
-  for (const char* text : {"", "s", "ms", "2x", "2 s", "2S", "1h30m"})
+  for (const char* text :
+       {"", "s", "ms", "2x", "2 s", "2S", "1h30m", "1e1", "1e3ms", "inf", "nan", "-1s", "+1s"})
     EXPECT_EQ(text::parse_duration(text, 1), std::nullopt) << text;
 }
 

@@ -102,7 +102,8 @@ Status QueueFile::store_unreadable(const std::string& why) {
               path_.c_str(), why.c_str(), name.c_str());
     return kStatusOk;
   }
-  problem_ = "it cannot be read (" + why + ") nor set aside (" + err_text(status) + "), and is left as it is";
+  problem_ =
+      std::string(kNotUsed) + " (" + why + ") nor set aside (" + err_text(status) + "), and is left as it is";
   log_error("kvtree", "%s is not used: %s; %s are lost if the process ends", path_.c_str(), problem_.c_str(),
             contents_.c_str());
   return status;

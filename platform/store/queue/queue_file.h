@@ -12,6 +12,7 @@
 #include <deque>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "platform/core/base/status.h"
 #include "platform/core/evm/worker.h"
@@ -19,6 +20,10 @@
 #include "platform/store/queue/queue_format.h"
 
 namespace kvtree {
+
+// How the problem of a file begins that is left as it is and not used until the next start. With any other
+// one the file cannot be written.
+inline constexpr std::string_view kNotUsed = "it cannot be read";
 
 class QueueFile {
  public:
@@ -43,7 +48,7 @@ class QueueFile {
   // the caller.
   void use_thread(EventManager* manager);
 
-  // Why it cannot be written, or not written anew; empty if it can.
+  // Why it is not used (kNotUsed), cannot be written, or not written anew; empty if it can.
   const std::string& problem() const { return problem_; }
 
   // After the change of the state. Failures are logged, and the queue continues in memory.

@@ -198,7 +198,9 @@ TEST_F(RouterCommands, InterfaceJoinsMovesAndLeaves) {
   EXPECT_EQ(text_, "interface ge0 is in VRF red");
   EXPECT_EQ(interface_named(router_, "ge0").vrf, "red");
   Do("move ge0 blue");
-  EXPECT_EQ(text_, "interface ge0 is in VRF blue, which does not exist; \"router add-vrf blue\" creates it");
+  EXPECT_EQ(
+      text_,
+      "interface ge0 is in VRF blue\nwarning: VRF blue does not exist; \"router add-vrf blue\" creates it");
   EXPECT_EQ(interface_named(router_, "ge0").vrf, "blue");
   Do("leave ge0");
   EXPECT_EQ(text_, "interface ge0 is in no VRF");

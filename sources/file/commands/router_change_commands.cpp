@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "platform/config/vrf_config.h"
+#include "platform/store/tree/action_warning.h"
 #include "sources/file/commands/router_words.h"
 #include "sources/file/reader/router_file.h"
 
@@ -203,7 +204,8 @@ Status move_interface(const RouterCommandContext& context, const std::string& vr
   std::string done =
       vrf == kDefaultVrf ? "interface " + name + " is in no VRF" : "interface " + name + " is in VRF " + vrf;
   if (context.model->find_vrf(vrf) == nullptr)
-    done += ", which does not exist; \"router add-vrf " + vrf + "\" creates it";
+    done += std::string(kKvActionWarning) + "VRF " + vrf + " does not exist; \"router add-vrf " + vrf +
+            "\" creates it";
   return report(context, context.model->move_interface(interface->handle, vrf), done);
 }
 
