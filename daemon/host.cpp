@@ -128,6 +128,11 @@ std::vector<process_status::DatabaseFact> facts_of_databases() {
   return facts;
 }
 
+process_status::MetricsFact facts_of_metrics() {
+  const auto& metrics = host().metrics;
+  return metrics == nullptr ? process_status::MetricsFact{} : metrics->fact();
+}
+
 void provide_status(EventManager* manager) {
   const Source* source = host().sources.front().get();  // lives as long as the process
   const ProcessIdentity identity{.version = MPLS_VERSION,
@@ -138,7 +143,8 @@ void provide_status(EventManager* manager) {
                                  .databases = facts_of_databases,
                                  .route_module_failures = mpls_vpn_mib_route_module_failures,
                                  .traps = waiting_notifications,
-                                 .settings_problem = [] { return host().settings_problem; }};
+                                 .settings_problem = [] { return host().settings_problem; },
+                                 .metrics = facts_of_metrics};
   if (const Status status = process_status_start(manager, identity)) {
     log_error("mpls_vpn_mib", "\"mplsvpn show status\" is not available: %s", err_text(status));
   }

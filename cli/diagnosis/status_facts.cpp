@@ -157,6 +157,20 @@ Json route_modules_json(const ProcessStatus& status) {
   return {{"loaded", problems.empty()}, {"problems", problems}};
 }
 
+std::string metrics_text(const ProcessStatus& status) {
+  const std::string place = text_or_empty(status.metrics_place);
+  const std::string problem = text_or_empty(status.metrics_problem);
+  if (place.empty()) return "off";
+  return problem.empty() ? place : fmt::format("not served at {}: {}", place, problem);
+}
+
+// Null if they are off.
+Json metrics_json(const ProcessStatus& status) {
+  const std::string place = text_or_empty(status.metrics_place);
+  if (place.empty()) return nullptr;
+  return {{"place", place}, {"problem", text_or_null(text_or_empty(status.metrics_problem))}};
+}
+
 }  // namespace
 
 std::unique_ptr<Record<ProcessStatus>> read_status(const Session& session) {
@@ -192,6 +206,7 @@ std::string version_text(const ProcessStatus& status) {
 
 void print_facts(Details& details, const ProcessStatus& status) {
   details.lines("route modules", route_module_lines(status));
+  details.line("metrics", metrics_text(status));
   if (status.has_traps == 0) return;
   details.line("SNMP front end", front_end_text(status));
   details.line("traps waiting for it", traps_text(status));
@@ -205,6 +220,7 @@ void print_fact_tables(const Session& session, const ProcessStatus& status) {
 void add_facts(const ProcessStatus& status, Json* json) {
   (*json)["commandLineVersion"] = MPLS_VERSION;
   (*json)["routeModules"] = route_modules_json(status);
+  (*json)["metrics"] = metrics_json(status);
   (*json)["frontEnd"] = front_end_json(status);
   (*json)["traps"] = traps_json(status);
   (*json)["sources"] = rows_json(kSourceColumns, status.sources);

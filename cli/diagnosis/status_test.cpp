@@ -69,6 +69,7 @@ TEST_F(ShowStatus, TextHasTheProcessAndALineForEachClient) {
                            "route corrections           7\n"
                            "malformed messages          3\n"
                            "route modules               loaded\n"
+                           "metrics                     off\n"
                            "missing routes              unknown\n"
                            "\n" +
                            std::string(kClientTable) + "\nclients of the debug socket:\n" + kClientTable));

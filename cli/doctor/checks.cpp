@@ -16,6 +16,7 @@ constexpr Check kChecks[] = {
     {"settings", "daemon", "the settings are valid and in effect", check_settings},
     {"sources", "daemon", "the kernel, the router file and the suite's programs answer", check_sources},
     {"route-modules", "daemon", "the route modules are loaded", check_route_modules},
+    {"metrics", "daemon", "metrics are served if they are configured", check_metrics},
     {"databases", "daemon", "the databases are sound and can be written", check_databases},
     {"disk", "daemon", "the state directory has free disk space", check_disk},
     {"clock", "daemon", "the clock is right", check_clock},

@@ -192,6 +192,15 @@ Findings check_route_modules(Facts& facts) {
   return findings;
 }
 
+Findings check_metrics(Facts& facts) {
+  const std::string problem = text_or_empty(facts.status()->metrics_problem);
+  if (problem.empty()) return {};
+  return {
+      {Level::kWarning,
+       fmt::format("metrics are not served at {}: {}", text_or_empty(facts.status()->metrics_place), problem),
+       "correct metrics in platform.yaml; systemctl reload mpls_vpn_mib"}};
+}
+
 Findings check_databases(Facts& facts) {
   Findings findings;
   for (const auto& database : elements_of<DatabaseStatus>(facts.status()->databases)) {

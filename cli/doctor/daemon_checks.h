@@ -15,6 +15,7 @@ Findings check_version(Facts& facts);
 Findings check_settings(Facts& facts);
 Findings check_sources(Facts& facts);
 Findings check_route_modules(Facts& facts);
+Findings check_metrics(Facts& facts);
 Findings check_databases(Facts& facts);
 Findings check_disk(Facts& facts);
 Findings check_clock(Facts& facts);

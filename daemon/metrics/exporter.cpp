@@ -32,4 +32,9 @@ void Exporter::apply(const MetricsSettings& settings) {
   endpoint_ = std::make_unique<http::Endpoint>(manager_, "metrics", settings.place, page_of(&facts_));
 }
 
+process_status::MetricsFact Exporter::fact() const {
+  if (endpoint_ == nullptr) return {};
+  return {http::describe(endpoint_->place()), endpoint_->problem()};
+}
+
 }  // namespace daemon_metrics

@@ -27,6 +27,7 @@ class Exporter {
   void apply(const MetricsSettings& settings);
   // Whether it is to be served and the place is not available yet.
   bool is_waiting() const { return endpoint_ != nullptr && !endpoint_->is_open(); }
+  process_status::MetricsFact fact() const;
 
  private:
   RouteTotals routes_;

@@ -70,6 +70,24 @@ class Daemon(DoctorTest):
         system.processes["daemon"].send_signal(signal.SIGHUP)
         self.becomes("the reload", lambda: line in system.log("daemon"), True)
 
+    def test_metrics_that_are_not_served_are_a_warning(self):
+        system = self.started()
+        self.assertEqual((self.diagnose(system, "metrics"), self.metrics_line(system)), (("ok", ""), "off"))
+        settings = system.folder / "etc/platform.yaml"
+        with socket.create_server(("127.0.0.1", 0)) as other:
+            port = other.getsockname()[1]
+            settings.write_text(settings.read_text() + f"metrics: {{port: {port}}}\n")
+            self.reload(system, "'metrics' has changed and is not in effect yet")
+            self.assert_found(system, "metrics", "warning", f"metrics are not served at 127.0.0.1:{port}: ")
+            self.assertRegex(self.metrics_line(system), f"^not served at 127.0.0.1:{port}: .")
+            self.assertTrue(system.cli_json("show", "status")["metrics"]["problem"])
+        self.becomes_ok(system, "metrics")
+        self.assertEqual(self.metrics_line(system), f"127.0.0.1:{port}")
+        self.assertEqual(system.cli_json("show", "status")["metrics"], {"place": f"127.0.0.1:{port}", "problem": None})
+
+    def metrics_line(self, system):
+        return re.search(r"(?m)^ *metrics +(.*)", system.cli("show", "status").stdout)[1]
+
     def test_invalid_router_file_is_a_source_that_is_down(self):
         system = self.started()
         self.assertEqual(self.diagnose(system, "sources"), ("ok", ""))
@@ -301,8 +319,8 @@ class Command(DoctorTest):
         shown = self.doctor(system).stdout
         reason = "the daemon reads a router file, not this kernel"
         lines = [line for line in shown.splitlines() if reason in line]
-        self.assertEqual(lines, [f"14-18  not possible  vrf-device-down to mpls-labels: {reason}",
-                                 f"19-26  not possible  suite-access to suite-routes: {reason}"])
+        self.assertEqual(lines, [f"15-19  not possible  vrf-device-down to mpls-labels: {reason}",
+                                 f"20-27  not possible  suite-access to suite-routes: {reason}"])
         checks = json.loads(subprocess.run(self.words(system), env=system.environment, capture_output=True, text=True,
                                            check=False).stdout)
         alike = [check["id"] for check in checks if [finding["text"] for finding in check["findings"]] == [reason]]

@@ -23,6 +23,8 @@ class Endpoint {
   Endpoint(const Endpoint&) = delete;
   Endpoint& operator=(const Endpoint&) = delete;
   bool is_open() const { return server_ != nullptr; }
+  const Place& place() const { return place_; }
+  const std::string& problem() const { return reported_; }  // why it is not open; empty if it is
 
  private:
   void check();

@@ -45,6 +45,12 @@ struct TrapsFact {
   std::uint64_t alone_for = 0;   // seconds without one
 };
 
+// Where metrics are served.
+struct MetricsFact {
+  std::string place{};    // "127.0.0.1:10166"; empty: they are off
+  std::string problem{};  // why they are not served there; empty if they are
+};
+
 // As the process states them now; empty while it provides no status. Main thread.
 std::vector<SourceFact> source_facts();
 

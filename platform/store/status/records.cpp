@@ -63,6 +63,8 @@ constexpr std::array kStatusFields = {
     PARCEL_FIELD(ProcessStatus, settings_problem),
     PARCEL_FIELD(ProcessStatus, front_end_version),
     PARCEL_FIELD(ProcessStatus, traps_alone_for),
+    PARCEL_FIELD(ProcessStatus, metrics_place),
+    PARCEL_FIELD(ProcessStatus, metrics_problem),
 };
 constexpr auto kStatus = parcel_structure<ProcessStatus>(1, kStatusFields);
 

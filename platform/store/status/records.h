@@ -80,8 +80,10 @@ struct ProcessStatus {
   char* settings_problem;          // why the settings in the file are not those in effect; empty if they are
   char* front_end_version;         // empty: none is connected, or it does not state it
   std::uint32_t traps_alone_for;   // seconds without a front end; 0 with one
+  char* metrics_place;             // where metrics are served; empty: they are off
+  char* metrics_problem;           // why they are not served there; empty if they are
 };
-static_assert(sizeof(ProcessStatus) == 160);
+static_assert(sizeof(ProcessStatus) == 176);
 
 extern const ParcelDescription kProcessStatusParcel;
 

@@ -161,6 +161,9 @@ Status get_status(const KvRequest* request, KvReply* reply) {
   status.front_end_version = front_end_version.data();
   std::string settings_problem = ask(identity.settings_problem);
   status.settings_problem = settings_problem.data();
+  MetricsFact metrics = ask(identity.metrics);
+  status.metrics_place = metrics.place.data();
+  status.metrics_problem = metrics.problem.data();
   reply->kind = kKvKindRecord;
   return parcel_encode(&kProcessStatusParcel, &status, &reply->data, &reply->length);
 }

@@ -27,6 +27,7 @@ struct ProcessIdentity {
   std::function<std::optional<process_status::TrapsFact>()> traps{};
   // Why the settings in the file are not those in effect; empty if they are.
   std::function<std::string()> settings_problem{};
+  std::function<process_status::MetricsFact()> metrics{};
 };
 
 // Time begins now. The manager is the one that serves the store and must live until process_status_stop.
