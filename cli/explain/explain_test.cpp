@@ -119,6 +119,29 @@ TEST_F(ExplainCause, IsUnknownIfNothingShowsThatTheRouteIsThere) {
   EXPECT_EQ(BrokenAndUnknown(), (Links{"", "row"}));
 }
 
+// No daemon answers, and no kernel has a device with so long a name.
+class ExplainWithoutDaemon : public CommandLine {
+ protected:
+  const std::vector<std::string> kWords = {"explain", "longer-than-a-device", "--suite-shell",
+                                           "/nonexistent"};
+};
+
+TEST_F(ExplainWithoutDaemon, FailsAlthoughNoLinkIsKnownToBeBroken) {
+  EXPECT_EQ(Run(kWords), kExitFailed) << Err();
+  EXPECT_THAT(Out(),
+              HasSubstr("\nNo link is known to be broken: device could not be looked at (mpls_vpn_mib"));
+  EXPECT_THAT(Out(), Not(HasSubstr("fix:")));
+}
+
+TEST_F(ExplainWithoutDaemon, NamesTheUnknownLinkAsJson) {
+  std::vector<std::string> words = kWords;
+  words.insert(words.begin(), "--json");
+  EXPECT_EQ(Run(words), kExitFailed) << Err();
+  const Json explained = Json::parse(Out());
+  EXPECT_TRUE(explained["firstBroken"].is_null());
+  EXPECT_EQ(explained["firstUnknown"], "device");
+}
+
 class ExplainKernel : public ExplainedRouter {
  protected:
   Judgement KernelWith(const char* flag, std::uint8_t type) {
