@@ -37,8 +37,7 @@ TEST_F(Daemon, ScalarsAreShownWithTheirTitles) {
             "VRFs active                 2\n"
             "interfaces connected        8\n"
             "notifications               enabled\n"
-            "maximum threshold re-issue  60 s\n"
-            "illegal label threshold     5\n");
+            "maximum threshold re-issue  60 s\n");
 }
 
 TEST_F(Daemon, ScalarsWithoutAReissueTimeShowNever) {

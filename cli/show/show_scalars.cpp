@@ -28,7 +28,6 @@ void print_scalars(const Session& session, kvtree::Client& client, const mib::Sc
   details.line("interfaces connected", std::to_string(scalars.connectedInterfaces));
   details.line("notifications", notifications_text(session, client, scalars));
   details.line("maximum threshold re-issue", seconds == 0 ? "never" : fmt::format("{} s", seconds));
-  details.line("illegal label threshold", std::to_string(scalars.illegalLabelsThreshold));
 }
 
 }  // namespace

@@ -257,10 +257,8 @@ void print_vrf(const Session& session, const VrfView& vrf, const VrfDetails& det
   lines.line("state", name_of(mib::kVrfStatus, row.operStatus));
   lines.line("created", time_text(row.creationTime));
   lines.line("last changed", time_text(row.confLastChanged));
-  lines.line("routes", fmt::format("{} now, {} dropped; additions and deletions are not counted",
-                                   routes_text(vrf), row.routesDropped));
+  lines.line("routes", fmt::format("{} now; additions and deletions are not counted", routes_text(vrf)));
   lines.lines("route thresholds", threshold_lines(details));
-  lines.line("illegal labels", std::to_string(row.illegalLabelViolations));
   lines.line("big", details.shown.isBigVrf != 0 ? "yes" : "no");
   lines.words("interfaces", interface_words(row, details));
   for (const mpls_vpn_afi_safi& table : details.tables) print_family(session, {table, origins});
