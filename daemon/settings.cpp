@@ -2,9 +2,7 @@
 // another source than its operator meant shows a management system the wrong router.
 #include "daemon/settings.h"
 
-#include <algorithm>
 #include <filesystem>
-#include <iterator>
 #include <map>
 #include <sstream>
 #include <string_view>
@@ -12,6 +10,7 @@
 
 #include "platform/core/files/read_file.h"
 #include "sources/file/reader/yaml_document.h"
+#include "sources/file/reader/yaml_reader.h"
 
 namespace daemon_host {
 
@@ -94,23 +93,22 @@ constexpr Key kKeys[] = {{"source", take_source, has_same_source},
 
 using Values = std::map<std::string, const Node*>;
 
-const std::string& known_key(const Node& key) {
-  if (!key.is_scalar()) refuse(key.mark(), "a key is one word");
-  const std::string& name = key.scalar();
-  if (std::ranges::find(kKeys, name, &Key::name) == std::end(kKeys) && find_source_option(name) == nullptr)
-    refuse(key.mark(), "unknown key '" + name + "'");
-  return name;
+std::vector<std::string_view> key_names() {
+  std::vector<std::string_view> names;
+  for (const Key& key : kKeys) names.push_back(key.name);
+  for (const SourceKind& kind : source_kinds()) {
+    for (const SourceOption& option : kind.options) names.push_back(option.key);
+  }
+  return names;
 }
 
 Values read_values(const Node* root) {
   Values values;
   if (root == nullptr || root->is_null()) return values;
-  if (!root->is_map()) refuse(root->mark(), "expected 'key: value' lines");
-  for (std::size_t at = 0; at + 1 < root->items().size(); at += 2) {
-    const Node& key = *root->items()[at];
-    if (!values.emplace(known_key(key), root->items()[at + 1]).second)
-      refuse(key.mark(), "key '" + key.scalar() + "' is set twice");
-  }
+  const std::vector<std::string_view> names = key_names();
+  router_file::read_keys(*root, "the settings file", names, [&](std::size_t position, const Node& value) {
+    values.emplace(names[position], &value);
+  });
   return values;
 }
 

@@ -105,12 +105,16 @@ TEST_F(SettingsFile, WrongMetricsAreRefusedAtTheirPlace) {
   EXPECT_EQ(Refusal("metrics: {vrf: a-name-too-long-for-a-device}\n"),
             "platform.yaml:1:16: 'vrf' is the name of a VRF device, 1 to 15 characters, not "
             "'a-name-too-long-for-a-device'");
-  EXPECT_EQ(Refusal("metrics: {port: 1, port: 2}\n"), "platform.yaml:1:20: key 'port' is set twice");
-  EXPECT_EQ(Refusal("metrics: {host: a}\n"), "platform.yaml:1:11: 'metrics' has no key 'host'");
+  EXPECT_EQ(Refusal("metrics: {port: 1, port: 2}\n"),
+            "platform.yaml:1:20: the key \"port\" is written twice");
+  EXPECT_EQ(Refusal("metrics: {host: a}\n"),
+            "platform.yaml:1:11: metrics has no key \"host\"; the keys are address, "
+            "port, vrf, interfaces");
+  EXPECT_EQ(Refusal("metrics: {[a]: b}\n"), "platform.yaml:1:11: a key of metrics is one word");
   EXPECT_EQ(Refusal("metrics: {port: [1]}\n"), "platform.yaml:1:17: 'port' takes one word");
   EXPECT_EQ(Refusal("metrics: {interfaces: some}\n"),
-            "platform.yaml:1:23: 'interfaces' is 'true' or 'false'");
-  EXPECT_EQ(Refusal("metrics: 9000\n"), "platform.yaml:1:10: 'metrics' is 'true' or 'false'");
+            "platform.yaml:1:23: 'interfaces' is true or false, not \"some\"");
+  EXPECT_EQ(Refusal("metrics: 9000\n"), "platform.yaml:1:10: 'metrics' is true or false, not \"9000\"");
   EXPECT_EQ(Refusal("metrics: [9000]\n"),
             "platform.yaml:1:10: 'metrics' is 'true', 'false', or a map of 'address', 'port', 'vrf' and "
             "'interfaces'");
@@ -147,15 +151,26 @@ TEST_F(SettingsFile, RoutingSuiteIsWantedWhenItIsNamed) {
 }
 
 TEST_F(SettingsFile, ErrorsNameTheirPosition) {
-  EXPECT_EQ(Refusal("source: kernel\nrouters: x\n"), "platform.yaml:2:1: unknown key 'routers'");
+  EXPECT_EQ(Refusal("source: kernel\nrouters: x\n"),
+            "platform.yaml:2:1: the settings file has no key \"routers\"; the keys are source, frr, metrics, "
+            "router_file");
+  EXPECT_EQ(Refusal("sorce: file\n"),
+            "platform.yaml:1:1: the settings file has no key \"sorce\"; did you mean \"source\"? the keys "
+            "are source, frr, metrics, router_file");
+  EXPECT_EQ(Refusal("[a]: file\n"), "platform.yaml:1:1: a key of the settings file is one word");
   EXPECT_EQ(Refusal("source: disk\n"), "platform.yaml:1:9: 'source' is 'kernel' or 'file', not 'disk'");
   EXPECT_EQ(Refusal("source: file\n"), "platform.yaml:1:1: 'source: file' needs a 'router_file'");
   EXPECT_EQ(Refusal("source: [a]\n"), "platform.yaml:1:9: 'source' takes one word");
-  EXPECT_EQ(Refusal("source: kernel\nsource: file\n"), "platform.yaml:2:1: key 'source' is set twice");
+  EXPECT_EQ(Refusal("source: kernel\nsource: file\n"),
+            "platform.yaml:2:1: the key \"source\" is written twice");
   EXPECT_EQ(Refusal("router_file: [a]\n"), "platform.yaml:1:14: 'router_file' takes one word");
-  EXPECT_EQ(Refusal("- a\n"), "platform.yaml:1:1: expected 'key: value' lines");
+  EXPECT_EQ(Refusal("- a\n"),
+            "platform.yaml:1:1: the settings file is written as keys with values; the keys are source, frr, "
+            "metrics, router_file");
   EXPECT_EQ(Refusal("a: b: c\n").substr(0, 18), "platform.yaml:1:5:");
-  EXPECT_EQ(Refusal("kernel\n"), "platform.yaml:1:1: expected 'key: value' lines");
+  EXPECT_EQ(Refusal("kernel\n"),
+            "platform.yaml:1:1: the settings file is written as keys with values; the keys are source, frr, "
+            "metrics, router_file");
   EXPECT_EQ(Refusal("frr: vtysh\n"),
             "platform.yaml:1:6: 'frr' is 'auto', 'true', 'false' or the path of a shell, not 'vtysh'");
   EXPECT_EQ(Refusal("frr: [a]\n"), "platform.yaml:1:6: 'frr' takes one word");

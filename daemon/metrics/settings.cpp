@@ -2,12 +2,12 @@
 
 #include <net/if.h>
 
-#include <algorithm>
-#include <iterator>
-#include <set>
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/core/text/numbers.h"
+#include "sources/file/reader/yaml_reader.h"
 
 namespace daemon_metrics {
 
@@ -36,14 +36,8 @@ void take_vrf(const Node& node, MetricsSettings* settings) {
   settings->place.vrf = name;
 }
 
-bool read_switch(const Node& node, std::string_view key) {
-  if (node.is_scalar() && (node.scalar() == "true" || node.scalar() == "false"))
-    return node.scalar() == "true";
-  refuse(node.mark(), "'" + std::string(key) + "' is 'true' or 'false'");
-}
-
 void take_interfaces(const Node& node, MetricsSettings* settings) {
-  settings->with_interfaces = read_switch(node, "interfaces");
+  settings->with_interfaces = router_file::read_switch(node, "'interfaces'");
 }
 
 struct MetricsKey {
@@ -57,13 +51,9 @@ constexpr MetricsKey kMetricsKeys[] = {
     {"interfaces", take_interfaces},
 };
 
-void take_key(const Node& key, const Node& value, MetricsSettings* settings) {
-  const auto* const known = key.is_scalar() ? std::ranges::find(kMetricsKeys, key.scalar(), &MetricsKey::name)
-                                            : std::end(kMetricsKeys);
-  if (known == std::end(kMetricsKeys))
-    refuse(key.mark(), "'metrics' has no key '" + (key.is_scalar() ? key.scalar() : std::string()) + "'");
-  if (!value.is_scalar()) refuse(value.mark(), "'" + key.scalar() + "' takes one word");
-  known->take(value, settings);
+void take_value(const MetricsKey& key, const Node& value, MetricsSettings* settings) {
+  if (!value.is_scalar()) refuse(value.mark(), "'" + std::string(key.name) + "' takes one word");
+  key.take(value, settings);
 }
 
 }  // namespace
@@ -72,18 +62,17 @@ MetricsSettings read_metrics_settings(const Node& node) {
   MetricsSettings settings;
   settings.is_on = true;
   if (node.is_scalar()) {
-    settings.is_on = read_switch(node, "metrics");
+    settings.is_on = router_file::read_switch(node, "'metrics'");
     return settings;
   }
   if (!node.is_map())
     refuse(node.mark(),
            "'metrics' is 'true', 'false', or a map of 'address', 'port', 'vrf' and 'interfaces'");
-  std::set<std::string_view> seen;
-  for (std::size_t at = 0; at + 1 < node.items().size(); at += 2) {
-    const Node& key = *node.items()[at];
-    take_key(key, *node.items()[at + 1], &settings);
-    if (!seen.insert(key.scalar()).second) refuse(key.mark(), "key '" + key.scalar() + "' is set twice");
-  }
+  std::vector<std::string_view> names;
+  for (const MetricsKey& key : kMetricsKeys) names.push_back(key.name);
+  router_file::read_keys(node, "metrics", names, [&](std::size_t position, const Node& value) {
+    take_value(kMetricsKeys[position], value, &settings);
+  });
   return settings;
 }
 

@@ -237,7 +237,7 @@ class BadStart(SystemTest):
     def test_invalid_settings_end_the_start_with_line_and_column(self):
         status, log = self.start(ROUTER, settings="sauce: file\n")
         self.assertEqual(status, 78)
-        self.assertIn("platform.yaml:1:1: unknown key 'sauce'", log)
+        self.assertIn('platform.yaml:1:1: the settings file has no key "sauce"; the keys are source, ', log)
 
     def test_start_with_faults_or_without_settings_logs_warnings(self):
         """The service manager learns the severity from the beginning of a line, if standard error is its journal."""

@@ -246,8 +246,8 @@ class Places(SystemTest):
     def test_wrong_settings_are_refused_with_their_place(self):
         for metrics, message in (("{port: 0}", ":3:17: 'port' is a number from 1 to 65535, not '0'"),
                                  ("{address: localhost}", ":3:20: 'address' is an IP address, not 'localhost'"),
-                                 ("{prot: 1}", ":3:11: 'metrics' has no key 'prot'"),
-                                 ("maybe", ":3:10: 'metrics' is 'true' or 'false'")):
+                                 ("{prot: 1}", ':3:11: metrics has no key "prot"; did you mean "port"? the keys are address, port, vrf, interfaces\n'),
+                                 ("maybe", ":3:10: 'metrics' is true or false, not \"maybe\"")):
             system = self.router_with(metrics)
             system.spawn("daemon", str(BIN / "mpls_vpn_mib"))
             self.assertEqual(system.processes["daemon"].wait(timeout=20 * SLOW), 78)

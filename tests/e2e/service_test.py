@@ -14,6 +14,8 @@ import unittest
 from service_system import DAEMON, ROUTER, ServiceTest
 from system import BIN, SLOW, fetch, unused_port, wait_until
 
+KEYS = "the keys are source, frr, metrics, router_file"
+
 
 class EndOfDaemon(ServiceTest):
     def test_sigterm_and_sigint_end_it_with_a_line_and_without_sockets(self):
@@ -103,8 +105,8 @@ class Reload(ServiceTest):
         self.assertEqual(self.problem(system), "restart the daemon for the changed source, router_file")
         self.assertIn("settings  ", system.cli("show", "status").stdout)
         settings.write_text("source: kernel\nnosuch: 1\n")
-        self.hang_up(system, f"{settings}:2:1: unknown key 'nosuch' (SIGHUP from process {os.getpid()}; "
-                             "the former settings remain)\n")
+        self.hang_up(system, f"{settings}:2:1: the settings file has no key \"nosuch\"; {KEYS} "
+                             f"(SIGHUP from process {os.getpid()}; the former settings remain)\n")
 
 
     def test_settings_remain_while_their_directory_is_missing(self):
@@ -210,7 +212,7 @@ class Refusals(ServiceTest):
         system = self.new_system(ROUTER)
         (system.folder / "etc/platform.yaml").write_text("sauce: file\n")
         status, log = self.refused(system)
-        self.assertEqual((status, log), (78, f"mpls_vpn_mib: {system.folder}/etc/platform.yaml:1:1: unknown key 'sauce'\n"))
+        self.assertEqual((status, log), (78, f"mpls_vpn_mib: {system.folder}/etc/platform.yaml:1:1: the settings file has no key \"sauce\"; {KEYS}\n"))
 
     def test_invalid_router_file_has_it_too_but_not_a_missing_one(self):
         system = self.new_system("vrfs: [{name: red}]\n")

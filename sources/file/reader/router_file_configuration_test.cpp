@@ -130,7 +130,8 @@ TEST(RouterFileConfigurationError, KeysOfEveryMapAreKnown) {
   EXPECT_EQ(ErrorInRed("thresholds: {maximum: 1}"),
             "2:38: thresholds has no key \"maximum\"; the keys are ipv4, ipv6");
   EXPECT_EQ(ErrorIn("traps: {vrfup: true}\n"),
-            "1:9: traps has no key \"vrfup\"; the keys are vrf-up, vrf-down, mid-thresh-exc, max-thresh-exc, "
+            "1:9: traps has no key \"vrfup\"; did you mean \"vrf-up\"? the keys are vrf-up, vrf-down, "
+            "mid-thresh-exc, max-thresh-exc, "
             "ilg-lbl-exc, max-thresh-clr, all, notif-reissue-time");
 }
 

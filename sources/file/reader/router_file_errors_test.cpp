@@ -98,15 +98,16 @@ TEST(RouterFileError, NestingIsBounded) {
 }
 
 TEST(RouterFileError, KeysAreKnownAndWrittenOnce) {
-  EXPECT_EQ(
-      ErrorIn("vrf: []\n"),
-      "1:1: a router file has no key \"vrf\"; the keys are vrfs, interfaces, generate, as_format, traps");
+  EXPECT_EQ(ErrorIn("vrf: []\n"),
+            "1:1: a router file has no key \"vrf\"; did you mean \"vrfs\"? the keys are vrfs, interfaces, "
+            "generate, as_format, traps");
   EXPECT_EQ(
       ErrorInVrf("name: red, colour: red"),
       "2:17: a VRF has no key \"colour\"; the keys are name, id, table, tables, description, rd, big, state, "
       "routes, route_targets, policies, thresholds, bgp, ospf, rip, eigrp, static");
   EXPECT_EQ(ErrorInVrf("name: red, tables: {ipv5: 1}"),
-            "2:26: tables has no key \"ipv5\"; the keys are ipv4, ipv6, ipv4-multicast, ipv6-multicast");
+            "2:26: tables has no key \"ipv5\"; did you mean \"ipv4\"? the keys are ipv4, ipv6, "
+            "ipv4-multicast, ipv6-multicast");
   EXPECT_EQ(
       ErrorInInterface("name: ge0, mtu: 9000"),
       "2:17: an interface has no key \"mtu\"; the keys are name, index, description, state, addresses, vrf");

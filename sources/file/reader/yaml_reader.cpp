@@ -28,6 +28,14 @@ std::string plain_scalar(const Node& value, const std::string& expected) {
   return value.scalar();
 }
 
+// Names the key that is probably meant, and all of them.
+[[noreturn]] void refuse_key(const Node& key, std::string_view what,
+                             const std::vector<std::string_view>& names) {
+  const std::string unknown = std::string(what) + " has no key " + quoted(key.scalar());
+  const std::string similar = text::hint(key.scalar(), {names.begin(), names.end()}, "");
+  refuse(key.mark(), text::continued(text::continued(unknown, similar), "the keys are " + listed(names)));
+}
+
 bool is_control(char octet) {
   return static_cast<unsigned char>(octet) < 0x20 || octet == 0x7f;
 }
@@ -44,9 +52,7 @@ void read_keys(const Node& map, std::string_view what, const std::vector<std::st
     const Node& key = *map.items()[at];
     const std::string name = key_name(key, what);
     const auto found = std::find(names.begin(), names.end(), name);
-    if (found == names.end()) {
-      refuse(key.mark(), std::string(what) + " has no key \"" + name + "\"; the keys are " + listed(names));
-    }
+    if (found == names.end()) refuse_key(key, what, names);
     const auto position = static_cast<std::size_t>(found - names.begin());
     if (seen[position]) refuse(key.mark(), "the key \"" + name + "\" is written twice");
     seen[position] = true;
