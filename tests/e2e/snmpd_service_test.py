@@ -12,7 +12,7 @@ import subprocess
 import time
 import unittest
 
-from snmpd_module_test import DLMOD, ROWS, ModuleTest
+from module_system import DLMOD, ROWS, ModuleTest
 from system import MODULE, ROOT, SCALARS, VRF_ENTRY, dotted, name_index, wait_until
 from trap_sink import TrapSink
 from wire import Client
