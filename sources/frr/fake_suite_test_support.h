@@ -15,6 +15,12 @@
 
 #include "platform/core/evm/test_run_directory.h"
 
+// What the shell prints for a question, with its end.
+inline constexpr char kWhole[] =
+    "vm# show running-config\nBuilding configuration...\n\nCurrent configuration:\n!\nrouter bgp 65000 vrf "
+    "red\n"
+    "exit\n!\nend\nvm# show daemons\n zebra bgpd\nvm# ";
+
 // A socket at which a program listens.
 class SuiteSocket {
  public:
