@@ -1,15 +1,13 @@
-// Tests of the server and its client: every request over a socket, clients that misbehave.
-#include <sys/socket.h>
-#include <sys/un.h>
+// Tests of the server: every request over a socket, clients that misbehave.
 #include <unistd.h>
 
-#include <array>
+#include <chrono>
+#include <functional>
 #include <future>
-#include <optional>
-#include <utility>
+#include <string>
+#include <thread>
+#include <vector>
 
-#include "platform/core/base/clock.h"
-#include "platform/core/files/directories.h"
 #include "platform/core/wire/wire.h"
 #include "platform/store/client/client.h"
 #include "platform/store/server/protocol.h"
@@ -21,7 +19,6 @@
 namespace {
 
 using kvtree::Client;
-using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using namespace std::chrono_literals;
 
@@ -335,196 +332,6 @@ TEST_F(ServedStore, ServingTwiceOnOneManagerIsRefused) {
   EXPECT_EQ(kvtree_serve(nullptr), kStatusInvalid);
   fault_arm("kvtree_serve", kStatusIo);
   EXPECT_EQ(kvtree_serve(manager), kStatusIo);
-}
-
-// --- Clients
-
-TEST_F(ServedStore, ClientWithoutAConnectionReportsIt) {
-  EXPECT_FALSE(client.connected());
-  EXPECT_EQ(client.fd(), -1);
-  EXPECT_EQ(client.get(kSubtree + "scalars").status, kStatusNotConnected);
-  EXPECT_EQ(client.list(kSubtree, 1).status, kStatusNotConnected);
-  EXPECT_EQ(client.walk(kSubtree, 1).status, kStatusNotConnected);
-  EXPECT_EQ(client.action({"act"}).status, kStatusNotConnected);
-  EXPECT_EQ(client.subscribe(kSubtree).status, kStatusNotConnected);
-  EXPECT_EQ(client.acknowledge(1, 1), kStatusNotConnected);
-  EXPECT_EQ(client.nodes("/cfg/", 1).status, kStatusNotConnected);
-  EXPECT_EQ(client.next_notification(1ms).status, kStatusNotConnected);
-  Client unserved(directory.path() + "/absent");
-  EXPECT_EQ(unserved.connect(), kStatusNotConnected);
-}
-
-TEST_F(ServedStore, TimeoutClosesTheClientAndItConnectsAgain) {
-  Client hasty(Client::default_socket(), 20ms);
-  ASSERT_EQ(hasty.connect(), kStatusOk);
-  EXPECT_EQ(hasty.get(kSubtree + "scalars").status, kStatusTimedOut);  // the loop does not run
-  EXPECT_FALSE(hasty.connected());
-  Start();
-  Client patient(Client::default_socket(), 5000ms);
-  ASSERT_EQ(patient.connect(), kStatusOk);
-  EXPECT_EQ(patient.get(kSubtree + "scalars").status, kStatusOk);
-}
-
-TEST_F(ServedStore, ServerThatStopsIsNotConnected) {
-  ASSERT_EQ(client.connect(), kStatusOk);
-  Run();
-  kvtree_stop_serving(manager);
-  EXPECT_EQ(client.get(kSubtree + "scalars").status, kStatusNotConnected);
-  EXPECT_FALSE(client.connected());
-}
-
-// A server that answers every connection with these octets.
-class LyingServer : public StoreTest {
- protected:
-  // An answer to the first request of a client.
-  static wire::Octets Answer(std::uint16_t type, const wire::Octets& payload, std::uint32_t request = 1) {
-    wire::Octets frame;
-    wire::begin_frame(&frame, type, request);
-    frame.insert(frame.end(), payload.begin(), payload.end());
-    wire::finish_frame(&frame, 0);
-    return frame;
-  }
-  void ConnectTo(const wire::Octets& octets) {
-    event_set_acceptor(manager, [octets](int fd) {
-      EXPECT_EQ(write(fd, octets.data(), octets.size()), static_cast<ssize_t>(octets.size()));
-      fds().push_back(fd);
-    });
-    ASSERT_EQ(client.connect(), kStatusOk);
-    Run();
-  }
-  ~LyingServer() override {
-    for (const int fd : fds()) close(fd);
-    fds().clear();
-  }
-  static std::vector<int>& fds() {
-    static std::vector<int> all;
-    return all;
-  }
-  Client client{Client::default_socket(), 5000ms};
-};
-
-TEST_F(LyingServer, MalformedAnswersCloseTheClient) {
-  const wire::Octets ok{0, 0, 0, 0};
-  const auto with = [&](wire::Octets rest) {
-    rest.insert(rest.begin(), ok.begin(), ok.end());
-    return rest;
-  };
-  ConnectTo(Answer(kvtree::kGet | kvtree::kAnswer, ok));
-  EXPECT_EQ(client.get("/a").status, kStatusBadMessage);
-  EXPECT_FALSE(client.connected());
-  ConnectTo(Answer(kvtree::kGet | kvtree::kAnswer, {0, 0}, 2));
-  EXPECT_EQ(client.get("/a").status, kStatusBadMessage);
-  ConnectTo(Answer(kvtree::kList | kvtree::kAnswer, with({0xff, 0xff, 0xff, 0xff}), 3));
-  EXPECT_EQ(client.list("/a", 1).status, kStatusBadMessage);
-  ConnectTo(Answer(kvtree::kWalk | kvtree::kAnswer, with({1, 0xff, 0xff, 0xff, 0xff}), 4));
-  const kvtree::WalkResult walk = client.walk("/a", 1);
-  EXPECT_EQ(walk.status, kStatusBadMessage);
-  EXPECT_FALSE(walk.end);
-  ConnectTo(Answer(kvtree::kAction | kvtree::kAnswer, ok, 5));
-  EXPECT_EQ(client.action({"a"}).status, kStatusBadMessage);
-  ConnectTo(Answer(kvtree::kNotification, {1}, 0));
-  EXPECT_EQ(client.get("/a").status, kStatusBadMessage);
-  EXPECT_FALSE(client.connected());
-}
-
-TEST_F(LyingServer, AnswerToAnotherRequestClosesTheClient) {
-  ConnectTo(Answer(kvtree::kGet | kvtree::kAnswer, {0, 0, 0, 0, 7, 0, 0, 0, 0, 0, 0, 0}, 9));
-  EXPECT_EQ(client.get("/a").status, kStatusBadMessage);
-  EXPECT_FALSE(client.connected());
-  ConnectTo(Answer(kvtree::kList | kvtree::kAnswer, {0, 0, 0, 0, 7, 0, 0, 0, 0, 0, 0, 0}, 2));
-  EXPECT_EQ(client.get("/a").status, kStatusBadMessage);
-}
-
-// --- Roles
-
-wire::FoundGroup find_role_group(const std::string& name) {
-  return {kStatusOk, name == "mpls_vpn_agent" ? gid_t{702} : gid_t{701}};
-}
-
-// Requests of peers that are in the administrators' group 701, in the agents' 702, or in neither.
-class PeersOfAnotherUser : public ServedStore {
- protected:
-  PeersOfAnotherUser() {
-    wire::forget_groups();
-    EXPECT_EQ(kvtree_retain_notifications("/oper/mpls_vpn/gl/", "snmp", 4), kStatusOk);
-    Add("get", kvtree::kGet, [](wire::Writer* to) { to->u8(0), to->text("/oper/mpls_vpn/gl/scalars"); });
-    Add("walk", kvtree::kWalk,
-        [](wire::Writer* to) { to->u8(0), to->u32(1), to->text("/oper/mpls_vpn/gl/scalars"); });
-    Add("subscribe", kvtree::kSubscribe, [](wire::Writer* to) { to->text("/oper/mpls_vpn/"), to->text(""); });
-    Add("subscribe by name", kvtree::kSubscribe,
-        [](wire::Writer* to) { to->text("/oper/mpls_vpn/gl/"), to->text("snmp"); });
-    Add("nodes", kvtree::kNodes,
-        [](wire::Writer* to) { to->u32(1), to->text("/cfg/"), to->text(""), to->text(""); });
-    Add("history", kvtree::kHistory, [](wire::Writer* to) { to->u32(1), to->text(""); });
-    Add("changes", kvtree::kCommitChanges, [](wire::Writer* to) { to->text("1"), to->u32(0), to->u32(1); });
-    Add("action", kvtree::kAction, [](wire::Writer* to) { to->u16(1), to->text("act"); });
-    Add("stage", kvtree::kStage, [](wire::Writer* to) { to->u8(0), to->u32(0); });
-    Add("commit", kvtree::kCommit, [](wire::Writer* to) { to->u32(0), to->text(""); });
-    Add("confirmation", kvtree::kConfirmation, [](wire::Writer*) {});
-    Add("confirm", kvtree::kConfirm, [](wire::Writer* to) { to->text(""); });
-  }
-  ~PeersOfAnotherUser() override {
-    wire::find_group = former_;
-    wire::forget_groups();
-  }
-
-  // The requests that a peer of this group is refused.
-  std::vector<std::string> RefusedTo(gid_t group) {
-    std::array<int, 2> pair{-1, -1};
-    EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, pair.data()), 0);
-    wire::Server& server = kvtree::the_server()->server;
-    server.adopt(pair[1], {60001, group, 0, {}});
-    wire::Connection* connection = nullptr;
-    server.for_each([&](wire::Connection& each) { connection = &each; });
-    std::vector<std::string> refused;
-    for (const Request& request : requests_) {
-      if (StatusOf(*connection, pair[0], request) == kStatusAccess) refused.push_back(request.name);
-    }
-    close(pair[0]);
-    return refused;
-  }
-
- private:
-  struct Request {
-    std::string name;
-    std::uint16_t type;
-    wire::Octets payload;
-  };
-  // A commit is answered later, on the loop.
-  Status StatusOf(wire::Connection& connection, int peer, const Request& request) const {
-    EXPECT_TRUE(kvtree::the_server()->handle(connection, {request.type, 1, request.payload})) << request.name;
-    wire::Octets octets(1U << 20);
-    ssize_t size = 0;
-    while ((size = read(peer, octets.data(), octets.size())) < 0 && errno == EAGAIN)
-      event_run_pending(manager, kNanosecondsPerMillisecond);
-    wire::Message answer;
-    std::size_t used = 0;
-    EXPECT_EQ(wire::parse_frame({octets.data(), static_cast<std::size_t>(std::max<ssize_t>(size, 0))},
-                                octets.size(), &answer, &used),
-              kStatusOk)
-        << request.name;
-    return wire::Reader(answer.payload).u32();
-  }
-  void Add(const char* name, std::uint16_t type, void (*write)(wire::Writer*)) {
-    requests_.push_back({name, type, {}});
-    wire::Writer writer(&requests_.back().payload);
-    write(&writer);
-  }
-  std::vector<Request> requests_;
-  wire::FindGroup former_ = std::exchange(wire::find_group, &find_role_group);
-};
-
-TEST_F(PeersOfAnotherUser, ReadersReadAndSubscribeWithoutAName) {
-  EXPECT_THAT(RefusedTo(60001), ElementsAre("subscribe by name", "stage", "commit", "confirm"));
-}
-
-TEST_F(PeersOfAnotherUser, AgentsReadTablesAndReceiveNotificationsAndNothingElse) {
-  EXPECT_THAT(RefusedTo(702), ElementsAre("nodes", "history", "changes", "action", "stage", "commit",
-                                          "confirmation", "confirm"));
-}
-
-TEST_F(PeersOfAnotherUser, AdministratorsAreRefusedNothing) {
-  EXPECT_THAT(RefusedTo(701), ElementsAre());
 }
 
 }  // namespace
