@@ -44,6 +44,11 @@ class Includes(unittest.TestCase):
         self.assertEqual(check_tree.crowded_folders(files), [])
         self.assertEqual(check_tree.crowded_folders([*files, "a/more.h"]), [("a", check_tree.MOST_FILES + 1)])
 
+    def test_source_with_too_many_lines_is_reported(self):
+        self.assertEqual(check_tree.length_errors("a/b.py", "x\n" * 400), [])
+        self.assertEqual(check_tree.length_errors("a/b.py", "x\n" * 401),
+                         ["a/b.py: has 401 lines; divide it by concern, 400 are the limit"])
+
 
 class Format(unittest.TestCase):
     @unittest.skipUnless(shutil.which(check_tree.FORMATTER), "the formatter is not installed")
