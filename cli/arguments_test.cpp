@@ -145,6 +145,8 @@ TEST(Wrapping, RestOfALineBeginsBelowItsSecondColumn) {
   EXPECT_EQ(wrapped("  one two three four", 11), "  one two\n  three\n  four\n");
   EXPECT_EQ(wrapped("a-word-without-blanks", 5), "a-word-without-blanks\n");
   EXPECT_EQ(wrapped("\n\n", 5), "\n\n");
+  EXPECT_EQ(wrapped("one two", 0), "one two\n");
+  EXPECT_EQ(wrapped("one two\n", 0), "one two\n");
 }
 
 TEST_F(Arguments, PagerIsStartedForLongOutputOnATerminalOnly) {

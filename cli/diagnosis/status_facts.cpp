@@ -1,10 +1,13 @@
 #include "cli/diagnosis/status_facts.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <optional>
+#include <set>
 #include <span>
 #include <string>
 
@@ -12,6 +15,7 @@
 #include "cli/output/record.h"
 #include "cli/output/row_writer.h"
 #include "cli/output/times.h"
+#include "cli/output/wrap.h"
 
 namespace cli {
 
@@ -22,6 +26,8 @@ using process_status::DatabaseStatus;
 using process_status::ProcessStatus;
 using process_status::RouteModuleFailure;
 using process_status::SourceStatus;
+
+constexpr std::size_t kRestIndent = 2;  // of the rest of a broken line
 
 template <typename T>
 std::span<const T> elements_of(const ParcelArray& array) {
@@ -59,8 +65,16 @@ constexpr Column<SourceStatus> kSourceColumns[] = {
     {"version", member_or_null<&SourceStatus::version>, {"VERSION"}, member_or_dash<&SourceStatus::version>},
     {"lastAnswer", last_answer_json, number("LAST ANSWER"), last_answer_text},
     {"lastAnswerText", last_answer_text_json},
-    {"problem", member_or_null<&SourceStatus::problem>, {"PROBLEM"}, member_or_dash<&SourceStatus::problem>},
+    {"problem", member_or_null<&SourceStatus::problem>},
 };
+
+std::filesystem::path path_of(const DatabaseStatus& database) {
+  return text_or_empty(database.path);
+}
+
+std::string file_name_text(const DatabaseStatus& database) {
+  return path_of(database).filename().string();
+}
 
 std::string size_text(const DatabaseStatus& database) {
   return fmt::format("{} KiB", database.kibibytes);
@@ -71,12 +85,28 @@ constexpr Column<DatabaseStatus> kDatabaseColumns[] = {
     {"kibibytes", member_json<&DatabaseStatus::kibibytes>, number("SIZE"), size_text},
     {"setAside", member_json<&DatabaseStatus::set_aside>, number("SET ASIDE")},
     {"quarantined", member_json<&DatabaseStatus::quarantined>, number("QUARANTINED")},
-    {"problem",
-     member_or_null<&DatabaseStatus::problem>,
-     {"PROBLEM"},
-     member_or_dash<&DatabaseStatus::problem>},
-    {"path", member_json<&DatabaseStatus::path>, {"FILE"}},
+    {"problem", member_or_null<&DatabaseStatus::problem>},
+    {"path", member_json<&DatabaseStatus::path>, {"FILE"}, file_name_text},
 };
+
+// Of all databases; usually one.
+std::string directories_text(const ParcelArray& databases) {
+  std::set<std::string> directories;
+  for (const auto& each : elements_of<DatabaseStatus>(databases))
+    directories.insert(printable(path_of(each).parent_path().string()));
+  return fmt::format("databases in {}:", fmt::join(directories, ", "));
+}
+
+// Below their table, in lines of their own: they are the longest texts, and the reason is at their end.
+template <typename Row>
+void print_problems(const Session& session, const ParcelArray& rows) {
+  for (const Row& row : elements_of<Row>(rows)) {
+    const std::string problem = text_or_empty(row.problem);
+    if (problem.empty()) continue;
+    const std::string line = fmt::format("{}: {}", printable(text_or_empty(row.name)), printable(problem));
+    session.out << wrapped(line, session.terminal.width, kRestIndent);
+  }
+}
 
 template <typename Row, std::size_t kColumns>
 void print_table(const Session& session, const Column<Row> (&columns)[kColumns], const ParcelArray& rows) {
@@ -84,6 +114,7 @@ void print_table(const Session& session, const Column<Row> (&columns)[kColumns],
   RowWriter<Row> writer(session, columns);
   for (const Row& row : elements_of<Row>(rows)) writer.add(row);
   writer.end();
+  print_problems<Row>(session, rows);
   session.out << '\n';
 }
 
@@ -214,6 +245,8 @@ void print_facts(Details& details, const ProcessStatus& status) {
 
 void print_fact_tables(const Session& session, const ProcessStatus& status) {
   print_table(session, kSourceColumns, status.sources);
+  if (status.databases.count != 0)
+    session.out << wrapped(directories_text(status.databases), session.terminal.width, kRestIndent);
   print_table(session, kDatabaseColumns, status.databases);
 }
 

@@ -148,9 +148,7 @@ class TextReport {
                       text_of(first.level), first.check.id, last.check.id, printable(finding.text)));
     if (!finding.fix.empty()) print_fix(finding.fix);
   }
-  void print(const std::string& line, std::size_t indent = 0) {
-    out_ << (width_ == 0 ? line + '\n' : wrapped(line, width_, indent));
-  }
+  void print(const std::string& line, std::size_t indent = 0) { out_ << wrapped(line, width_, indent); }
 
   // What is broken here could not be copied: the terminal breaks a fix, without ends of lines.
   void print_fix(const std::string& fix) {

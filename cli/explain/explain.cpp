@@ -94,7 +94,7 @@ void print_text(const Session& session, const Chain& chain) {
     const auto [first, is_new] = reasons.emplace(judgement.text, link->id);
     const std::string line = fmt::format("{:12} {:10} {}\n", text_of(judgement.state), link->id,
                                          is_new ? printable(judgement.text) : "as for " + first->second);
-    session.out << (session.terminal.width == 0 ? line : wrapped(line, session.terminal.width, kTextColumn));
+    session.out << wrapped(line, session.terminal.width, kTextColumn);
   }
   print_cause(session, chain);
 }

@@ -51,6 +51,7 @@ std::size_t columns_of(std::string_view text) {
 }
 
 std::string wrapped(const std::string& text, std::size_t width, std::size_t indent) {
+  if (width == 0) return text.empty() || text.ends_with('\n') ? text : text + '\n';
   std::string result;
   std::string_view rest = text;
   while (!rest.empty()) add_wrapped(std::string(text::take_until(&rest, '\n')), width, indent, &result);

@@ -65,6 +65,19 @@ class Terminal(SharedSystemTest):
         self.assertRegex(" ".join(lines), r"not shown in 30 columns: .*DESCRIPTION$")
         self.assertFalse(any(line.endswith(" .") for line in lines), lines)
 
+    def test_problem_of_a_source_is_shown_whole(self):
+        def source():
+            return self.system.cli_json("show", "status")["sources"][0]
+        file = self.system.router_file
+        self.addCleanup(wait_until, "the router", lambda: source()["state"] == "up")
+        self.addCleanup(file.write_text, file.read_text())
+        file.write_text("vrfs: [{name: red, table: 10, rd: 65000}]\n")
+        wait_until("the error", lambda: source()["state"] == "down")
+        status = self.shown("show", "status", columns=80)
+        self.assertIn(f"file: {source()['problem']} ", " ".join(status.split()) + " ")
+        self.assertIn(f"\ndatabases in {self.system.folder}/state:\n", status)
+        self.assertTrue(all(len(line) <= 80 for line in status.splitlines()), status)
+
     def test_details_and_checks_respect_the_width_of_the_terminal(self):
         self.system.cli("config", "set", "vrf", "red", "description", *["word"] * 30, check=True)
         self.addCleanup(self.system.cli, "config", "delete", "vrf", "red", "description", check=True)
