@@ -132,19 +132,9 @@ void WorkingCopy::remove(const Words& words) {
                   shown(words), printable(owner)));
 }
 
-// Of a route distinguisher that a source states with the VRF, outside of the configuration; empty for other
-// words.
-std::string WorkingCopy::owner_outside(const Words& words) const {
-  if (words.size() < 3 || words[0] != "vrf" || words[2] != "rd") return {};
-  return owner_of_model_rd(session_, client_, words[1], words.size() > 3 ? words[3] : "");
-}
-
 Failure WorkingCopy::not_set(const Words& words, const std::string& what) const {
-  const std::string owner = owner_outside(words);
-  if (owner.empty()) return {kExitFailed, fmt::format("{} is not set{}", shown(words), what)};
-  return {kExitFailed, fmt::format("{} is set by \"{}\" with the VRF: change it there, or override it with "
-                                   "\"config set vrf {} rd RD\"",
-                                   shown(words), printable(owner), shown({words[1]}))};
+  const std::string outside = text_of_item_outside(session_, client_, words);
+  return {kExitFailed, outside.empty() ? fmt::format("{} is not set{}", shown(words), what) : outside};
 }
 
 // The other owner of one of the nodes or, when the words are only the beginning of an item, of an item that
@@ -296,6 +286,16 @@ std::vector<KvConfigCommitChange> foresee_changes(const Session& session, kvtree
     foreseen.push_back(std::move(one));
   }
   return foreseen;
+}
+
+std::string text_of_item_outside(const Session& session, kvtree::Client& client, const Words& words) {
+  if (words.size() < 3 || words[0] != "vrf" || words[2] != "rd") return {};
+  const std::string owner = owner_of_model_rd(session, client, words[1], words.size() > 3 ? words[3] : "");
+  if (owner.empty()) return {};
+  return fmt::format(
+      "{} is set by \"{}\" with the VRF: change it there, or override it with "
+      "\"config set vrf {} rd RD\"",
+      shown(words), printable(owner), shown({words[1]}));
 }
 
 }  // namespace cli

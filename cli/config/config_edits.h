@@ -57,7 +57,6 @@ class WorkingCopy {
   void unsuppress(const vrf_config::Words& words);
   void suppress_below(const vrf_config::Words& words);
   void suppress_node(const std::string& path, KvValue value, std::optional<vrf_config::Words> words);
-  std::string owner_outside(const vrf_config::Words& words) const;
   Failure not_set(const vrf_config::Words& words, const std::string& what) const;
   bool remove_exactly(const vrf_config::Words& words, const std::vector<KvConfigNode>& nodes);
   bool remove_all_below(const vrf_config::Words& words);
@@ -80,6 +79,10 @@ std::vector<KvConfigCommitChange> foresee_changes(const Session& session, kvtree
 
 // The effective nodes, and those that the command line suppresses.
 ConfigNodes read_first_values(const Session& session, kvtree::Client& client);
+// Who sets the route distinguisher of these words with the VRF, outside of the configuration, and what to do;
+// empty for other words.
+std::string text_of_item_outside(const Session& session, kvtree::Client& client,
+                                 const vrf_config::Words& words);
 // What the first of the owners other than the command line sets.
 ConfigNodes read_others(const Session& session, kvtree::Client& client);
 

@@ -10,6 +10,7 @@
 #include "cli/commands.h"
 #include "cli/config/config_edits.h"
 #include "cli/config/config_tree.h"
+#include "cli/output/notices.h"
 #include "cli/output/row_writer.h"
 #include "cli/show/tables.h"
 
@@ -118,6 +119,12 @@ void check_vrf(const Session& session, kvtree::Client& client, const ConfigShowR
   if (request.owner.empty() || !is_configured(session, client, vrf)) require_vrf(session, client, vrf);
 }
 
+void note_item_outside(const Session& session, kvtree::Client& client, const ConfigShowRequest& request) {
+  if (!request.owner.empty()) return;
+  const std::string text = text_of_item_outside(session, client, request.words);
+  if (!text.empty()) note(session, text);
+}
+
 }  // namespace
 
 void config_words(const Session& session, const std::vector<std::string>& words) {
@@ -134,7 +141,10 @@ void config_show(const Session& session, const ConfigShowRequest& request) {
   check_beginning(request.words);
   const auto client = connect_to_daemon(session);
   const std::vector<Shown> all = shown_nodes(read_shown(session, *client, request), request.words);
-  if (all.empty()) check_vrf(session, *client, request);
+  if (all.empty()) {
+    check_vrf(session, *client, request);
+    note_item_outside(session, *client, request);
+  }
   note_confirmation(session, *client);
   if (asks_for_traps(request)) return write_rows(session, kTrapColumns, all);
   if (session.json || request.owners) return write_rows(session, kShownColumns, all);

@@ -122,6 +122,17 @@ class Commits(SystemTest):
                              'override it with "config set vrf red rd RD"\n')
         self.assertEqual(self.config("delete", "vrf", "red", "rd", "65000:11", check=False).stderr, "mplsvpn: vrf red rd 65000:11 is not set\n")
 
+    def test_distinguisher_of_the_router_file_is_shown_with_its_owner(self):
+        wait_until("the VRF", lambda: [row["rd"] for row in self.system.cli_json("show", "vrf")] == ["65000:10"])
+        shown = self.config("show", "vrf", "red", "rd")
+        self.assertEqual(shown.stdout, "")
+        self.assertIn('vrf red rd is set by "file" with the VRF: change it there, or override it with ', shown.stderr)
+        self.assertEqual(self.config("show", "--owner", "cli", "vrf", "red", "rd").stderr, "")
+        self.config("set", "vrf", "red", "rd", "65000:8")
+        shown = self.config("show", "vrf", "red", "rd")
+        self.assertIn("set vrf red rd 65000:8 ipv4\n", shown.stdout)
+        self.assertEqual(shown.stderr, "")
+
     def test_interface_that_joins_a_missing_vrf_is_a_warning(self):
         self.system.cli("router", "add-interface", "ge7", "index", "7", check=True)
         warning = 'VRF nosuch does not exist; "router add-vrf nosuch" creates it'
